@@ -1,0 +1,28 @@
+// The host's half of the store: where it is, what time it is, who is asking.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace VELT::sharing {
+
+struct StoreOptions {
+  // "sqlite3 <path>" or "postgresql <libpq connection string>".
+  std::string connection = "sqlite3 /var/lib/velt/sharing.db";
+  // Seconds since 1970; the system's clock when empty.
+  std::function<std::int64_t()> clock;
+};
+
+// To be called before the first use of SharingDB in a process, and by tests to move on to another database:
+// an open connection is closed.
+void ConfigureStore(StoreOptions options);
+
+// The address of the visitor whose request is served from now on, as text; empty: none.
+void SetVisitorAddress(const std::string& address);
+
+// Makes the folder of an SQLite database usable for a first start: creates the empty database, schema
+// included, unless there is one. False, with a log line, when it could not. Nothing else ever creates one.
+bool CreateStore();
+
+}  // namespace VELT::sharing

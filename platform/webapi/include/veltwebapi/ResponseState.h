@@ -1,0 +1,30 @@
+// The host's half of APIResponse: what a handler left to send.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace VELT {
+
+struct Cookie {
+  std::string path;
+  std::string name;
+  std::string value;
+  long lifetime = 0;  // seconds; 0: until the browser ends
+  std::string domain;
+  bool secure = false;
+};
+
+struct ResponseState {
+  enum class Outcome { kNone, kSuccess, kError };
+
+  Outcome outcome = Outcome::kNone;
+  int error_code = 0;
+  Json::Value body;  // the data of a success, the detail of an error
+  bool output_enabled = true;
+  std::vector<Cookie> cookies;
+};
+
+}  // namespace VELT
