@@ -1,0 +1,51 @@
+// The page that a share link's address shows: GET and HEAD of /sharing/<id>.
+#pragma once
+
+#include <json/value.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "veltsharing/Entry.h"
+
+namespace VELT::host {
+
+// One run of an application's plugin: adds what it gives to `output`. May throw what the plugin throws.
+using PluginRunner = void (*)(const Json::Value& params, const sharing::record::Entry& entry,
+                              const char* status, const Json::Value& extra, Json::Value& output);
+
+// The runner of the plugin of this kind ("render") and name, or null. Kind and name come from a
+// configuration file: any text.
+using PluginLookup = std::function<PluginRunner(const std::string& kind, const std::string& name)>;
+
+struct PageRequest {
+  std::string id;                                 // as in the address; may be anything
+  std::map<std::string, std::string> parameters;  // of the query, decoded
+  std::string sharing_sid;                        // the visitor's session cookie; empty: none
+};
+
+// The headers are complete but for Content-Length; names and values hold no control characters.
+struct PageAnswer {
+  int status = 200;
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+};
+
+// Reads the store and changes nothing in it: opening the page is no visit. Holds no state of a request;
+// one thread at a time, for the store's connection is one per process.
+class LinkPage {
+ public:
+  explicit LinkPage(PluginLookup lookup);
+
+  // The answer to a GET; that to a HEAD is the same, its body left unsent. The visitor's address must be
+  // known to the store (SetVisitorAddress), for a token may be bound to it. Throws only std::bad_alloc.
+  PageAnswer Answer(const PageRequest& request) const;
+
+ private:
+  PluginLookup lookup_;
+};
+
+}  // namespace VELT::host
