@@ -1,0 +1,45 @@
+#include "veltsys/Accounts.h"
+
+#include <grp.h>
+#include <pwd.h>
+
+#include <vector>
+
+#include "UserDatabase.h"
+
+namespace VELT::accounts {
+
+std::optional<VELTUSER> FindUser(const std::string& name) {
+  return FindUserBy([&name](passwd* record, char* buffer, std::size_t size, passwd** found) {
+    return getpwnam_r(name.c_str(), record, buffer, size, found);
+  });
+}
+
+std::optional<gid_t> FindGroup(const std::string& name) {
+  std::optional<gid_t> id;
+  LookUp<group>(
+      [&name](group* record, char* buffer, std::size_t size, group** found) {
+        return getgrnam_r(name.c_str(), record, buffer, size, found);
+      },
+      [&id](const group& found) { id = found.gr_gid; });
+  return id;
+}
+
+std::set<gid_t> GroupsOf(const VELTUSER& user) {
+  std::vector<gid_t> ids(32);
+  int count = static_cast<int>(ids.size());
+  // On failure getgrouplist(3) leaves the size that it needs; the membership may grow meanwhile.
+  while (getgrouplist(user.name.c_str(), user.gid, ids.data(), &count) < 0) {
+    if (static_cast<std::size_t>(count) <= ids.size()) return {user.gid};
+    ids.resize(static_cast<std::size_t>(count));
+  }
+  return {ids.begin(), ids.begin() + count};
+}
+
+bool IsAdministrator(const VELTUSER& user) {
+  if (user.uid == 0) return true;
+  const auto administrators = FindGroup("administrators");
+  return administrators.has_value() && GroupsOf(user).contains(*administrators);
+}
+
+}  // namespace VELT::accounts

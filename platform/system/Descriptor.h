@@ -1,0 +1,27 @@
+// A file descriptor that closes itself.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace VELT {
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  ~Descriptor() { Close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  int Release() { return std::exchange(fd_, -1); }
+  void Close() {
+    if (fd_ >= 0) close(Release());
+  }
+
+ private:
+  int fd_;
+};
+
+}  // namespace VELT

@@ -1,0 +1,58 @@
+#include "veltsys/JsonFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+
+#include "Descriptor.h"
+#include "veltsys/JsonText.h"
+
+namespace VELT {
+namespace {
+
+constexpr off_t kLargestFile = off_t{1024} * 1024;
+
+bool IsPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string("/\0", 2)) == std::string::npos;
+}
+
+// One byte more than the file's `size` is asked for: a file that grows meanwhile is refused.
+bool ReadAll(int fd, std::size_t size, std::string& text) {
+  text.resize(size + 1);
+  std::size_t length = 0;
+  while (length < text.size()) {
+    const ssize_t got = read(fd, &text[length], text.size() - length);
+    if (got == 0) break;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    length += static_cast<std::size_t>(got);
+  }
+  text.resize(length);
+  return length <= size;
+}
+
+}  // namespace
+
+Json::Value ReadJsonFile(const std::string& folder, const std::string& name) {
+  if (!IsPlainName(name) || folder.find('\0') != std::string::npos) return {};
+  const Descriptor directory(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() < 0) return {};
+  // O_NONBLOCK: opening a FIFO that stands there must not wait for its writer.
+  const Descriptor file(
+      openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (status.st_size > kLargestFile) return {};
+
+  std::string text;
+  Json::Value value;
+  if (ReadAll(file.get(), static_cast<std::size_t>(status.st_size), text))
+    ParseJsonText(text, value);
+  return value;
+}
+
+}  // namespace VELT
