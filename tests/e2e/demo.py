@@ -1,0 +1,194 @@
+"""Starts the demonstration for a test and speaks to it as its accounts and as visitors of its links."""
+
+import base64
+import http.client
+import json
+import os
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+
+REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+SHARING = "VELT.Core.Sharing"
+START_SECONDS = 120
+
+
+class Answer:
+    """An HTTP answer: status, header (names in lower case; cookies in `set_cookies`) and body."""
+
+    def __init__(self, response):
+        self.status = response.status
+        self.headers = {name.lower(): value for name, value in response.getheaders()}
+        self.set_cookies = response.headers.get_all("Set-Cookie") or []
+        self.body = response.read()
+
+    @property
+    def text(self):
+        return self.body.decode("utf-8")
+
+    @property
+    def json(self):
+        return json.loads(self.body)
+
+
+class Demo:
+    """One running demonstration. `state` is a folder to use on; without it, a fresh one that stop() removes.
+
+    The programs come from the build folder that VELT_BUILD names, else from build/release, which is brought
+    up to date first.
+    """
+
+    def __init__(self, state=None, port=None):
+        self._fresh = None if state else tempfile.TemporaryDirectory(prefix="velt-demo-", ignore_cleanup_errors=True)
+        self.state = state or self._fresh.name
+        self.port = port or _free_port()
+        self.process = None
+        self.start()
+
+    def start(self):
+        """Starts the demonstration and waits until it serves."""
+        # Its own words go to a file: a pipe that nobody reads would stop it one day.
+        self.output = os.path.join(self.state, "run.out")
+        with open(self.output, "wb") as output:
+            self.process = subprocess.Popen(
+                [os.path.join(REPOSITORY, "run"), "--no-install", "--port", str(self.port), "--state", self.state],
+                stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, start_new_session=True)
+        try:
+            about = self._wait_ready()
+        except BaseException:
+            self.stop()
+            raise
+        self.url = about["url"]
+        self.pid = about["pid"]
+        self.accounts = {a["name"]: a["password"] for a in about["accounts"]}
+        self.links = about.get("links", {})
+        self.passwords = about.get("passwords", {})
+
+    def _wait_ready(self):
+        path = os.path.join(self.state, "demo.json")
+        deadline = time.monotonic() + START_SECONDS
+        while time.monotonic() < deadline:
+            if self.process.poll() is not None:
+                raise RuntimeError(f"./run ended with {self.process.returncode}:\n{self.printed()}")
+            try:
+                with open(path, encoding="utf-8") as file:
+                    about = json.load(file)
+                if about["pid"] == self.process.pid:  # not one left by an earlier run that was killed
+                    return about
+            except FileNotFoundError:
+                pass
+            time.sleep(0.02)
+        raise RuntimeError(f"./run serves nothing after {START_SECONDS} s:\n{self.printed()}")
+
+    def printed(self):
+        """What ./run has printed so far."""
+        with open(self.output, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def stop(self):
+        """Stops the demonstration and returns its exit status. Does nothing when it is stopped already."""
+        if self.process is None:
+            return None
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        status = self.process.wait(timeout=60)
+        self.process = None
+        if self._fresh:
+            self._fresh.cleanup()
+        return status
+
+    def restart(self):
+        """Stops and starts again over the same state folder."""
+        fresh, self._fresh = self._fresh, None
+        self.stop()
+        self._fresh = fresh
+        self.start()
+
+    def path(self, inside):
+        """The path outside of what the demonstration sees as `inside` ("/usr/velt/...", "/etc.defaults/...")."""
+        return os.path.join(self.state, "root", inside.lstrip("/"))
+
+    @property
+    def database(self):
+        return self.path("/usr/velt/var/sharing/sharing.db")
+
+    def login(self, account):
+        """(name, password) of an account, for Browser.open."""
+        return account, self.accounts[account]
+
+    def request(self, method, path, body=None, headers=None, account=None):
+        """One HTTP request, with HTTP Basic when an account is named. A dict as body is sent as JSON."""
+        headers = dict(headers or {})
+        if isinstance(body, dict):
+            body = json.dumps(body)
+            headers.setdefault("Content-Type", "application/json")
+        if account:
+            pair = f"{account}:{self.accounts.get(account, '')}".encode()
+            headers["Authorization"] = "Basic " + base64.b64encode(pair).decode()
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=120)
+        try:
+            connection.request(method, path, body, headers)
+            return Answer(connection.getresponse())
+        finally:
+            connection.close()
+
+    def call(self, api, method, params=None, account="alice", version=1):
+        """Calls an API method as an account and returns the answer's JSON."""
+        body = {"api": api, "version": version, "method": method, **(params or {})}
+        return self.request("POST", "/webapi/entry.cgi", body, account=account).json
+
+    def data(self, api, method, params=None, account="alice"):
+        """Like call, for calls that must succeed: returns the data alone."""
+        answer = self.call(api, method, params, account)
+        if not answer["success"]:
+            raise AssertionError(f"{method} {params}: {answer}")
+        return answer["data"]
+
+    def create(self, account="alice", **fields):
+        """Creates a link and returns its id."""
+        return self.data(SHARING, "set", {"project_name": "album", **fields}, account)["sharing_id"]
+
+    def visitor(self, link_id):
+        return Visitor(self, link_id)
+
+
+class Visitor:
+    """A visitor of one link with a cookie jar (`cookies`, name -> value) like a browser's."""
+
+    def __init__(self, demo, link_id, cookies=None):
+        self.demo = demo
+        self.link_id = link_id
+        self.cookies = dict(cookies or {})
+
+    def at(self, link_id):
+        """The same visitor, cookies included, at another link."""
+        return Visitor(self.demo, link_id, self.cookies)
+
+    def request(self, method, path="", body=None, headers=None):
+        """Requests `path` below the link's page ("": the page itself, "/webapi": its API)."""
+        headers = dict(headers or {})
+        if self.cookies:
+            headers["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
+        answer = self.demo.request(method, f"/sharing/{self.link_id}{path}", body, headers)
+        for cookie in answer.set_cookies:
+            name, _, value = cookie.split(";", 1)[0].partition("=")
+            self.cookies[name] = value
+        return answer
+
+    def page(self):
+        return self.request("GET")
+
+    def call(self, api, method, params=None, version=1):
+        body = {"api": api, "version": version, "method": method, **(params or {})}
+        return self.request("POST", "/webapi", body).json
+
+    def login(self, **params):
+        return self.call(SHARING + ".Login", "login", {"sharing_id": self.link_id, **params})
+
+
+def _free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
