@@ -1,0 +1,48 @@
+#include "module/RunAsGuard.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+namespace VELT {
+namespace {
+
+constexpr uid_t kKeepUid = static_cast<uid_t>(-1);
+constexpr gid_t kKeepGid = static_cast<gid_t>(-1);
+
+// The group must change while the process is root, so a process that is not becomes root first.
+bool SwitchTo(uid_t uid, gid_t gid) {
+  const uid_t euid = geteuid();
+  const gid_t egid = getegid();
+  if (euid == uid && egid == gid) return true;
+  if (euid != uid && euid != 0 && setresuid(kKeepUid, 0, kKeepUid) < 0) return false;
+  if (gid != kKeepGid && egid != gid && setresgid(kKeepGid, gid, kKeepGid) != 0) return false;
+  return uid == kKeepUid || euid == uid || setresuid(kKeepUid, uid, kKeepUid) == 0;
+}
+
+}  // namespace
+
+RunAsGuard::RunAsGuard(uid_t uid, gid_t gid, const char* source, int line)
+    : saved_euid_(geteuid()),
+      saved_egid_(getegid()),
+      file_(source),
+      line_(line),
+      name_("IF_RUN_AS"),
+      ok_(SwitchTo(uid, gid)) {
+  if (!ok_) {
+    syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: %s(%d, %d)", file_, line_, name_,
+           static_cast<int>(uid), static_cast<int>(gid));
+  }
+}
+
+RunAsGuard::~RunAsGuard() {
+  if (!SwitchTo(saved_euid_, saved_egid_)) {
+    syslog(LOG_AUTH | LOG_CRIT, "%s:%d ERROR: ~%s(%d, %d)", file_, line_, name_,
+           static_cast<int>(saved_euid_), static_cast<int>(saved_egid_));
+  }
+}
+
+void LogPermissionDenied(const LogPlace& place) {
+  syslog(LOG_ERR, "%s:%d Permssion denied. uid=%u", place.source, place.line, getuid());
+}
+
+}  // namespace VELT

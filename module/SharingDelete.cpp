@@ -1,0 +1,36 @@
+#include "module/SharingAPI.h"
+#include "veltsharing/Keys.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT {
+
+int SharingDelete::ParseParams() {
+  try {
+    sharing_id_ = request_->GetParam(sharing::SZK_SHARING_ID, "").asString();
+  } catch (const std::exception& error) {
+    return Fail(kErrorParam, error.what());
+  }
+  return 0;
+}
+
+int SharingDelete::Execute() {
+  sharing::db::SharingDB* database = sharing::db::SharingDB::Instance();
+  sharing::db::EntryDB entry_db(*database);
+  sharing::record::Entry entry;
+  const unsigned int uid = request_->GetLoginUID();
+
+  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID, "invalid sharing id");
+  if (!request_->IsAdmin() && uid != entry.get_owner_uid()) {
+    return Fail(kErrorOwner, "invalid owner");
+  }
+  if (!entry_db.Delete(entry)) return Fail(kErrorDatabase, "db delete entry fail");
+  return 0;
+}
+
+int SharingDelete::FormOutput() {
+  result_ = "";
+  return 0;
+}
+
+}  // namespace VELT

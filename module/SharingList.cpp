@@ -1,0 +1,97 @@
+#include <algorithm>
+#include <utility>
+
+#include "module/LinkAddress.h"
+#include "module/SharingAPI.h"
+#include "veltsharing/Keys.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/Users.h"
+#include "veltsys/User.h"
+
+namespace VELT {
+
+int SharingList::ParseParams() {
+  try {
+    project_name_ = request_->GetParam(sharing::SZK_PROJECT_NAME, "").asString();
+    sort_by_ = request_->GetParam("sort_by", "").asString();
+    sort_direction_ = request_->GetParam("sort_direction", "ASC").asString();
+    offset_ = request_->GetParam("offset", -1).asInt();
+    limit_ = request_->GetParam("limit", -1).asInt();
+    all_entry_ = request_->GetParam("all_entry", false).asBool();
+    share_with_me_ = request_->GetParam("share_with_me", false).asBool();
+  } catch (const std::exception& error) {
+    return Fail(kErrorParam, error.what());
+  }
+  return 0;
+}
+
+int SharingList::Execute() {
+  sharing::db::SharingDB* database = sharing::db::SharingDB::Instance();
+  const sharing::db::EntryDB entry_db(*database);
+
+  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+
+  sharing::db::Condition* condition = entry_db.GetCondition();
+  PrepareCondition(condition);
+  if (!entry_db.Count(total_)) return Fail(kErrorDatabase, "db conut entries fail");
+
+  // A store may clear the condition with the count or keep it: prepared anew, it says the same.
+  PrepareCondition(condition);
+  if (!share_with_me_) condition->Limit(offset_, limit_);
+  if (!entry_db.Query(entries_)) return Fail(kErrorDatabase, "db get entries fail");
+
+  if (share_with_me_) {
+    PrepareUserInfo();
+    FilterShareWithMe();
+  }
+  return 0;
+}
+
+void SharingList::PrepareCondition(sharing::db::Condition* condition) {
+  if (!project_name_.empty()) condition->Where(sharing::SZK_PROJECT_NAME, project_name_);
+  if (!sort_by_.empty()) condition->OrderBy(sort_by_, sort_direction_ == "ASC");
+  if (!(request_->IsAdmin() && all_entry_)) {
+    condition->Where(sharing::SZK_OWNER_UID, std::to_string(request_->GetLoginUID()));
+  }
+}
+
+void SharingList::PrepareUserInfo() {
+  login_uid_ = request_->GetLoginUID();
+  VELTUSER* user = nullptr;
+  // Without the record the caller's groups stay unknown and only its uid matches.
+  if (VELTUserGetByUID(login_uid_, &user) == 0) sharing::UserGroupsGet(user, group_ids_);
+  VELTUserFree(user);
+}
+
+bool SharingList::CheckShareWithMe(const sharing::record::Entry& entry) const {
+  const std::vector<unsigned int> uids = entry.get_protect_uids();
+  const std::vector<unsigned int> gids = entry.get_protect_gids();
+  return std::ranges::find(uids, login_uid_) != uids.end() ||
+         std::ranges::any_of(gids, [this](unsigned int gid) { return group_ids_.contains(gid); });
+}
+
+void SharingList::FilterShareWithMe() {
+  total_ = 0;
+  std::vector<sharing::record::Entry> page;
+  for (const sharing::record::Entry& entry : entries_) {
+    if (!CheckShareWithMe(entry)) continue;
+    if (total_ >= offset_ && (limit_ < 0 || std::cmp_less(page.size(), limit_))) {
+      page.push_back(entry);
+    }
+    ++total_;
+  }
+  entries_ = std::move(page);
+}
+
+int SharingList::FormOutput() {
+  result_["total"] = total_;
+  result_["limit"] = limit_;
+  result_["offset"] = offset_;
+  Json::Value& sharings = result_["sharings"] = Json::Value(Json::arrayValue);
+  for (const sharing::record::Entry& entry : entries_) {
+    FormEntryJSON(request_, entry, sharings.append(Json::Value(Json::objectValue)));
+  }
+  return 0;
+}
+
+}  // namespace VELT

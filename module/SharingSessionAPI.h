@@ -1,0 +1,46 @@
+// The session script that a link's page loads.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "module/SharingAPI.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/Keys.h"
+
+namespace VELT {
+
+// Answers with JavaScript instead of the framework's JSON: the page's session object, then what the
+// application's plugins add. In preview mode it describes a page that no stored link stands behind.
+// An unknown link or a store that is not usable still gets a script.
+class SharingSession : public SharingAPIBase {
+ public:
+  using SharingAPIBase::SharingAPIBase;
+  void Run() override;
+  int ParseParams() override;
+  int Execute() override;
+  int FormOutput() override;
+
+ private:
+  void InitSharingPreviewParam();
+  void LoadSharingAppConfig();
+  void CollectMOSKSession();
+  void CollectSharingSession();
+  void RunRenderPlugins();
+
+  std::string sharing_id_;
+  std::string sharing_status_ = sharing::SZK_PROTECT_PROTECT_NONE;
+  int sharing_error_ = -1;
+  bool preview_ = false;
+  std::string sharing_preview_status_;
+  Json::Value sharing_preview_params_;
+  std::string sharing_preview_project_name_;
+  sharing::record::Entry entry_;
+  std::string extra_session_;
+  Json::Value session_;
+  Json::Value app_config_;
+  Json::Value preview_param_;
+};
+
+}  // namespace VELT

@@ -1,0 +1,194 @@
+#include <stdexcept>
+
+#include "module/LinkAddress.h"
+#include "module/SharingAPI.h"
+#include "veltsharing/Keys.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT {
+namespace {
+
+using sharing::record::Entry;
+
+constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
+
+// These two are called while parameters are read, where an exception's text becomes the error's.
+Entry::ProtectType ProtectTypeOf(const std::string& text) {
+  if (text == sharing::SZK_PROTECT_PROTECT_NONE) return Entry::ProtectType::kNone;
+  if (text == sharing::SZK_PROTECT_PROTECT_PASSWORD) return Entry::ProtectType::kPassword;
+  if (text == sharing::SZK_PROTECT_PROTECT_USER) return Entry::ProtectType::kUser;
+  throw std::invalid_argument("bad protect_type");
+}
+
+Entry::RedirectType RedirectTypeOf(const std::string& text) {
+  if (text == sharing::SZK_REDIRECT_REDIRECT_NONE) return Entry::RedirectType::kNone;
+  if (text == sharing::SZK_REDIRECT_REDIRECT_URLPARAM) return Entry::RedirectType::kUrlParam;
+  if (text == sharing::SZK_REDIRECT_REDIRECT_ALWAYS) return Entry::RedirectType::kAlways;
+  throw std::invalid_argument("bad redirect_type");
+}
+
+void AppendNames(const Json::Value& array, const char* error, std::vector<std::string>& names) {
+  if (!array.isArray()) throw std::invalid_argument(error);
+  for (const Json::Value& element : array) names.push_back(element.asString());
+}
+
+}  // namespace
+
+int SharingSet::ParseParams() {
+  try {
+    ParseFields();
+  } catch (const std::exception& error) {
+    return Fail(kErrorParam, error.what());
+  }
+  if (expire_times_ < 0) return Fail(kErrorParam, "invalid expire times");
+  owner_uid_ = request_->GetLoginUID();
+  return 0;
+}
+
+void SharingSet::ParseFields() {
+  const auto text = [this](const char* name, const char* fallback) {
+    return request_->GetParam(name, fallback).asString();
+  };
+  const auto flag = [this](const char* name, bool fallback) {
+    return request_->GetParam(name, fallback).asBool();
+  };
+  const Json::Value no_names(Json::arrayValue);
+  const Json::Value no_data(Json::objectValue);
+
+  sharing_id_ = text(sharing::SZK_SHARING_ID, "");
+  project_name_ = text(sharing::SZK_PROJECT_NAME, "");
+  enabled_ = flag(sharing::SZK_ENABLED_, true);
+  auto_gc_ = flag(sharing::SZK_AUTO_GC, false);
+  enable_match_ip_ = flag(sharing::SZK_ENABLE_MATCH_IP, true);
+  start_at_ = text(sharing::SZK_START_AT, "");
+  expire_at_ = text(sharing::SZK_EXPIRE_AT, "");
+  expire_times_ = request_->GetParam(sharing::SZK_EXPIRE_TIMES, 0).asInt();
+  protect_type_ = ProtectTypeOf(text(sharing::SZK_PROTECT_TYPE, sharing::SZK_PROTECT_PROTECT_NONE));
+  protect_title_ = text(sharing::SZK_PROTECT_TITLE, "");
+  protect_password_ = text(sharing::SZK_PROTECT_PASSWORD, "");
+  AppendNames(request_->GetParam(sharing::SZK_PROTECT_USERS, no_names), "bad protect_users",
+              protect_users_);
+  AppendNames(request_->GetParam(sharing::SZK_PROTECT_GROUPS, no_names), "bad protect_groups",
+              protect_groups_);
+  redirect_type_ =
+      RedirectTypeOf(text(sharing::SZK_REDIRECT_TYPE, sharing::SZK_REDIRECT_REDIRECT_NONE));
+  redirect_uri_ = text(sharing::SZK_REDIRECT_URI, "");
+  app_ = request_->GetParam(sharing::SZK_APP, no_data);
+  private_data_ = request_->GetParam(sharing::SZK_PRIVATE_DATA, no_data);
+}
+
+int SharingSet::Execute() {
+  sharing::db::SharingDB* database = sharing::db::SharingDB::Instance();
+  sharing::db::EntryDB entry_db(*database);
+  sharing::db::TokenDB token_db(*database);
+  Entry entry;
+
+  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+
+  const bool update = !sharing_id_.empty();
+  if (update) {
+    if (const int code = LoadForUpdate(entry); code != 0) return code;
+  } else {
+    if (project_name_.empty()) return Fail(kErrorParam, "invalid project name");
+    entry.set_project_name(project_name_);
+    entry.set_owner_uid(owner_uid_);
+    entry.set_app(app_);
+    entry.set_private_data(private_data_);
+    // Not yet protected: should this process die before the update below, nobody may open the link.
+    entry.set_enabled(false);
+    if (!entry_db.CreateWithHash(entry)) return Fail(kErrorDatabase, "db create entry fail");
+  }
+
+  int code = SetEntryFields(entry, update);
+  if (code != 0) {
+    Fail(code, "set entry fields fail");
+  } else if (!entry_db.Update(entry)) {
+    code = Fail(kErrorDatabase, "db update entry fail");
+  }
+  if (code != 0) {
+    if (!update) entry_db.Delete(entry);
+    return code;
+  }
+
+  if (update && entry.get_protect_type() != Entry::ProtectType::kNone &&
+      (request_->HasParam(sharing::SZK_PROTECT_PASSWORD) ||
+       request_->HasParam(sharing::SZK_PROTECT_USERS) ||
+       request_->HasParam(sharing::SZK_PROTECT_GROUPS))) {
+    token_db.PurgeByEntry(entry);
+  }
+
+  sharing_id_ = entry.get_hash();
+  url_ = LinkURL(request_, sharing_id_);
+  return 0;
+}
+
+int SharingSet::LoadForUpdate(Entry& entry) {
+  sharing::db::EntryDB entry_db(*sharing::db::SharingDB::Instance());
+  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID, "invalid sharing id");
+  if (!request_->IsAdmin() && owner_uid_ != entry.get_owner_uid()) {
+    return Fail(kErrorOwner, "invalid owner");
+  }
+  // A link can't be moved to another application, whose plugins would then get its data.
+  if (entry.get_project_name() != project_name_) return Fail(kErrorParam, "invalid project name");
+  return 0;
+}
+
+bool SharingSet::Carries(const char* parameter, bool update) const {
+  return !update || request_->HasParam(parameter);
+}
+
+int SharingSet::SetEntryFields(Entry& entry, bool update) {
+  SetAccessFields(entry, update);
+  SetProtectFields(entry, update);
+  // Judged on stored and new values together, for an update may bring only one of the two.
+  switch (entry.get_protect_type()) {
+    case Entry::ProtectType::kNone:
+      break;
+    case Entry::ProtectType::kPassword:
+      if (entry.IsPasswordValid("")) return kErrorNoPassword;
+      break;
+    case Entry::ProtectType::kUser:
+      if (entry.get_protect_users().empty() && entry.get_protect_groups().empty()) {
+        return kErrorNoUsers;
+      }
+      break;
+  }
+
+  if (Carries(sharing::SZK_REDIRECT_TYPE, update)) entry.set_redirect_type(redirect_type_);
+  if (Carries(sharing::SZK_REDIRECT_URI, update)) entry.set_redirect_uri(redirect_uri_);
+  if (entry.get_redirect_type() != Entry::RedirectType::kNone && entry.get_redirect_uri().empty()) {
+    return kErrorNoRedirectURI;
+  }
+
+  if (Carries(sharing::SZK_APP, update)) entry.set_app(app_);
+  if (Carries(sharing::SZK_PRIVATE_DATA, update)) entry.set_private_data(private_data_);
+  return 0;
+}
+
+void SharingSet::SetAccessFields(Entry& entry, bool update) {
+  if (Carries(sharing::SZK_ENABLED_, update)) entry.set_enabled(enabled_);
+  if (Carries(sharing::SZK_AUTO_GC, update)) entry.set_auto_gc(auto_gc_);
+  if (Carries(sharing::SZK_ENABLE_MATCH_IP, update)) entry.set_enable_match_ip(enable_match_ip_);
+  if (Carries(sharing::SZK_START_AT, update)) entry.set_start_at_str(start_at_, kTimeFormat);
+  if (Carries(sharing::SZK_EXPIRE_AT, update)) entry.set_expire_at_str(expire_at_, kTimeFormat);
+  if (Carries(sharing::SZK_EXPIRE_TIMES, update)) entry.set_expire_times(expire_times_);
+}
+
+void SharingSet::SetProtectFields(Entry& entry, bool update) {
+  if (Carries(sharing::SZK_PROTECT_TYPE, update)) entry.set_protect_type(protect_type_);
+  if (Carries(sharing::SZK_PROTECT_TITLE, update)) entry.set_protect_title(protect_title_);
+  if (Carries(sharing::SZK_PROTECT_PASSWORD, update)) {
+    entry.set_protect_password(protect_password_, true, Entry::PasswordEncryptAlgo::kArgon2id);
+  }
+  if (Carries(sharing::SZK_PROTECT_USERS, update)) entry.set_protect_users(protect_users_);
+  if (Carries(sharing::SZK_PROTECT_GROUPS, update)) entry.set_protect_groups(protect_groups_);
+}
+
+int SharingSet::FormOutput() {
+  result_["sharing_id"] = sharing_id_;
+  result_["url"] = url_;
+  if (std::string qrcode; GenerateQRCode(url_, qrcode)) result_["qrcode"] = qrcode;
+  return 0;
+}
+
+}  // namespace VELT
