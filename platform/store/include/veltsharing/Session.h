@@ -5,6 +5,7 @@
 
 namespace VELT::sharing::db {
 class SessionDB;
+class TokenDB;
 }
 
 namespace VELT::sharing::record {

@@ -1,0 +1,53 @@
+#include "veltsys/Text.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace VELT {
+namespace {
+
+// How many bytes the character at the head of `text` takes; 0 when there is no valid one. The
+// bounds of the second byte keep out overlong forms, surrogates and code points past U+10FFFF (RFC
+// 3629, section 4).
+std::size_t CharacterLength(std::string_view text) {
+  const auto byte = [text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+  const unsigned char first = byte(0);
+  if (first < 0x80) return first != 0 ? 1 : 0;
+  if (first < 0xC2 || first > 0xF4) return 0;
+  const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  if (text.size() < length) return 0;
+  const unsigned char lowest = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
+  const unsigned char highest = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < lowest || byte(1) > highest) return 0;
+  for (std::size_t index = 2; index < length; ++index) {
+    if ((byte(index) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
+}  // namespace
+
+bool IsCleanText(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = CharacterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+bool IsCleanJson(const Json::Value& value) {
+  if (value.isString()) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    value.getString(&begin, &end);
+    return IsCleanText({begin, static_cast<std::size_t>(end - begin)});
+  }
+  if (value.isObject()) {
+    const auto names = value.getMemberNames();
+    if (!std::all_of(names.begin(), names.end(), IsCleanText)) return false;
+  }
+  return std::all_of(value.begin(), value.end(), IsCleanJson);
+}
+
+}  // namespace VELT
