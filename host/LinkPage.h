@@ -1,25 +1,14 @@
 // The page that a share link's address shows: GET and HEAD of /sharing/<id>.
 #pragma once
 
-#include <json/value.h>
-
-#include <functional>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "veltsharing/Entry.h"
+#include "PluginTags.h"
 
 namespace VELT::host {
-
-// One run of an application's plugin: adds what it gives to `output`. May throw what the plugin throws.
-using PluginRunner = void (*)(const Json::Value& params, const sharing::record::Entry& entry,
-                              const char* status, const Json::Value& extra, Json::Value& output);
-
-// The runner of the plugin of this kind ("render") and name, or null. Kind and name come from a
-// configuration file: any text.
-using PluginLookup = std::function<PluginRunner(const std::string& kind, const std::string& name)>;
 
 struct PageRequest {
   std::string id;                                 // as in the address; may be anything
@@ -34,14 +23,15 @@ struct PageAnswer {
   std::string body;
 };
 
-// Reads the store and changes nothing in it: opening the page is no visit. Holds no state of a request;
-// one thread at a time, for the store's connection is one per process.
+// Reads the store and changes nothing in it: opening the page is no visit. Holds no state of a
+// request; one thread at a time, for the store's connection is one per process.
 class LinkPage {
  public:
   explicit LinkPage(PluginLookup lookup);
 
-  // The answer to a GET; that to a HEAD is the same, its body left unsent. The visitor's address must be
-  // known to the store (SetVisitorAddress), for a token may be bound to it. Throws only std::bad_alloc.
+  // The answer to a GET; that to a HEAD is the same, its body left unsent. The visitor's address
+  // must be known to the store (SetVisitorAddress), for a token may be bound to it. Throws only
+  // std::bad_alloc.
   PageAnswer Answer(const PageRequest& request) const;
 
  private:

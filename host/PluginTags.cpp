@@ -1,0 +1,138 @@
+#include "PluginTags.h"
+
+#include <strings.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+namespace VELT::host {
+namespace {
+
+using sharing::record::Entry;
+
+constexpr std::size_t kOutputLimit = std::size_t{1} << 20;
+
+bool Take(std::string_view& rest, std::string_view expected) {
+  if (!rest.starts_with(expected)) {
+    return false;
+  }
+  rest.remove_prefix(expected.size());
+  return true;
+}
+
+bool TakeValue(std::string_view& rest, std::string_view& value) {
+  const std::size_t end = rest.find_first_of("\"<>");
+  if (end == std::string_view::npos || rest[end] != '"') {
+    return false;
+  }
+  value = rest.substr(0, end);
+  rest.remove_prefix(end + 1);
+  return true;
+}
+
+bool TakeScript(std::string_view& rest) {
+  std::string_view url;
+  return Take(rest, R"(<script type="text/javascript" src=")") && TakeValue(rest, url) &&
+         Take(rest, "></script>");
+}
+
+bool TakeStylesheet(std::string_view& rest) {
+  std::string_view url;
+  return Take(rest, R"(<link rel="stylesheet" type="text/css" href=")") && TakeValue(rest, url) &&
+         Take(rest, " />");
+}
+
+// A meta tag of a plugin describes the page and nothing more: `http-equiv` would act, and the name
+// "referrer", in whatever spelling, would undo a header of the answer.
+bool TakeMeta(std::string_view& rest) {
+  if (!Take(rest, "<meta ")) {
+    return false;
+  }
+  std::string_view value;
+  do {
+    if (Take(rest, "name=\"")) {
+      if (!TakeValue(rest, value) || value.find('&') != std::string_view::npos ||
+          (value.size() == 8 && strncasecmp(value.data(), "referrer", 8) == 0)) {
+        return false;
+      }
+    } else if (!(Take(rest, "property=\"") || Take(rest, "content=\"")) ||
+               !TakeValue(rest, value)) {
+      return false;
+    }
+    Take(rest, " ");
+  } while (!Take(rest, "/>"));
+  return true;
+}
+
+// A plugin's tags are made of texts that applications and owners of links choose, in part
+// unescaped. Only tags of exactly the given form reach the page; whatever else stands between them
+// is left out.
+std::string KeptTags(const Json::Value& output, const char* key,
+                     bool (*take)(std::string_view& rest)) {
+  std::string kept;
+  if (!output.isMember(key) || !output[key].isString()) {
+    return kept;
+  }
+  const std::string text = output[key].asString();
+  for (std::string_view rest = text; !rest.empty();) {
+    std::string_view after = rest;
+    if (take(after)) {
+      kept.append(rest, 0, rest.size() - after.size()).append("\n");
+    } else {
+      after = rest.substr(1);
+    }
+    rest = after.substr(std::min(after.find('<'), after.size()));
+  }
+  return kept;
+}
+
+std::size_t TextSize(const Json::Value& output) {
+  std::size_t size = 0;
+  for (const char* key : {"JSFILE", "CSS", "OPEN_GRAPH"}) {
+    size += output.isMember(key) && output[key].isString() ? output[key].asString().size() : 0;
+  }
+  return size;
+}
+
+// What the plugins of the application's configuration add together. One that throws, or that would
+// make the output too large, adds nothing.
+Json::Value RunPlugins(const PluginLookup& lookup, const Json::Value& configuration,
+                       const Entry& entry, const char* status) {
+  Json::Value output(Json::objectValue);
+  const Json::Value plugins = configuration.isObject() ? configuration["plugins"] : Json::Value();
+  for (Json::ArrayIndex i = 0; plugins.isArray() && i < plugins.size(); ++i) {
+    if (!plugins[i].isObject() || !plugins[i]["name"].isString()) {
+      continue;
+    }
+    const PluginRunner run = lookup("render", plugins[i]["name"].asString());
+    if (run == nullptr) {
+      continue;
+    }
+    Json::Value trial = output;
+    try {
+      run(plugins[i].get("params", Json::objectValue), entry, status, Json::Value(), trial);
+    } catch (...) {
+      syslog(LOG_ERR, "link page: plugin %u of a configuration threw an exception", i);
+      continue;
+    }
+    if (trial.isObject() && TextSize(trial) <= kOutputLimit) {
+      output.swap(trial);
+    } else {
+      syslog(LOG_ERR, "link page: the output of plugin %u of a configuration is too large", i);
+    }
+  }
+  return output;
+}
+
+}  // namespace
+
+std::string PluginTags(const PluginLookup& lookup, const Json::Value& configuration,
+                       const Entry& entry, const char* status) {
+  const Json::Value output = RunPlugins(lookup, configuration, entry, status);
+  return KeptTags(output, "OPEN_GRAPH", TakeMeta) + KeptTags(output, "CSS", TakeStylesheet) +
+         KeptTags(output, "JSFILE", TakeScript);
+}
+
+}  // namespace VELT::host
