@@ -323,7 +323,9 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
         "isn't "
         "followed.</p>\n";
   }
-  document.main += Form(entry);
+  document.main +=
+      "<noscript><p class=\"notice error\">This page needs JavaScript.</p></noscript>\n" +
+      Form(entry);
   return Page(200, request.id, document);
 }
 

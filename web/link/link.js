@@ -1,0 +1,166 @@
+// A link's page: logs the visitor in, hands the application its data, logs out.
+//
+// The body tells where the visitor stands: data-state is "ended" (the page says all there is), "open" (a
+// visit goes on) or "login", data-protect what a login asks for, and data-redirect stands while a login
+// leads on to the link's redirect. A login is a visit, and visits may be few: the page makes one by itself
+// only on a first opening, never because it was reloaded.
+
+import {callApi} from '../shared/api.js';
+import {make} from '../shared/dom.js';
+import {explainToVisitor} from './words.js';
+import {listModules, loadModules, modulesOf} from './modules.js';
+
+const SHARING = 'VELT.Core.Sharing';
+const id = decodeURIComponent(location.pathname.split('/')[2]);
+const apiPath = `/sharing/${encodeURIComponent(id)}/webapi`;
+const privateKey = `velt-sharing-private:${id}`;
+const {state, protect, redirect} = document.body.dataset;
+const session = window.VELT.TALD.Session ?? {};
+
+const main = document.querySelector('main');
+const form = document.getElementById('login');
+const said = make('p', {id: 'said', role: 'status'});
+const problem = make('p', {id: 'problem', class: 'notice error', role: 'alert', hidden: true});
+
+function say(text) {
+  said.textContent = text;
+}
+
+function tell(text) {
+  problem.textContent = text;
+  problem.hidden = text === '';
+}
+
+function publish(name, type, detail) {
+  window.VELT.TALD[name] = detail;
+  document.dispatchEvent(new CustomEvent(type, {detail}));
+}
+
+function fieldOf(name) {
+  return name === null ? null : form.elements.namedItem(name);
+}
+
+/** Shows the form. `error` ({text, field}) is told above it, and at its field. */
+function askForLogin({text = '', field = null} = {}) {
+  say('');
+  tell(text);
+  form.hidden = false;
+  const concerned = fieldOf(field);
+  if (concerned) {
+    concerned.value = '';
+    concerned.setAttribute('aria-invalid', 'true');
+    concerned.setAttribute('aria-describedby', 'problem');
+  }
+  (concerned ?? form.elements[0]).focus();
+}
+
+async function logIn() {
+  const fields = Object.fromEntries(new FormData(form));
+  for (const field of form.elements) field.removeAttribute('aria-invalid');
+  tell('');
+  say('Opening …');
+  form.setAttribute('aria-busy', 'true');
+  let data;
+  try {
+    data = await callApi(apiPath, `${SHARING}.Login`, 'login', {sharing_id: id, ...fields});
+  } catch (error) {
+    form.removeAttribute('aria-busy');
+    askForLogin(explainToVisitor(error));
+    return;
+  }
+  form.reset();
+  leaveNote('visiting');
+  if (redirect !== undefined) {
+    location.reload();
+    return;
+  }
+  sessionStorage.setItem(privateKey, JSON.stringify(data.private));
+  await enter(data.private);
+}
+
+// Stays with this entry of the tab's history, over reloads. An error in the address has had its say.
+function leaveNote(note) {
+  history.replaceState({note}, '', location.pathname);
+}
+
+/** The visit goes on: gives the application the private data of its login and the init data. */
+async function enter(privateData) {
+  form.hidden = true;
+  form.removeAttribute('aria-busy');
+  publish('Login', 'velt-sharing-login', {private: privateData});
+  let data;
+  try {
+    data = await callApi(apiPath, `${SHARING}.Initdata`, 'get');
+  } catch (error) {
+    const explained = explainToVisitor(error);
+    if (error.code === 105) {
+      askForLogin(explained);
+    } else {
+      say('');
+      tell(`${explained.text} Reload the page to try again; that is no further visit.`);
+    }
+    return;
+  }
+  say('The link is open.');
+  document.querySelector('header').append(
+    make('button', {type: 'button', id: 'logout', on: {click: logOut}}, 'Log out'));
+  const modules = modulesOf(data);
+  if (modules.length > 0) main.append(listModules(modules));
+  publish('InitData', 'velt-sharing-initdata', data);
+  loadModules(data, modules);
+}
+
+/** Ends the visit and loads the page anew, so that nothing of what the application showed remains. */
+async function logOut() {
+  tell('');
+  try {
+    await callApi(apiPath, SHARING, 'logout');
+  } catch (error) {
+    tell(explainToVisitor(error).text);
+    return;
+  }
+  sessionStorage.removeItem(privateKey);
+  leaveNote('left');
+  location.reload();
+}
+
+/** Applications may choose one colour: {"color": "#rrggbb"}. The text on it is black or white, by its lightness. */
+function applyTheme(theme) {
+  if (typeof theme?.color !== 'string' || !/^#[0-9a-f]{6}$/i.test(theme.color)) return;
+  const [red, green, blue] = [1, 3, 5].map((at) => (parseInt(theme.color.slice(at, at + 2), 16) / 255) ** 2.2);
+  const light = 0.2126 * red + 0.7152 * green + 0.0722 * blue;
+  const {style} = document.documentElement;
+  style.setProperty('--accent', theme.color);
+  style.setProperty('--accent-hover', theme.color);
+  style.setProperty('--on-accent', light > 0.179 ? '#000000' : '#ffffff');
+}
+
+async function start() {
+  applyTheme(session.sharing_theme);
+  form.before(said, problem);
+  form.addEventListener('submit', (event) => {
+    event.preventDefault();
+    if (!form.hasAttribute('aria-busy')) logIn();
+  });
+  if (state === 'open') {
+    const kept = sessionStorage.getItem(privateKey);
+    await enter(kept === null ? null : JSON.parse(kept));
+    return;
+  }
+  sessionStorage.removeItem(privateKey);
+  const note = history.state?.note;
+  if (session.sharing_error !== undefined) {
+    askForLogin({text: explainToVisitor({code: session.sharing_error}).text});
+  } else if (note === 'visiting') {
+    askForLogin({text: 'Your visit has ended, or the browser did not keep its cookie.'});
+  } else if (note === 'left') {
+    askForLogin();
+    say('You are logged out.');
+  } else if (protect === 'none') {
+    await logIn();
+  } else {
+    askForLogin();
+  }
+}
+
+if (state !== 'ended') start();

@@ -1,0 +1,45 @@
+// The UI modules that the init data lets a link's page load.
+
+import {make} from '../shared/dom.js';
+
+const PLAIN_FILE = /^[\w-]+(\.[\w-]+)*$/;
+
+/**
+ * The modules as [{key, title, running, scripts}]. `title` is in the visitor's language where the module has
+ * texts, `running` is false when the package behind it is stopped, `scripts` are paths in the module's folder.
+ */
+export function modulesOf(data) {
+  return Object.entries(data.JSConfig ?? {}).map(([key, classes]) => {
+    const described = Object.values(classes ?? {}).filter((entry) => typeof entry === 'object' && entry !== null);
+    const texts = data.Strings?.[key.replaceAll('/', '.')] ?? {};
+    return {
+      key,
+      title: typeof texts.title === 'string' ? texts.title : key.split('/').at(-1),
+      running: described.every((entry) => entry.pkgStatus !== 'disable'),
+      scripts: described.map((entry) => entry.script).filter((file) => PLAIN_FILE.test(file))
+        .map((file) => `/${key}/${file}`),
+    };
+  });
+}
+
+/** Loads the stylesheets and then the scripts of the modules that run. Scripts are JavaScript modules. */
+export function loadModules(data, modules) {
+  const running = modules.filter((module) => module.running);
+  for (const path of data.CSSFiles ?? []) {
+    if (running.some((module) => path.startsWith(`${module.key}/`))) {
+      document.head.append(make('link', {rel: 'stylesheet', href: `/${path}`}));
+    }
+  }
+  for (const src of new Set(running.flatMap((module) => module.scripts))) {
+    document.head.append(make('script', {type: 'module', src}));
+  }
+}
+
+/** A list of the modules for the page. */
+export function listModules(modules) {
+  return make('details', {id: 'modules'},
+    make('summary', {}, `Parts of this page (${modules.length})`),
+    make('ul', {}, ...modules.map(({key, title, running}) =>
+      make('li', {'data-module': key}, make('span', {}, title),
+        running ? null : make('span', {class: 'stopped'}, 'not running')))));
+}

@@ -1,0 +1,35 @@
+// What an error means to the visitor of a link.
+
+import {explain} from '../shared/errors.js';
+
+const BLOCK_MINUTES = 15;
+
+const WORDS = {
+  105: 'Your visit has ended. Open the link again.',
+  1000: 'This link doesn’t open any more. Ask whoever sent it to you for a new one.',
+  1002: 'This link is not for this account.',
+  1004: 'Logging out failed. Reload the page to see whether your visit goes on.',
+  1006: 'Your visit has ended. Open the link again.',
+  1012: 'This link is used up: all the visits that it was made for have taken place.',
+};
+
+let blockedUntil = null;
+
+// The answer doesn't tell when the block began, so the time is the latest at which it can end. Later
+// refusals in the same block don't move it.
+function blocked() {
+  const now = new Date();
+  if (blockedUntil === null || blockedUntil < now) {
+    blockedUntil = new Date(now.getTime() + BLOCK_MINUTES * 60000);
+  }
+  const time = blockedUntil.toLocaleTimeString([], {hour: '2-digit', minute: '2-digit'});
+  return 'This link is closed to your network address at the moment, which happens after ten wrong attempts. '
+    + `Try again after ${time}, at most ${BLOCK_MINUTES} minutes from now.`;
+}
+
+/** {text, field}: plain words, and the name of the form's field that they concern, or null. */
+export function explainToVisitor(error) {
+  if (error.code === 1008) return {text: blocked(), field: null};
+  const {text, field} = explain(error);
+  return {text: WORDS[error.code] ?? text, field};
+}
