@@ -1,0 +1,70 @@
+"""One link of each kind, made through the API like any other, as alice."""
+
+import base64
+import http.client
+import json
+import os
+
+from accounts import write_private
+
+PASSWORD = "open sesame"
+_API = "VELT.Core.Sharing"
+_KINDS = {
+    "open": {"protect_title": "Open to everybody"},
+    "password": {"protect_title": "Behind a password", "protect_type": "password", "protect_password": PASSWORD},
+    "user": {"protect_title": "For bob", "protect_type": "user", "protect_users": ["bob"]},
+    "expired": {"protect_title": "Expired", "expire_at": "2020-01-01 00:00:00"},
+    "used_up": {"protect_title": "Used up", "expire_times": 1},
+    "disabled": {"protect_title": "Switched off", "enabled": False},
+    "pending": {"protect_title": "Not yet started", "start_at": "2099-01-01 00:00:00"},
+    "redirect": {"protect_title": "Leads elsewhere", "redirect_type": "always", "redirect_uri": "/pkg/album/"},
+    "plugin": {"protect_title": "A photo album", "project_name": "album"},
+}
+
+
+class Client:
+    """Speaks to the service as one account, or as a visitor when there is none."""
+
+    def __init__(self, port, account=None):
+        self._port = port
+        self._headers = {"Content-Type": "application/json"}
+        if account:
+            self._headers["Authorization"] = "Basic " + base64.b64encode(":".join(account).encode()).decode()
+
+    def call(self, path, api, method, **params):
+        """Returns the answer's JSON; OSError or ValueError when there is none."""
+        connection = http.client.HTTPConnection("127.0.0.1", self._port, timeout=30)
+        try:
+            body = json.dumps({"api": api, "version": 1, "method": method, **params})
+            connection.request("POST", path, body, self._headers)
+            return json.loads(connection.getresponse().read())
+        finally:
+            connection.close()
+
+    def own(self, method, **params):
+        return self.call("/webapi/entry.cgi", _API, method, **params)
+
+
+def ensure(owner, port, state):
+    """Returns the ids by kind. Those of an earlier start are kept while they exist; the list of what failed comes second."""
+    path = os.path.join(state, "links.json")
+    try:
+        with open(path, encoding="utf-8") as file:
+            ids = json.load(file)
+    except FileNotFoundError:
+        ids = {}
+    failures = []
+    for kind, fields in _KINDS.items():
+        if kind in ids and owner.own("get", sharing_id=ids[kind])["success"]:
+            continue
+        ids.pop(kind, None)
+        answer = owner.own("set", **{"project_name": "demo", **fields})
+        if answer["success"]:
+            ids[kind] = answer["data"]["sharing_id"]
+            if kind == "used_up":
+                answer = Client(port).call(f"/sharing/{ids[kind]}/webapi", _API + ".Login", "login",
+                                           sharing_id=ids[kind])
+        if not answer["success"]:
+            failures.append(f"{kind}: {answer['error']}")
+    write_private(path, json.dumps(ids))
+    return ids, failures

@@ -1,0 +1,209 @@
+"""Serves the demonstration in the foreground. ./run starts it in a mount namespace of its own."""
+
+import argparse
+import fcntl
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+import links
+import namespace
+import webserver
+from accounts import Accounts, write_private
+
+START_SECONDS = 30
+STOP_SECONDS = 15
+DATA = "/usr/velt/var/sharing"
+
+
+class Failure(Exception):
+    """The demonstration can't go on; the text is for the user."""
+
+
+class Stopped(Exception):
+    """Ctrl-C or SIGTERM."""
+
+
+def main():
+    arguments = argparse.ArgumentParser()
+    arguments.add_argument("--port", type=int, required=True)
+    arguments.add_argument("--state", required=True)
+    arguments.add_argument("--build", required=True)
+    options = arguments.parse_args()
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _stop)
+    os.umask(0o022)
+    try:
+        demonstration = Demonstration(options.state, options.port, options.build)
+        try:
+            demonstration.start()
+            demonstration.announce()
+            demonstration.watch()
+        finally:
+            demonstration.stop()
+    except Stopped:
+        return 0
+    except (Failure, RuntimeError, OSError, subprocess.CalledProcessError) as error:
+        print(f"./run: {error}", file=sys.stderr)
+        return 1
+
+
+def _stop(_number, _frame):
+    # A second signal must not break off the stopping.
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, signal.SIG_IGN)
+    raise Stopped
+
+
+class Demonstration:
+    def __init__(self, state, port, build):
+        self.state = state
+        self.port = port
+        self.build = build
+        self.programs = {}
+        # In a user namespace of ours there is only one account, root, which is the caller outside.
+        self.account = ("www-data", "www-data") if _owns_every_id() else None
+        os.makedirs(state, mode=0o700, exist_ok=True)
+        self.lock = open(self._path("lock"), "w", encoding="utf-8")  # held until we end
+        try:
+            fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise Failure(f"another demonstration runs on {state}") from None
+        self._forget()
+
+    def _path(self, *names):
+        return os.path.join(self.state, *names)
+
+    def _inside(self, path):
+        """The place in the state folder of one of the appliance's fixed paths."""
+        return self._path("root", path.lstrip("/"))
+
+    def _forget(self):
+        try:
+            os.unlink(self._path("demo.json"))
+        except FileNotFoundError:
+            pass
+
+    def start(self):
+        with socket.socket() as probe:
+            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                probe.bind(("127.0.0.1", self.port))
+            except OSError as error:
+                raise Failure(f"port {self.port}: {error.strerror}") from None
+        self._lay_out()
+        namespace.build(self._path("mnt"), self.state)
+        ids = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
+        self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET,
+                  "--registry", "/usr/velt/etc/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
+        self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
+        self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
+        self._wait_ready()
+
+    def _lay_out(self):
+        """Fills the state folder; what a user has put there stays."""
+        for path in ("/usr/velt/etc/demo", "/usr/velt/etc.defaults/sharing", "/usr/velt/var/log",
+                     "/usr/velt/var/run", "/usr/velt/var/packages", "/usr/velt/lib/sharing", "/etc.defaults", DATA):
+            os.makedirs(self._inside(path), exist_ok=True)
+        os.makedirs(self._path("mnt"), exist_ok=True)
+        os.chmod(self._inside(DATA), 0o700)
+        subprocess.run(["cmake", "--install", self.build, "--prefix", self._inside("/usr/velt")], check=True,
+                       stdout=subprocess.DEVNULL)
+        self.accounts = Accounts(self.state)
+        self.accounts.write_etc(self._path("etc"))
+        write_private(self._inside(webserver.CONFIGURATION), webserver.configuration(self.port, self.account))
+        write_private(self._inside(webserver.PASSWORDS), self.accounts.htpasswd())
+        if self.account:
+            for path in (DATA, webserver.PASSWORDS):
+                _give(self._inside(path), self.account[0])
+
+    def _run(self, name, *command):
+        path = self._inside(f"/usr/velt/var/log/{name}.log")
+        with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_APPEND | os.O_CLOEXEC, 0o600), "ab") as log:
+            # A session of its own, so that Ctrl-C reaches us alone and we end the programs in order.
+            self.programs[name] = subprocess.Popen(
+                ["chroot", self._path("mnt"), *command], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                start_new_session=True, cwd="/")
+
+    def _wait_ready(self):
+        deadline = time.monotonic() + START_SECONDS
+        while time.monotonic() < deadline:
+            self._check_programs()
+            try:
+                # Any answer of the API will do; this one needs no database.
+                if "success" in self.owner.own(""):
+                    return
+            except (OSError, ValueError):
+                pass
+            time.sleep(0.05)
+        raise Failure(f"no answer after {START_SECONDS} s; see {self._inside('/usr/velt/var/log')}")
+
+    def _check_programs(self):
+        for name, program in self.programs.items():
+            if program.poll() is not None:
+                raise Failure(f"{name} has ended; see {self._inside('/usr/velt/var/log')}")
+
+    def announce(self):
+        """Makes the links, writes demo.json and tells the user what there is."""
+        ids, failures = links.ensure(self.owner, self.port, self.state)
+        url = f"http://127.0.0.1:{self.port}"
+        about = {"url": url, "pid": os.getpid(), "accounts": self.accounts.describe(), "links": ids,
+                 "passwords": {"password": links.PASSWORD}}
+        text = json.dumps(about, indent=2)
+        write_private(self._path("demo.json"), text + "\n")
+        print(text)
+        for failure in failures:
+            print(f"This link could not be made: {failure}")
+        self._print_examples(url)
+        sys.stdout.flush()
+
+    def _print_examples(self, url):
+        login = f"alice:{self.accounts.passwords['alice']}"
+        api = f"{url}/webapi/entry.cgi -d api=VELT.Core.Sharing -d version=1"
+        print(f"\nYour links: {url}/   (log in as admin, alice or bob)\n\nCreate a link:\n"
+              f"  curl -su {login} {api} -d method=set -d project_name=demo\n"
+              f"\nThose of alice, newest first:\n"
+              f"  curl -su {login} {api} -d method=list -d sort_by=created_at -d sort_direction=DESC\n\n"
+              f"Settings, plugins and logs stand in {self._path('root')}\nCtrl-C ends.", flush=True)
+
+    def watch(self):
+        """Returns never: ends by Stopped, or by Failure when a program ends by itself."""
+        os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
+        self._check_programs()
+
+    def stop(self):
+        self._forget()
+        # The web server first: it accepts nothing more and lets the workers finish.
+        for name in ("lighttpd", "velt-webapid"):
+            program = self.programs.get(name)
+            if program is None:
+                continue
+            program.send_signal(signal.SIGTERM if name == "velt-webapid" else signal.SIGINT)
+            try:
+                program.wait(STOP_SECONDS)
+            except subprocess.TimeoutExpired:
+                program.kill()
+                program.wait()
+
+
+def _owns_every_id():
+    """False in a user namespace that maps the caller's own id alone (user_namespaces(7))."""
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        return sum(int(line.split()[2]) for line in file) > 65535
+
+
+def _give(path, user):
+    import pwd
+    entry = pwd.getpwnam(user)
+    for folder, _, names in os.walk(path):
+        for name in names:
+            os.chown(os.path.join(folder, name), entry.pw_uid, entry.pw_gid)
+    os.chown(path, entry.pw_uid, entry.pw_gid)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
