@@ -1,5 +1,5 @@
-// The source name and line that each log line of the library carries. Log watchers match on these, so
-// they stay as they are wherever the code moves.
+// The source name and line that each log line of the library carries. Log watchers match on these,
+// so they stay as they are wherever the code moves.
 #pragma once
 
 namespace VELT {
@@ -21,6 +21,7 @@ inline constexpr LogPlace kSessionPlugins{"SharingSessionAPI", 194};
 inline constexpr LogPlace kPluginPath{"Plugins", 53};
 inline constexpr LogPlace kPluginOpen{"Plugins", 58};
 inline constexpr LogPlace kPluginSymbol{"Plugins", 80};
+inline constexpr LogPlace kPluginOutput{"Plugins", 104};
 inline constexpr LogPlace kPackageGuard{"InitDataHandler", 114};
 inline constexpr LogPlace kPackageDenied{"InitDataHandler", 123};
 

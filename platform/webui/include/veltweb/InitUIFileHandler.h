@@ -1,0 +1,43 @@
+// The UI modules that are installed below the web root, /usr/velt/web.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+// A module is a folder <vendor>/<group>/<Module> with
+//   config.json            an object; each member describes one class "<vendor>.<group>.<Name>" of
+//   the module
+//   *.css                  its stylesheets
+//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands
+//   in
+//                          for whole languages and single texts that are missing
+// Names of folders and stylesheets hold letters, digits, '-', '_', and stylesheets' also '.';
+// others are passed over. A file that is missing, larger than 1 MiB, not JSON or no object counts
+// as not there; without config.json there is no module. So does a JSON file that is a symbolic
+// link.
+//
+// One object belongs to one thread at a time.
+class InitUIFileHandler {
+ public:
+  // A class that names a "project" is for that application's pages only: it is left out unless the
+  // project is `project` or `every_project` is true. A module that had classes and keeps none is
+  // left out whole. All texts are copied.
+  InitUIFileHandler(const char* language, bool every_project, const char* project);
+
+  // Reads the files and sets these members of the object `data`:
+  //   "JSConfig"  object: "<vendor>/<group>/<Module>" -> the module's config.json
+  //   "CSSFiles"  array: "<vendor>/<group>/<Module>/<file>.css", in byte order
+  //   "Strings"   object: "<vendor>.<group>.<Module>" -> its texts
+  void GetInitData(Json::Value& data);
+
+ private:
+  void AddModule(const std::string& vendor, const std::string& group, const std::string& name,
+                 Json::Value& data) const;
+  bool KeepClasses(Json::Value& config) const;
+  Json::Value ReadTexts(const std::string& folder) const;
+
+  std::string language_;
+  bool every_project_;
+  std::string project_;
+};

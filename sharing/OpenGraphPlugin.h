@@ -1,0 +1,24 @@
+// The plugin "open_graph": what an application tells link-preview services of its links.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+#include "sharing/Plugins.h"
+
+namespace VELT::sharing {
+
+// Writes "OPEN_GRAPH" (meta tags, one a line, after what earlier plugins gave).
+class OpenGraphPlugin : public RenderPluginBase {
+ public:
+  using RenderPluginBase::RenderPluginBase;
+  VELT_EXPORT void Run(const record::Entry& entry, const char* status, const Json::Value& extra,
+                       Json::Value& output) override;
+
+ private:
+  // One tag for each object of the array `tags`.
+  static std::string GetOpenGraphTpl(const Json::Value& tags);
+};
+
+}  // namespace VELT::sharing
