@@ -110,6 +110,9 @@ int SharingLogout::Execute() {
   return 0;
 }
 
+SharingInitdata::SharingInitdata(APIRequest* request, APIResponse* response)
+    : SharingAPIBase(request, response) {}
+
 SharingInitdata::~SharingInitdata() = default;
 
 int SharingInitdata::ParseParams() {

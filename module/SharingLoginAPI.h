@@ -49,7 +49,7 @@ class SharingLogout : public SharingAPIBase {
 // Returns one part of the page's start-up data, the desktop's by default.
 class SharingInitdata : public SharingAPIBase {
  public:
-  using SharingAPIBase::SharingAPIBase;
+  SharingInitdata(APIRequest* request, APIResponse* response);
   ~SharingInitdata() override;
   int ParseParams() override;
   int Execute() override;
