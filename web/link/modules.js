@@ -16,7 +16,7 @@ export function modulesOf(data) {
       key,
       title: typeof texts.title === 'string' ? texts.title : key.split('/').at(-1),
       running: described.every((entry) => entry.pkgStatus !== 'disable'),
-      scripts: described.map((entry) => entry.script).filter((file) => PLAIN_FILE.test(file))
+      scripts: described.map((entry) => entry.script).filter((file) => typeof file === 'string' && PLAIN_FILE.test(file))
         .map((file) => `/${key}/${file}`),
     };
   });

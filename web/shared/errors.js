@@ -32,7 +32,7 @@ const GENERAL = {
 const DETAILS = [
   [/invalid project name/, 'A link cannot move to another project.', 'project_name'],
   [/invalid expire times/, 'Enter a whole number, 0 or more.', 'expire_times'],
-  [/bad (\w+)/, 'The server did not accept this value.', null],
+  [/bad (?<field>\w+)/, 'The server did not accept this value.', null],
   [/db (create|update) entry fail/,
     'The link could not be stored. Is a time one that does not exist, or is a text not storable?', null],
   [/db delete entry fail/, 'The link could not be deleted. Try again in a moment.', null],
@@ -73,7 +73,7 @@ export function explain(error) {
   if (typeof detail === 'string' && (code === 101 || code === 117)) {
     for (const [pattern, text, field] of DETAILS) {
       const match = detail.match(pattern);
-      if (match) return {text, field: pattern.source.startsWith('bad') ? match[1] : field};
+      if (match) return {text, field: match.groups?.field ?? field};
     }
   }
   return {text: GENERAL[code], field: FIELD_OF_CODE[code] ?? null};

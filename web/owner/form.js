@@ -1,0 +1,241 @@
+// The dialog that creates a link or changes one.
+
+import {parseJson} from '../shared/api.js';
+import {make} from '../shared/dom.js';
+import {explain} from '../shared/errors.js';
+
+/** A value that the form can't send; `message` tells why. */
+class FieldError extends Error {}
+
+// How a field's value is read for the API, by its data-kind.
+const READERS = {
+  text: (input) => input.value,
+  flag: (input) => input.checked,
+  lines: (input) => input.value.split('\n').map((line) => line.trim()).filter((line) => line !== ''),
+  count: (input) => {
+    if (!/^\d{1,10}$/.test(input.value) || Number(input.value) > 0x7fffffff) {
+      throw new FieldError('Enter a whole number, 0 or more.');
+    }
+    return Number(input.value);
+  },
+  time: (input) => {
+    // A time that is filled in half has an empty value, which would mean no limit.
+    if (input.validity.badInput || input.validity.rangeOverflow || input.validity.rangeUnderflow) {
+      throw new FieldError('Enter a whole date and time, or leave it empty.');
+    }
+    const text = input.value.replace('T', ' ');
+    return text.length === 16 ? `${text}:00` : text;
+  },
+  json: (input) => {
+    if (input.value.trim() === '') return {};
+    let value;
+    try {
+      value = parseJson(input.value);
+    } catch (error) {
+      throw new FieldError(`This is not JSON: ${error.message}`);
+    }
+    if (value === null || typeof value !== 'object' || Array.isArray(value)) {
+      throw new FieldError('Enter a JSON object, such as {"album": 7}.');
+    }
+    return value;
+  },
+};
+
+function isObject(value) {
+  return value !== null && typeof value === 'object' && !Array.isArray(value);
+}
+
+// Puts what `get` told of a link into a field.
+function write(input, value) {
+  if (input.dataset.kind === 'flag') input.checked = value;
+  else if (input.dataset.kind === 'lines') input.value = value.join('\n');
+  else if (input.dataset.kind === 'time') input.value = value.replace(' ', 'T');
+  else if (input.dataset.kind !== 'json') input.value = value;
+  else input.value = isObject(value) && Object.keys(value).length === 0 ? '' : JSON.stringify(value, null, 2);
+}
+
+// What stands in a field, to see whether it was touched.
+function raw(input) {
+  return input.type === 'checkbox' ? input.checked : `${input.value}${input.validity.badInput}`;
+}
+
+export class LinkForm {
+  #dialog;
+  #form;
+  #fields;
+  #problem;
+  #initial = new Map();
+  #entry = null;
+  #busy = false;
+  #save;
+  #confirmDiscard;
+
+  /**
+   * `save(params)` sends `set` and throws ApiError where it fails; the form then stays, with the error
+   * at its field. `confirmDiscard()` asks whether changes may be lost.
+   */
+  constructor(dialog, {save, confirmDiscard}) {
+    this.#dialog = dialog;
+    this.#form = dialog.querySelector('form');
+    this.#fields = [...this.#form.querySelectorAll('[data-kind]')];
+    this.#problem = dialog.querySelector('.notice.error');
+    this.#save = save;
+    this.#confirmDiscard = confirmDiscard;
+
+    this.#form.addEventListener('submit', (event) => {
+      event.preventDefault();
+      this.#submit();
+    });
+    this.#form.addEventListener('change', () => this.#showWhatApplies());
+    dialog.querySelector('[data-close]').addEventListener('click', () => this.#tryClose());
+    dialog.addEventListener('cancel', (event) => {
+      event.preventDefault();
+      this.#tryClose();
+    });
+    const show = dialog.querySelector('#show-password');
+    show.addEventListener('click', () => this.#showPassword(show.getAttribute('aria-pressed') !== 'true'));
+  }
+
+  /** Opens the form for `entry`, a link as `get` tells it, or for a new link when it is null. */
+  open(entry, project = '') {
+    this.#entry = entry;
+    this.#form.reset();
+    this.#form.querySelector('details').open = false;
+    this.#clearErrors();
+    this.#showPassword(false);
+    this.#field('project_name').readOnly = entry !== null;
+    this.#field('project_name').value = project;
+    for (const input of this.#fields) {
+      if (entry && input.name in entry) write(input, entry[input.name]);
+      this.#initial.set(input, raw(input));
+    }
+    this.#text('#edit-title', entry ? `Edit ${entry.protect_title || 'untitled link'}` : 'New link');
+    this.#text('[type="submit"]', entry ? 'Save changes' : 'Create link');
+    this.#text('#h-project_name', entry ? 'A link stays in its project.' :
+      'The application that publishes the link. It cannot be changed later.');
+    this.#text('#h-private_data', entry ?
+      'What is stored is never shown. Empty: it stays as it is. {} removes it.' :
+      'Only for the application; it is never shown again.');
+    this.#showWhatApplies();
+    this.#dialog.showModal();
+    this.#dialog.querySelector('.dialog-body').scrollTop = 0;
+    this.#field(entry ? 'protect_title' : 'project_name').focus();
+  }
+
+  #field(name) {
+    return this.#fields.find((input) => input.name === name);
+  }
+
+  #text(selector, text) {
+    this.#dialog.querySelector(selector).textContent = text;
+  }
+
+  #showPassword(shown) {
+    const button = this.#dialog.querySelector('#show-password');
+    button.setAttribute('aria-pressed', shown);
+    this.#field('protect_password').type = shown ? 'text' : 'password';
+  }
+
+  // Shows the fields that belong to the chosen kinds of protection and redirect.
+  #showWhatApplies() {
+    for (const part of this.#form.querySelectorAll('[data-when]')) {
+      const [name, values] = part.dataset.when.split('=');
+      part.hidden = !values.split(',').includes(this.#field(name).value);
+    }
+    const keeps = this.#entry?.protect_type === 'password' && this.#entry.has_password;
+    this.#text('#h-protect_password',
+      keeps ? 'Empty: the password stays as it is.' : 'Visitors are asked for it.');
+  }
+
+  #touched() {
+    return this.#fields.filter((input) => raw(input) !== this.#initial.get(input));
+  }
+
+  // The values to send: what was changed, since a parameter that is not sent keeps what is stored, and
+  // on a new link has its default. Null when a field can't be read; its error then stands at it.
+  #read() {
+    const params = {project_name: this.#field('project_name').value};
+    if (this.#entry) params.sharing_id = this.#entry.sharing_id;
+    let good = true;
+    for (const input of this.#touched()) {
+      if (input.closest('[hidden]')) continue;
+      try {
+        params[input.name] = READERS[input.dataset.kind](input);
+      } catch (error) {
+        if (!(error instanceof FieldError)) throw error;
+        this.#showError(input.name, error.message);
+        good = false;
+      }
+    }
+    if (good && !this.#timesInOrder(params)) {
+      this.#showError('expire_at', 'The link would end before it starts.');
+      good = false;
+    }
+    return good ? params : null;
+  }
+
+  #timesInOrder(params) {
+    if (!('start_at' in params) && !('expire_at' in params)) return true;
+    const start = params.start_at ?? this.#entry?.start_at ?? '';
+    const end = params.expire_at ?? this.#entry?.expire_at ?? '';
+    return start === '' || end === '' || start < end;
+  }
+
+  async #submit() {
+    if (this.#busy) return;
+    this.#clearErrors();
+    const params = this.#read();
+    if (!params) {
+      this.#focusFirstError();
+      return;
+    }
+    this.#setBusy(true);
+    try {
+      await this.#save(params, () => this.#dialog.close());
+    } catch (error) {
+      const {text, field} = explain(error);
+      this.#showError(field, text);
+      this.#focusFirstError();
+    } finally {
+      this.#setBusy(false);
+    }
+  }
+
+  #setBusy(busy) {
+    this.#busy = busy;
+    this.#form.querySelector('[type="submit"]').setAttribute('aria-disabled', busy);
+  }
+
+  #clearErrors() {
+    this.#problem.hidden = true;
+    for (const input of this.#form.querySelectorAll('[aria-invalid]')) {
+      input.removeAttribute('aria-invalid');
+      input.removeAttribute('aria-errormessage');
+      this.#form.querySelector(`#e-${input.name}`).remove();
+    }
+  }
+
+  // Puts an error at the field, or at the head of the form where there is no such field in sight.
+  #showError(name, text) {
+    const input = this.#field(name);
+    if (!input || input.closest('[hidden]')) {
+      this.#problem.textContent = text;
+      this.#problem.hidden = false;
+      return;
+    }
+    const details = input.closest('details');
+    if (details) details.open = true;
+    input.setAttribute('aria-invalid', 'true');
+    input.setAttribute('aria-errormessage', `e-${name}`);
+    input.closest('.field').append(make('p', {id: `e-${name}`, class: 'field-error'}, text));
+  }
+
+  #focusFirstError() {
+    (this.#form.querySelector('[aria-invalid]') ?? this.#problem).focus();
+  }
+
+  async #tryClose() {
+    if (this.#busy) return;
+    if (this.#touched().length === 0 || await this.#confirmDiscard()) this.#dialog.close();
+  }
+}
