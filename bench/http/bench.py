@@ -1,0 +1,152 @@
+#!/usr/bin/env python3
+"""Measures requests through lighttpd against floors of the same run: bench/http/bench.py BUILD-FOLDER
+
+Every figure is the median of rounds in which ours and the floor take turns, so that a busy machine slows
+both alike. The floor of a request is a FastCGI program on the same library that answers a constant, behind a
+second lighttpd with the demonstration's own configuration. Needs ab (Debian: apache2-utils).
+"""
+
+import base64
+import http.client
+import json
+import os
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path[:0] = [os.path.join(TOP, "tests/e2e"), os.path.join(TOP, "scripts/demo")]
+
+from demo import SHARING, Demo, _free_port  # noqa: E402
+import webserver  # noqa: E402
+
+ROUNDS = 7
+
+
+class Constant:
+    """The constant answer behind its own lighttpd, with as many processes as the demonstration has workers."""
+
+    def __init__(self, demo, build, folder):
+        self.port = _free_port()
+        socket = os.path.join(folder, "constant.sock")
+        text = webserver.configuration(self.port, None)
+        text = text.replace(webserver.SOCKET, socket).replace(webserver.PASSWORDS, demo.path(webserver.PASSWORDS))
+        text = text.replace("/usr/velt/web", demo.path("/usr/velt/web"))
+        path = os.path.join(folder, "lighttpd.conf")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        self.processes = [
+            subprocess.Popen([os.path.join(build, "bin/constant-fcgi"), socket, str(os.cpu_count())]),
+            subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", path])]
+        while subprocess.run(["curl", "-fs", "-o", "/dev/null", f"http://127.0.0.1:{self.port}/sharing/x"],
+                             check=False).returncode:
+            time.sleep(0.05)
+
+    def stop(self):
+        for process in self.processes:
+            process.terminate()
+            process.wait()
+
+
+class Caller:
+    """A keep-alive connection of alice's."""
+
+    def __init__(self, demo, port):
+        pair = base64.b64encode(f"alice:{demo.accounts['alice']}".encode()).decode()
+        self.headers = {"Authorization": "Basic " + pair, "Content-Type": "application/json"}
+        self.connection = http.client.HTTPConnection("127.0.0.1", port)
+
+    def seconds(self, method, **params):
+        body = json.dumps({"api": SHARING, "version": 1, "method": method, **params})
+        start = time.perf_counter()
+        self.connection.request("POST", "/webapi/entry.cgi", body, self.headers)
+        answer = self.connection.getresponse().read()
+        took = time.perf_counter() - start
+        assert b"success" in answer, answer
+        return took
+
+    def median(self, count, method, **params):
+        return statistics.median(self.seconds(method, **params) for _ in range(count))
+
+
+def floors(build, demo, count):
+    """Median seconds of a bare qrencode, and of a create's two writes by hand."""
+    out = subprocess.run([os.path.join(build, "bin/bench-floors"), demo.database, str(count)], check=True,
+                         stdout=subprocess.PIPE, text=True).stdout
+    return [float(number) / 1e6 for number in out.split()]
+
+
+def throughput(port, path, demo=None, body=None):
+    """Requests a second over four keep-alive connections."""
+    command = ["ab", "-q", "-k", "-c", "4", "-n", "4000"]
+    if demo:
+        command += ["-A", f"alice:{demo.accounts['alice']}"]
+    if body:
+        command += ["-p", body, "-T", "application/json"]
+    out = subprocess.run([*command, f"http://127.0.0.1:{port}{path}"], check=True, stdout=subprocess.PIPE,
+                         text=True).stdout
+    assert re.search(r"Failed requests:\s+0|Length: [1-9]", out), out
+    return float(re.search(r"Requests per second:\s+([\d.]+)", out)[1])
+
+
+def report(what, ratios, bound):
+    print(f"{what:<62} {statistics.median(ratios):6.3f}  ({bound})", flush=True)
+
+
+def main(build):
+    os.environ["VELT_BUILD"] = build
+    demo = Demo()
+    with tempfile.TemporaryDirectory() as folder:
+        constant = Constant(demo, build, folder)
+        try:
+            measure(demo, build, folder, constant)
+        finally:
+            constant.stop()
+            demo.stop()
+
+
+def measure(demo, build, folder, constant):
+    ours, floor = Caller(demo, demo.port), Caller(demo, constant.port)
+    ours.seconds("set", project_name="bench")
+
+    ratios = []
+    for _ in range(ROUNDS):
+        took = ours.median(40, "set", project_name="bench")
+        qrcode, writes = floors(build, demo, 40)
+        answer = floor.median(40, "set", project_name="bench")
+        ratios.append(took / (qrcode + writes + answer))
+    report("set / (bare qrencode + its two writes + constant answer)", ratios, "at most 1.3")
+
+    for number in range(200):
+        demo.create("bob", project_name="bench", protect_title=str(number))
+    bob = {"Authorization": "Basic " + base64.b64encode(f"bob:{demo.accounts['bob']}".encode()).decode()}
+    lister = Caller(demo, demo.port)
+    lister.headers.update(bob)
+    lister.seconds("list", limit=1)
+    ratios = [lister.seconds("list") / (200 * floors(build, demo, 200)[0]) for _ in range(ROUNDS)]
+    report("list of 200 links / 200 bare qrencode", ratios, "at most 1.10")
+
+    body = os.path.join(folder, "body.json")
+    with open(body, "w", encoding="utf-8") as file:
+        json.dump({"api": SHARING, "version": 1, "method": "set"}, file)
+    entry = "/webapi/entry.cgi"
+    ratios = [throughput(demo.port, entry, demo, body) / throughput(constant.port, entry, demo, body)
+              for _ in range(ROUNDS)]
+    report("throughput, refused by its pre-check / constant answer", ratios, "at least 0.7")
+
+    link = demo.create()
+    script = f"/sharing/{link}/webapi?api={SHARING}.Session&version=1&method=get&sharing_id={link}"
+    ratios = [throughput(demo.port, script) / throughput(constant.port, script) for _ in range(ROUNDS)]
+    report("throughput, session script / constant answer", ratios, "at least 0.6")
+
+    with_login = [1 / throughput(constant.port, entry, demo) for _ in range(ROUNDS)]
+    without = [1 / throughput(constant.port, "/sharing/x") for _ in range(ROUNDS)]
+    cost = statistics.median(with_login) - statistics.median(without)
+    print(f"an owner's login costs {1e6 * cost:.0f} us a request (constant answer, four connections)")
+
+
+if __name__ == "__main__":
+    main(os.path.abspath(sys.argv[1]))
