@@ -1,0 +1,12 @@
+// Tells the visitor how long the link is open and how often it can be visited.
+const {Sharing, Strings} = window.VELT.TALD.InitData;
+const texts = Strings['velt.modules.Widgets'];
+
+const told = [];
+if (Sharing.expire_at) told.push(texts.until.replace('{time}', Sharing.expire_at));
+if (Sharing.expire_times > 0) told.push(texts.visits.replace('{count}', Math.max(0, Sharing.expire_times - Sharing.visits)));
+
+const status = document.createElement('p');
+status.id = 'link-status';
+status.textContent = told.join(' ');
+document.querySelector('main').append(status);
