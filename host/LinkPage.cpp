@@ -212,14 +212,16 @@ std::string Form(const Entry& entry) {
     case Entry::ProtectType::kNone:
       break;
     case Entry::ProtectType::kUser:
-      fields = R"(<label>Account
+      fields = R"(<p>This link is for certain accounts of this device.</p>
+<label>Account
 <input name="mosk_username" autocomplete="username" autocapitalize="none" spellcheck="false" required></label>
 <label>Password
 <input name="mosk_password" type="password" autocomplete="current-password" required></label>
 )";
       break;
     case Entry::ProtectType::kPassword:
-      fields = R"(<label>Password
+      fields = R"(<p>This link asks for a password.</p>
+<label>Password
 <input name="password" type="password" autocomplete="current-password" required></label>
 )";
       break;
@@ -256,6 +258,7 @@ PageAnswer Page(int status, const std::string& id, const Document& document) {
       "<title>" +
       title +
       "</title>\n"
+      "<link rel=\"icon\" type=\"image/svg+xml\" href=\"/owner/icon.svg\">\n"
       "<link rel=\"stylesheet\" href=\"/shared/theme.css\">\n"
       "<link rel=\"stylesheet\" href=\"/link/link.css\">\n"
       "<script src=\"/link/namespace.js\"></script>\n"
@@ -319,9 +322,8 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
                   (target ? " data-redirect" : "");
   if (!target && entry.get_redirect_type() != Entry::RedirectType::kNone) {
     document.main =
-        "<p class=\"notice error\">This link leads to an address that is not a web address. It "
-        "isn't "
-        "followed.</p>\n";
+        "<p class=\"notice error\">This link is made to lead on, but to an address that isn't safe "
+        "to follow.</p>\n";
   }
   document.main +=
       "<noscript><p class=\"notice error\">This page needs JavaScript.</p></noscript>\n" +

@@ -1,9 +1,9 @@
 // A link's page: logs the visitor in, hands the application its data, logs out.
 //
-// The body tells where the visitor stands: data-state is "ended" (the page says all there is), "open" (a
-// visit goes on) or "login", data-protect what a login asks for, and data-redirect stands while a login
-// leads on to the link's redirect. A login is a visit, and visits may be few: the page makes one by itself
-// only on a first opening, never because it was reloaded.
+// The body tells where the visitor stands: data-state is "ended" (the page says all there is), "open" (the
+// browser has a visit that goes on) or "login", data-protect is what a login asks for, and data-redirect stands
+// there while a login leads on to another address. A login is a visit, and visits may be few: the page makes
+// one by itself when a tab first opens it, never because it was reloaded.
 
 import {callApi} from '../shared/api.js';
 import {make} from '../shared/dom.js';
@@ -44,6 +44,7 @@ function fieldOf(name) {
 function askForLogin({text = '', field = null} = {}) {
   say('');
   tell(text);
+  document.body.classList.remove('visiting');
   form.hidden = false;
   const concerned = fieldOf(field);
   if (concerned) {
@@ -65,7 +66,11 @@ async function logIn() {
     data = await callApi(apiPath, `${SHARING}.Login`, 'login', {sharing_id: id, ...fields});
   } catch (error) {
     form.removeAttribute('aria-busy');
-    askForLogin(explainToVisitor(error));
+    if (error.code === 1012 && state === 'open') {
+      await enter(null);
+    } else {
+      askForLogin(explainToVisitor(error));
+    }
     return;
   }
   form.reset();
@@ -87,6 +92,7 @@ function leaveNote(note) {
 async function enter(privateData) {
   form.hidden = true;
   form.removeAttribute('aria-busy');
+  document.body.classList.add('visiting');
   publish('Login', 'velt-sharing-login', {private: privateData});
   let data;
   try {
@@ -101,7 +107,8 @@ async function enter(privateData) {
     }
     return;
   }
-  say('The link is open.');
+  const owner = data.Sharing?.owner_user;
+  say(owner ? `Shared by ${owner}.` : 'The link is open.');
   document.querySelector('header').append(
     make('button', {type: 'button', id: 'logout', on: {click: logOut}}, 'Log out'));
   const modules = modulesOf(data);
@@ -142,16 +149,21 @@ async function start() {
     event.preventDefault();
     if (!form.hasAttribute('aria-busy')) logIn();
   });
-  if (state === 'open') {
-    const kept = sessionStorage.getItem(privateKey);
-    await enter(kept === null ? null : JSON.parse(kept));
+  if (!navigator.cookieEnabled) {
+    tell('This link needs cookies. Allow them for this site and reload the page.');
+    return;
+  }
+  // Only the answer to a login holds the private data, so a tab that has none logs in.
+  const kept = sessionStorage.getItem(privateKey);
+  if (state === 'open' && kept !== null) {
+    await enter(JSON.parse(kept));
     return;
   }
   sessionStorage.removeItem(privateKey);
   const note = history.state?.note;
   if (session.sharing_error !== undefined) {
     askForLogin({text: explainToVisitor({code: session.sharing_error}).text});
-  } else if (note === 'visiting') {
+  } else if (note === 'visiting' && state !== 'open') {
     askForLogin({text: 'Your visit has ended, or the browser did not keep its cookie.'});
   } else if (note === 'left') {
     askForLogin();
