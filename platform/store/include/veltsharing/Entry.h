@@ -73,9 +73,6 @@ class Entry {
  private:
   friend class db::EntryRow;  // reads and writes the stored form
 
-  enum class Status { kActive, kDisabled, kPending, kExpired, kUsedUp };
-  Status StatusAt(std::int64_t now) const;
-
   std::int64_t id_ = 0;
   std::string hash_;
   unsigned int owner_uid_ = 0xFFFFFFFF;

@@ -6,7 +6,7 @@
 namespace VELT::sharing::db {
 class SessionDB;
 class TokenDB;
-}
+}  // namespace VELT::sharing::db
 
 namespace VELT::sharing::record {
 

@@ -26,14 +26,9 @@ class BaseDB {
   ~BaseDB();
 
  private:
-  friend class EntryDB;
-  friend class SessionDB;
-  friend class TokenDB;
-  friend class LoginDB;
-  std::unique_ptr<Connection> connection_;
+  friend class Connection;
 
- protected:
-  Connection* connection() const { return connection_.get(); }
+  std::unique_ptr<Connection> connection_;
 };
 
 // The database that StoreOptions.h names, opened at first use in each process. One thread per process

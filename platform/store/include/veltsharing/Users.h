@@ -15,6 +15,7 @@ bool UserGroupsGet(const VELTUSER* user, std::set<unsigned int>& gids);
 
 // Splits `text` at every `delimiter` into `pieces`, whose earlier content is lost; empty pieces are kept.
 // False, leaving `pieces` empty, when the delimiter is null or empty.
-bool StringExplode(std::vector<std::string>& pieces, const std::string& text, const char* delimiter);
+bool StringExplode(std::vector<std::string>& pieces, const std::string& text,
+                   const char* delimiter);
 
 }  // namespace VELT::sharing

@@ -1,0 +1,77 @@
+#include "Account.h"
+
+#include <security/pam_appl.h>
+#include <syslog.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace VELT::sharing {
+namespace {
+
+constexpr const char* kService = "velt-sharing";
+
+// pam_conv(3): answers every hidden prompt with the password and nothing else.
+int Answer(int count, const pam_message** messages, pam_response** responses, void* password) {
+  if (count <= 0 || count > PAM_MAX_NUM_MSG) return PAM_CONV_ERR;
+  auto* answers = static_cast<pam_response*>(
+      std::calloc(static_cast<std::size_t>(count), sizeof(pam_response)));
+  if (answers == nullptr) return PAM_BUF_ERR;
+  for (int index = 0; index < count; ++index) {
+    if (messages[index]->msg_style != PAM_PROMPT_ECHO_OFF) continue;
+    answers[index].resp = strdup(static_cast<const std::string*>(password)->c_str());
+  }
+  *responses = answers;
+  return PAM_SUCCESS;
+}
+
+// Wrong guesses are counted by the store; a delay would hold up the other visitors of the process.
+void NoDelay(int /*status*/, unsigned int /*microseconds*/, void* /*password*/) {}
+
+AccountCheck Outcome(pam_handle_t* handle, int status) {
+  switch (status) {
+    case PAM_SUCCESS:
+      return AccountCheck::kRight;
+    case PAM_AUTH_ERR:
+    case PAM_USER_UNKNOWN:
+    case PAM_MAXTRIES:
+    case PAM_PERM_DENIED:
+    case PAM_ACCT_EXPIRED:
+    case PAM_NEW_AUTHTOK_REQD:
+    case PAM_CRED_EXPIRED:
+      return AccountCheck::kWrong;
+    default:
+      syslog(LOG_ERR, "sharing store: PAM service %s failed: %s", kService,
+             pam_strerror(handle, status));
+      return AccountCheck::kFailed;
+  }
+}
+
+int Authenticate(pam_handle_t* handle, const std::string& address, std::string& name) {
+  int status = pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(NoDelay));
+  if (status == PAM_SUCCESS) status = pam_set_item(handle, PAM_RHOST, address.c_str());
+  if (status == PAM_SUCCESS) status = pam_authenticate(handle, PAM_SILENT);
+  if (status == PAM_SUCCESS) status = pam_acct_mgmt(handle, PAM_SILENT);
+  const void* user = nullptr;
+  if (status == PAM_SUCCESS) status = pam_get_item(handle, PAM_USER, &user);
+  if (user != nullptr) name = static_cast<const char*>(user);
+  return status;
+}
+
+}  // namespace
+
+AccountCheck CheckAccount(std::string& name, const std::string& password,
+                          const std::string& address) {
+  if (name.empty()) return AccountCheck::kWrong;
+  std::string secret = password;
+  const pam_conv conversation{Answer, &secret};
+  pam_handle_t* handle = nullptr;
+  int status = pam_start(kService, name.c_str(), &conversation, &handle);
+  if (status != PAM_SUCCESS) return Outcome(handle, status);
+  status = Authenticate(handle, address, name);
+  const AccountCheck outcome = Outcome(handle, status);
+  pam_end(handle, status);
+  return outcome;
+}
+
+}  // namespace VELT::sharing

@@ -1,0 +1,81 @@
+#include "Connection.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <string>
+
+#include "Dialect.h"
+#include "Schema.h"
+#include "StoreContext.h"
+
+namespace VELT::sharing::db {
+
+Transaction::Transaction(soci::session& session) : session_(session) {
+  session_ << DialectOf(session_).begin;
+}
+
+Transaction::~Transaction() {
+  if (!open_) return;
+  try {
+    session_ << "rollback";
+  } catch (const std::exception&) {  // an error may have ended the transaction already
+    return;
+  }
+}
+
+void Transaction::Commit() {
+  session_ << "commit";
+  open_ = false;
+}
+
+bool Connection::Run(const char* task, const Work& work) noexcept {
+  try {
+    if (session_ != nullptr && CurrentFile() != file_) Close();
+    if (session_ == nullptr) Open();
+    return work(*session_);
+  } catch (const soci::soci_error& error) {
+    LogError(task, error);
+  } catch (const std::exception&) {
+    syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
+  }
+  // A connection that failed once may be broken for good; a new one costs little.
+  Close();
+  return false;
+}
+
+void Connection::Close() noexcept { session_.reset(); }
+
+Connection::FileIdentity Connection::CurrentFile() {
+  const std::string path = SqlitePath(ConnectionText());
+  struct stat status {};
+  if (path.empty() || stat(path.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino};
+}
+
+void Connection::Open() {
+  const FileIdentity before = CurrentFile();
+  auto session = OpenSession(ConnectionText());
+  // The version is read first: nothing is written into a file that is not ours.
+  const int version = SchemaVersion(*session);
+  if (version > kSchemaVersion) {
+    throw soci::soci_error("The database was made by a newer version: " + std::to_string(version));
+  }
+  if (!SqlitePath(ConnectionText()).empty()) *session << "pragma journal_mode = wal";
+  if (version < kSchemaVersion) {
+    Transaction transaction(*session);
+    Migrate(*session);
+    transaction.Commit();
+  }
+  file_ = before;
+  session_ = std::move(session);
+}
+
+void LogError(const char* task, const soci::soci_error& error) noexcept {
+  // what() carries bound values; so may a PostgreSQL message after its first line.
+  const std::string message = error.get_error_message();
+  syslog(LOG_ERR, "sharing store: failed to %s: %s", task,
+         message.substr(0, message.find('\n')).c_str());
+}
+
+}  // namespace VELT::sharing::db

@@ -1,0 +1,60 @@
+// The open database behind SharingDB, and the one seam where SOCI's errors become `false`.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+
+#include "Soci.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT::sharing::db {
+
+// Rolls back unless committed. Its statements see no other process's writes after it has begun.
+class Transaction {
+ public:
+  explicit Transaction(soci::session& session);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  void Commit();
+
+ private:
+  soci::session& session_;
+  bool open_ = true;
+};
+
+// Opened when first needed, and again after an error or when the SQLite file was replaced.
+class Connection {
+ public:
+  using Work = std::function<bool(soci::session&)>;
+
+  static Connection& Of(const BaseDB& db) { return *db.connection_; }
+
+  // What `work` returns; false when the database can't be opened or `work` throws, which is logged as
+  // having happened during `task`.
+  bool Run(const char* task, const Work& work) noexcept;
+
+  void Close() noexcept;
+
+ private:
+  // The device and inode of the SQLite file that is open: one that was removed or replaced must not
+  // be written to, or what was told to be stored would be lost.
+  struct FileIdentity {
+    dev_t device;
+    ino_t inode;
+    bool operator==(const FileIdentity&) const = default;
+  };
+  static FileIdentity CurrentFile();
+
+  void Open();
+
+  std::unique_ptr<soci::session> session_;
+  FileIdentity file_{};
+};
+
+// Logs an error without anything that SOCI, or a server, adds about the values in hand.
+void LogError(const char* task, const soci::soci_error& error) noexcept;
+
+}  // namespace VELT::sharing::db

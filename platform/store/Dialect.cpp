@@ -1,0 +1,68 @@
+#include "Dialect.h"
+
+#include <soci/sqlite3/soci-sqlite3.h>
+
+#include <array>
+#include <cstdio>
+#include <string_view>
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr std::string_view kSqlite = "sqlite3 ";
+constexpr std::string_view kPostgresql = "postgresql ";
+
+constexpr Dialect kSqliteDialect{
+    "begin immediate", "", "integer primary key autoincrement", "text",
+    ", project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, visits, "
+    "protect_type, protect_title, redirect_type, redirect_uri, created_at, hash"};
+
+constexpr Dialect kPostgresqlDialect{"begin", " for update",
+                                     "bigint generated always as identity primary key",
+                                     "text collate \"C\"", ""};
+
+// SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says no.
+// Escaping everything unusual keeps the path out of SOCI's own syntax as well.
+std::string SqliteUri(const std::string& path) {
+  std::string uri = "file:";
+  for (const char character : path) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte == '/' || byte == '.' || byte == '-' || byte == '_' || (byte >= '0' && byte <= '9') ||
+        (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z')) {
+      uri += character;
+    } else {
+      std::array<char, 4> escaped{};
+      std::snprintf(escaped.data(), escaped.size(), "%%%02X", byte);
+      uri += escaped.data();
+    }
+  }
+  return uri + "?mode=rw";
+}
+
+}  // namespace
+
+const Dialect& DialectOf(soci::session& session) {
+  return session.get_backend_name() == "sqlite3" ? kSqliteDialect : kPostgresqlDialect;
+}
+
+std::unique_ptr<soci::session> OpenSession(const std::string& connection) {
+  const std::string path = SqlitePath(connection);
+  if (!path.empty()) {
+    // Five seconds of waiting for another process's lock.
+    auto session = std::make_unique<soci::session>(*soci::factory_sqlite3(),
+                                                   "db=" + SqliteUri(path) + " timeout=5");
+    *session << "pragma foreign_keys = on";
+    *session << "pragma synchronous = full";
+    return session;
+  }
+  if (connection.starts_with(kPostgresql)) {
+    return std::make_unique<soci::session>("postgresql", connection.substr(kPostgresql.size()));
+  }
+  throw soci::soci_error("The connection names neither an SQLite file nor PostgreSQL.");
+}
+
+std::string SqlitePath(const std::string& connection) {
+  return connection.starts_with(kSqlite) ? connection.substr(kSqlite.size()) : std::string();
+}
+
+}  // namespace VELT::sharing::db

@@ -1,0 +1,96 @@
+#include "veltsharing/Entry.h"
+
+#include "LinkStatus.h"
+#include "LocalTime.h"
+#include "Secrets.h"
+#include "StoreContext.h"
+#include "TypeTexts.h"
+#include "veltsys/Accounts.h"
+#include "veltsys/Text.h"
+
+namespace VELT::sharing::record {
+namespace {
+
+Json::Value ToArray(const std::vector<std::string>& texts) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string& text : texts) array.append(text);
+  return array;
+}
+
+}  // namespace
+
+std::string Entry::get_owner_user() const {
+  VELTUSER* user = nullptr;
+  std::string name;
+  if (VELTUserGetByUID(owner_uid_, &user) == 0) name = user->name;
+  VELTUserFree(user);
+  return name;
+}
+
+std::vector<unsigned int> Entry::get_protect_uids() const {
+  std::vector<unsigned int> uids;
+  for (const std::string& name : protect_users_) {
+    if (const auto user = accounts::FindUser(name)) uids.push_back(user->uid);
+  }
+  return uids;
+}
+
+std::vector<unsigned int> Entry::get_protect_gids() const {
+  std::vector<unsigned int> gids;
+  for (const std::string& name : protect_groups_) {
+    if (const auto gid = accounts::FindGroup(name)) gids.push_back(*gid);
+  }
+  return gids;
+}
+
+bool Entry::IsPasswordValid(const std::string& password) const {
+  if (password_hash_.empty() || password.empty()) return password_hash_.empty() && password.empty();
+  return MatchesPassword(password_hash_, password);
+}
+
+void Entry::set_start_at_str(const std::string& text, const char* format) {
+  const auto time = text.empty() ? 0 : ParseLocalTime(text, format);
+  start_at_ = time.value_or(0);
+  writable_ = writable_ && time.has_value();
+}
+
+void Entry::set_expire_at_str(const std::string& text, const char* format) {
+  const auto time = text.empty() ? 0 : ParseLocalTime(text, format);
+  expire_at_ = time.value_or(0);
+  writable_ = writable_ && time.has_value();
+}
+
+void Entry::set_protect_password(const std::string& password, bool plain,
+                                 PasswordEncryptAlgo algo) {
+  const bool known = plain && algo == PasswordEncryptAlgo::kArgon2id && IsCleanText(password);
+  password_hash_ = known && !password.empty() ? HashPassword(password) : std::string();
+  writable_ = writable_ && known && password_hash_.empty() == password.empty();
+}
+
+void Entry::ToJSON(Json::Value& out) const {
+  const LinkLimits limits{enabled_, start_at_, expire_at_, expire_times_, visits_};
+  out = Json::Value(Json::objectValue);
+  out["sharing_id"] = hash_;
+  out["project_name"] = project_name_;
+  out["owner_uid"] = owner_uid_;
+  out["owner_user"] = get_owner_user();
+  out["enabled"] = enabled_;
+  out["auto_gc"] = auto_gc_;
+  out["enable_match_ip"] = enable_match_ip_;
+  out["start_at"] = FormatLocalTime(start_at_);
+  out["expire_at"] = FormatLocalTime(expire_at_);
+  out["expire_times"] = expire_times_;
+  out["visits"] = visits_;
+  out["protect_type"] = kProtectTypeTexts.at(static_cast<std::size_t>(protect_type_));
+  out["protect_title"] = protect_title_;
+  out["has_password"] = !password_hash_.empty();
+  out["protect_users"] = ToArray(protect_users_);
+  out["protect_groups"] = ToArray(protect_groups_);
+  out["redirect_type"] = kRedirectTypeTexts.at(static_cast<std::size_t>(redirect_type_));
+  out["redirect_uri"] = redirect_uri_;
+  out["app"] = app_;
+  out["created_at"] = FormatLocalTime(created_at_);
+  out["status"] = StatusText(StatusAt(limits, Now()));
+}
+
+}  // namespace VELT::sharing::record

@@ -1,0 +1,101 @@
+#include "Connection.h"
+#include "EntryQuery.h"
+#include "EntryRow.h"
+#include "Secrets.h"
+#include "StoreContext.h"
+#include "Visitors.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr std::uint32_t kEveryOwner = 0xFFFFFFFF;
+
+}  // namespace
+
+EntryDB::EntryDB(BaseDB& db) : db_(db), condition_(std::make_unique<Condition>()) {}
+EntryDB::~EntryDB() = default;
+
+bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
+  entry = record::Entry();
+  return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](soci::session& sql) {
+    const auto row = EntryRow::Find(sql, "hash", hash);
+    if (row) entry = row->ToEntry();
+    return row.has_value();
+  });
+}
+
+bool EntryDB::CreateWithHash(record::Entry& entry) {
+  return Connection::Of(db_).Run("create a link", [&](soci::session& sql) {
+    auto row = EntryRow::From(entry);
+    if (!row) return false;
+    record::Entry created = entry;
+    Transaction transaction(sql);
+    row->Insert(sql, NewLinkId(), Now(), created);
+    transaction.Commit();
+    entry = std::move(created);
+    return true;
+  });
+}
+
+bool EntryDB::Update(const record::Entry& entry) {
+  return Connection::Of(db_).Run("update a link", [&](soci::session& sql) {
+    auto row = EntryRow::From(entry);
+    return row && row->Update(sql);
+  });
+}
+
+bool EntryDB::Delete(const record::Entry& entry) {
+  return Connection::Of(db_).Run("delete a link", [&](soci::session& sql) {
+    const long long id = entry.get_id();
+    soci::statement statement = (sql.prepare << "delete from link where id = :id", soci::use(id));
+    statement.execute(true);
+    return statement.get_affected_rows() == 1;
+  });
+}
+
+Condition* EntryDB::GetCondition() const { return condition_.get(); }
+
+bool EntryDB::Count(int& n) const {
+  const EntryQuery query(*condition_);
+  return query.IsGood() && Connection::Of(db_).Run("count links", [&](soci::session& sql) {
+    query.Count(sql, n);
+    return true;
+  });
+}
+
+bool EntryDB::Query(std::vector<record::Entry>& entries) const {
+  entries.clear();
+  const EntryQuery query(*condition_);
+  std::vector<record::Entry> found;
+  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](soci::session& sql) {
+        query.Run(sql, found);
+        return true;
+      })) {
+    return false;
+  }
+  entries = std::move(found);
+  return true;
+}
+
+bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
+  return Connection::Of(db_).Run("purge links", [&](soci::session& sql) {
+    const long long now = Now();
+    const long long uid = owner;
+    const int every_owner = owner == kEveryOwner ? 1 : 0;
+    const int every_project = project.empty() ? 1 : 0;
+    Transaction transaction(sql);
+    sql << "delete from link where auto_gc = 1 "
+           "and ((expire_at <> 0 and expire_at < :now) "
+           "or (expire_times <> 0 and visits >= expire_times)) "
+           "and (owner_uid = :owner or 1 = :every_owner) "
+           "and (project_name = :project or 1 = :every_project)",
+        soci::use(now), soci::use(uid), soci::use(every_owner), soci::use(project),
+        soci::use(every_project);
+    PurgeVisitors(sql, now);
+    transaction.Commit();
+    return true;
+  });
+}
+
+}  // namespace VELT::sharing::db

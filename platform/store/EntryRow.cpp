@@ -1,0 +1,189 @@
+#include "EntryRow.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "veltsys/JsonText.h"
+#include "veltsys/Text.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+using record::Entry;
+
+constexpr unsigned int kEveryOwner = 0xFFFFFFFF;
+
+std::string WriteJson(const Json::Value& value) {
+  static const Json::StreamWriterBuilder builder = [] {
+    Json::StreamWriterBuilder compact;
+    compact["indentation"] = "";
+    compact["emitUTF8"] = true;
+    return compact;
+  }();
+  return Json::writeString(builder, value);
+}
+
+Json::Value ReadJson(const std::string& text) {
+  Json::Value value;
+  if (!ParseJsonText(text, value)) throw std::runtime_error("damaged link");
+  return value;
+}
+
+std::string WriteList(const std::vector<std::string>& list) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string& text : list) array.append(text);
+  return WriteJson(array);
+}
+
+std::vector<std::string> ReadList(const std::string& text) {
+  const Json::Value array = ReadJson(text);
+  std::vector<std::string> list;
+  for (const Json::Value& element : array) list.push_back(element.asString());
+  return list;
+}
+
+template <typename Enum>
+Enum ReadEnum(long long value) {
+  if (value < 0 || value > 2) throw std::runtime_error("damaged link");
+  return static_cast<Enum>(value);
+}
+
+// What is stored must be readable again.
+bool IsStorableJson(const Json::Value& value) {
+  Json::Value again;
+  return IsCleanJson(value) && ParseJsonText(WriteJson(value), again);
+}
+
+bool AreClean(const std::vector<std::string>& texts) {
+  return std::all_of(texts.begin(), texts.end(), IsCleanText);
+}
+
+}  // namespace
+
+std::optional<EntryRow> EntryRow::From(const Entry& entry) {
+  if (!entry.writable_ || entry.owner_uid_ == kEveryOwner || !IsCleanText(entry.project_name_) ||
+      !IsCleanText(entry.protect_title_) || !IsCleanText(entry.redirect_uri_) ||
+      !AreClean(entry.protect_users_) || !AreClean(entry.protect_groups_) ||
+      !IsStorableJson(entry.app_) || !IsStorableJson(entry.private_data_)) {
+    return std::nullopt;
+  }
+  EntryRow row;
+  row.id = entry.id_;
+  row.owner_uid = entry.owner_uid_;
+  row.project_name = entry.project_name_;
+  row.enabled = entry.enabled_ ? 1 : 0;
+  row.auto_gc = entry.auto_gc_ ? 1 : 0;
+  row.enable_match_ip = entry.enable_match_ip_ ? 1 : 0;
+  row.start_at = entry.start_at_;
+  row.expire_at = entry.expire_at_;
+  row.expire_times = entry.expire_times_;
+  row.protect_type = static_cast<long long>(entry.protect_type_);
+  row.protect_title = entry.protect_title_;
+  row.password_hash = entry.password_hash_;
+  row.protect_users = WriteList(entry.protect_users_);
+  row.protect_groups = WriteList(entry.protect_groups_);
+  row.redirect_type = static_cast<long long>(entry.redirect_type_);
+  row.redirect_uri = entry.redirect_uri_;
+  row.app = WriteJson(entry.app_);
+  row.private_data = WriteJson(entry.private_data_);
+  return row;
+}
+
+Entry EntryRow::ToEntry() const {
+  Entry entry;
+  entry.id_ = id;
+  entry.hash_ = hash;
+  entry.visits_ = static_cast<int>(visits);
+  entry.created_at_ = created_at;
+  entry.owner_uid_ = static_cast<unsigned int>(owner_uid);
+  entry.project_name_ = project_name;
+  entry.enabled_ = enabled != 0;
+  entry.auto_gc_ = auto_gc != 0;
+  entry.enable_match_ip_ = enable_match_ip != 0;
+  entry.start_at_ = start_at;
+  entry.expire_at_ = expire_at;
+  entry.expire_times_ = static_cast<int>(expire_times);
+  entry.protect_type_ = ReadEnum<Entry::ProtectType>(protect_type);
+  entry.protect_title_ = protect_title;
+  entry.password_hash_ = password_hash;
+  entry.protect_users_ = ReadList(protect_users);
+  entry.protect_groups_ = ReadList(protect_groups);
+  entry.redirect_type_ = ReadEnum<Entry::RedirectType>(redirect_type);
+  entry.redirect_uri_ = redirect_uri;
+  entry.app_ = ReadJson(app);
+  entry.private_data_ = ReadJson(private_data);
+  return entry;
+}
+
+LinkLimits EntryRow::Limits() const {
+  return {enabled != 0, start_at, expire_at, expire_times, visits};
+}
+
+void EntryRow::Insert(soci::session& sql, const std::string& new_hash, std::int64_t now,
+                      Entry& entry) {
+  hash = new_hash;
+  visits = 0;
+  created_at = now;
+  revision = 0;
+  std::string names;
+  std::string values;
+  soci::statement statement(sql);
+  const auto add = [&](const std::string& name, auto& value) {
+    if (name == "id") return;
+    names += (names.empty() ? "" : ", ") + name;
+    values += (values.empty() ? ":" : ", :") + name;
+    statement.exchange(soci::use(value, name));
+  };
+  VisitOwn(add);
+  VisitSettable(add);
+  statement.exchange(soci::into(id));
+  statement.alloc();
+  statement.prepare("insert into link (" + names + ") values (" + values + ") returning id");
+  statement.define_and_bind();
+  if (!statement.execute(true)) throw soci::soci_error("The new link got no id.");
+  entry.id_ = id;
+  entry.hash_ = hash;
+  entry.visits_ = 0;
+  entry.created_at_ = now;
+}
+
+bool EntryRow::Update(soci::session& sql) {
+  std::string changes;
+  soci::statement statement(sql);
+  VisitSettable([&](const std::string& name, auto& value) {
+    changes += name + " = :" + name + ", ";
+    statement.exchange(soci::use(value, name));
+  });
+  statement.exchange(soci::use(id, "id"));
+  statement.alloc();
+  statement.prepare("update link set " + changes + "revision = revision + 1 where id = :id");
+  statement.define_and_bind();
+  statement.execute(true);
+  return statement.get_affected_rows() == 1;
+}
+
+const std::string& EntryRow::Select() {
+  static const std::string select = [] {
+    std::string names;
+    const auto add = [&names](const std::string& name, const auto&) {
+      names += (names.empty() ? "" : ", ") + name;
+    };
+    EntryRow row;
+    row.VisitOwn(add);
+    row.VisitSettable(add);
+    return "select " + names + " from link";
+  }();
+  return select;
+}
+
+void EntryRow::ReadFrom(soci::statement& statement) {
+  const auto into = [&statement](const char*, auto& value) {
+    statement.exchange(soci::into(value));
+  };
+  VisitOwn(into);
+  VisitSettable(into);
+}
+
+}  // namespace VELT::sharing::db

@@ -1,0 +1,107 @@
+// One row of the table of links, as it is stored.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "LinkStatus.h"
+#include "Soci.h"
+#include "veltsharing/Entry.h"
+
+namespace VELT::sharing::db {
+
+class EntryRow {
+ public:
+  // Empty when the entry holds something that must not be stored.
+  static std::optional<EntryRow> From(const record::Entry& entry);
+
+  // Finds the row whose `column` equals `value`; `lock` is empty or the dialect's row lock.
+  template <typename Value>
+  static std::optional<EntryRow> Find(soci::session& sql, const char* column, const Value& value,
+                                      const char* lock = "");
+
+  // Throws std::runtime_error when the stored form is damaged.
+  record::Entry ToEntry() const;
+
+  LinkLimits Limits() const;
+
+  // Stores the row under a new id and gives the entry its new identity.
+  void Insert(soci::session& sql, const std::string& hash, std::int64_t now, record::Entry& entry);
+  // False when the link is gone.
+  bool Update(soci::session& sql);
+
+  long long id = 0;
+  std::string hash;
+  long long visits = 0;
+  long long created_at = 0;
+  long long revision = 0;
+
+  long long owner_uid = 0;
+  std::string project_name;
+  long long enabled = 0;
+  long long auto_gc = 0;
+  long long enable_match_ip = 0;
+  long long start_at = 0;
+  long long expire_at = 0;
+  long long expire_times = 0;
+  long long protect_type = 0;
+  std::string protect_title;
+  std::string password_hash;
+  std::string protect_users;
+  std::string protect_groups;
+  long long redirect_type = 0;
+  std::string redirect_uri;
+  std::string app;
+  std::string private_data;
+
+  // Every column with its name, in one order: those that the store alone writes, and the others.
+  template <typename Visitor>
+  void VisitOwn(Visitor&& visit) {
+    visit("id", id);
+    visit("hash", hash);
+    visit("visits", visits);
+    visit("created_at", created_at);
+    visit("revision", revision);
+  }
+  template <typename Visitor>
+  void VisitSettable(Visitor&& visit) {
+    visit("owner_uid", owner_uid);
+    visit("project_name", project_name);
+    visit("enabled", enabled);
+    visit("auto_gc", auto_gc);
+    visit("enable_match_ip", enable_match_ip);
+    visit("start_at", start_at);
+    visit("expire_at", expire_at);
+    visit("expire_times", expire_times);
+    visit("protect_type", protect_type);
+    visit("protect_title", protect_title);
+    visit("password_hash", password_hash);
+    visit("protect_users", protect_users);
+    visit("protect_groups", protect_groups);
+    visit("redirect_type", redirect_type);
+    visit("redirect_uri", redirect_uri);
+    visit("app", app);
+    visit("private_data", private_data);
+  }
+
+  // "select <every column> from link", for ReadFrom.
+  static const std::string& Select();
+  // Binds every column of a Select to this row.
+  void ReadFrom(soci::statement& statement);
+};
+
+template <typename Value>
+std::optional<EntryRow> EntryRow::Find(soci::session& sql, const char* column, const Value& value,
+                                       const char* lock) {
+  EntryRow row;
+  soci::statement statement(sql);
+  row.ReadFrom(statement);
+  statement.exchange(soci::use(value));
+  statement.alloc();
+  statement.prepare(Select() + " where " + column + " = :value" + lock);
+  statement.define_and_bind();
+  if (!statement.execute(true)) return std::nullopt;
+  return row;
+}
+
+}  // namespace VELT::sharing::db

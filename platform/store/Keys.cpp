@@ -1,0 +1,40 @@
+#include "veltsharing/Keys.h"
+
+namespace VELT::sharing {
+
+const char* const SZK_SHARING_ID = "sharing_id";
+const char* const SZK_SHARING_SID = "sharing_sid";
+const char* const SZK_PROJECT_NAME = "project_name";
+const char* const SZK_OWNER_UID = "owner_uid";
+const char* const SZK_ENABLED_ = "enabled";
+const char* const SZK_AUTO_GC = "auto_gc";
+const char* const SZK_ENABLE_MATCH_IP = "enable_match_ip";
+const char* const SZK_START_AT = "start_at";
+const char* const SZK_EXPIRE_AT = "expire_at";
+const char* const SZK_EXPIRE_TIMES = "expire_times";
+const char* const SZK_PROTECT_TYPE = "protect_type";
+const char* const SZK_PROTECT_TITLE = "protect_title";
+const char* const SZK_PROTECT_PASSWORD = "protect_password";
+const char* const SZK_PROTECT_USERS = "protect_users";
+const char* const SZK_PROTECT_GROUPS = "protect_groups";
+const char* const SZK_REDIRECT_TYPE = "redirect_type";
+const char* const SZK_REDIRECT_URI = "redirect_uri";
+const char* const SZK_APP = "app";
+const char* const SZK_PRIVATE_DATA = "private_data";
+const char* const SZK_PASSWORD_ = "password";
+const char* const SZK_MOSK_USERNAME = "mosk_username";
+const char* const SZK_MOSK_PASSWORD = "mosk_password";
+const char* const SZK_ACTION = "action";
+const char* const SZK_EXTERNAL_IP_ = "external_ip";
+const char* const SZK_ASSISTANT = "assistant";
+const char* const SZK_JSCONFIG = "jsconfig";
+
+const char* const SZK_PROTECT_PROTECT_NONE = "none";
+const char* const SZK_PROTECT_PROTECT_PASSWORD = "password";
+const char* const SZK_PROTECT_PROTECT_USER = "user";
+
+const char* const SZK_REDIRECT_REDIRECT_NONE = "none";
+const char* const SZK_REDIRECT_REDIRECT_URLPARAM = "url_param";
+const char* const SZK_REDIRECT_REDIRECT_ALWAYS = "always";
+
+}  // namespace VELT::sharing

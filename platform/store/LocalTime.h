@@ -1,0 +1,20 @@
+// Times as people write them: the appliance's local time.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace VELT::sharing {
+
+inline constexpr const char* kTimeFormat = "%Y-%m-%d %H:%M:%S";
+
+// Seconds since 1970 UTC, always above 0. Empty when `text` does not match strptime(3)'s `format` to
+// its end or names a time that never was (30 February, an hour that summer time skips) or was
+// before 1970 was a second old.
+std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* format);
+
+// `time` in kTimeFormat; empty for 0, which stands for no limit.
+std::string FormatLocalTime(std::int64_t time);
+
+}  // namespace VELT::sharing

@@ -1,0 +1,265 @@
+// How a visitor gets in. All checks that need no secret are made first, within the transaction that
+// would let the visitor in. Where a secret is needed, the transaction ends, the secret is checked
+// (which takes long and must hold up nobody), and a second transaction makes the same checks again and
+// writes down what came of it. The link's revision tells whether the secret was checked against the
+// link as it is then.
+#include "veltsharing/Login.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "Account.h"
+#include "Connection.h"
+#include "Dialect.h"
+#include "EntryRow.h"
+#include "LogText.h"
+#include "Secrets.h"
+#include "StoreContext.h"
+#include "Visitors.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsys/Accounts.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr long long kAllowedFailures = 10;
+constexpr int kRounds = 3;  // how often a link may change under a login before that gives up
+
+enum class Result {
+  kLoggedIn = 1,
+  kInternal = -1,
+  kWrongAccount = -2,
+  kNotServed = -3,
+  kDenied = -8,
+  kWrongPassword = -9,
+  kNotListed = -10,
+  kUsedUp = -11,
+};
+
+class VisitorLogin {
+ public:
+  explicit VisitorLogin(const _tag_sharing_login_params& params)
+      : hash_(params.sharing_id),
+        password_(params.password),
+        account_(params.mosk_username),
+        account_password_(params.mosk_password),
+        old_sid_(params.sid == nullptr ? "" : params.sid) {}
+
+  Result Run();
+  const std::string& new_sid() const { return new_sid_; }
+
+ private:
+  // One transaction; empty when the secret must be checked before the next one.
+  std::optional<Result> Round(soci::session& sql);
+  Result CheckGate(soci::session& sql);
+  long long CountFailures(soci::session& sql) const;
+  Result CheckSecret() const;
+  Result CheckListedAccount(const record::Entry& entry) const;
+  Result Admit(soci::session& sql);
+  void RecordFailure(soci::session& sql) const;
+  void RenewSession(soci::session& sql);
+
+  const std::string hash_;
+  const std::string password_;
+  const std::string account_;
+  const std::string account_password_;
+  const std::string old_sid_;
+  std::string new_sid_;
+
+  // What the present round has read.
+  long long now_ = 0;
+  EntryRow link_;
+  std::optional<SessionRow> session_;  // the visitor's, if alive
+  bool holds_token_ = false;           // a legal one for the link
+
+  // What CheckSecret said of which revision of the link.
+  std::optional<Result> verdict_;
+  long long verdict_revision_ = 0;
+};
+
+Result VisitorLogin::Run() {
+  for (int round = 0; round < kRounds; ++round) {
+    std::optional<Result> result;
+    const bool ran = Connection::Of(*SharingDB::Instance())
+                         .Run("log a visitor in", [this, &result](soci::session& sql) {
+                           result = Round(sql);
+                           return true;
+                         });
+    if (!ran) return Result::kInternal;
+    if (result) return *result;
+    verdict_ = CheckSecret();
+    verdict_revision_ = link_.revision;
+  }
+  return Result::kInternal;
+}
+
+std::optional<Result> VisitorLogin::Round(soci::session& sql) {
+  Transaction transaction(sql);
+  Result result = CheckGate(sql);
+  if (result != Result::kLoggedIn) return result;
+  if (link_.protect_type != 0) {
+    if (!verdict_ || verdict_revision_ != link_.revision) return std::nullopt;
+    result = *verdict_;
+  }
+  switch (result) {
+    case Result::kLoggedIn:
+      result = Admit(sql);
+      break;
+    case Result::kWrongPassword:
+    case Result::kWrongAccount:
+      RecordFailure(sql);
+      break;
+    default:
+      return result;
+  }
+  if (result != Result::kUsedUp) transaction.Commit();
+  return result;
+}
+
+// Everything that can be told without a secret.
+Result VisitorLogin::CheckGate(soci::session& sql) {
+  now_ = Now();
+  const auto link = EntryRow::Find(sql, "hash", hash_, DialectOf(sql).row_lock);
+  if (!link) return Result::kNotServed;
+  link_ = *link;
+  const LinkStatus status = StatusAt(link_.Limits(), now_);
+  if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return Result::kNotServed;
+
+  const bool match_ip = link_.enable_match_ip != 0;
+  session_ = old_sid_.empty() ? std::nullopt : FindSession(sql, old_sid_);
+  if (session_ && !session_->IsAlive(now_)) session_.reset();
+  if (session_ && match_ip && session_->address != VisitorAddress()) return Result::kDenied;
+
+  const auto token = session_ ? FindToken(sql, session_->id, link_.id) : std::nullopt;
+  holds_token_ = token && (!match_ip || *token == VisitorAddress());
+  if (link_.protect_type != 0 && CountFailures(sql) >= kAllowedFailures) return Result::kDenied;
+  if (status == LinkStatus::kUsedUp && !holds_token_) return Result::kUsedUp;
+  return Result::kLoggedIn;
+}
+
+long long VisitorLogin::CountFailures(soci::session& sql) const {
+  long long count = 0;
+  const long long since = now_ - kFailureWindow;
+  sql << "select count(*) from login_failure "
+         "where link_id = :link and address = :address and failed_at > :since",
+      soci::into(count), soci::use(link_.id), soci::use(VisitorAddress()), soci::use(since);
+  return count;
+}
+
+Result VisitorLogin::CheckSecret() const {
+  const record::Entry entry = link_.ToEntry();
+  switch (entry.get_protect_type()) {
+    case record::Entry::ProtectType::kNone:
+      return Result::kLoggedIn;
+    case record::Entry::ProtectType::kPassword:
+      return entry.IsPasswordValid(password_) ? Result::kLoggedIn : Result::kWrongPassword;
+    case record::Entry::ProtectType::kUser:
+      return CheckListedAccount(entry);
+  }
+  return Result::kInternal;
+}
+
+Result VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
+  std::string name = account_;
+  switch (CheckAccount(name, account_password_, VisitorAddress())) {
+    case AccountCheck::kRight:
+      break;
+    case AccountCheck::kWrong:
+      return Result::kWrongAccount;
+    case AccountCheck::kFailed:
+      return Result::kInternal;
+  }
+  const auto user = accounts::FindUser(name);
+  if (!user) return Result::kNotListed;
+  const auto uids = entry.get_protect_uids();
+  const auto gids = entry.get_protect_gids();
+  const auto groups = accounts::GroupsOf(*user);
+  const bool listed =
+      std::find(uids.begin(), uids.end(), user->uid) != uids.end() ||
+      std::any_of(gids.begin(), gids.end(), [&groups](gid_t gid) { return groups.contains(gid); });
+  return listed ? Result::kLoggedIn : Result::kNotListed;
+}
+
+Result VisitorLogin::Admit(soci::session& sql) {
+  if (!holds_token_) {
+    soci::statement statement =
+        (sql.prepare << "update link set visits = visits + 1 "
+                        "where id = :id and (expire_times = 0 or visits < expire_times)",
+         soci::use(link_.id));
+    statement.execute(true);
+    if (statement.get_affected_rows() != 1) return Result::kUsedUp;
+  }
+  if (link_.protect_type != 0) {
+    sql << "delete from login_failure where link_id = :link and address = :address",
+        soci::use(link_.id), soci::use(VisitorAddress());
+  }
+  RenewSession(sql);
+  sql << "insert into visitor_token (session_id, link_id, address) values (:session, :link, "
+         ":address) "
+         "on conflict (session_id, link_id) do update set address = excluded.address",
+      soci::use(session_->id), soci::use(link_.id), soci::use(VisitorAddress());
+  return Result::kLoggedIn;
+}
+
+void VisitorLogin::RecordFailure(soci::session& sql) const {
+  const long long over = now_ - kFailureWindow;
+  sql << "delete from login_failure where failed_at <= :time", soci::use(over);
+  sql << "insert into login_failure (link_id, address, failed_at) values (:link, :address, :now)",
+      soci::use(link_.id), soci::use(VisitorAddress()), soci::use(now_);
+}
+
+// A session that lives on under a new id takes its other tokens along; nobody else knows that id.
+void VisitorLogin::RenewSession(soci::session& sql) {
+  new_sid_ = NewSessionId();
+  const std::string hash = HashSessionId(new_sid_);
+  if (session_) {
+    sql << "update visitor_session set sid_hash = :hash, address = :address, last_used = :now "
+           "where id = :id",
+        soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::use(session_->id);
+    return;
+  }
+  session_.emplace();
+  sql << "insert into visitor_session (sid_hash, address, last_used) "
+         "values (:hash, :address, :now) returning id",
+      soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::into(session_->id);
+}
+
+}  // namespace
+}  // namespace VELT::sharing::db
+
+int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag) {
+  using VELT::sharing::Printable;
+  using VELT::sharing::db::Result;
+  Result result = Result::kInternal;
+  std::string link;
+  try {
+    if (params != nullptr && !flag) {
+      link = Printable(params->sharing_id, 6);
+      VELT::sharing::db::VisitorLogin login(*params);
+      result = login.Run();
+      if (result == Result::kLoggedIn) sid = login.new_sid();
+    }
+  } catch (const std::exception&) {  // a damaged link, or no memory
+    syslog(LOG_ERR, "sharing store: unexpected failure to log a visitor in");
+  }
+  syslog(LOG_INFO, "sharing login: result %d, address %s, link %s", static_cast<int>(result),
+         VELT::sharing::VisitorAddress().c_str(), link.c_str());
+  return static_cast<int>(result);
+}
+
+int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
+  using VELT::sharing::db::Connection;
+  using VELT::sharing::db::SharingDB;
+  return Connection::Of(*SharingDB::Instance()).Run("log a visitor out", [&](soci::session& sql) {
+    const std::string hash = VELT::sharing::HashSessionId(sid);
+    soci::statement statement =
+        (sql.prepare << "delete from visitor_session where sid_hash = :hash and id in "
+                        "(select t.session_id from visitor_token t join link l on l.id = t.link_id "
+                        "where l.hash = :link)",
+         soci::use(hash), soci::use(sharing_id));
+    statement.execute(true);
+    return statement.get_affected_rows() == 1;
+  });
+}

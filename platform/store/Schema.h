@@ -1,0 +1,19 @@
+// The tables, their version, and how older ones are brought up.
+#pragma once
+
+#include "Soci.h"
+
+namespace VELT::sharing::db {
+
+inline constexpr int kSchemaVersion = 1;
+
+// The version of the tables that the database holds. Throws soci::soci_error when it holds none.
+int SchemaVersion(soci::session& session);
+
+// Makes the version table in a database that has no tables of ours yet.
+void CreateVersionTable(soci::session& session);
+
+// Brings the tables up to kSchemaVersion. To be called within a transaction that can write.
+void Migrate(soci::session& session);
+
+}  // namespace VELT::sharing::db

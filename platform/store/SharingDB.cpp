@@ -1,0 +1,105 @@
+#include "veltsharing/SharingDB.h"
+
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "Connection.h"
+#include "Dialect.h"
+#include "Schema.h"
+#include "StoreContext.h"
+#include "veltsharing/StoreOptions.h"
+
+namespace VELT::sharing {
+namespace db {
+
+BaseDB::BaseDB() : connection_(std::make_unique<Connection>()) {}
+BaseDB::~BaseDB() = default;
+
+SharingDB::SharingDB() = default;
+SharingDB::~SharingDB() = default;
+
+SharingDB* SharingDB::Instance() {
+  static SharingDB instance;
+  return &instance;
+}
+
+bool SharingDB::IsGood() const {
+  return Connection::Of(*this).Run("check the database", [](soci::session& sql) {
+    return SchemaVersion(sql) == kSchemaVersion;
+  });
+}
+
+}  // namespace db
+
+namespace {
+
+void CreateTables(const std::string& connection) {
+  const auto session = db::OpenSession(connection);
+  db::Transaction transaction(*session);
+  db::CreateVersionTable(*session);
+  db::Migrate(*session);
+  transaction.Commit();
+}
+
+// A new file that goes away again with this object; only what has been linked elsewhere stays.
+class FreshFile {
+ public:
+  explicit FreshFile(std::string path) : path_(std::move(path)) {
+    const int file = open(path_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
+    if (file < 0) throw std::system_error(errno, std::generic_category());
+    close(file);
+  }
+  ~FreshFile() { unlink(path_.c_str()); }
+  FreshFile(const FreshFile&) = delete;
+  FreshFile& operator=(const FreshFile&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_;
+};
+
+// The file gets its name when it is whole, so that a crash leaves none half made, and only if nobody
+// else has made one by then.
+void CreateSqliteFile(const std::string& path) {
+  if (access(path.c_str(), F_OK) == 0) return;
+  const FreshFile fresh(path + "." + std::to_string(getpid()) + ".new");
+  CreateTables("sqlite3 " + fresh.path());
+  if (link(fresh.path().c_str(), path.c_str()) != 0 && errno != EEXIST) {
+    throw std::system_error(errno, std::generic_category());
+  }
+}
+
+void CreatePostgresqlTables(const std::string& connection) {
+  const auto session = db::OpenSession(connection);
+  int tables = 0;
+  *session << "select count(*) from information_schema.tables where table_name = 'schema_version'",
+      soci::into(tables);
+  if (tables == 0) CreateTables(connection);
+}
+
+}  // namespace
+
+bool CreateStore() {
+  try {
+    const std::string path = db::SqlitePath(ConnectionText());
+    if (path.empty()) {
+      CreatePostgresqlTables(ConnectionText());
+    } else {
+      CreateSqliteFile(path);
+    }
+    return true;
+  } catch (const soci::soci_error& error) {
+    db::LogError("create the database", error);
+  } catch (const std::exception& error) {
+    syslog(LOG_ERR, "sharing store: failed to create the database: %s", error.what());
+  }
+  return false;
+}
+
+}  // namespace VELT::sharing

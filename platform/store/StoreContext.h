@@ -1,0 +1,17 @@
+// What the host has told the store: options, clock, the visitor's address.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace VELT::sharing {
+
+// "sqlite3 <path>" or "postgresql <libpq connection string>".
+const std::string& ConnectionText();
+
+// Seconds since 1970 UTC.
+std::int64_t Now();
+
+const std::string& VisitorAddress();
+
+}  // namespace VELT::sharing

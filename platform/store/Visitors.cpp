@@ -1,0 +1,102 @@
+#include "Visitors.h"
+
+#include "Connection.h"
+#include "EntryRow.h"
+#include "Secrets.h"
+#include "StoreContext.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsys/User.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr std::int64_t kNoteEvery = 5 * 60;  // seconds between two notes that a session was used
+
+void NoteUse(soci::session& sql, const SessionRow& session, std::int64_t now) {
+  const long long time = now;
+  try {
+    sql << "update visitor_session set last_used = :now where id = :id and last_used < :now",
+        soci::use(time, "now"), soci::use(session.id, "id");
+  } catch (const soci::soci_error& error) {
+    // A visitor may read on while the database can't be written.
+    LogError("note a session's use", error);
+  }
+}
+
+bool IsTokenLegal(const EntryRow& link, const std::string& address, std::int64_t now) {
+  return ServesVisitors(StatusAt(link.Limits(), now)) && OwnerExists(link.owner_uid) &&
+         (link.enable_match_ip == 0 || address == VisitorAddress());
+}
+
+}  // namespace
+
+std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid) {
+  SessionRow row;
+  const std::string hash = HashSessionId(sid);
+  sql << "select id, address, last_used from visitor_session where sid_hash = :hash",
+      soci::into(row.id), soci::into(row.address), soci::into(row.last_used), soci::use(hash);
+  if (!sql.got_data()) return std::nullopt;
+  return row;
+}
+
+std::optional<std::string> FindToken(soci::session& sql, long long session, long long link) {
+  std::string address;
+  sql << "select address from visitor_token where session_id = :session and link_id = :link",
+      soci::into(address), soci::use(session), soci::use(link);
+  if (!sql.got_data()) return std::nullopt;
+  return address;
+}
+
+bool OwnerExists(long long uid) {
+  VELTUSER* user = nullptr;
+  const bool exists = VELTUserGetByUID(static_cast<uid_t>(uid), &user) == 0;
+  VELTUserFree(user);
+  return exists;
+}
+
+void PurgeVisitors(soci::session& sql, std::int64_t now) {
+  const long long unused_since = now - kSessionLife;
+  const long long failed_before = now - kFailureWindow;
+  sql << "delete from visitor_session where last_used <= :time", soci::use(unused_since);
+  sql << "delete from login_failure where failed_at <= :time", soci::use(failed_before);
+}
+
+SessionDB::SessionDB(BaseDB& db) : db_(db) {}
+
+bool SessionDB::GetBySessionId(const std::string& sid, record::Session& session) const {
+  session = record::Session();
+  return Connection::Of(db_).Run("read a session", [&](soci::session& sql) {
+    const auto row = FindSession(sql, sid);
+    if (!row) return false;
+    const std::int64_t now = Now();
+    session.id_ = row->id;
+    session.legal_ = row->IsAlive(now);
+    if (session.legal_ && now - row->last_used >= kNoteEvery) NoteUse(sql, *row, now);
+    return true;
+  });
+}
+
+TokenDB::TokenDB(BaseDB& db) : db_(db) {}
+
+bool TokenDB::GetBySessionEntry(const record::Session& session, const record::Entry& entry,
+                                record::Token& token) const {
+  token = record::Token();
+  return Connection::Of(db_).Run("read a token", [&](soci::session& sql) {
+    const auto address = FindToken(sql, session.id_, entry.get_id());
+    const auto link = EntryRow::Find(sql, "id", static_cast<long long>(entry.get_id()));
+    if (!address || !link) return false;
+    token.entry_id_ = link->id;
+    token.legal_ = session.legal_ && IsTokenLegal(*link, *address, Now());
+    return true;
+  });
+}
+
+bool TokenDB::PurgeByEntry(const record::Entry& entry) {
+  return Connection::Of(db_).Run("remove a link's tokens", [&](soci::session& sql) {
+    const long long id = entry.get_id();
+    sql << "delete from visitor_token where link_id = :id", soci::use(id);
+    return true;
+  });
+}
+
+}  // namespace VELT::sharing::db

@@ -1,0 +1,35 @@
+// The visitors' side of the tables, shared by the accessors and the login.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "LinkStatus.h"
+#include "Soci.h"
+
+namespace VELT::sharing::db {
+
+inline constexpr std::int64_t kSessionLife = 24 * 60 * 60;  // seconds without use
+inline constexpr std::int64_t kFailureWindow = 15 * 60;     // seconds that a wrong guess counts
+
+struct SessionRow {
+  long long id = 0;
+  std::string address;  // of the login that gave it its present id
+  long long last_used = 0;
+
+  bool IsAlive(std::int64_t now) const { return now - last_used < kSessionLife; }
+};
+
+std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid);
+
+// The address of the login that made the session's token for the link; empty: there is no token.
+std::optional<std::string> FindToken(soci::session& sql, long long session, long long link);
+
+// Whether the user database has the account.
+bool OwnerExists(long long uid);
+
+// Removes sessions past their life and wrong guesses that no longer count.
+void PurgeVisitors(soci::session& sql, std::int64_t now);
+
+}  // namespace VELT::sharing::db
