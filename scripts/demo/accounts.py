@@ -31,8 +31,11 @@ class Accounts:
         return [{"name": name, "password": password, "administrator": name == _ADMINISTRATOR}
                 for name, password in self.passwords.items()]
 
-    def write_etc(self, folder):
-        """Writes what stands in for the machine's account files: its system accounts and ours."""
+    def replace_machines(self, folder):
+        """Puts the machine's system accounts and ours in the place of its accounts, in this mount namespace.
+
+        The files stand in `folder` and may be changed there while the demonstration runs.
+        """
         users = [f"{name}:x:{_FIRST_UID + i}:{_USERS_GID}::/nonexistent:/usr/sbin/nologin"
                  for i, name in enumerate(_NAMES)]
         groups = [f"administrators:x:{_ADMINISTRATORS_GID}:{_ADMINISTRATOR}"]
@@ -48,9 +51,22 @@ class Accounts:
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
             write_private(os.path.join(folder, name), text, 0o600 if name == "shadow" else 0o644)
+        for name in os.listdir(folder):
+            # A machine without such a file uses the same built-in default.
+            if os.path.exists("/etc/" + name):
+                mount("--bind", os.path.join(folder, name), "/etc/" + name)
+        if os.path.exists("/run/nscd"):  # it would answer with the machine's accounts
+            mount("-t", "tmpfs", "velt", "/run/nscd")
 
     def htpasswd(self):
         return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
+
+
+def mount(*arguments):
+    """mount(8); OSError when the system refuses."""
+    done = subprocess.run(["mount", *arguments], stderr=subprocess.PIPE, text=True, check=False)
+    if done.returncode:
+        raise OSError(done.stderr.strip() or f"mount {' '.join(arguments)} failed")
 
 
 def write_private(path, text, mode=0o600):

@@ -17,8 +17,9 @@ _KINDS = {
     "used_up": {"protect_title": "Used up", "expire_times": 1},
     "disabled": {"protect_title": "Switched off", "enabled": False},
     "pending": {"protect_title": "Not yet started", "start_at": "2099-01-01 00:00:00"},
-    "redirect": {"protect_title": "Leads elsewhere", "redirect_type": "always", "redirect_uri": "/pkg/album/"},
-    "plugin": {"protect_title": "A photo album", "project_name": "album"},
+    "redirect": {"protect_title": "Leads elsewhere", "redirect_type": "always", "redirect_uri": "/pkg/photo-album/photos/lighthouse.svg"},
+    "plugin": {"protect_title": "A photo album", "project_name": "photo-album",
+               "app": {"title": "On the coast", "photos": ["harbour", "lighthouse"]}},
 }
 
 

@@ -1,9 +1,12 @@
-"""Serves the demonstration in the foreground. ./run starts it in a mount namespace of its own."""
+"""Serves the demonstration in the foreground. ./run starts it in a mount namespace of its own, where
+/usr/velt and /etc.defaults are folders of the state folder; what it mounts itself vanishes with the namespace.
+"""
 
 import argparse
 import fcntl
 import json
 import os
+import pwd
 import signal
 import socket
 import subprocess
@@ -11,13 +14,14 @@ import sys
 import time
 
 import links
-import namespace
 import webserver
-from accounts import Accounts, write_private
+from accounts import Accounts, mount, write_private
 
 START_SECONDS = 30
 STOP_SECONDS = 15
 DATA = "/usr/velt/var/sharing"
+LOGS = "/usr/velt/var/log"
+SOCKETS = "/usr/velt/var/run"
 
 
 class Failure(Exception):
@@ -47,7 +51,7 @@ def main():
             demonstration.stop()
     except Stopped:
         return 0
-    except (Failure, RuntimeError, OSError, subprocess.CalledProcessError) as error:
+    except (Failure, OSError, subprocess.CalledProcessError) as error:
         print(f"./run: {error}", file=sys.stderr)
         return 1
 
@@ -67,7 +71,6 @@ class Demonstration:
         self.programs = {}
         # In a user namespace of ours there is only one account, root, which is the caller outside.
         self.account = ("www-data", "www-data") if _owns_every_id() else None
-        os.makedirs(state, mode=0o700, exist_ok=True)
         self.lock = open(self._path("lock"), "w", encoding="utf-8")  # held until we end
         try:
             fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -77,10 +80,6 @@ class Demonstration:
 
     def _path(self, *names):
         return os.path.join(self.state, *names)
-
-    def _inside(self, path):
-        """The place in the state folder of one of the appliance's fixed paths."""
-        return self._path("root", path.lstrip("/"))
 
     def _forget(self):
         try:
@@ -96,7 +95,6 @@ class Demonstration:
             except OSError as error:
                 raise Failure(f"port {self.port}: {error.strerror}") from None
         self._lay_out()
-        namespace.build(self._path("mnt"), self.state)
         ids = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET,
                   "--registry", "/usr/velt/etc/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
@@ -105,28 +103,32 @@ class Demonstration:
         self._wait_ready()
 
     def _lay_out(self):
-        """Fills the state folder; what a user has put there stays."""
-        for path in ("/usr/velt/etc/demo", "/usr/velt/etc.defaults/sharing", "/usr/velt/var/log",
-                     "/usr/velt/var/run", "/usr/velt/var/packages", "/usr/velt/lib/sharing", "/etc.defaults", DATA):
-            os.makedirs(self._inside(path), exist_ok=True)
-        os.makedirs(self._path("mnt"), exist_ok=True)
-        os.chmod(self._inside(DATA), 0o700)
-        subprocess.run(["cmake", "--install", self.build, "--prefix", self._inside("/usr/velt")], check=True,
-                       stdout=subprocess.DEVNULL)
+        """Fills the appliance's folders; what a user has put there stays."""
+        for path in (webserver.FOLDER, "/usr/velt/etc.defaults/sharing", "/usr/velt/var/packages",
+                     "/usr/velt/lib/sharing", DATA, LOGS, SOCKETS):
+            os.makedirs(path, exist_ok=True)
+        os.chmod(DATA, 0o700)
+        # Sockets end with us, whatever ends us.
+        mount("-t", "tmpfs", "-o", "mode=0755", "velt", SOCKETS)
+        done = subprocess.run(["cmake", "--install", self.build, "--prefix", "/usr/velt"], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.PIPE, text=True, check=False)
+        if done.returncode:
+            raise Failure(f"{self.build} can't be installed: {done.stderr.strip()}")
         self.accounts = Accounts(self.state)
-        self.accounts.write_etc(self._path("etc"))
-        write_private(self._inside(webserver.CONFIGURATION), webserver.configuration(self.port, self.account))
-        write_private(self._inside(webserver.PASSWORDS), self.accounts.htpasswd())
+        self.accounts.replace_machines(self._path("etc"))
+        write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
+        write_private(webserver.PASSWORDS, self.accounts.htpasswd())
         if self.account:
-            for path in (DATA, webserver.PASSWORDS):
-                _give(self._inside(path), self.account[0])
+            user = pwd.getpwnam(self.account[0])
+            for path in (DATA, webserver.PASSWORDS, *(entry.path for entry in os.scandir(DATA))):
+                os.chown(path, user.pw_uid, user.pw_gid)
 
     def _run(self, name, *command):
-        path = self._inside(f"/usr/velt/var/log/{name}.log")
+        path = f"{LOGS}/{name}.log"
         with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_APPEND | os.O_CLOEXEC, 0o600), "ab") as log:
             # A session of its own, so that Ctrl-C reaches us alone and we end the programs in order.
             self.programs[name] = subprocess.Popen(
-                ["chroot", self._path("mnt"), *command], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                list(command), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                 start_new_session=True, cwd="/")
 
     def _wait_ready(self):
@@ -140,12 +142,12 @@ class Demonstration:
             except (OSError, ValueError):
                 pass
             time.sleep(0.05)
-        raise Failure(f"no answer after {START_SECONDS} s; see {self._inside('/usr/velt/var/log')}")
+        raise Failure(f"no answer after {START_SECONDS} s; see {self._path('root') + LOGS}")
 
     def _check_programs(self):
         for name, program in self.programs.items():
             if program.poll() is not None:
-                raise Failure(f"{name} has ended; see {self._inside('/usr/velt/var/log')}")
+                raise Failure(f"{name} has ended; see {self._path('root') + LOGS}")
 
     def announce(self):
         """Makes the links, writes demo.json and tells the user what there is."""
@@ -194,15 +196,6 @@ def _owns_every_id():
     """False in a user namespace that maps the caller's own id alone (user_namespaces(7))."""
     with open("/proc/self/uid_map", encoding="ascii") as file:
         return sum(int(line.split()[2]) for line in file) > 65535
-
-
-def _give(path, user):
-    import pwd
-    entry = pwd.getpwnam(user)
-    for folder, _, names in os.walk(path):
-        for name in names:
-            os.chown(os.path.join(folder, name), entry.pw_uid, entry.pw_gid)
-    os.chown(path, entry.pw_uid, entry.pw_gid)
 
 
 if __name__ == "__main__":

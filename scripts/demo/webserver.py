@@ -1,8 +1,9 @@
 """lighttpd's configuration: files, owner authentication, and FastCGI to the workers."""
 
 SOCKET = "/usr/velt/var/run/webapid.sock"
-PASSWORDS = "/usr/velt/etc/demo/htpasswd"
-CONFIGURATION = "/usr/velt/etc/demo/lighttpd.conf"
+FOLDER = "/usr/velt/etc/demo"
+PASSWORDS = FOLDER + "/htpasswd"
+CONFIGURATION = FOLDER + "/lighttpd.conf"
 
 # No access log: an address under /sharing/ is the secret of a link. mod_extforward is left out on
 # purpose: what a client says in X-Forwarded-For must not become its address.

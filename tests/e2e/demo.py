@@ -125,14 +125,20 @@ class Demo:
             body = json.dumps(body)
             headers.setdefault("Content-Type", "application/json")
         if account:
-            pair = f"{account}:{self.accounts.get(account, '')}".encode()
-            headers["Authorization"] = "Basic " + base64.b64encode(pair).decode()
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=120)
+            headers["Authorization"] = self.authorization(account)
+        connection = self.connect()
         try:
             connection.request(method, path, body, headers)
             return Answer(connection.getresponse())
         finally:
             connection.close()
+
+    def connect(self):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=120)
+
+    def authorization(self, account):
+        pair = f"{account}:{self.accounts[account]}".encode()
+        return "Basic " + base64.b64encode(pair).decode()
 
     def call(self, api, method, params=None, account="alice", version=1):
         """Calls an API method as an account and returns the answer's JSON."""

@@ -1,0 +1,209 @@
+"""Who may do what, at every address that takes a link id; and what ends a visit."""
+
+import contextlib
+import glob
+import json
+import os
+import sqlite3
+import unittest
+
+from demo import REPOSITORY, SHARING, Demo, Visitor
+
+DEMO = None
+LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
+SID = "sharing_sid"
+CALLERS = ("nobody", "owner", "other", "admin", "visitor", "elsewhere", "stranger")
+# The answer's code for each caller, 0 for success; "http" is the web server's 401. "elsewhere" is a visitor of
+# another link at this link's address, "stranger" one who has logged in nowhere.
+MATRIX = {
+    (SHARING, "set"): ("http", 0, 1007, 0, 105, 105, 105),
+    (SHARING, "get"): ("http", 0, 1007, 0, 0, 1006, 1006),
+    (SHARING, "delete"): ("http", 0, 1007, 0, 105, 105, 105),
+    (SHARING, "list"): ("http", 0, 0, 0, 105, 105, 105),
+    (SHARING, "trigger_gc"): ("http", 0, 0, 0, 105, 105, 105),
+    (SHARING, "logout"): ("http", 101, 101, 101, 0, 1004, 1004),
+    (LOGIN, "login"): ("http", 105, 105, 105, 0, 0, 0),
+    (SESSION, "get"): ("http", 0, 0, 0, 0, 0, 0),
+    (INIT, "get"): ("http", 105, 105, 105, 0, 105, 105),
+}
+
+
+def setUpModule():
+    global DEMO
+    DEMO = Demo()
+
+
+def tearDownModule():
+    DEMO.stop()
+
+
+def query(statement, *values):
+    with contextlib.closing(sqlite3.connect(DEMO.database)) as sql:
+        return sql.execute(statement, values).fetchall()
+
+
+def admitted(link, **credentials):
+    """A visitor who has logged in to the link."""
+    visitor = DEMO.visitor(link)
+    answer = visitor.login(**credentials)
+    assert answer["success"], answer
+    return visitor
+
+
+def code(answer):
+    """0 or the error's code of an API answer; the session script, which is no JSON, counts as success."""
+    if answer.status == 401:
+        return "http"
+    if answer.headers["content-type"].startswith("application/json"):
+        return 0 if answer.json["success"] else answer.json["error"]["code"]
+    assert "javascript" in answer.headers["content-type"], answer.headers
+    return 0
+
+
+class Matrix(unittest.TestCase):
+    def test_every_registered_method_is_in_it(self):
+        registered = set()
+        for path in glob.glob(os.path.join(REPOSITORY, "host", "webapi.d", "*.json")):
+            with open(path, encoding="utf-8") as file:
+                registered |= {(m["api"], m["method"]) for m in json.load(file)["methods"]}
+        self.assertEqual(registered, set(MATRIX))
+
+    def ask(self, caller, link, body):
+        accounts = {"nobody": None, "owner": "alice", "other": "bob", "admin": "admin"}
+        if caller in accounts:
+            return DEMO.request("POST", "/webapi/entry.cgi", body, account=accounts[caller])
+        visitor = {"visitor": lambda: admitted(link), "elsewhere": lambda: admitted(DEMO.create()).at(link),
+                   "stranger": lambda: DEMO.visitor(link)}[caller]()
+        return visitor.request("POST", "/webapi", body)
+
+    def test_matrix(self):
+        for (api, method), expected in MATRIX.items():
+            for caller, wanted in zip(CALLERS, expected, strict=True):
+                with self.subTest(api=api, method=method, caller=caller):
+                    link = DEMO.create(private_data={"note": "for members"})
+                    before = query("select * from link where hash = ?", link)
+                    body = {"api": api, "version": 1, "method": method, "sharing_id": link}
+                    if method == "set":
+                        body |= {"project_name": "album", "protect_title": "changed"}
+                    self.assertEqual(wanted, code(self.ask(caller, link, body)))
+                    if wanted:
+                        self.assertEqual(before, query("select * from link where hash = ?", link))
+                    elif method in ("set", "delete"):
+                        self.assertNotEqual(before, query("select * from link where hash = ?", link))
+
+    def test_a_list_shows_only_what_is_the_callers(self):
+        mine, theirs = DEMO.create("alice"), DEMO.create("bob")
+        for account, everybody, sees in (("alice", False, {mine}), ("alice", True, {mine}), ("bob", True, {theirs}),
+                                         ("admin", False, set()), ("admin", True, {mine, theirs})):
+            with self.subTest(account, all_entry=everybody):
+                listed = DEMO.data(SHARING, "list", {"all_entry": everybody}, account)
+                ids = {link["sharing_id"] for link in listed["sharings"]}
+                self.assertEqual(sees, ids & {mine, theirs})
+                self.assertEqual(len(ids), listed["total"])
+                if account == "admin" and everybody:
+                    self.assertEqual(set(h for h, in query("select hash from link")), ids)
+
+
+class Tokens(unittest.TestCase):
+    def test_a_token_is_for_its_link_alone(self):
+        link, other = DEMO.create(), DEMO.create()
+        visitor = admitted(link)
+        for name, answer in {
+            "through its own address": visitor.call(SHARING, "get", {"sharing_id": other}),
+            "through the other's": visitor.at(other).call(SHARING, "get"),
+        }.items():
+            with self.subTest(name):
+                self.assertEqual({"code": 1006, "errors": "Execute Error: no token"}, answer["error"])
+        self.assertEqual(105, visitor.at(other).call(INIT, "get", {"action": "jsconfig"})["error"]["code"])
+        self.assertEqual(link, visitor.call(SHARING, "get")["data"]["sharing_id"])
+        # The next link must not inherit the visitors of a deleted one.
+        DEMO.data(SHARING, "delete", {"sharing_id": link})
+        self.assertEqual(1005, visitor.call(SHARING, "get")["error"]["code"])
+        self.assertEqual(1006, visitor.at(DEMO.create()).call(SHARING, "get")["error"]["code"])
+
+    def test_a_planted_session_is_not_adopted(self):
+        link = DEMO.create()
+        for planted in ("planted", "A" * 43, DEMO.visitor(link).login()["data"][SID]):
+            with self.subTest(planted[:7]):
+                visitor = Visitor(DEMO, link, {SID: planted})
+                self.assertTrue(visitor.login()["success"])
+                self.assertNotEqual(planted, visitor.cookies[SID])
+                self.assertEqual(1006, Visitor(DEMO, link, {SID: planted}).call(SHARING, "get")["error"]["code"])
+                self.assertTrue(visitor.call(SHARING, "get")["success"])
+
+    def test_what_the_database_holds_is_no_cookie(self):
+        link = DEMO.create()
+        visitor = admitted(link)
+        values = [str(v) for row in query("select * from visitor_session") for v in row]
+        values += [str(v) for row in query("select * from visitor_token") for v in row]
+        self.assertNotIn(visitor.cookies[SID], values)
+        for value in set(values) | {""}:
+            with self.subTest(value[:7]):
+                answer = Visitor(DEMO, link, {SID: value}).call(SHARING, "get")
+                self.assertEqual(1006, answer["error"]["code"])
+
+    def test_logout_ends_the_visit(self):
+        visitor = admitted(DEMO.create())
+        self.assertEqual({"success": True, "data": None}, visitor.call(SHARING, "logout"))
+        self.assertEqual(1006, visitor.call(SHARING, "get")["error"]["code"])
+
+
+class EndOfAVisit(unittest.TestCase):
+    """A change of the link ends visits in progress at every address that knows them."""
+
+    def doors(self, visitor):
+        """What each address gives: (code of get, code of the start-up data, status of the redirecting page)."""
+        return (code(visitor.request("POST", "/webapi", {"api": SHARING, "version": 1, "method": "get"})),
+                code(visitor.request("POST", "/webapi", {"api": INIT, "version": 1, "method": "get"})),
+                visitor.page().status)
+
+    def test_every_change_that_must(self):
+        password = {"protect_type": "password", "protect_password": "0123"}
+        user = {"protect_type": "user", "protect_users": ["bob"]}
+        bob = {"mosk_username": "bob", "mosk_password": DEMO.accounts["bob"]}
+        for name, fields, credentials, change in (
+                ("password", password, {"password": "0123"}, {"protect_password": "123"}),
+                ("users", user, bob, {"protect_users": ["alice"]}),
+                ("groups", user, bob, {"protect_groups": ["administrators"]}),
+                ("disabled", password, {"password": "0123"}, {"enabled": False}),
+                ("expired", {}, {}, {"expire_at": "2020-01-01 00:00:00"}),
+                ("not started", {}, {}, {"start_at": "2099-01-01 00:00:00"}),
+                ("deleted", user, bob, None)):
+            with self.subTest(name):
+                link = DEMO.create(redirect_type="always", redirect_uri="/target", **fields)
+                visitor = admitted(link, **credentials)
+                self.assertEqual((0, 0, 302), self.doors(visitor))
+                if change is None:
+                    DEMO.data(SHARING, "delete", {"sharing_id": link})
+                else:
+                    DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, **change})
+                get, init, page = self.doors(visitor)
+                self.assertEqual((1006 if change else 1005, 105), (get, init))
+                self.assertNotEqual(302, page)
+
+    def test_other_changes_leave_it(self):
+        link = DEMO.create(redirect_type="always", redirect_uri="/target")
+        visitor = admitted(link)
+        DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, "protect_title": "new"})
+        self.assertEqual((0, 0, 302), self.doors(visitor))
+
+
+class Secrets(unittest.TestCase):
+    def test_no_password_or_session_is_on_disk(self):
+        secret, account = "Plant3d-Passw0rd", DEMO.accounts["bob"]
+        link = DEMO.create(protect_type="password", protect_password=secret)
+        sids = [admitted(link, password=secret).cookies[SID]]
+        DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, "protect_password": secret + "2"})
+        sids.append(admitted(link, password=secret + "2").cookies[SID])
+        link = DEMO.create(protect_type="user", protect_groups=["users"])
+        sids.append(admitted(link, mosk_username="bob", mosk_password=account).cookies[SID])
+        folders = (os.path.dirname(DEMO.database), DEMO.path("/usr/velt/var/log"))
+        for path in (path for folder in folders for path in glob.glob(folder + "/*")):
+            with open(path, "rb") as file:
+                text = file.read()
+            for planted in (secret, account, *sids):
+                self.assertNotIn(planted.encode(), text, path)
+
+
+if __name__ == "__main__":
+    unittest.main()

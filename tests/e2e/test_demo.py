@@ -1,0 +1,101 @@
+"""The demonstration itself: restarts, two side by side, a clean end, and what it says when it can't serve."""
+
+import glob
+import os
+import pwd
+import shutil
+import socket
+import stat
+import subprocess
+import tempfile
+import unittest
+
+from demo import REPOSITORY, SHARING, Demo
+
+RUN = os.path.join(REPOSITORY, "run")
+
+
+def namespace_members(name):
+    """Processes in the mount namespace `name`."""
+    found = []
+    for link in glob.glob("/proc/[0-9]*/ns/mnt"):
+        try:
+            if os.readlink(link) == name:
+                found.append(int(link.split("/")[2]))
+        except OSError:  # ended meanwhile
+            pass
+    return found
+
+
+class Demonstration(unittest.TestCase):
+    def test_restart_keeps_accounts_and_links(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        link = demo.create(protect_title="kept")
+        self.assertEqual({"open", "password", "user", "expired", "used_up", "disabled", "pending", "redirect", "plugin"},
+                         set(demo.links))
+        before = demo.accounts, demo.links, demo.passwords
+        demo.restart()
+        self.assertEqual(before, (demo.accounts, demo.links, demo.passwords))
+        self.assertEqual("kept", demo.data(SHARING, "get", {"sharing_id": link})["protect_title"])
+
+    def test_links_are_of_their_kinds(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        status = {kind: demo.data(SHARING, "get", {"sharing_id": link})["status"] for kind, link in demo.links.items()}
+        ended = {"expired": "expired", "used_up": "used_up", "disabled": "disabled", "pending": "pending"}
+        self.assertEqual({kind: ended.get(kind, "active") for kind in demo.links}, status)
+        self.assertTrue(demo.visitor(demo.links["password"]).login(password=demo.passwords["password"])["success"])
+        bob = {"mosk_username": "bob", "mosk_password": demo.accounts["bob"]}
+        self.assertTrue(demo.visitor(demo.links["user"]).login(**bob)["success"])
+
+    def test_two_side_by_side(self):
+        one, two = Demo(), Demo()
+        self.addCleanup(one.stop)
+        self.addCleanup(two.stop)
+        self.assertNotEqual(one.accounts, two.accounts)
+        link = one.create()
+        self.assertEqual(1005, two.call(SHARING, "get", {"sharing_id": link})["error"]["code"])
+        with open(one.path("/usr/velt/web/only-here.txt"), "w", encoding="ascii") as file:
+            file.write("dropped in")
+        self.assertEqual("dropped in", one.request("GET", "/only-here.txt").text)
+        self.assertEqual(404, two.request("GET", "/only-here.txt").status)
+
+    def test_clean_stop(self):
+        with tempfile.TemporaryDirectory(prefix="velt-demo-") as state:
+            demo = Demo(state)
+            self.addCleanup(demo.stop)
+            for name in ("demo.json", "accounts.json"):
+                self.assertEqual(0o600, stat.S_IMODE(os.stat(os.path.join(state, name)).st_mode), name)
+            namespace = os.readlink(f"/proc/{demo.pid}/ns/mnt")
+            self.assertGreaterEqual(len(namespace_members(namespace)), 4)
+            self.assertEqual(0, demo.stop())
+            self.assertEqual([], namespace_members(namespace))
+            with open("/proc/mounts", encoding="utf-8") as mounts:
+                self.assertNotIn(state, mounts.read())
+            left = [path for path in glob.glob(state + "/**", recursive=True)
+                    if stat.S_ISSOCK(os.lstat(path).st_mode)]
+            self.assertEqual([], left + glob.glob(state + "/demo.json"))
+            with socket.socket() as probe:
+                probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                probe.bind(("127.0.0.1", demo.port))
+
+    def test_what_it_says_when_it_cannot_serve(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        with tempfile.TemporaryDirectory(prefix="velt-demo-") as state:
+            for arguments, status, said in (
+                    (["--port", "http"], 2, "./run: no port number: http\n"),
+                    (["--port", "65536"], 2, "./run: no port number: 65536\n"),
+                    (["--port", str(demo.port), "--state", state], 1,
+                     f"./run: port {demo.port}: Address already in use\n"),
+                    (["--port", "1", "--state", demo.state], 1,
+                     f"./run: another demonstration runs on {demo.state}\n")):
+                with self.subTest(arguments):
+                    done = subprocess.run([RUN, "--no-install", *arguments], stdout=subprocess.PIPE,
+                                          stderr=subprocess.STDOUT, text=True, check=False)
+                    self.assertEqual((status, said), (done.returncode, done.stdout))
+
+
+if __name__ == "__main__":
+    unittest.main()

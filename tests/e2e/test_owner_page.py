@@ -1,0 +1,258 @@
+"""The owner's page in Chromium, over the real web server, store and QR program."""
+
+import subprocess
+import tempfile
+import unittest
+
+from demo import SHARING, Demo
+from webdriver import Browser, Keys
+
+HOSTILE = ["<img src=x onerror=document.title='owned'>", "\"><script>document.title='owned'</script>",
+           "'; DROP TABLE link; --", "\u202eright to left", "x" * 3000]
+
+
+class OwnerPage(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.demo = Demo()
+        cls.addClassCleanup(cls.demo.stop)
+        cls.browser = Browser(1280, 900)
+        cls.addClassCleanup(cls.browser.quit)
+
+    def setUp(self):
+        for link in self.demo.data(SHARING, "list", {"all_entry": True}, account="admin")["sharings"]:
+            self.demo.data(SHARING, "delete", {"sharing_id": link["sharing_id"]}, account="admin")
+
+    def tearDown(self):
+        # Among others what the content security policy refuses.
+        self.assertEqual(self.browser.console(), [])
+
+    def open(self, account="alice"):
+        self.browser.set_size(1280, 900)
+        self.browser.open(self.demo.url + "/", self.demo.login(account))
+        self.browser.wait_for("#links[aria-busy=false], #empty")
+
+    def get(self, link_id, account="alice"):
+        return self.demo.data(SHARING, "get", {"sharing_id": link_id}, account)
+
+    def click(self, css):
+        self.browser.wait_for(css).click()
+
+    def fill(self, **fields):
+        for name, text in fields.items():
+            field = self.browser.find(f"#f-{name}")
+            if field.attribute("data-kind") not in ("time", "flag") and field.property("tagName") != "SELECT":
+                field.clear()
+            field.click() if text is None else field.type(text)
+
+    def titles(self):
+        return self.browser.script("return [...document.querySelectorAll('td .title')].map(t => t.textContent)")
+
+    def sort_by_title(self):
+        self.click("[data-key='sort protect_title']")
+
+    def shows(self, *titles):
+        self.browser.wait(lambda: self.titles() == list(titles), f"titles {[title[:40] for title in titles]}")
+
+    def said(self, text):
+        self.browser.wait(lambda: text in self.browser.find("#status").property("textContent"), f"saying {text!r}")
+
+    def scan(self):
+        """What a phone would read off the screen."""
+        with tempfile.TemporaryDirectory() as folder:
+            self.browser.screenshot(f"{folder}/screen.png")
+            return subprocess.run(["zbarimg", "--quiet", "--raw", f"{folder}/screen.png"], check=True,
+                                  capture_output=True, text=True).stdout.strip()
+
+    def test_create_with_every_field_scan_edit_delete(self):
+        self.open()
+        self.click("#empty button")
+        self.click("details summary")
+        self.fill(project_name="album", protect_title="Trip", enabled=None, auto_gc=None, enable_match_ip=None,
+                  start_at="01022035103000AM", expire_at="12312035115959PM", expire_times="7",
+                  protect_type="A password", protect_password=" 0123", redirect_type="Yes, with",
+                  redirect_uri="https://example.org/", app='{"id": 9007199254740993}', private_data='{"k": 1}')
+        self.click("#edit [type=submit]")
+        self.browser.wait_for("#share .qr-large")
+        url = self.browser.find("#share-url").property("value")
+        self.assertEqual(self.scan(), url)
+        link_id = url.rsplit("/", 1)[1]
+        made = self.get(link_id)
+        wanted = {"project_name": "album", "protect_title": "Trip", "enabled": False, "auto_gc": True,
+                  "enable_match_ip": False, "start_at": "2035-01-02 10:30:00", "expire_at": "2035-12-31 23:59:59",
+                  "expire_times": 7, "protect_type": "password", "has_password": True, "redirect_type": "url_param",
+                  "redirect_uri": "https://example.org/", "app": {"id": 9007199254740993}, "url": url}
+        self.assertEqual({key: made[key] for key in wanted}, wanted)
+        self.browser.press(Keys.ESCAPE)
+        self.shows("Trip")
+
+        # An edit sends what was changed and nothing else, so that what the page can't read stays as it is.
+        self.browser.script("""const fetch = window.fetch;
+            window.sent = [];
+            window.fetch = (url, options) => (window.sent.push(JSON.parse(options.body)), fetch(url, options));""")
+        self.click("[data-key^=edit]")
+        self.browser.wait_for("#edit")
+        self.fill(protect_title="Trip home", protect_type="Acc", protect_users="bob\n\n alice ")
+        self.click("#edit [type=submit]")
+        self.said("Changes saved.")
+        self.assertEqual(self.browser.script("return window.sent.find((call) => call.method === 'set')"), {
+            "api": SHARING, "version": 1, "method": "set", "sharing_id": link_id, "project_name": "album",
+            "protect_title": "Trip home", "protect_type": "user", "protect_users": ["bob", "alice"]})
+        self.shows("Trip home")
+
+        self.click("[data-key^=delete]")
+        self.click("#confirm [data-close]")
+        self.assertEqual(self.get(link_id)["protect_title"], "Trip home")
+        self.click("[data-key^=delete]")
+        self.click("#confirm-yes")
+        self.said("Link deleted. No links.")
+        self.assertEqual(self.demo.call(SHARING, "get", {"sharing_id": link_id})["error"]["code"], 1005)
+
+    def test_sort_page_filter(self):
+        titles = [f"Link {n:02}" for n in range(12)]
+        for n, title in enumerate(titles):
+            self.demo.create(protect_title=title, project_name="even" if n % 2 == 0 else "odd",
+                             **({"protect_type": "user", "protect_users": ["alice"]} if n < 2 else {}))
+        self.open()
+        self.sort_by_title()
+        self.shows(*titles[:10])
+        self.assertEqual(self.browser.find("th[aria-sort]").attribute("aria-sort"), "ascending")
+        self.click("#next")
+        self.shows(*titles[10:])
+        self.assertEqual(self.browser.find("#range").text, "11–12 of 12")
+        self.click("#next")  # the last page: nothing happens
+        self.sort_by_title()
+        self.shows(*titles[:1:-1])
+        self.assertEqual(self.browser.find("th[aria-sort]").attribute("aria-sort"), "descending")
+        self.browser.find("#page-size").type("25")
+        self.shows(*titles[::-1])
+        self.browser.find("#project-filter").type("odd" + Keys.ENTER)
+        self.shows(*titles[::-2])
+        self.click("#shared-with-me")
+        self.shows(titles[1])
+        self.browser.find("#project-filter").fill("none such" + Keys.ENTER)
+        self.browser.wait_text("No link matches.")
+
+    def test_errors_stand_at_their_field(self):
+        self.open()
+        cases = [({"project_name": ""}, "project_name", "Enter the name of a project."),
+                 ({"protect_type": "A pass"}, "protect_password", "Give the link a password."),
+                 ({"protect_type": "Acc"}, "protect_users", "Name at least one user or one group."),
+                 ({"redirect_type": "Yes, to"}, "redirect_uri", "Say where visitors are sent."),
+                 ({"expire_at": "0131"}, "expire_at", "Enter a whole date and time, or leave it empty."),
+                 ({"start_at": "01022035100000AM", "expire_at": "01022034100000AM"}, "expire_at", "before it starts"),
+                 ({"expire_times": "1.5"}, "expire_times", "Enter a whole number, 0 or more."),
+                 ({"expire_times": ""}, "expire_times", "Enter a whole number, 0 or more."),
+                 ({"app": "[1]"}, "app", "Enter a JSON object"),
+                 ({"private_data": "{k: 1}"}, "private_data", "This is not JSON")]
+        for fields, name, words in cases:
+            with self.subTest(words=words, fields=fields):
+                self.click("#new")
+                if name in ("app", "private_data"):
+                    self.click("details summary")
+                self.fill(**{"project_name": "album", **fields})
+                self.click("#edit [type=submit]")
+                self.assertIn(words, self.browser.wait_for(f"#e-{name}").text)
+                self.browser.wait(lambda: self.browser.focused().attribute("name") == name, f"focus on {name}")
+                self.browser.press(Keys.ESCAPE)
+                self.click("#confirm-yes")
+        self.assertEqual(self.demo.data(SHARING, "list")["total"], 0)
+
+        link_id = self.demo.create()
+        self.open()
+        self.click("[data-key^=edit]")
+        self.browser.wait_for("#edit")
+        self.demo.data(SHARING, "delete", {"sharing_id": link_id})
+        self.fill(protect_title="Late")
+        self.click("#edit [type=submit]")
+        self.assertEqual(self.browser.wait_for("#edit .notice").text, "This link no longer exists.")
+        self.assertEqual(self.browser.find("#f-protect_title").property("value"), "Late")
+
+    def test_hostile_texts_are_shown_as_text(self):
+        for text in HOSTILE:
+            self.demo.create(protect_title=text, project_name=text)
+        self.open()
+        self.sort_by_title()
+        self.shows(*sorted(HOSTILE))
+        for width in (390, 1000, 1280):
+            self.browser.set_size(width, 900)
+            self.assertLessEqual(self.browser.script("return document.documentElement.scrollWidth"), width)
+        self.click("tbody tr:nth-child(3) [data-key^=delete]")
+        self.assertIn(HOSTILE[0], self.browser.wait_for("#confirm-text").text)
+        self.browser.press(Keys.ESCAPE)
+        self.click("tbody tr:nth-child(3) [data-key^=edit]")
+        self.assertIn(HOSTILE[0], self.browser.wait_for("#edit-title").text)
+        self.assertEqual(self.browser.title, "Share links")
+        self.assertEqual(self.browser.find_all("img[src=x]"), [])
+
+    def tab_to(self, css):
+        for _ in range(80):
+            if self.browser.script("return document.activeElement.matches(arguments[0])", css):
+                return
+            self.browser.press(Keys.TAB)
+        self.fail(f"the Tab key does not reach {css}")
+
+    def test_a_story_by_keyboard_alone(self):
+        kept = self.demo.create(protect_title="Kept")
+        self.open()
+        self.tab_to("#new")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait_for("#edit")
+        for key in "album":
+            self.browser.press(key)
+        self.browser.press(Keys.TAB)
+        self.browser.press("T")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait_for("#share")
+        self.browser.press(Keys.ESCAPE)
+        self.said("Link created. Links 1–2 of 2.")
+        self.assertEqual(self.browser.focused().attribute("id"), "new")
+        self.tab_to("[aria-label='Edit T']")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait_for("#edit")
+        self.browser.press("U")
+        self.browser.press(Keys.ENTER)
+        self.said("Changes saved.")
+        self.browser.wait(lambda: "TU" in self.titles(), "the new title")
+        self.assertEqual(self.browser.focused().label(), "Edit TU")
+        self.tab_to("[aria-label='Delete TU']")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait_for("#confirm")
+        self.assertEqual(self.browser.focused().text, "Cancel")
+        self.tab_to("#confirm-yes")
+        self.browser.press(Keys.ENTER)
+        self.said("Link deleted. Links 1–1 of 1.")
+        self.assertEqual(self.browser.focused().attribute("data-key"), f"delete {kept}")
+        self.click("#new")
+        nameless = [e.attribute("id") for e in self.browser.find_all("button, input, select, textarea, a, table")
+                    if e.shown() and not e.label()]
+        self.assertEqual(nameless, [])
+
+    def test_administrator_sees_everybodys_links_and_cleans_them(self):
+        past = {"auto_gc": True, "expire_at": "2001-01-01 00:00:00"}
+        for account, title, fields in [("bob", "Stays", {**past, "auto_gc": False}), ("bob", "Goes", past),
+                                       ("alice", "Hers", past), ("admin", "Own", {})]:
+            self.demo.create(account, protect_title=title, **fields)
+        self.open()
+        self.shows("Hers")
+        self.browser.wait(lambda: self.browser.find("[data-scope=own] .count").property("textContent") == "1")
+        self.assertFalse(self.browser.find("#scope").shown())
+        with Browser(1280, 900) as self.browser:
+            self.open("admin")
+            self.shows("Own")
+            self.assertEqual(self.browser.wait_for("[data-scope=all]").text, "Everybody’s 4")
+            self.click("[data-scope=all]")
+            self.sort_by_title()
+            self.shows("Goes", "Hers", "Own", "Stays")
+            self.assertEqual([e.text for e in self.browser.find_all("td[data-title=Owner]")],
+                             ["bob", "alice", "admin", "bob"])
+            self.click("#clean")
+            self.assertIn("everybody’s links", self.browser.wait_for("#confirm-text").text)
+            self.click("#confirm-yes")
+            self.shows("Own", "Stays")
+            self.assertEqual(self.browser.console(), [])
+        del self.browser
+
+
+if __name__ == "__main__":
+    unittest.main()
