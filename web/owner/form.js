@@ -210,7 +210,7 @@ export class LinkForm {
     this.#problem.hidden = true;
     for (const input of this.#form.querySelectorAll('[aria-invalid]')) {
       input.removeAttribute('aria-invalid');
-      input.removeAttribute('aria-errormessage');
+      input.setAttribute('aria-describedby', `h-${input.name}`);
       this.#form.querySelector(`#e-${input.name}`).remove();
     }
   }
@@ -226,7 +226,7 @@ export class LinkForm {
     const details = input.closest('details');
     if (details) details.open = true;
     input.setAttribute('aria-invalid', 'true');
-    input.setAttribute('aria-errormessage', `e-${name}`);
+    input.setAttribute('aria-describedby', `e-${name} h-${name}`);
     input.closest('.field').append(make('p', {id: `e-${name}`, class: 'field-error'}, text));
   }
 
