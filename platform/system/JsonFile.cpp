@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "Descriptor.h"
+#include "veltsys/Descriptor.h"
 #include "veltsys/JsonText.h"
 
 namespace VELT {

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <vector>
 
-#include "Descriptor.h"
+#include "veltsys/Descriptor.h"
 
 namespace {
 

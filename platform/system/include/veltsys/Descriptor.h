@@ -1,4 +1,4 @@
-// A file descriptor that closes itself.
+// A file descriptor that closes itself; -1 stands for none.
 #pragma once
 
 #include <unistd.h>

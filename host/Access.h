@@ -1,0 +1,23 @@
+// Who makes a request, and whether they may.
+#pragma once
+
+#include <string>
+
+#include "Registry.h"
+#include "WebRequest.h"
+#include "veltwebapi/RequestContext.h"
+
+namespace VELT::host {
+
+// Fills in the user that the web server logged in. False, changing nothing, when it logged nobody in or
+// the user database doesn't know them.
+bool IdentifyUser(const WebRequest& request, RequestContext& context);
+
+// Whether the visitor's session holds a legal token for the link of the request.
+bool HoldsToken(const RequestContext& context);
+
+// Whether the caller that `context` describes may call a method with this access. `is_user` tells that
+// IdentifyUser found one.
+bool MayCall(const Access& access, const RequestContext& context, bool is_user);
+
+}  // namespace VELT::host

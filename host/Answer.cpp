@@ -1,0 +1,61 @@
+#include "Answer.h"
+
+#include <json/writer.h>
+
+namespace VELT::host {
+namespace {
+
+// JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the answer.
+std::string ToText(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+std::string CookieHeader(const Cookie& cookie, bool secure) {
+  std::string header = "Set-Cookie: " + cookie.name + "=" + cookie.value;
+  if (!cookie.path.empty()) header += "; Path=" + cookie.path;
+  if (!cookie.domain.empty()) header += "; Domain=" + cookie.domain;
+  if (cookie.lifetime != 0) header += "; Max-Age=" + std::to_string(cookie.lifetime);
+  header += "; HttpOnly; SameSite=Lax";
+  if (secure || cookie.secure) header += "; Secure";
+  return header + "\r\n";
+}
+
+}  // namespace
+
+std::string JsonAnswer(const ResponseState& state, bool secure) {
+  std::string text =
+      "Status: 200 OK\r\n"
+      "Content-Type: application/json; charset=\"UTF-8\"\r\n"
+      "Cache-Control: no-store\r\n"
+      "X-Content-Type-Options: nosniff\r\n";
+  for (const Cookie& cookie : state.cookies) text += CookieHeader(cookie, secure);
+  Json::Value envelope;
+  const bool success = state.outcome == ResponseState::Outcome::kSuccess;
+  envelope["success"] = success;
+  if (success) {
+    envelope["data"] = state.body;
+  } else {
+    envelope["error"]["code"] = state.error_code;
+    envelope["error"]["errors"] = state.body;
+  }
+  return text + "\r\n" + ToText(envelope);
+}
+
+std::string ErrorAnswer(FrameworkError code, const std::string& detail) {
+  ResponseState state;
+  state.outcome = ResponseState::Outcome::kError;
+  state.error_code = code;
+  state.body = detail;
+  return JsonAnswer(state, false);
+}
+
+std::string PlainAnswer(const std::string& status, const std::string& text) {
+  return "Status: " + status +
+         "\r\nContent-Type: text/plain; charset=\"UTF-8\"\r\nCache-Control: no-store\r\n"
+         "X-Content-Type-Options: nosniff\r\n\r\n" +
+         text + "\n";
+}
+
+}  // namespace VELT::host

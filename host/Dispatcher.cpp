@@ -1,0 +1,180 @@
+#include "Dispatcher.h"
+
+#include <syslog.h>
+
+#include <charconv>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "Access.h"
+#include "Answer.h"
+#include "Language.h"
+#include "PageDoor.h"
+#include "RequestReader.h"
+#include "Site.h"
+#include "veltsharing/Keys.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltsys/Text.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
+#include "veltwebapi/ResponseState.h"
+
+namespace VELT::host {
+namespace {
+
+struct Address {
+  enum class Kind { kNone, kOwner, kVisitor, kPage };
+
+  Kind kind = Kind::kNone;
+  std::string link;
+};
+
+Address AddressOf(const WebRequest& request) {
+  // The web server divides the path between the two as its configuration has it.
+  std::string path = request.Variable("SCRIPT_NAME") + request.Variable("PATH_INFO");
+  if (path == "/webapi/entry.cgi") return {Address::Kind::kOwner, {}};
+  constexpr std::string_view kLinks = "/sharing/";
+  constexpr std::string_view kApi = "/webapi";
+  if (!path.starts_with(kLinks) || !IsCleanText(path)) return {};
+  path.erase(0, kLinks.size());
+  const bool is_api = path.ends_with(kApi);
+  if (is_api) path.resize(path.size() - kApi.size());
+  if (path.empty() || path.find('/') != std::string::npos) return {};
+  return {is_api ? Address::Kind::kVisitor : Address::Kind::kPage, std::move(path)};
+}
+
+std::string TextOf(const Parameters& parameters, const char* name) {
+  const auto found = parameters.find(name);
+  if (found == parameters.end()) return {};
+  const RawParameter& raw = found->second;
+  if (!raw.typed) return raw.text;
+  return raw.json.isString() ? raw.json.asString() : std::string();
+}
+
+// -1, which no API has, for what is no whole number.
+int VersionOf(const Parameters& parameters) {
+  const auto found = parameters.find("version");
+  if (found == parameters.end()) return -1;
+  const RawParameter& raw = found->second;
+  if (raw.typed) return raw.json.isInt() ? raw.json.asInt() : -1;
+  int version = -1;
+  const char* end = raw.text.data() + raw.text.size();
+  const auto [stop, error] = std::from_chars(raw.text.data(), end, version);
+  return error == std::errc() && stop == end ? version : -1;
+}
+
+// An exception's text may hold what was asked for, a password included: it stays out of the log.
+bool RunMethod(const Method& method, const std::string& name, APIRequest& request,
+               APIResponse& response) {
+  try {
+    if (method.check(&request, &response)) method.handler(&request, &response);
+    return true;
+  } catch (const std::exception&) {
+    syslog(LOG_ERR, "%s: an exception left the handler", name.c_str());
+  } catch (...) {
+    syslog(LOG_ERR, "%s: an exception of no standard type left the handler", name.c_str());
+  }
+  return false;
+}
+
+void LogDropped(const std::string& name, const std::optional<std::string>& printed) {
+  if (!printed.has_value()) {
+    syslog(LOG_ERR, "%s: more than 1 MiB was printed", name.c_str());
+  } else if (!printed->empty()) {
+    syslog(LOG_WARNING, "%s: %zu printed bytes were dropped", name.c_str(), printed->size());
+  }
+}
+
+std::string Unexpected() { return ErrorAnswer(kUnexpectedFailure, "unexpected failure"); }
+
+}  // namespace
+
+Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output)
+    : options_(options), registry_(registry), output_(output), page_(FindPluginsIn(registry)) {}
+
+std::string Dispatcher::Answer(const WebRequest& request) {
+  const Address address = AddressOf(request);
+  const std::string verb = request.Variable("REQUEST_METHOD");
+  const bool is_owner = address.kind == Address::Kind::kOwner;
+  // What the store does for an owner is bound to no address.
+  sharing::SetVisitorAddress(is_owner ? std::string() : request.Variable("REMOTE_ADDR"));
+  switch (address.kind) {
+    case Address::Kind::kOwner:
+      return AnswerApi(request, nullptr);
+    case Address::Kind::kVisitor:
+      return AnswerApi(request, &address.link);
+    case Address::Kind::kPage: {
+      if (verb != "GET" && verb != "HEAD") {
+        return PlainAnswer("405 Method Not Allowed", "This address is for reading.");
+      }
+      output_.Begin();
+      std::string answer = AnswerPage(page_, request, address.link);
+      LogDropped("link page", output_.End());
+      return answer;
+    }
+    case Address::Kind::kNone:
+      break;
+  }
+  return PlainAnswer("404 Not Found", "There is nothing at this address.");
+}
+
+std::string Dispatcher::AnswerApi(const WebRequest& request, const std::string* link) {
+  auto context = std::make_unique<RequestContext>();
+  const std::string error = ReadParameters(request, context->parameters);
+  if (!error.empty()) return ErrorAnswer(kMalformed, error);
+  context->base_url = BaseURL(request, options_.external_url);
+  if (context->base_url.empty()) return ErrorAnswer(kMalformed, "malformed Host header");
+  context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
+  context->language = UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
+  if (link != nullptr) {
+    context->is_sharing = true;
+    context->sharing_id = *link;
+    const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
+    if (sid != context->cookies.end()) context->sharing_sid = sid->second;
+  }
+  return AnswerMethod(request, std::move(context));
+}
+
+std::string Dispatcher::AnswerMethod(const WebRequest& request,
+                                     std::unique_ptr<RequestContext> context) {
+  const std::string api = TextOf(context->parameters, "api");
+  const std::string name = TextOf(context->parameters, "method");
+  const Method* method = nullptr;
+  switch (registry_.Find(api, VersionOf(context->parameters), name, &method)) {
+    case kNoSuchApi:
+      return ErrorAnswer(kNoSuchApi, "no such API");
+    case kNoSuchVersion:
+      return ErrorAnswer(kNoSuchVersion, "the API has no such version");
+    case kNoSuchMethod:
+      return ErrorAnswer(kNoSuchMethod, "the API has no such method");
+    default:
+      break;
+  }
+  if (method->post_only && request.Variable("REQUEST_METHOD") != "POST") {
+    return ErrorAnswer(kNotAllowed, "this method needs POST");
+  }
+  if (method->post_only && IsFromOtherSite(request, context->base_url)) {
+    return ErrorAnswer(kNotAllowed, "another site's page may not call this method");
+  }
+  const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
+  if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");
+
+  const bool secure = context->base_url.starts_with("https:") || request.IsHttps();
+  APIRequest api_request(std::move(context));
+  APIResponse api_response;
+  const std::string label = api + " " + name;
+  output_.Begin();
+  const bool returned = RunMethod(*method, label, api_request, api_response);
+  std::optional<std::string> printed = output_.End();
+  const ResponseState& state = api_response.state();
+  if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
+    return std::move(*printed);
+  }
+  LogDropped(label, printed);
+  const bool answered = state.output_enabled && state.outcome != ResponseState::Outcome::kNone;
+  return returned && answered ? JsonAnswer(state, secure) : Unexpected();
+}
+
+}  // namespace VELT::host

@@ -1,0 +1,12 @@
+// What one request may cost. Texts nested more than 64 levels deep are refused by the JSON reader.
+#pragma once
+
+#include <cstddef>
+
+namespace VELT::host {
+
+constexpr std::size_t kLargestBody = std::size_t{1024} * 1024;
+constexpr std::size_t kLargestOutput = std::size_t{1024} * 1024;
+constexpr std::size_t kMostParameters = 256;
+
+}  // namespace VELT::host

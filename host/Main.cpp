@@ -1,0 +1,132 @@
+// velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "Listener.h"
+#include "Options.h"
+#include "Privileges.h"
+#include "Site.h"
+#include "Supervisor.h"
+#include "Worker.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltsys/Accounts.h"
+#include "veltsys/Descriptor.h"
+
+namespace VELT::host {
+namespace {
+
+Ids FindIds(const std::string& user, const std::string& group) {
+  Ids ids{geteuid(), getegid(), user};
+  if (!user.empty()) {
+    const auto found = accounts::FindUser(user);
+    if (!found.has_value()) throw std::runtime_error("--user: no account is called " + user);
+    ids.uid = found->uid;
+    ids.gid = found->gid;
+  }
+  if (!group.empty()) {
+    const auto found = accounts::FindGroup(group);
+    if (!found.has_value()) throw std::runtime_error("--group: no group is called " + group);
+    ids.gid = *found;
+  }
+  return ids;
+}
+
+std::string CheckExternalURL(std::string& url) {
+  if (url.ends_with('/')) url.pop_back();
+  if (IsSiteURL(url)) return {};
+  return "must be http:// or https://, a host, and a port if it isn't the usual one";
+}
+
+// In a process of its own: no worker may inherit a database connection. A store that can't be used is
+// told to every request, until somebody repairs it.
+void PrepareStore(const Options& options) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    bool created = false;
+    try {
+      LowerTo(options.ids);
+      sharing::ConfigureStore({options.database, {}});
+      created = sharing::CreateStore();
+    } catch (const std::exception& error) {
+      syslog(LOG_ERR, "%s", error.what());
+    }
+    _exit(created ? 0 : 1);
+  }
+  int status = -1;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || status != 0) {
+    syslog(LOG_ERR, "the sharing database is not usable");
+  }
+}
+
+int Serve(const Options& options) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
+  const Descriptor lifeline(ends[0]);
+  Descriptor held(ends[1]);
+  const Listener listener(options.socket_path, options.ids);
+  PrepareStore(options);
+  Supervisor supervisor(static_cast<std::size_t>(options.workers),
+                        [&](const std::function<void()>& ready) {
+                          held.Close();
+                          return RunWorker(options, listener.fd(), lifeline.get(), ready);
+                        });
+  return supervisor.Run();
+}
+
+int Main(int argc, char** argv) {
+  Options options;
+  options.workers = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+  std::string user;
+  std::string group;
+  bool log_stderr = false;
+  CLI::App app(
+      "Serves the web APIs of the registered modules over FastCGI, in the foreground.\n"
+      "SIGTERM finishes the requests in hand and ends; SIGHUP replaces the workers one by one, "
+      "which reads the registry anew.");
+  app.add_option("--socket", options.socket_path, "Unix socket at which the web server finds it")
+      ->required();
+  app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--database", options.database,
+                 "\"sqlite3 PATH\" or \"postgresql CONNECTION\"; made at the first start")
+      ->required();
+  app.add_option("--workers", options.workers, "Worker processes")
+      ->check(CLI::Range(1, 1024))
+      ->capture_default_str();
+  app.add_option("--user", user, "Account with whose rights requests are served");
+  app.add_option("--group", group, "Group instead of the account's own; may use the socket");
+  app.add_option("--external-url", options.external_url,
+                 "What links begin with (https://nas.example.com); else the Host of the request")
+      ->check(CLI::Validator(CheckExternalURL, "URL"));
+  app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  app.add_flag("--log-stderr", log_stderr, "Log to standard error as well as to syslog");
+  CLI11_PARSE(app, argc, argv);
+  openlog("velt-webapid", LOG_PID | (log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
+  try {
+    if (options.external_url.ends_with('/')) options.external_url.pop_back();
+    options.ids = FindIds(user, group);
+    return Serve(options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velt-webapid: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace
+}  // namespace VELT::host
+
+int main(int argc, char** argv) { return VELT::host::Main(argc, argv); }

@@ -1,0 +1,27 @@
+// What the command line settles, checked and looked up.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace VELT::host {
+
+// The effective ids that requests are served with.
+struct Ids {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  std::string user;  // empty when `uid` is the one that the host was started with
+};
+
+struct Options {
+  std::string socket_path;
+  int workers = 0;
+  Ids ids;
+  std::string registry;
+  std::string database;
+  std::string external_url;  // without a slash at the end; empty: the address that the browser used
+  unsigned int request_timeout = 120;  // seconds
+};
+
+}  // namespace VELT::host

@@ -1,0 +1,40 @@
+#include "PageDoor.h"
+
+#include "Answer.h"
+#include "RequestReader.h"
+#include "veltsharing/Keys.h"
+
+namespace VELT::host {
+namespace {
+
+// VELT::sharing::GetSharingPlugin(const std::string&, const std::string&): as C++ function it has no
+// plain name to look up.
+constexpr const char* kGetSharingPlugin =
+    "_ZN4VELT7sharing16GetSharingPluginERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES8_";
+
+}  // namespace
+
+PluginLookup FindPluginsIn(const Registry& registry) {
+  using Lookup = PluginRunner (*)(const std::string& kind, const std::string& name);
+  const auto lookup = reinterpret_cast<Lookup>(registry.Symbol(kGetSharingPlugin));
+  if (lookup != nullptr) return lookup;
+  return [](const std::string&, const std::string&) -> PluginRunner { return nullptr; };
+}
+
+std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id) {
+  std::vector<std::pair<std::string, std::string>> pairs;
+  if (!DecodeForm(request.Variable("QUERY_STRING"), pairs)) {
+    return PlainAnswer("400 Bad Request", "The address is malformed.");
+  }
+  const auto cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
+  const auto sid = cookies.find(sharing::SZK_SHARING_SID);
+  const PageAnswer answer = page.Answer(
+      {id, {pairs.begin(), pairs.end()}, sid != cookies.end() ? sid->second : std::string()});
+  std::string text = "Status: " + std::to_string(answer.status) + "\r\n";
+  for (const auto& [name, value] : answer.headers) text.append(name + ": " + value + "\r\n");
+  text += "\r\n";
+  if (request.Variable("REQUEST_METHOD") != "HEAD") text += answer.body;
+  return text;
+}
+
+}  // namespace VELT::host

@@ -1,0 +1,18 @@
+// The way from a web request to the page of a link.
+#pragma once
+
+#include <string>
+
+#include "LinkPage.h"
+#include "Registry.h"
+#include "WebRequest.h"
+
+namespace VELT::host {
+
+// Finds plugins through the first module of `registry` that has them. The registry must outlive it.
+PluginLookup FindPluginsIn(const Registry& registry);
+
+// The whole answer to a GET or HEAD of the page of the link `id`.
+std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id);
+
+}  // namespace VELT::host

@@ -1,0 +1,56 @@
+// The API modules that this host serves, loaded, and who may call which of their methods.
+#pragma once
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "veltwebapi/APITable.h"
+
+namespace VELT::host {
+
+// Who may call a method; several may hold.
+struct Access {
+  bool user = false;     // a logged-in user
+  bool visitor = false;  // whoever knows a link's address, logged in or not
+  bool token = false;    // a visitor whose session holds a legal token for the link
+};
+
+struct Method {
+  APIHandler handler = nullptr;
+  APICheck check = nullptr;
+  Access access;
+  bool post_only = false;  // it changes something: only by POST, and not from another site's page
+};
+
+// Constant after Load; several threads may read it.
+class Registry {
+ public:
+  // Reads every *.json file of `folder`, each of which names one module, and loads the modules, which
+  // stay loaded until the process ends:
+  //
+  //   {"library": PATH, absolute or from the file's folder on,
+  //    "methods": [{"api": NAME, "version": N, "method": NAME,
+  //                 "access": [any of "user", "visitor", "token"], "post_only": BOOL, false if absent}]}
+  //
+  // Throws std::runtime_error, whose text says what is wrong with which file. A method that a module has
+  // and its file lacks can't be called.
+  static Registry Load(const std::string& folder);
+
+  // Leaves the method in `*method` and returns 0, or returns the framework's error code.
+  int Find(const std::string& api, int version, const std::string& name,
+           const Method** method) const;
+  // The address of `symbol` in the first module that exports it, or null.
+  void* Symbol(const char* symbol) const;
+
+ private:
+  using Key = std::tuple<std::string, int, std::string>;  // API, version, method
+
+  void AddModule(const std::string& folder, const std::string& file);
+
+  std::map<Key, Method> methods_;
+  std::vector<void*> modules_;
+};
+
+}  // namespace VELT::host

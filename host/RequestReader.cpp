@@ -1,0 +1,115 @@
+#include "RequestReader.h"
+
+#include <strings.h>
+
+#include <cstddef>
+
+#include "Limits.h"
+#include "veltsys/JsonText.h"
+#include "veltsys/Text.h"
+
+namespace VELT::host {
+namespace {
+
+std::string_view Trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// Takes the piece before the next `separator` off the head of `text`.
+std::string_view NextPiece(std::string_view& text, char separator) {
+  const std::size_t end = text.find(separator);
+  const std::string_view piece = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  return piece;
+}
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+bool DecodePercent(std::string_view text, std::string& decoded) {
+  decoded.clear();
+  decoded.reserve(text.size());
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    if (text[index] != '%') {
+      decoded += text[index] == '+' ? ' ' : text[index];
+      continue;
+    }
+    if (text.size() - index < 3) return false;
+    const int high = HexDigit(text[index + 1]);
+    const int low = HexDigit(text[index + 2]);
+    if (high < 0 || low < 0) return false;
+    decoded += static_cast<char>(high * 16 + low);
+    index += 2;
+  }
+  return IsCleanText(decoded);
+}
+
+std::string ReadForm(std::string_view text, const char* place, Parameters& parameters) {
+  std::vector<std::pair<std::string, std::string>> pairs;
+  if (!DecodeForm(text, pairs)) return std::string("malformed ") + place;
+  for (auto& [name, value] : pairs) parameters[name] = {false, {}, std::move(value)};
+  return {};
+}
+
+std::string ReadJson(const std::string& text, Parameters& parameters) {
+  Json::Value object;
+  if (!ParseJsonText(text, object) || !object.isObject()) return "request body is no JSON object";
+  if (!IsCleanJson(object)) return "malformed text in the request body";
+  if (object.size() > kMostParameters) return "too many parameters";
+  for (auto member = object.begin(); member != object.end(); ++member) {
+    parameters[member.name()] = {true, *member, {}};
+  }
+  return {};
+}
+
+std::string ReadBody(const WebRequest& request, Parameters& parameters) {
+  const std::string header = request.Variable("CONTENT_TYPE");
+  std::string_view rest = header;
+  const std::string type(Trimmed(NextPiece(rest, ';')));
+  if (strcasecmp(type.c_str(), "application/json") == 0) return ReadJson(request.body, parameters);
+  if (strcasecmp(type.c_str(), "application/x-www-form-urlencoded") == 0) {
+    return ReadForm(request.body, "form", parameters);
+  }
+  return "request body is neither a form nor JSON";
+}
+
+}  // namespace
+
+bool DecodeForm(std::string_view text, std::vector<std::pair<std::string, std::string>>& pairs) {
+  while (!text.empty()) {
+    std::string_view piece = NextPiece(text, '&');
+    if (piece.empty()) continue;
+    if (pairs.size() == kMostParameters) return false;
+    auto& [name, value] = pairs.emplace_back();
+    if (!DecodePercent(NextPiece(piece, '='), name) || !DecodePercent(piece, value)) return false;
+  }
+  return true;
+}
+
+std::string ReadParameters(const WebRequest& request, Parameters& parameters) {
+  if (request.body.size() > kLargestBody) return "request body is larger than 1 MiB";
+  if (!request.body_complete) return "request body is cut off";
+  std::string error = ReadForm(request.Variable("QUERY_STRING"), "query", parameters);
+  if (error.empty() && !request.body.empty()) error = ReadBody(request, parameters);
+  if (error.empty() && parameters.size() > kMostParameters) error = "too many parameters";
+  return error;
+}
+
+std::map<std::string, std::string> ReadCookies(std::string_view header) {
+  std::map<std::string, std::string> cookies;
+  while (!header.empty()) {
+    std::string_view piece = NextPiece(header, ';');
+    const std::string_view name = Trimmed(NextPiece(piece, '='));
+    const std::string_view value = Trimmed(piece);
+    if (!name.empty() && IsCleanText(name) && IsCleanText(value)) cookies.emplace(name, value);
+  }
+  return cookies;
+}
+
+}  // namespace VELT::host
