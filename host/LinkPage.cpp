@@ -220,8 +220,10 @@ std::string Form(const Entry& entry) {
 )";
       break;
     case Entry::ProtectType::kPassword:
-      fields = R"(<p>This link asks for a password.</p>
-<label>Password
+      // Password managers keep one password for each name at a site: each link is a name.
+      fields = "<p>This link asks for a password.</p>\n<input autocomplete=\"username\" value=\"" +
+               Escaped(entry.get_hash()) + "\" hidden readonly>\n";
+      fields += R"(<label>Password
 <input name="password" type="password" autocomplete="current-password" required></label>
 )";
       break;
@@ -258,7 +260,7 @@ PageAnswer Page(int status, const std::string& id, const Document& document) {
       "<title>" +
       title +
       "</title>\n"
-      "<link rel=\"icon\" type=\"image/svg+xml\" href=\"/owner/icon.svg\">\n"
+      "<link rel=\"icon\" type=\"image/svg+xml\" href=\"/shared/icon.svg\">\n"
       "<link rel=\"stylesheet\" href=\"/shared/theme.css\">\n"
       "<link rel=\"stylesheet\" href=\"/link/link.css\">\n"
       "<script src=\"/link/namespace.js\"></script>\n"

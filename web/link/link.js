@@ -11,8 +11,8 @@ import {explainToVisitor} from './words.js';
 import {listModules, loadModules, modulesOf} from './modules.js';
 
 const SHARING = 'VELT.Core.Sharing';
-const id = decodeURIComponent(location.pathname.split('/')[2]);
-const apiPath = `/sharing/${encodeURIComponent(id)}/webapi`;
+const id = location.pathname.split('/')[2];
+const apiPath = `/sharing/${id}/webapi`;
 const privateKey = `velt-sharing-private:${id}`;
 const {state, protect, redirect} = document.body.dataset;
 const session = window.VELT.TALD.Session ?? {};
@@ -52,7 +52,7 @@ function askForLogin({text = '', field = null} = {}) {
     concerned.setAttribute('aria-invalid', 'true');
     concerned.setAttribute('aria-describedby', 'problem');
   }
-  (concerned ?? form.elements[0]).focus();
+  (concerned ?? form.querySelector('input:not([hidden]), button')).focus();
 }
 
 async function logIn() {
@@ -175,4 +175,5 @@ async function start() {
   }
 }
 
-if (state !== 'ended') start();
+// Applications' scripts that wait for the document come first, so that they hear of the login.
+if (state !== 'ended') document.addEventListener('DOMContentLoaded', start);
