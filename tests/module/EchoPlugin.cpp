@@ -1,0 +1,13 @@
+// A render plugin that hands back what it was called with.
+#include "veltplugin/RenderPlugin.h"
+
+extern "C" bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* status,
+                               const Json::Value& extra, Json::Value& result) {
+  Json::Value& call = result["PRIVATE"];
+  call["project"] = entry.get_project_name();
+  call["title"] = entry.get_protect_title();
+  call["status"] = status;
+  call["extra"] = extra;
+  result["SESSION"] = call;
+  return true;
+}

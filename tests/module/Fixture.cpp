@@ -1,0 +1,185 @@
+#include "Fixture.h"
+
+#include <json/reader.h>
+#include <sqlite3.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "veltsharing/StoreOptions.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
+#include "veltwebapi/APITable.h"
+#include "veltwebapi/ResponseState.h"
+
+extern "C" {
+
+const VELT::APITableEntry* GetAPITable();
+const VELT::APICheckTableEntry* GetAPICheckTable();
+
+// In place of the C library's, for the libraries as well.
+void syslog(int priority, const char* format, ...) {
+  char line[2048];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(line, sizeof(line), format, args);
+  va_end(args);
+  VELT::Log().push_back(std::to_string(priority) + " " + line);
+}
+
+}  // extern "C"
+
+namespace VELT {
+namespace {
+
+template <typename Row>
+const Row* Find(const Row* row, const std::string& api, const std::string& method) {
+  while (row->api != nullptr && (api != row->api || method != row->method)) ++row;
+  return row;
+}
+
+// Runs `action` with standard output going to a file, and returns what it wrote.
+template <typename Action>
+std::string Capture(Action action) {
+  std::fflush(stdout);
+  const int saved = dup(STDOUT_FILENO);
+  FILE* file = std::tmpfile();
+  dup2(fileno(file), STDOUT_FILENO);
+  action();
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  std::rewind(file);
+  std::string text(1 << 20, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), file));
+  std::fclose(file);
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string>& Log() {
+  static std::vector<std::string> lines;
+  return lines;
+}
+
+Json::Value Parse(const std::string& json) {
+  Json::Value value;
+  std::string error;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  EXPECT_TRUE(reader->parse(json.data(), json.data() + json.size(), &value, &error)) << error;
+  return value;
+}
+
+Json::Value Refusal(const char* name, const char* reason) {
+  Json::Value detail;
+  detail["name"] = name;
+  detail["reason"] = reason;
+  return detail;
+}
+
+ModuleTest::ModuleTest() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "velt-module-XXXXXX").string();
+  folder_ = mkdtemp(pattern.data());
+  sharing::ConfigureStore(
+      {"sqlite3 " + (folder_ / "sharing.db").string(), [this] { return now_; }});
+  EXPECT_TRUE(sharing::CreateStore());
+  Log().clear();
+  As(kAlice);
+}
+
+ModuleTest::~ModuleTest() {
+  sharing::ConfigureStore({});
+  std::filesystem::remove_all(folder_);
+}
+
+void ModuleTest::As(unsigned int uid, bool admin) {
+  caller_ = {};
+  caller_.login_uid = uid;
+  caller_.is_admin = admin;
+  caller_.base_url = "https://nas.example";
+  sharing::SetVisitorAddress("");
+}
+
+void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
+                           const std::string& address) {
+  caller_ = {};
+  caller_.is_sharing = true;
+  caller_.sharing_id = link;
+  caller_.sharing_sid = sid;
+  caller_.base_url = "https://nas.example";
+  if (!sid.empty()) caller_.cookies["sharing_sid"] = sid;
+  sharing::SetVisitorAddress(address);
+}
+
+Answer ModuleTest::Call(const std::string& api, const std::string& method,
+                        const std::string& json) {
+  auto context = std::make_unique<RequestContext>(caller_);
+  const Json::Value parameters = Parse(json);
+  for (const std::string& name : parameters.getMemberNames()) {
+    context->parameters[name] = {true, parameters[name], ""};
+  }
+  APIRequest request(std::move(context));
+  APIResponse response;
+  Answer answer;
+  answer.handled = Find(GetAPICheckTable(), api, method)->check(&request, &response);
+  if (answer.handled) {
+    answer.printed =
+        Capture([&] { Find(GetAPITable(), api, method)->handler(&request, &response); });
+  }
+  const ResponseState& state = response.state();
+  answer.raw = !state.output_enabled;
+  answer.code = state.outcome == ResponseState::Outcome::kError ? state.error_code : 0;
+  answer.body = state.body;
+  if (!state.cookies.empty()) answer.cookie = state.cookies[0].name + "=" + state.cookies[0].value;
+  EXPECT_TRUE(answer.raw || answer.handled || answer.code == 120);
+  return answer;
+}
+
+std::string ModuleTest::Create(const std::string& json) {
+  const Answer answer = Sharing("set", json);
+  EXPECT_EQ(answer.code, 0) << answer.body;
+  return answer.body["sharing_id"].asString();
+}
+
+std::string ModuleTest::Login(const std::string& link, const std::string& credentials) {
+  AsVisitor(link, "");
+  const Answer answer = Call("VELT.Core.Sharing.Login", "login",
+                             R"({"sharing_id": ")" + link + "\"" + credentials + "}");
+  EXPECT_EQ(answer.code, 0) << answer.body;
+  const std::string sid = answer.body["sharing_sid"].asString();
+  AsVisitor(link, sid);
+  return sid;
+}
+
+void ModuleTest::OpenStore() {
+  sharing::ConfigureStore(
+      {"sqlite3 " + (folder_ / "sharing.db").string(), [this] { return now_; }});
+}
+
+void ModuleTest::BreakStore() {
+  sharing::ConfigureStore({});
+  std::ofstream(folder_ / "sharing.db") << std::string(10000, 'x');
+  OpenStore();
+}
+
+int ModuleTest::Rows(const std::string& table, const std::string& where) const {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_open((folder_ / "sharing.db").c_str(), &db);
+  const std::string sql = "SELECT count(*) FROM " + table + " WHERE " + where;
+  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sql;
+  sqlite3_step(statement);
+  const int count = sqlite3_column_int(statement, 0);
+  sqlite3_finalize(statement);
+  sqlite3_close(db);
+  return count;
+}
+
+}  // namespace VELT

@@ -1,0 +1,71 @@
+// Calls the methods as the framework does, through the exported tables, over a real store in a
+// fresh folder.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <json/value.h>
+#include <json/writer.h>  // a failed comparison prints its values
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "veltwebapi/RequestContext.h"
+
+namespace VELT {
+
+struct Answer {
+  int code = 0;  // 0: success
+  Json::Value body;
+  bool raw = false;  // the module wrote its answer itself
+  std::string printed;
+  std::string cookie;
+  bool handled = false;  // the pre-check let the handler run
+};
+
+class ModuleTest : public testing::Test {
+ protected:
+  static constexpr unsigned int kAlice = 2001;  // in group 3001 "family"
+  static constexpr unsigned int kBob = 2002;
+  static constexpr unsigned int kAdmin = 2000;
+
+  ModuleTest();
+  ~ModuleTest() override;
+
+  // Who makes the calls that follow.
+  void As(unsigned int uid, bool admin = false);
+  void AsVisitor(const std::string& link, const std::string& sid,
+                 const std::string& address = "192.0.2.1");
+
+  Answer Call(const std::string& api, const std::string& method, const std::string& json);
+  Answer Sharing(const std::string& method, const std::string& json) {
+    return Call("VELT.Core.Sharing", method, json);
+  }
+  // Calls that must succeed. A link's id; a visitor's session id, left as the one that visits.
+  std::string Create(const std::string& json = R"({"project_name": "album"})");
+  std::string Login(const std::string& link, const std::string& credentials = "");
+
+  void BreakStore();
+  void Pass(int seconds) { now_ += seconds; }
+  // The number of rows of `table` for which `where` holds, by a connection of its own.
+  int Rows(const std::string& table, const std::string& where = "1 = 1") const;
+
+  std::filesystem::path folder_;
+  std::int64_t now_ = 1'700'000'000;
+
+ private:
+  void OpenStore();
+
+  RequestContext caller_;
+};
+
+// What was logged since the test began, "<priority> <text>".
+std::vector<std::string>& Log();
+
+Json::Value Parse(const std::string& json);
+
+// {"name": name, "reason": reason}
+Json::Value Refusal(const char* name, const char* reason);
+
+}  // namespace VELT

@@ -1,0 +1,63 @@
+// Who may read and delete a link.
+#include "Fixture.h"
+
+namespace VELT {
+namespace {
+
+class GetTest : public ModuleTest {
+ protected:
+  Answer On(const char* method, const std::string& link) {
+    return Sharing(method, R"({"sharing_id": ")" + link + "\"}");
+  }
+};
+
+TEST_F(GetTest, OwnerAndAdministratorReadAndDelete) {
+  const std::string id = Create();
+  As(kBob);
+  for (const char* method : {"get", "delete"}) {
+    EXPECT_EQ(On(method, id).code, 1007);
+    EXPECT_EQ(On(method, id).body, "Execute Error: invalid owner");
+    EXPECT_EQ(On(method, "unknown").code, 1005);
+    EXPECT_EQ(On(method, "unknown").body, "Execute Error: invalid sharing id");
+  }
+  As(kAdmin, true);
+  EXPECT_EQ(On("get", id).body["sharing_id"], id);
+  const Answer answer = On("delete", id);
+  EXPECT_EQ(answer.code, 0);
+  EXPECT_EQ(answer.body, Json::Value(""));
+  As(kAlice);
+  EXPECT_EQ(On("get", id).code, 1005);
+  EXPECT_EQ(Rows("link"), 0);
+}
+
+TEST_F(GetTest, VisitorReadsByItsTokenForThatLink) {
+  const std::string id = Create();
+  const std::string other = Create();
+  const std::string sid = Login(id);
+  Answer answer = Sharing("get", "{}");
+  EXPECT_EQ(answer.body["sharing_id"], id);
+  EXPECT_FALSE(answer.body.isMember("private_data"));
+
+  EXPECT_EQ(On("get", other).body, "Execute Error: no token");
+  EXPECT_EQ(On("get", other).code, 1006);
+  AsVisitor(other, sid);
+  EXPECT_EQ(Sharing("get", "{}").body, "Execute Error: no token");
+  AsVisitor(id, "chosen-by-the-visitor");
+  EXPECT_EQ(Sharing("get", "{}").body, "Execute Error: invalid sharing session_id");
+  EXPECT_EQ(On("get", "unknown").code, 1005);
+}
+
+TEST_F(GetTest, VisitEndsWithItsSessionOrItsLink) {
+  const std::string id = Create(R"({"project_name": "album", "expire_at": "2023-11-15 12:00:00"})");
+  Login(id);
+  EXPECT_EQ(Sharing("get", "{}").code, 0);
+  EXPECT_EQ(Sharing("logout", "{}").code, 0);
+  EXPECT_EQ(Sharing("get", "{}").code, 1006);
+
+  Login(id);
+  Pass(36 * 3600);
+  EXPECT_EQ(Sharing("get", "{}").code, 1006);
+}
+
+}  // namespace
+}  // namespace VELT

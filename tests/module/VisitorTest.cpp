@@ -1,0 +1,219 @@
+// The visitor's side: session script, login, logout, start-up data, with the application's
+// configuration.
+#include <algorithm>
+#include <fstream>
+
+#include "Fixture.h"
+#include "veltsharing/Login.h"
+
+namespace VELT {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr char kHeader[] =
+    "Content-Type: application/javascript; charset=\"UTF-8\"\r\n\r\nVELT.TALD.Session = ";
+
+class VisitorTest : public ModuleTest {
+ protected:
+  static void Configure(const std::string& project, const std::string& config) {
+    std::ofstream("/usr/velt/etc.defaults/sharing/" + project) << config;
+  }
+  static std::string EchoConfig(const std::string& more) {
+    return R"({"plugins": [{"name": "custom_page", "params": {"lib": ")" VELT_ECHO_PLUGIN
+           R"("}}])" +
+           more + "}";
+  }
+  Answer Session(const std::string& json) { return Call("VELT.Core.Sharing.Session", "get", json); }
+  // The session object of a script, and what stands behind it.
+  static Json::Value Object(const Answer& answer, std::string* extra = nullptr) {
+    EXPECT_TRUE(answer.raw);
+    EXPECT_THAT(answer.printed, StartsWith(kHeader));
+    const std::size_t end = answer.printed.find("\n;");
+    if (extra != nullptr) *extra = answer.printed.substr(end + 2);
+    return Parse(answer.printed.substr(sizeof(kHeader) - 1, end - sizeof(kHeader) + 1));
+  }
+  Answer TryLogin(const std::string& link, const std::string& credentials) {
+    AsVisitor(link, "");
+    return Call("VELT.Core.Sharing.Login", "login",
+                R"({"sharing_id": ")" + link + "\"" + credentials + "}");
+  }
+};
+
+TEST_F(VisitorTest, ScriptWithoutALinkHasTheBareSession) {
+  std::string extra = "?";
+  const Json::Value session = Object(Session("{}"), &extra);
+  EXPECT_THAT(session.getMemberNames(),
+              testing::ElementsAre("configured", "diskless", "enable_velt_token", "fullversion",
+                                   "hostname", "isLogined", "lang", "protect_title", "sharing",
+                                   "sharing_id", "sharing_status", "sharing_theme", "version"));
+  EXPECT_EQ(session["sharing_status"], "none");
+  EXPECT_EQ(session["sharing_theme"], Json::Value(Json::objectValue));
+  EXPECT_EQ(session["version"], session["fullversion"]);
+  EXPECT_EQ(session["isLogined"], false);
+  EXPECT_EQ(session["sharing"], true);
+  EXPECT_EQ(session["diskless"], false);
+  EXPECT_EQ(session["configured"], true);
+  EXPECT_EQ(extra, "");
+  EXPECT_FALSE(Object(Session(R"({"sharing_error": -1, "sharing_preview_status": {}})"))
+                   .isMember("sharing_error"));
+  EXPECT_EQ(Object(Session(R"({"sharing_error": 1001, "sharing_id": "unknown"})"))["sharing_error"],
+            1001);
+}
+
+TEST_F(VisitorTest, ScriptTellsOfLinkAndApplication) {
+  Configure("album", EchoConfig(R"(, "theme": {"color": "red"}, "protect_title": "Albums")"));
+  const std::string titled = Create(R"({"project_name": "album", "protect_title": "Ours"})");
+  const std::string plain = Create();
+  std::string extra;
+  Json::Value session =
+      Object(Session(R"({"sharing_id": ")" + titled + R"(", "sharing_status": "user"})"), &extra);
+  EXPECT_EQ(session["protect_title"], "Ours");
+  EXPECT_EQ(session["sharing_theme"]["color"], "red");
+  EXPECT_THAT(extra, StartsWith("VELT.TALD.ExtraSession = {"));
+  EXPECT_EQ(Parse(extra.substr(25, extra.size() - 26)),
+            Parse(R"({"project": "album", "title": "Ours", "status": "user", "extra": null})"));
+  session = Object(Session(R"({"sharing_id": ")" + plain + "\"}"));
+  EXPECT_EQ(session["protect_title"], "Albums");
+}
+
+TEST_F(VisitorTest, PreviewAsksNoStore) {
+  Configure("album", EchoConfig(""));
+  BreakStore();
+  std::string extra;
+  const Json::Value session = Object(
+      Session(
+          R"({"preview": true, "sharing_id": "x", "sharing_status": "none", "sharing_preview_status": "none",
+                  "sharing_preview_project_name": "album", "sharing_preview_params": [1]})"),
+      &extra);
+  EXPECT_EQ(session["preview"], true);
+  EXPECT_EQ(session["sharing_id"], "x");
+  EXPECT_EQ(session["sharing_status"], "password");
+  EXPECT_EQ(session["sharing_preview_params"], Parse("[1]"));
+  const Json::Value call = Parse(extra.substr(25, extra.size() - 26));
+  EXPECT_EQ(call["status"], "none");
+  EXPECT_EQ(call["extra"],
+            Parse(R"({"preview": true, "sharing_status": "password", "sharing_preview_params": [1],
+                                     "sharing_preview_project_name": "album"})"));
+  EXPECT_EQ(
+      Object(Session(R"({"preview": true, "sharing_preview_status": "user"})"))["sharing_status"],
+      "user");
+}
+
+TEST_F(VisitorTest, ScriptWithBadParametersIsAnError) {
+  const Answer answer = Session(R"({"sharing_error": {}})");
+  EXPECT_EQ(answer.code, 101);
+  EXPECT_THAT(answer.body.asString(), StartsWith("Parse Param Error: "));
+  EXPECT_FALSE(answer.raw);
+  EXPECT_EQ(answer.printed, "");
+}
+
+TEST_F(VisitorTest, BadConfigurationsCostNobodyThePage) {
+  const std::string id = Create();
+  const std::string ask = R"({"sharing_id": ")" + id + "\"}";
+  struct {
+    const char* config;
+    const char* login_private;  // as JSON
+    int lines;
+  } const rows[] = {
+      {"", "null", 0},
+      {"[]", "null", 0},
+      {"{nonsense", "null", 0},
+      {"{}", R"("")", 0},
+      {R"({"plugins": {}})", "null", 1},
+      {R"({"plugins": "custom_page"})", "null", 1},
+      {R"({"plugins": [], "theme": null})", R"("")", 0},
+      {R"({"plugins": [null, 5, [], {"name": 5}, {"name": "other"}, {"name": "custom_page", "params": 5}]})",
+       R"("")", 0},
+      {R"({"plugins": [{"name": "open_graph", "params": {"lib": "/nowhere"}}]})", R"("")", 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.config);
+    Configure("album", row.config);
+    Log().clear();
+    std::string extra;
+    Object(Session(ask), &extra);
+    EXPECT_EQ(extra, "");
+    EXPECT_EQ(std::ranges::count(Log(), "3 SharingSessionAPI:194 Error plugins config"), row.lines);
+    Log().clear();
+    const Answer login = TryLogin(id, "");
+    EXPECT_EQ(login.body["private"], Parse(std::string("[") + row.login_private + "]")[0]);
+    EXPECT_EQ(std::ranges::count(Log(), "3 SharingLoginAPI:140 Error plugins config"), row.lines);
+  }
+}
+
+TEST_F(VisitorTest, LoginGivesCookieAndPrivateData) {
+  Configure("album", EchoConfig(""));
+  const std::string id =
+      Create(R"({"project_name": "album", "protect_type": "password", "protect_password": "pw"})");
+  Answer answer = TryLogin(id, R"(, "password": "PW")");
+  EXPECT_EQ(answer.code, 1001);
+  EXPECT_EQ(answer.body, "Execute Error: wrong protect passwd");
+  EXPECT_EQ(answer.cookie, "");
+  answer = TryLogin(id, R"(, "password": "pw")");
+  EXPECT_THAT(answer.body.getMemberNames(), testing::ElementsAre("private", "sharing_sid"));
+  EXPECT_EQ(answer.cookie, "sharing_sid=" + answer.body["sharing_sid"].asString());
+  EXPECT_EQ(answer.body["private"],
+            Parse(R"({"project": "album", "title": "", "status": "none", "extra": null})"));
+  EXPECT_EQ(TryLogin("unknown", "").body, "Execute Error: login fail");
+}
+
+TEST_F(VisitorTest, RefusedLoginsHaveTheirCodes) {
+  const std::string user =
+      Create(R"({"project_name": "album", "protect_type": "user", "protect_users": ["bob"]})");
+  EXPECT_EQ(TryLogin(user, R"(, "mosk_username": "bob", "mosk_password": "x")").code, 1003);
+  EXPECT_EQ(TryLogin(user, R"(, "mosk_username": "alice", "mosk_password": "alice-pw")").code,
+            1002);
+  EXPECT_EQ(TryLogin(user, R"(, "mosk_username": "bob", "mosk_password": "bob-pw")").code, 0);
+  As(kAlice);
+  const std::string once = Create(R"({"project_name": "album", "expire_times": 1})");
+  EXPECT_EQ(TryLogin(once, "").code, 0);
+  EXPECT_EQ(TryLogin(once, "").code, 1012);
+  As(kAlice);
+  const std::string guessed =
+      Create(R"({"project_name": "album", "protect_type": "password", "protect_password": "pw"})");
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(TryLogin(guessed, R"(, "password": "no")").code, 1001);
+  EXPECT_EQ(TryLogin(guessed, R"(, "password": "pw")").code, 1008);
+  BreakStore();
+  EXPECT_EQ(TryLogin(once, "").code, 117);
+}
+
+TEST_F(VisitorTest, LogoutIsForVisitors) {
+  const std::string id = Create();
+  const std::string sid = Login(id);
+  As(kAlice);
+  Answer answer = Sharing("logout", R"({"sharing_sid": ")" + sid + "\"}");
+  EXPECT_EQ(answer.code, 101);
+  EXPECT_EQ(answer.body, "Execute Error: only allow sharing request");
+  AsVisitor(id, sid);
+  EXPECT_EQ(Sharing("logout", R"({"sharing_sid": ""})").body, Json::Value());
+  answer = Sharing("logout", "{}");
+  EXPECT_EQ(answer.code, 1004);
+  EXPECT_EQ(answer.body, "Execute Error: logout fail");
+  Sharing("logout", R"({"sharing_sid": []})");
+  EXPECT_THAT(Log().back(), StartsWith("3 SharingAPI:157 Fatal Error: "));
+}
+
+TEST_F(VisitorTest, InitDataHasTheLink) {
+  const std::string id = Create();
+  Login(id);
+  for (const char* action : {"", "unknown", "JSCONFIG"}) {
+    const Answer answer =
+        Call("VELT.Core.Sharing.Initdata", "get", std::string(R"({"action": ")") + action + "\"}");
+    EXPECT_EQ(answer.body["Sharing"]["sharing_id"], id) << action;
+    EXPECT_EQ(answer.body["UserSettings"], Json::Value(Json::objectValue));
+    EXPECT_TRUE(answer.body["CSSFiles"].isArray());
+  }
+  for (const char* action : {"external_ip", "assistant", "jsconfig"}) {
+    const Answer answer =
+        Call("VELT.Core.Sharing.Initdata", "get", std::string(R"({"action": ")") + action + "\"}");
+    EXPECT_EQ(answer.code, 0);
+    EXPECT_FALSE(answer.body.isMember("Sharing")) << action;
+  }
+}
+
+}  // namespace
+}  // namespace VELT
