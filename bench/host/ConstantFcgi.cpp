@@ -1,0 +1,63 @@
+// constant-fcgi SOCKET [WORKERS]: answers every FastCGI request with the same JSON, in as many processes as
+// are asked for (else one per core), until it is ended with SIGTERM.
+#include <fcgiapp.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::vector<pid_t> workers;
+
+void EndWorkers(int) {
+  for (const pid_t worker : workers) kill(worker, SIGTERM);
+}
+
+int Serve(int listener) {
+  FCGX_Request request;
+  if (FCGX_Init() != 0 || FCGX_InitRequest(&request, listener, 0) != 0) return 1;
+  while (FCGX_Accept_r(&request) == 0) {
+    FCGX_PutS(
+        "Status: 200 OK\r\n"
+        "Content-Type: application/json; charset=\"UTF-8\"\r\n"
+        "Cache-Control: no-store\r\n"
+        "X-Content-Type-Options: nosniff\r\n\r\n"
+        "{\"error\":{\"code\":120,\"errors\":{\"name\":\"sharing_id\",\"reason\":\"required\"}},"
+        "\"success\":false}",
+        request.out);
+    FCGX_Finish_r(&request);
+  }
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: constant-fcgi SOCKET [WORKERS]\n");
+    return 2;
+  }
+  const unsigned int count = argc > 2 ? static_cast<unsigned int>(std::atoi(argv[2]))
+                                      : std::thread::hardware_concurrency();
+  const int listener = FCGX_OpenSocket(argv[1], 1024);
+  if (listener < 0) {
+    std::perror(argv[1]);
+    return 1;
+  }
+  for (unsigned int index = 0; index < count; ++index) {
+    const pid_t pid = fork();
+    if (pid == 0) return Serve(listener);
+    if (pid > 0) workers.push_back(pid);
+  }
+  std::signal(SIGTERM, EndWorkers);
+  std::signal(SIGINT, EndWorkers);
+  while (wait(nullptr) > 0) {
+  }
+  unlink(argv[1]);
+  return 0;
+}

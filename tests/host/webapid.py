@@ -1,0 +1,199 @@
+"""Starts velt-webapid on a fresh folder and talks FastCGI to it, as a web server would."""
+
+import json
+import os
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+import urllib.parse
+
+BUILD = os.environ["VELT_BUILD"]
+HOST = os.path.join(BUILD, "bin", "velt-webapid")
+FIXTURES = os.environ["VELT_FIXTURES"]
+BEGIN, END, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6
+PATIENCE = 30  # seconds until something that must happen counts as failed
+
+
+class Answer:
+    """Headers in lower case; `json` where the body is JSON. An empty text: the worker died over it."""
+
+    def __init__(self, text):
+        self.text = text
+        head, _, self.body = text.partition("\r\n\r\n")
+        self.headers = [line.partition(": ")[::2] for line in head.split("\r\n")]
+        is_json = ("Content-Type", 'application/json; charset="UTF-8"') in self.headers
+        self.json = json.loads(self.body) if is_json else None
+
+    @property
+    def code(self):
+        """The framework's or module's error code, 0 for a success."""
+        return 0 if self.json["success"] else self.json["error"]["code"]
+
+
+def _pair(name, value):
+    def length(text):
+        return bytes([len(text)]) if len(text) < 128 else struct.pack(">I", len(text) | 1 << 31)
+
+    return length(name) + length(value) + name + value
+
+
+def _record(kind, content=b""):
+    return struct.pack(">BBHHBB", 1, kind, 1, len(content), 0, 0) + content
+
+
+def _stream(kind, content):
+    chunks = [content[at : at + 65535] for at in range(0, len(content), 65535)]
+    return b"".join(_record(kind, chunk) for chunk in chunks) + _record(kind)
+
+
+def _read_exactly(connection, count):
+    data = b""
+    while len(data) < count:
+        piece = connection.recv(count - len(data))
+        if not piece:
+            return None
+        data += piece
+    return data
+
+
+class Host:
+    """One running velt-webapid. `log` holds its log lines so far."""
+
+    def __init__(self, *options, modules=None, workers=1):
+        self.folder = tempfile.TemporaryDirectory(prefix="webapid-")
+        self.socket = os.path.join(self.folder.name, "socket")
+        self.registry = os.path.join(self.folder.name, "webapi.d")
+        os.mkdir(self.registry)
+        for name, text in (modules or {"fixture.json": fixture_registry()}).items():
+            self.register(name, text)
+        command = [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
+        command += ["--database", "sqlite3 " + os.path.join(self.folder.name, "sharing.db")]
+        command += ["--workers", str(workers), *options]
+        self.log = []
+        self._news = threading.Condition()
+        self.process = subprocess.Popen(
+            command, stderr=subprocess.PIPE, text=True, errors="replace", stdin=subprocess.DEVNULL
+        )
+        self._reader = threading.Thread(target=self._read_log, daemon=True)
+        self._reader.start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.wait()
+        self.folder.cleanup()
+
+    def register(self, name, content):
+        with open(os.path.join(self.registry, name), "w", encoding="utf-8") as file:
+            file.write(content if isinstance(content, str) else json.dumps(content))
+
+    def _read_log(self):
+        for line in self.process.stderr:
+            with self._news:
+                self.log.append(line.rstrip("\n"))
+                self._news.notify_all()
+
+    def wait_for_log(self, text, times=1):
+        with self._news:
+            found = self._news.wait_for(
+                lambda: sum(text in line for line in self.log) >= times, PATIENCE
+            )
+        assert found, f"{text!r} is not in {self.log}"
+
+    def wait(self):
+        status = self.process.wait(PATIENCE)
+        self._reader.join(PATIENCE)
+        self.process.stderr.close()
+        return status
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def connect(self):
+        """A connection, waiting for the host to come up."""
+        end = time.monotonic() + PATIENCE
+        while True:
+            connection = socket.socket(socket.AF_UNIX)
+            connection.settimeout(PATIENCE)
+            try:
+                connection.connect(self.socket)
+                return connection
+            except OSError:
+                connection.close()
+                if time.monotonic() > end or self.process.poll() is not None:
+                    raise
+                os.sched_yield()
+
+    def start(self, variables, body=b""):
+        """Sends a request; its answer is read by `finish`."""
+        everything = {
+            "REQUEST_METHOD": "POST",
+            "SCRIPT_NAME": "/webapi/entry.cgi",
+            "HTTP_HOST": "nas:5000",
+            "REMOTE_USER": "root",
+            "CONTENT_TYPE": "application/x-www-form-urlencoded",
+            "CONTENT_LENGTH": str(len(body)),
+            **variables,
+        }
+        params = b"".join(_pair(k.encode(), v.encode()) for k, v in everything.items())
+        connection = self.connect()
+        try:
+            connection.sendall(
+                _record(BEGIN, struct.pack(">HB5x", 1, 0))
+                + _stream(PARAMS, params)
+                + _stream(STDIN, body)
+            )
+        except OSError:  # the answer tells
+            pass
+        return connection
+
+    def finish(self, connection):
+        text = b""
+        with connection:
+            try:
+                while (head := _read_exactly(connection, 8)) is not None:
+                    _, kind, _, length, padding, _ = struct.unpack(">BBHHBB", head)
+                    content = _read_exactly(connection, length + padding)
+                    if content is None or kind == END:
+                        break
+                    if kind == STDOUT:
+                        text += content[:length]
+            except ConnectionResetError:
+                pass
+        return Answer(text.decode())
+
+    def ask(self, variables=None, body=b""):
+        return self.finish(self.start(variables or {}, body))
+
+    def call(self, method, variables=None, **parameters):
+        """Calls a method of the fixture module as a logged-in user."""
+        form = {"api": "Test.Host", "version": 1, "method": method, **parameters}
+        return self.ask(variables, urllib.parse.urlencode(form).encode())
+
+    def worker(self):
+        """The process id of a worker that is up."""
+        return self.call("echo").json["data"]["pid"]
+
+    def stop(self):
+        self.signal(signal.SIGTERM)
+        return self.wait()
+
+
+def fixture_registry(**changes):
+    methods = ["echo", "raw", "print", "crash", "hang", "throw", "throw_int", "silent", "flood"]
+    rows = [
+        {"api": "Test.Host", "version": 1, "method": name, "access": ["user", "visitor"]}
+        for name in methods + ["elevate"]
+    ]
+    rows.append(
+        {"api": "Test.Host", "version": 1, "method": "user_post", "access": ["user"], "post_only": True}
+    )
+    rows.append({"api": "Test.Host", "version": 1, "method": "for_token", "access": ["token"]})
+    return {"library": os.path.join(FIXTURES, "fixture_api.so"), "methods": rows, **changes}
