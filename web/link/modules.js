@@ -40,6 +40,5 @@ export function listModules(modules) {
   return make('details', {id: 'modules'},
     make('summary', {}, `Parts of this page (${modules.length})`),
     make('ul', {}, ...modules.map(({key, title, running}) =>
-      make('li', {'data-module': key}, make('span', {}, title),
-        running ? null : make('span', {class: 'stopped'}, 'not running')))));
+      make('li', {'data-module': key}, title, running ? null : make('span', {class: 'stopped'}, ' (not running)')))));
 }
