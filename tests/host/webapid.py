@@ -2,7 +2,6 @@
 
 import json
 import os
-import signal
 import socket
 import struct
 import subprocess
@@ -18,8 +17,14 @@ BEGIN, END, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6
 PATIENCE = 30  # seconds until something that must happen counts as failed
 
 
+def wait_until(condition):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < end, "waited in vain"
+
+
 class Answer:
-    """Headers in lower case; `json` where the body is JSON. An empty text: the worker died over it."""
+    """`json` holds it where the body is JSON. An empty text: the worker died over it."""
 
     def __init__(self, text):
         self.text = text
@@ -63,9 +68,9 @@ def _read_exactly(connection, count):
 class Host:
     """One running velt-webapid. `log` holds its log lines so far."""
 
-    def __init__(self, *options, modules=None, workers=1):
+    def __init__(self, *options, modules=None, workers=1, at=None):
         self.folder = tempfile.TemporaryDirectory(prefix="webapid-")
-        self.socket = os.path.join(self.folder.name, "socket")
+        self.socket = at or os.path.join(self.folder.name, "socket")
         self.registry = os.path.join(self.folder.name, "webapi.d")
         os.mkdir(self.registry)
         for name, text in (modules or {"fixture.json": fixture_registry()}).items():
@@ -129,7 +134,6 @@ class Host:
                 connection.close()
                 if time.monotonic() > end or self.process.poll() is not None:
                     raise
-                os.sched_yield()
 
     def start(self, variables, body=b""):
         """Sends a request; its answer is read by `finish`."""
@@ -180,10 +184,6 @@ class Host:
     def worker(self):
         """The process id of a worker that is up."""
         return self.call("echo").json["data"]["pid"]
-
-    def stop(self):
-        self.signal(signal.SIGTERM)
-        return self.wait()
 
 
 def fixture_registry(**changes):

@@ -1,0 +1,250 @@
+"""velt-webapid, driven over its socket with the fixture module: what it lets through, what it refuses, and
+how it comes through handlers that go wrong."""
+
+import contextlib
+import errno
+import json
+import os
+import pwd
+import signal
+import unittest
+
+from webapid import Host, fixture_registry, wait_until
+
+FORM = b"api=Test.Host&version=1&method=echo"
+JSON = {"CONTENT_TYPE": "application/json; charset=utf-8"}
+VISITOR = {"SCRIPT_NAME": "/sharing", "PATH_INFO": "/abc/webapi", "REMOTE_USER": ""}
+MIB = 1 << 20
+
+
+def body(**members):
+    return json.dumps({"api": "Test.Host", "version": 1, "method": "echo", **members}).encode()
+
+
+class Requests(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.host = cls.enterClassContext(Host())
+
+    def check(self, rows):
+        for name, variables, content, code in rows:
+            with self.subTest(name):
+                answer = self.host.ask(variables, content)
+                self.assertEqual(answer.code, code, answer.text)
+        self.assertEqual(self.host.ask({}, FORM).code, 0)
+
+    def test_malformed_requests_are_refused_and_their_neighbours_served(self):
+        filler = b"&value=" + b"x" * (MIB - len(FORM) - 7)
+        self.check(
+            [
+                ("1 MiB", {}, FORM + filler, 0),
+                ("more than 1 MiB", {}, FORM + filler + b"x", 106),
+                ("much more", {}, FORM + filler * 4, 106),
+                ("256 parameters", {}, FORM + b"".join(b"&p%d" % n for n in range(253)), 0),
+                ("257 parameters", {}, FORM + b"".join(b"&p%d" % n for n in range(254)), 106),
+                ("257 of query and body", {"QUERY_STRING": "q"},
+                 FORM + b"".join(b"&p%d" % n for n in range(253)), 106),
+                ("cut off", {"CONTENT_LENGTH": "500"}, FORM, 106),
+                ("broken escape", {}, FORM + b"&value=%4", 106),
+                ("NUL in a form", {}, FORM + b"&value=%00", 106),
+                ("invalid UTF-8 in a name", {}, FORM + b"&%C3=1", 106),
+                ("NUL in the query", {"QUERY_STRING": "a=%00"}, FORM, 106),
+                ("JSON", JSON, body(value=[1]), 0),
+                ("JSON list", JSON, b"[1]", 106),
+                ("half a JSON text", JSON, body()[:-1], 106),
+                ("nested 63 levels", JSON, body(value=0)[:-2] + b"[" * 62 + b"]" * 62 + b"}", 0),
+                ("nested too deeply", JSON, body(value=0)[:-2] + b"[" * 64 + b"]" * 64 + b"}", 106),
+                ("NUL in JSON", JSON, body(value=[{"a\0": 1}]), 106),
+                ("half a surrogate pair", JSON, body(value="\udc00"), 106),
+                ("JSON with 257 members", JSON, body(**{f"p{n}": 1 for n in range(254)}), 106),
+                ("unknown kind of body", {"CONTENT_TYPE": "text/plain"}, FORM, 106),
+                ("no Host", {"HTTP_HOST": ""}, FORM, 106),
+                ("Host with a path", {"HTTP_HOST": "nas/x"}, FORM, 106),
+                ("Host with a user", {"HTTP_HOST": "a@nas"}, FORM, 106),
+                ("Host with a wrong port", {"HTTP_HOST": "nas:70000"}, FORM, 106),
+                ("IPv6 host", {"HTTP_HOST": "[fe80::1]:80"}, FORM, 0),
+                ("unclosed IPv6 host", {"HTTP_HOST": "[fe80::1"}, FORM, 106),
+            ]
+        )
+
+    def test_only_registered_methods_are_reached_by_those_who_may(self):
+        def form(api="Test.Host", version="1", method="echo"):
+            return f"api={api}&version={version}&method={method}".encode()
+
+        post = form(method="user_post")
+        self.check(
+            [
+                ("unknown API", {}, form(api="Test.Hos", version="9", method="no"), 102),
+                ("no API", {}, b"version=1&method=echo", 102),
+                ("unknown version", {}, form(version="2", method="no"), 104),
+                ("version in words", {}, form(version="1x"), 104),
+                ("unknown method", {}, form(method="no"), 103),
+                ("method that is not registered", {}, form(method="unlisted"), 103),
+                ("unknown before not allowed", {"REMOTE_USER": ""}, form(method="no"), 103),
+                ("no login", {"REMOTE_USER": ""}, FORM, 105),
+                ("unknown user", {"REMOTE_USER": "no-such-user"}, FORM, 105),
+                ("visitor", VISITOR, FORM, 0),
+                ("visitor at a user's method", {**VISITOR, "REMOTE_USER": "root"}, post, 105),
+                ("no token", VISITOR, form(method="for_token"), 105),
+                ("planted session", {**VISITOR, "HTTP_COOKIE": "sharing_sid=x"}, form(method="for_token"), 105),
+                ("user at a token's method", {}, form(method="for_token"), 105),
+                ("POST", {}, post, 0),
+                ("GET", {"REQUEST_METHOD": "GET", "QUERY_STRING": post.decode()}, b"", 105),
+                ("GET with a body", {"REQUEST_METHOD": "GET"}, post, 105),
+                ("own page", {"HTTP_SEC_FETCH_SITE": "same-origin"}, post, 0),
+                ("another site's page", {"HTTP_SEC_FETCH_SITE": "cross-site"}, post, 105),
+                ("own origin", {"HTTP_ORIGIN": "http://nas:5000"}, post, 0),
+                ("other origin", {"HTTP_ORIGIN": "http://nas.example"}, post, 105),
+                ("sandboxed page", {"HTTP_ORIGIN": "null"}, post, 105),
+                ("refused by its check", {}, form(method="hang"), 120),
+            ]
+        )
+
+    def test_what_a_handler_learns(self):
+        owner = self.host.call("echo", {"HTTP_ACCEPT_LANGUAGE": "xx, fr;q=0.5, de-CH;q=0.8"}, value="1e5")
+        data = owner.json["data"]
+        root = {"uid": 0, "admin": True, "sharing": False, "id": "", "value": "1e5",
+                "url": "http://nas:5000", "language": "ger"}
+        self.assertEqual({key: data[key] for key in root}, root)
+        self.assertEqual(self.host.ask({**JSON, "QUERY_STRING": "value=a"}, body(value="b")).json["data"]["value"], "b")
+        visitor = self.host.call("echo", {**VISITOR, "REMOTE_USER": "root", "HTTPS": "on",
+                                          "HTTP_COOKIE": "a=b; sharing_sid=first; sharing_sid=second"})
+        data = visitor.json["data"]
+        someone = {"uid": 0xFFFFFFFE, "admin": False, "sharing": True, "id": "abc", "sid": "first",
+                   "url": "https://nas:5000"}
+        self.assertEqual({key: data[key] for key in someone}, someone)
+
+    def test_answers_carry_safe_headers_and_cookies(self):
+        answer = self.host.call("echo", {"HTTPS": "on"}, cookie="text")
+        for header in [("Cache-Control", "no-store"), ("X-Content-Type-Options", "nosniff"),
+                       ("Set-Cookie", "sid=text; Path=/; HttpOnly; SameSite=Lax; Secure")]:
+            self.assertIn(header, answer.headers)
+        answer = self.host.call("echo", cookie="a\r\nSet-Cookie: b")
+        self.assertFalse(answer.json["data"]["added"])
+        self.assertNotIn("Set-Cookie", dict(answer.headers))
+
+    def test_addresses_that_are_none(self):
+        for path, status in [("/", "404"), ("/sharing/", "404"), ("/sharing/a/b", "404"),
+                             ("/sharing//webapi", "404"), ("/sharing/abc", "405")]:
+            with self.subTest(path):
+                self.assertEqual(dict(self.host.ask({"SCRIPT_NAME": path}).headers)["Status"][:3], status)
+
+    def test_printed_output_is_sent_only_in_place_of_an_answer(self):
+        worker = self.host.worker()
+        self.assertEqual(self.host.call("raw").text, f"Content-Type: text/x-raw\r\n\r\n{worker}")
+        self.assertEqual(self.host.call("print").code, 0)
+        self.host.wait_for_log("Test.Host print: 42 printed bytes were dropped")
+        self.assertEqual(self.host.call("flood").code, 100)
+        self.host.wait_for_log("more than 1 MiB was printed")
+        self.assertEqual(self.host.call("raw").text, f"Content-Type: text/x-raw\r\n\r\n{worker}")
+
+    def test_handlers_that_fail_are_unexpected_failures(self):
+        worker = self.host.worker()
+        for method in ["throw", "throw_int", "silent"]:
+            with self.subTest(method):
+                self.assertEqual(self.host.call(method).code, 100)
+        self.assertEqual(self.host.worker(), worker)
+        self.assertNotIn("planted secret", "".join(self.host.log))
+
+
+class Workers(unittest.TestCase):
+    @contextlib.contextmanager
+    def hanging(self, host):
+        """A request whose handler is at work until the block ends."""
+        path = os.path.join(host.folder.name, "fifo")
+        os.mkfifo(path)
+        form = f"api=Test.Host&version=1&method=hang&value={path}"
+        connection = host.start({}, form.encode())
+        with open(path, "wb"):  # waits for the handler
+            yield connection
+
+    def test_a_worker_that_dies_is_replaced(self):
+        with Host() as host:
+            first = host.worker()
+            self.assertEqual(host.call("crash").text, "")
+            self.assertNotEqual(host.worker(), first)
+            host.wait_for_log(f"worker {first} died: Killed")
+
+    def test_termination_finishes_the_request_in_hand(self):
+        with Host(workers=2) as host:
+            with self.hanging(host) as connection:
+                host.signal(signal.SIGTERM)
+            self.assertEqual(host.finish(connection).json, {"data": "finished", "success": True})
+            self.assertEqual(host.wait(), 0)
+            self.assertFalse(os.path.exists(host.socket))
+
+    def test_hangup_replaces_workers_by_ones_that_know_the_new_registry(self):
+        with Host(workers=2) as host:
+            old = {host.worker() for _ in range(50)}
+            self.assertEqual(host.call("unlisted").code, 103)
+            host.register("fixture.json", "{")
+            host.signal(signal.SIGHUP)
+            host.wait_for_log("left with status 78", times=3)  # tried again and again
+            self.assertIn(host.worker(), old)  # meanwhile the old ones serve
+            registry = fixture_registry()
+            registry["methods"].append(
+                {"api": "Test.Host", "version": 1, "method": "unlisted", "access": ["user"]}
+            )
+            host.register("fixture.json", registry)
+            wait_until(lambda: all(host.call("unlisted").code == 0 for _ in range(50)))
+            self.assertTrue(old.isdisjoint(host.worker() for _ in range(50)))
+
+    def test_a_request_that_takes_too_long_ends_its_worker_only(self):
+        with Host("--request-timeout", "1") as host:
+            with self.hanging(host) as connection:
+                self.assertEqual(host.finish(connection).text, "")
+            host.wait_for_log("took too long over a request")
+            self.assertEqual(host.call("echo").code, 0)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root")
+    def test_a_worker_left_with_other_ids_answers_and_leaves(self):
+        with Host("--user", "nobody") as host:
+            first = host.call("echo").json["data"]
+            self.assertEqual(first["euid"], pwd.getpwnam("nobody").pw_uid)
+            self.assertEqual(host.call("elevate").json["data"]["euid"], 0)
+            second = host.call("echo").json["data"]
+            self.assertNotEqual(second["pid"], first["pid"])
+            self.assertEqual(second["euid"], first["euid"])
+            host.wait_for_log("left effective ids 0:")
+
+    def test_workers_leave_with_their_parent_and_its_socket_is_taken_over(self):
+        def refused():
+            with contextlib.suppress(ConnectionResetError, BrokenPipeError):
+                try:
+                    host.connect().close()
+                except ConnectionRefusedError:
+                    return True
+            return False
+
+        with Host(workers=2) as host:
+            host.worker()
+            host.signal(signal.SIGKILL)
+            host.wait()
+            wait_until(refused)
+            with Host(at=host.socket) as heir:
+                self.assertEqual(heir.call("echo").code, 0)
+                with Host(at=host.socket) as late:
+                    self.assertEqual(late.wait(), 1)
+                    late.wait_for_log(os.strerror(errno.EADDRINUSE))
+
+    def test_a_registry_that_is_wrong_ends_the_start_with_the_reason(self):
+        row = fixture_registry()["methods"][0]
+        for content, reason in [
+            ("{", "no readable JSON object"),
+            (fixture_registry(library="./none.so"), "cannot load library"),
+            (fixture_registry(library="/usr/lib/x86_64-linux-gnu/libc.so.6"), "has no GetAPITable"),
+            (fixture_registry(methods=[{**row, "method": "no"}]), "no handler or no check for Test.Host no"),
+            (fixture_registry(methods=[{**row, "method": "unchecked"}]), "no handler or no check"),
+            (fixture_registry(methods=[{**row, "access": ["guest"]}]), '"access" may hold'),
+            (fixture_registry(methods=[{**row, "access": []}]), '"access" must be a list'),
+            (fixture_registry(methods=[{**row, "post_only": "yes"}]), '"post_only" must be'),
+            (fixture_registry(methods=[row, row]), "registered twice"),
+        ]:
+            with self.subTest(reason), Host(modules={"one.json": content}, workers=2) as host:
+                self.assertEqual(host.wait(), 78)
+                self.assertIn(f"{host.registry}/one.json: ", "".join(host.log))
+                self.assertIn(reason, "".join(host.log))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "veltsys/Accounts.h"
+#include "veltsys/Base64.h"
+#include "veltsys/JsonFile.h"
+#include "veltsys/KeyFile.h"
+#include "veltsys/Text.h"
+
+namespace {
+
+using std::string;
+
+class Files : public testing::Test {
+ protected:
+  Files() {
+    char name[] = "/tmp/velt-files-XXXXXX";
+    root_ = mkdtemp(name);
+    std::filesystem::create_directory(root_ / "in");
+  }
+  ~Files() override { std::filesystem::remove_all(root_); }
+  void Write(const string& name, const string& text) const { std::ofstream(root_ / name) << text; }
+
+  std::filesystem::path root_;
+};
+
+string Nested(int levels) { return string(levels, '[') + string(levels, ']'); }
+
+TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
+  const string padding((1 << 20) - 2, ' ');
+  Write("outside", "[1]");
+  Write("in/good", "[1]");
+  Write("in/largest", "[]" + padding);
+  Write("in/larger", "[]" + padding + " ");
+  Write("in/deepest", Nested(64));
+  Write("in/deeper", Nested(65));
+  Write("in/comment", "[1] // one");
+  Write("in/comma", "[1,]");
+  Write("in/twice", "{\"a\": 1, \"a\": 2}");
+  Write("in/empty", "");
+  std::filesystem::create_directory(root_ / "in/folder");
+  std::filesystem::create_symlink("good", root_ / "in/link");
+  std::filesystem::create_symlink("../outside", root_ / "in/link out");
+  ASSERT_EQ(mkfifo((root_ / "in/fifo").c_str(), 0600), 0);
+  const struct {
+    string name;
+    bool is_read;
+  } rows[] = {
+      {"good", true},
+      {"largest", true},
+      {"deepest", true},
+      {"larger", false},
+      {"deeper", false},
+      {"comment", false},
+      {"comma", false},
+      {"twice", false},
+      {"empty", false},
+      {"folder", false},
+      {"link", false},
+      {"link out", false},
+      {"fifo", false},
+      {"none", false},
+      {"", false},
+      {".", false},
+      {"..", false},
+      {"../outside", false},
+      {"./good", false},
+      {"folder/../good", false},
+      {(root_ / "outside").string(), false},
+      {string("good\0x", 6), false},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(VELT::ReadJsonFile(root_ / "in", row.name).isArray(), row.is_read) << row.name;
+  }
+  EXPECT_TRUE(VELT::ReadJsonFile(root_ / "none", "good").isNull());
+}
+
+TEST_F(Files, KeyFilesAreReadLineByLine) {
+  Write("keys",
+        "# a=\"comment\"\n a = \"with = and # \" \nb=bare\r\ntwice=\"1\"\ntwice=2\nhalf=\"x\nnone\n"
+        "last=\"unended\"");
+  const string path = root_ / "keys";
+  const struct {
+    const char* key;
+    const char* value;
+    int holds;
+  } rows[] = {{"a", "with = and # ", 1}, {"a", "comment", 0}, {"b", "bare", 1},   {"b", "Bare", 0},
+              {"twice", "1", 0},         {"twice", "2", 1},   {"half", "\"x", 1}, {"none", "", 0},
+              {"last", "unended", 1},    {"", "", 0}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(VLIBCFileCheckKeyValue(path.c_str(), row.key, row.value, 0), row.holds)
+        << row.key << "=" << row.value;
+  }
+  EXPECT_EQ(VLIBCFileCheckKeyValue((path + "x").c_str(), "a", "", 0), 0);
+}
+
+TEST(Base64, EncodesIntoBuffersThatJustFit) {
+  const struct {
+    string source;
+    string text;
+  } rows[] = {{"", ""},
+              {"f", "Zg=="},
+              {"fo", "Zm8="},
+              {"foo", "Zm9v"},
+              {"foob", "Zm9vYg=="},
+              {"fooba", "Zm9vYmE="},
+              {"foobar", "Zm9vYmFy"},
+              {"\xfb\xff\xfe", "+//+"}};
+  for (const auto& [source, text] : rows) {
+    for (const std::size_t room : {std::size_t{0}, std::size_t{1}}) {
+      string buffer(text.size() + 2, '#');
+      EXPECT_EQ(VLIBCBase64SzEncodeFull(source.data(), source.size(), buffer.data(),
+                                        text.size() + room, text.size() + room, 0, 0),
+                static_cast<long>(text.size()));
+      EXPECT_EQ(buffer, room == 0 ? text + "##" : text + '\0' + '#');
+      if (text.empty()) continue;
+      buffer.assign(text.size(), '#');
+      EXPECT_EQ(VLIBCBase64SzEncodeFull(source.data(), source.size(), buffer.data(),
+                                        text.size() - room, text.size() - 1, 0, 0),
+                -1);
+      EXPECT_EQ(buffer, string(text.size(), '#'));
+    }
+  }
+  char buffer[8];
+  EXPECT_EQ(VLIBCBase64SzEncodeFull("f", 1, buffer, 8, 8, 76, 0), -1);
+  EXPECT_EQ(VLIBCBase64SzEncodeFull("f", 1, buffer, 8, 8, 0, 1), -1);
+}
+
+TEST(Text, IsCleanWhenItIsUtf8WithoutNul) {
+  for (const char* good :
+       {"", "a\x7f", "\xc2\x80", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xf4\x8f\xbf\xbf"}) {
+    EXPECT_TRUE(VELT::IsCleanText(good)) << good;
+  }
+  for (const char* bad : {"\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf",
+                          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xe2\x82", "a\xc3", "\xc3("}) {
+    EXPECT_FALSE(VELT::IsCleanText(bad)) << bad;
+  }
+  EXPECT_FALSE(VELT::IsCleanText(std::string_view("a\0b", 3)));
+}
+
+TEST(Accounts, KnowRootAndNoStrangers) {
+  const auto root = VELT::accounts::FindUser("root");
+  ASSERT_TRUE(root.has_value());
+  EXPECT_EQ(root->uid, 0U);
+  EXPECT_TRUE(VELT::accounts::IsAdministrator(*root));
+  EXPECT_TRUE(VELT::accounts::GroupsOf(*root).contains(root->gid));
+  EXPECT_FALSE(VELT::accounts::FindUser("no-such-user").has_value());
+  EXPECT_FALSE(VELT::accounts::FindUser("").has_value());
+  EXPECT_FALSE(VELT::accounts::FindGroup("no-such-group").has_value());
+  VELTUSER* user = nullptr;
+  EXPECT_EQ(VELTUserGetByUID(0, &user), 0);
+  ASSERT_NE(user, nullptr);
+  EXPECT_EQ(user->name, "root");
+  VELTUserFree(user);
+  EXPECT_EQ(VELTUserGetByUID(0xFFFFFFFD, &user), -1);
+  EXPECT_EQ(user, nullptr);
+}
+
+}  // namespace
