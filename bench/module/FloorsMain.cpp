@@ -1,15 +1,22 @@
-// bench-floors DATABASE COUNT: the median microseconds of a bare qrencode and of a create's two
-// writes, for bench/http/bench.py, which runs it between its own measurements.
+// bench-floors qrcode COUNT, or bench-floors writes COUNT DATABASE: the median microseconds of a bare qrencode, or
+// of a create's two writes, for bench/http/bench.py, which runs it between its own measurements.
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 #include "Floors.h"
 
 int main(int argc, char** argv) {
-  if (argc != 3) return 2;
-  const int count = std::atoi(argv[2]);
-  const std::string url = "http://127.0.0.1:8080/sharing/0123456789012345678901";
-  bench::LinkWriter writer(argv[1]);
-  std::cout << bench::Median(bench::Time(count, [&] { bench::BareQRCode(url); })) << " "
-            << bench::Median(bench::Time(count, [&] { writer.Write(); })) << "\n";
+  const std::string_view what = argc > 2 ? argv[1] : "";
+  double median = 0;
+  if (what == "qrcode") {
+    const std::string url = "http://127.0.0.1:8080/sharing/0123456789012345678901";
+    median = bench::Median(bench::Time(std::atoi(argv[2]), [&] { bench::BareQRCode(url); }));
+  } else if (what == "writes" && argc > 3) {
+    bench::LinkWriter writer(argv[3]);
+    median = bench::Median(bench::Time(std::atoi(argv[2]), [&] { writer.Write(); }));
+  } else {
+    return 2;
+  }
+  std::cout << median << "\n";
 }
