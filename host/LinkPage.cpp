@@ -122,8 +122,8 @@ State FindState(const PageRequest& request, bool error_given, Entry& entry, Json
   }
   // An application that turns a visitor away sends him back with an error to show. The session he
   // has didn't do: he logs in anew, and no redirect sends him round in circles.
-  if (!error_given && HoldsToken(db, entry, request.sharing_sid)) {
-    return State::kOpen;
+  if (HoldsToken(db, entry, request.sharing_sid)) {
+    return error_given ? State::kLogin : State::kOpen;
   }
   if (status == "pending") {
     return State::kPending;

@@ -1,9 +1,11 @@
 """A link's page in Chromium, from the scan of its code on, over the real web server, store and plugins."""
 
 import base64
+import contextlib
 import json
 import os
 import re
+import sqlite3
 import subprocess
 import tempfile
 import unittest
@@ -151,10 +153,23 @@ class LinkPage(unittest.TestCase):
         link = DEMO.create(expire_times=1)
         self.open(link)
         self.is_open()
-        for again in (BROWSER.reload, lambda: self.open(link)):
-            again()
+        for again in (BROWSER.reload, lambda: BROWSER.script("sessionStorage.clear()") or BROWSER.reload()):
+            again()  # the second time as a new tab would
             self.is_open()
         self.assertEqual(410, DEMO.visitor(link).page().status)
+
+    def test_a_visitor_who_moves_to_another_network_logs_in_again(self):
+        link = DEMO.create(enable_match_ip=True)
+        self.open(link)
+        self.is_open()
+        with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
+            sql.execute("update visitor_session set address = '203.0.113.9'")
+            sql.execute("update visitor_token set address = '203.0.113.9'")
+        BROWSER.reload()
+        self.says("Your visit has ended")
+        BROWSER.press(Keys.ENTER)
+        self.is_open()
+        self.assertEqual(2, visits(link))
 
     def test_redirect_table(self):
         for kind, uri, expected in (

@@ -2,8 +2,8 @@
 //
 // The body tells where the visitor stands: data-state is "ended" (the page says all there is), "open" (the
 // browser has a visit that goes on) or "login", data-protect is what a login asks for, and data-redirect stands
-// there while a login leads on to another address. A login is a visit, and visits may be few: the page makes
-// one by itself when a tab first opens it, never because it was reloaded.
+// there while a login leads on to another address. Visits may be few, and a login begins one: the page logs in
+// by itself when a tab first opens it, never because it was reloaded.
 
 import {callApi} from '../shared/api.js';
 import {make} from '../shared/dom.js';
@@ -55,6 +55,25 @@ function askForLogin({text = '', field = null} = {}) {
   (concerned ?? form.querySelector('input:not([hidden]), button')).focus();
 }
 
+/**
+ * A link may be bound to the address that logged in, and refuses a session that comes with another one, as a
+ * phone does that leaves the house. Such a session is of no use here: it is ended, and the login tried once more.
+ */
+async function callLogin(params) {
+  const login = () => callApi(apiPath, `${SHARING}.Login`, 'login', params);
+  try {
+    return await login();
+  } catch (error) {
+    if (error.code !== 1008 || state === 'open') throw error;
+    try {
+      await callApi(apiPath, SHARING, 'logout');
+    } catch {
+      throw error;
+    }
+    return login();
+  }
+}
+
 async function logIn() {
   const fields = Object.fromEntries(new FormData(form));
   for (const field of form.elements) field.removeAttribute('aria-invalid');
@@ -63,14 +82,10 @@ async function logIn() {
   form.setAttribute('aria-busy', 'true');
   let data;
   try {
-    data = await callApi(apiPath, `${SHARING}.Login`, 'login', {sharing_id: id, ...fields});
+    data = await callLogin({sharing_id: id, ...fields});
   } catch (error) {
     form.removeAttribute('aria-busy');
-    if (error.code === 1012 && state === 'open') {
-      await enter(null);
-    } else {
-      askForLogin(explainToVisitor(error));
-    }
+    askForLogin(explainToVisitor(error));
     return;
   }
   form.reset();
@@ -137,9 +152,8 @@ function applyTheme(theme) {
   const [red, green, blue] = [1, 3, 5].map((at) => (parseInt(theme.color.slice(at, at + 2), 16) / 255) ** 2.2);
   const light = 0.2126 * red + 0.7152 * green + 0.0722 * blue;
   const {style} = document.documentElement;
-  style.setProperty('--accent', theme.color);
-  style.setProperty('--accent-hover', theme.color);
-  style.setProperty('--on-accent', light > 0.179 ? '#000000' : '#ffffff');
+  style.setProperty('--theme', theme.color);
+  style.setProperty('--on-theme', light > 0.179 ? '#000000' : '#ffffff');
 }
 
 async function start() {
@@ -153,7 +167,8 @@ async function start() {
     tell('This link needs cookies. Allow them for this site and reload the page.');
     return;
   }
-  // Only the answer to a login holds the private data, so a tab that has none logs in.
+  // Only the answer to a login holds the private data, so a tab that has none logs in; while a visit goes on,
+  // that is no further one.
   const kept = sessionStorage.getItem(privateKey);
   if (state === 'open' && kept !== null) {
     await enter(JSON.parse(kept));

@@ -24,7 +24,8 @@ function blocked() {
   }
   const time = blockedUntil.toLocaleTimeString([], {hour: '2-digit', minute: '2-digit'});
   return 'This link is closed to your network address at the moment, which happens after ten wrong attempts. '
-    + `Try again after ${time}, at most ${BLOCK_MINUTES} minutes from now.`;
+    + `Try again after ${time}, at most ${BLOCK_MINUTES} minutes from now. If you have changed networks during `
+    + 'a visit, close the browser and open the link again.';
 }
 
 /** {text, field}: plain words, and the name of the form's field that they concern, or null. */

@@ -1,0 +1,99 @@
+// What of an application's plugins reaches a link's page.
+#include <gtest/gtest.h>
+#include <json/reader.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "host/PluginTags.h"
+
+namespace VELT::host {
+namespace {
+
+using sharing::record::Entry;
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  std::istringstream(text) >> value;
+  return value;
+}
+
+// The plugin of the tests adds its "params" to the output, or throws.
+void Run(const Json::Value& params, const Entry& /*entry*/, const char* status,
+         const Json::Value& extra, Json::Value& output) {
+  EXPECT_STREQ("user", status);
+  EXPECT_TRUE(extra.isNull());
+  for (const std::string& key : params.getMemberNames()) {
+    output[key] = output[key].asString() + params[key].asString();
+  }
+  if (params.isMember("throw")) throw std::runtime_error("a plugin's own");
+}
+
+std::string TagsOf(const Json::Value& configuration) {
+  const auto lookup = [](const std::string& kind, const std::string& name) -> PluginRunner {
+    return kind == "render" && name == "known" ? Run : nullptr;
+  };
+  return PluginTags(lookup, configuration, Entry(), "user");
+}
+
+std::string TagsOfOutput(const std::string& key, const std::string& text) {
+  Json::Value configuration = Parse(R"({"plugins": [{"name": "known"}]})");
+  configuration["plugins"][0]["params"][key] = text;
+  return TagsOf(configuration);
+}
+
+TEST(PluginTags, KeepTheirFormOrStayAway) {
+  const std::string script = R"(<script type="text/javascript" src="/a.js?v=1&x=2"></script>)";
+  const std::string style = R"(<link rel="stylesheet" type="text/css" href="/a.css?v=1" />)";
+  const std::string meta = R"(<meta content="Cats &amp; Dogs" property="og:title" />)";
+  const struct {
+    const char* name;
+    const char* key;
+    std::string text;
+    std::string kept;
+  } rows[] = {
+      {"two scripts", "JSFILE", script + "\n" + script + "\n", script + "\n" + script + "\n"},
+      {"stylesheet", "CSS", style + "\n", style + "\n"},
+      {"meta, a line break in a value", "OPEN_GRAPH",
+       meta + "\n<meta content=\"a\nb\" name=\"c\" />\n",
+       meta + "\n<meta content=\"a\nb\" name=\"c\" />\n"},
+      {"of another key", "PRIVATE", script, ""},
+      {"under the wrong key", "CSS", script + meta, ""},
+      {"inline script", "JSFILE", "<script>alert(1)</script>\n" + script, script + "\n"},
+      {"text around", "JSFILE", "a & b" + script + "c <b>d</b>", script + "\n"},
+      {"attribute broken out of", "JSFILE",
+       R"(<script type="text/javascript" src="/a" onerror="b"></script>)", ""},
+      {"element broken out of", "JSFILE",
+       R"(<script type="text/javascript" src="/a"></script><img src="b"></script>)",
+       "<script type=\"text/javascript\" src=\"/a\"></script>\n"},
+      {"cut off", "JSFILE", script.substr(0, script.size() - 3), ""},
+      {"cut off in its value", "CSS", style.substr(0, 50), ""},
+      {"refresh", "OPEN_GRAPH", R"(<meta content="0;url=//a" http-equiv="refresh" />)", ""},
+      {"referrer", "OPEN_GRAPH", R"(<meta content="unsafe-url" name="Referrer" />)", ""},
+      {"referrer, spelt otherwise", "OPEN_GRAPH", R"(<meta name="&#114;eferrer" content="a" />)",
+       ""},
+      {"empty", "OPEN_GRAPH", "<meta />\n", ""},
+      {"at the limit", "OPEN_GRAPH", meta + std::string((1 << 20) - meta.size(), 'x'), meta + "\n"},
+      {"beyond the limit", "OPEN_GRAPH", meta + std::string((1 << 20) - meta.size() + 1, 'x'), ""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.kept, TagsOfOutput(row.key, row.text)) << row.name;
+}
+
+TEST(PluginTags, OneFaultLeavesTheOthers) {
+  const std::string tag = R"(<meta content=\"a\" />)";
+  const std::string good = R"({"name": "known", "params": {"OPEN_GRAPH": ")" + tag + R"("}})";
+  const std::string twice = "<meta content=\"a\" />\n<meta content=\"a\" />\n";
+  for (const char* bad :
+       {"1", "null", "[]", "{}", R"({"name": 5})", R"({"name": "unknown"})",
+        R"({"name": "known", "params": 5})", R"({"name": "known", "params": {"OPEN_GRAPH": {}}})",
+        R"({"name": "known", "params": {"OPEN_GRAPH": "<meta name=\"b\" />", "throw": ""}})"}) {
+    EXPECT_EQ(twice, TagsOf(Parse(R"({"plugins": [)" + good + "," + bad + "," + good + "]}")))
+        << bad;
+  }
+  for (const char* none : {"null", "[]", "5", R"({"plugins": {"name": "known"}})"}) {
+    EXPECT_EQ("", TagsOf(Parse(none))) << none;
+  }
+}
+
+}  // namespace
+}  // namespace VELT::host
