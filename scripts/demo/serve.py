@@ -97,7 +97,7 @@ class Demonstration:
         self._lay_out()
         ids = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET,
-                  "--registry", "/usr/velt/etc/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
+                  "--registry", "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
         self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
         self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
         self._wait_ready()
