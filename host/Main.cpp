@@ -43,7 +43,7 @@ Ids FindIds(const std::string& user, const std::string& group) {
 }
 
 std::string CheckExternalURL(std::string& url) {
-  if (url.ends_with('/')) url.pop_back();
+  if (url.ends_with('/')) url.pop_back();  // CLI11 keeps what its check leaves
   if (IsSiteURL(url)) return {};
   return "must be http:// or https://, a host, and a port if it isn't the usual one";
 }
@@ -84,49 +84,60 @@ int Serve(const Options& options) {
   return supervisor.Run();
 }
 
-int Main(int argc, char** argv) {
+// What is looked up only when the whole command line is known to be right.
+struct CommandLine {
   Options options;
-  options.workers = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
   std::string user;
   std::string group;
   bool log_stderr = false;
-  CLI::App app(
-      "Serves the web APIs of the registered modules over FastCGI, in the foreground.\n"
-      "SIGTERM finishes the requests in hand and ends; SIGHUP replaces the workers one by one, "
-      "which reads the registry anew.");
+};
+
+void Describe(CLI::App& app, CommandLine& line) {
+  Options& options = line.options;
   app.add_option("--socket", options.socket_path, "Unix socket at which the web server finds it")
       ->required();
   app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
       ->required()
       ->check(CLI::ExistingDirectory);
   app.add_option("--database", options.database,
-                 "\"sqlite3 PATH\" or \"postgresql CONNECTION\"; made at the first start")
+                 R"("sqlite3 PATH" or "postgresql CONNECTION"; made at the first start)")
       ->required();
+  options.workers = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
   app.add_option("--workers", options.workers, "Worker processes")
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
-  app.add_option("--user", user, "Account with whose rights requests are served");
-  app.add_option("--group", group, "Group instead of the account's own; may use the socket");
+  app.add_option("--user", line.user, "Account with whose rights requests are served");
+  app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
   app.add_option("--external-url", options.external_url,
                  "What links begin with (https://nas.example.com); else the Host of the request")
       ->check(CLI::Validator(CheckExternalURL, "URL"));
   app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
-  app.add_flag("--log-stderr", log_stderr, "Log to standard error as well as to syslog");
+  app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
+}
+
+int Main(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app(
+      "Serves the web APIs of the registered modules over FastCGI, in the foreground.\n"
+      "SIGTERM finishes the requests in hand and ends; SIGHUP replaces the workers one by one, "
+      "which reads the registry anew.");
+  Describe(app, line);
   CLI11_PARSE(app, argc, argv);
-  openlog("velt-webapid", LOG_PID | (log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
-  try {
-    if (options.external_url.ends_with('/')) options.external_url.pop_back();
-    options.ids = FindIds(user, group);
-    return Serve(options);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "velt-webapid: %s\n", error.what());
-    return 1;
-  }
+  openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
+  line.options.ids = FindIds(line.user, line.group);
+  return Serve(line.options);
 }
 
 }  // namespace
 }  // namespace VELT::host
 
-int main(int argc, char** argv) { return VELT::host::Main(argc, argv); }
+int main(int argc, char** argv) {
+  try {
+    return VELT::host::Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velt-webapid: %s\n", error.what());
+    return 1;
+  }
+}

@@ -31,7 +31,9 @@ std::string AnswerPage(const LinkPage& page, const WebRequest& request, const st
   const PageAnswer answer = page.Answer(
       {id, {pairs.begin(), pairs.end()}, sid != cookies.end() ? sid->second : std::string()});
   std::string text = "Status: " + std::to_string(answer.status) + "\r\n";
-  for (const auto& [name, value] : answer.headers) text.append(name + ": " + value + "\r\n");
+  for (const auto& [name, value] : answer.headers) {
+    text.append(name).append(": ").append(value).append("\r\n");
+  }
   text += "\r\n";
   if (request.Variable("REQUEST_METHOD") != "HEAD") text += answer.body;
   return text;

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <initializer_list>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "Answer.h"
@@ -14,16 +16,22 @@
 namespace VELT::host {
 namespace {
 
+[[noreturn]] void Fail(std::initializer_list<std::string_view> pieces) {
+  std::string text;
+  for (const std::string_view piece : pieces) text += piece;
+  throw std::runtime_error(text);
+}
+
 std::string Text(const Json::Value& object, const char* member) {
   if (!object.isObject() || !object[member].isString() || object[member].asString().empty()) {
-    throw std::runtime_error(std::string("\"") + member + "\" must be a text");
+    Fail({"\"", member, "\" must be a text"});
   }
   return object[member].asString();
 }
 
 Access ReadAccess(const Json::Value& levels) {
   if (!levels.isArray() || levels.empty()) {
-    throw std::runtime_error("\"access\" must be a list of levels");
+    Fail({R"("access" must be a list of levels)"});
   }
   Access access;
   for (const Json::Value& level : levels) {
@@ -34,7 +42,7 @@ Access ReadAccess(const Json::Value& levels) {
     } else if (level == "token") {
       access.token = true;
     } else {
-      throw std::runtime_error("\"access\" may hold \"user\", \"visitor\" and \"token\" only");
+      Fail({R"("access" may hold "user", "visitor" and "token" only)"});
     }
   }
   return access;
@@ -42,13 +50,13 @@ Access ReadAccess(const Json::Value& levels) {
 
 bool ReadPostOnly(const Json::Value& row) {
   const Json::Value value = row.get("post_only", false);
-  if (!value.isBool()) throw std::runtime_error("\"post_only\" must be true or false");
+  if (!value.isBool()) Fail({R"("post_only" must be true or false)"});
   return value.asBool();
 }
 
 void* LoadModule(const std::string& path) {
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) throw std::runtime_error(std::string("cannot load library: ") + dlerror());
+  if (module == nullptr) Fail({"cannot load library: ", dlerror()});
   return module;
 }
 
@@ -57,7 +65,7 @@ template <typename Row>
 const Row* Table(void* module, const char* name) {
   const auto function = reinterpret_cast<const Row* (*)()>(dlsym(module, name));
   const Row* table = function != nullptr ? function() : nullptr;
-  if (table == nullptr) throw std::runtime_error(std::string("the library has no ") + name);
+  if (table == nullptr) Fail({"the library has no ", name});
   return table;
 }
 
@@ -67,7 +75,7 @@ std::map<std::tuple<std::string, int, std::string>, const Row*> Index(const Row*
   for (const Row* row = table; row->api != nullptr; ++row) {
     if (row->method == nullptr ||
         !rows.emplace(std::tuple(row->api, row->version, row->method), row).second) {
-      throw std::runtime_error("the library's tables have a bad row");
+      Fail({"the library's tables have a bad row"});
     }
   }
   return rows;
@@ -80,8 +88,8 @@ std::vector<std::string> FilesOf(const std::string& folder) {
        entry.increment(error)) {
     if (entry->path().extension() == ".json") files.push_back(entry->path().filename());
   }
-  if (error) throw std::runtime_error(folder + ": " + error.message());
-  if (files.empty()) throw std::runtime_error(folder + ": no API module is registered here");
+  if (error) Fail({folder, ": ", error.message()});
+  if (files.empty()) Fail({folder, ": no API module is registered here"});
   std::sort(files.begin(), files.end());
   return files;
 }
@@ -94,7 +102,7 @@ Registry Registry::Load(const std::string& folder) {
     try {
       registry.AddModule(folder, file);
     } catch (const std::runtime_error& error) {
-      throw std::runtime_error(folder + "/" + file + ": " + error.what());
+      Fail({folder, "/", file, ": ", error.what()});
     }
   }
   return registry;
@@ -103,7 +111,7 @@ Registry Registry::Load(const std::string& folder) {
 void Registry::AddModule(const std::string& folder, const std::string& file) {
   const Json::Value content = ReadJsonFile(folder, file);
   if (!content.isObject() || !content["methods"].isArray()) {
-    throw std::runtime_error("this is no readable JSON object with a \"methods\" list");
+    Fail({R"(this is no readable JSON object with a "methods" list)"});
   }
   // An absolute path on the right side of `/` replaces the left one.
   void* module = LoadModule(std::filesystem::absolute(folder) / Text(content, "library"));
@@ -113,18 +121,18 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
   for (const Json::Value& row : content["methods"]) {
     const std::string api = Text(row, "api");
     const std::string name = Text(row, "method");
-    if (!row["version"].isInt()) throw std::runtime_error("\"version\" must be a number");
+    if (!row["version"].isInt()) Fail({R"("version" must be a number)"});
     const Key key(api, row["version"].asInt(), name);
     const auto handler = handlers.find(key);
     const auto check = checks.find(key);
     if (handler == handlers.end() || check == checks.end() || handler->second->handler == nullptr ||
         check->second->check == nullptr) {
-      throw std::runtime_error("the library has no handler or no check for " + api + " " + name);
+      Fail({"the library has no handler or no check for ", api, " ", name});
     }
     const Method method{handler->second->handler, check->second->check, ReadAccess(row["access"]),
                         ReadPostOnly(row)};
     if (!methods_.emplace(key, method).second) {
-      throw std::runtime_error(api + " " + name + " is registered twice");
+      Fail({api, " ", name, " is registered twice"});
     }
   }
 }

@@ -91,9 +91,11 @@ class Host:
 
     def __exit__(self, *_):
         if self.process.poll() is None:
-            self.process.kill()
+            self.process.terminate()
         self.wait()
         self.folder.cleanup()
+        faults = [line for line in self.log if "Sanitizer: " in line or "runtime error: " in line]
+        assert not faults, "\n".join(self.log)
 
     def register(self, name, content):
         with open(os.path.join(self.registry, name), "w", encoding="utf-8") as file:
