@@ -7,8 +7,11 @@ namespace {
 
 // JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the answer.
 std::string ToText(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
+  static const Json::StreamWriterBuilder builder = [] {
+    Json::StreamWriterBuilder compact;
+    compact["indentation"] = "";
+    return compact;
+  }();
   return Json::writeString(builder, value);
 }
 

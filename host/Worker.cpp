@@ -2,7 +2,7 @@
 
 #include <fcgiapp.h>
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -10,8 +10,11 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <exception>
+#include <iterator>
 #include <string>
+#include <system_error>
 
 #include "Dispatcher.h"
 #include "Limits.h"
@@ -38,18 +41,50 @@ int WatchForTheEnd() {
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Waits for a connection. False when it is time to leave, which comes first.
-bool WaitForRequest(int listener, int signals, int lifeline) {
-  for (;;) {
-    pollfd watched[] = {{listener, POLLIN, 0}, {signals, POLLIN, 0}, {lifeline, POLLIN, 0}};
-    if (poll(watched, std::size(watched), -1) < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    if (watched[1].revents != 0 || watched[2].revents != 0) return false;
-    if (watched[0].revents != 0) return true;
+// Waits for connections without waking other workers that wait for the same one.
+class RequestWaiter {
+ public:
+  RequestWaiter(int listener, int signals, int lifeline)
+      : listener_(listener), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+    Watch(listener, EPOLLIN | EPOLLEXCLUSIVE);
+    Watch(signals, EPOLLIN);
+    Watch(lifeline, EPOLLIN);
   }
-}
+
+  // False when it is time to leave. A connection that came at the same moment is served first, for
+  // this worker alone was woken for it.
+  bool Wait() {
+    while (!leaving_) {
+      epoll_event events[3];
+      const int count = epoll_wait(epoll_.get(), events, std::size(events), -1);
+      if (count < 0 && errno != EINTR) return false;
+      bool connected = false;
+      for (int i = 0; i < count; ++i) {
+        if (events[i].data.fd == listener_) {
+          connected = true;
+        } else {
+          leaving_ = true;
+        }
+      }
+      if (connected) return true;
+    }
+    return false;
+  }
+
+ private:
+  void Watch(int descriptor, std::uint32_t events) {
+    epoll_event event{};
+    event.events = events;
+    event.data.fd = descriptor;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
+      throw std::system_error(errno, std::generic_category(), "epoll");
+    }
+  }
+
+  int listener_;
+  Descriptor epoll_;
+  bool leaving_ = false;
+};
 
 std::size_t AnnouncedLength(const WebRequest& request) {
   const std::string text = request.Variable("CONTENT_LENGTH");
@@ -97,7 +132,8 @@ int Serve(const Options& options, Dispatcher& dispatcher, int listener, int sign
     syslog(LOG_ERR, "cannot set FastCGI up");
     return kBadConfiguration;
   }
-  while (WaitForRequest(listener, signals, lifeline)) {
+  RequestWaiter waiter(listener, signals, lifeline);
+  while (waiter.Wait()) {
     // When the time is over the process ends, and the parent says so in the log.
     alarm(options.request_timeout);
     const int accepted = FCGX_Accept_r(&fcgi);

@@ -38,8 +38,18 @@ std::set<gid_t> GroupsOf(const VELTUSER& user) {
 
 bool IsAdministrator(const VELTUSER& user) {
   if (user.uid == 0) return true;
-  const auto administrators = FindGroup("administrators");
-  return administrators.has_value() && GroupsOf(user).contains(*administrators);
+  bool member = false;
+  LookUp<group>(
+      [](group* record, char* buffer, std::size_t size, group** found) {
+        return getgrnam_r("administrators", record, buffer, size, found);
+      },
+      [&user, &member](const group& found) {
+        member = user.gid == found.gr_gid;
+        for (char** name = found.gr_mem; !member && *name != nullptr; ++name) {
+          member = user.name == *name;
+        }
+      });
+  return member;
 }
 
 }  // namespace VELT::accounts
