@@ -21,28 +21,32 @@ std::string LibraryPath(const Json::Value& params) {
   return path.isString() ? path.asString() : "";
 }
 
-// Takes the length of the value's JSON text, escapes left out, from `left`; false once that is used
-// up.
+bool Take(std::size_t size, std::size_t& left) {
+  if (size > left) return false;
+  left -= size;
+  return true;
+}
+
+// Takes the length of the value's JSON text, escapes left out, from `left`; false when that is less.
 bool TakeTextSize(const Json::Value& value, std::size_t& left) {
-  std::size_t size = 2;  // the quotes of a string, or the brackets
   if (value.isString()) {
     const char* begin = nullptr;
     const char* end = nullptr;
-    if (value.getString(&begin, &end)) size += static_cast<std::size_t>(end - begin);
-  } else if (!value.isArray() && !value.isObject()) {
-    size = value.asString().size();
+    value.getString(&begin, &end);
+    return Take(2 + static_cast<std::size_t>(end - begin), left);
   }
-  if (size > left) return false;
-  left -= size;
-  if (!value.isArray() && !value.isObject()) return true;
+  if (!value.isArray() && !value.isObject()) return Take(value.asString().size(), left);
+
+  // The brackets, and a comma before every member but the first.
+  if (!Take(value.empty() ? 2 : 1, left)) return false;
   for (auto member = value.begin(); member != value.end(); ++member) {
-    // A comma; with a name, its quotes and the colon as well.
-    const char* name_end = nullptr;
-    const char* name = value.isObject() ? member.memberName(&name_end) : nullptr;
-    const std::size_t around = name == nullptr ? 1 : 4 + static_cast<std::size_t>(name_end - name);
-    if (around > left) return false;
-    left -= around;
-    if (!TakeTextSize(*member, left)) return false;
+    std::size_t around = 1;
+    if (value.isObject()) {
+      const char* name_end = nullptr;
+      const char* name = member.memberName(&name_end);
+      around += 3 + static_cast<std::size_t>(name_end - name);
+    }
+    if (!Take(around, left) || !TakeTextSize(*member, left)) return false;
   }
   return true;
 }

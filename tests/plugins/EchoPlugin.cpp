@@ -1,0 +1,14 @@
+// Gives back what it is called with, so that a test chooses its result.
+#include "veltplugin/RenderPlugin.h"
+
+bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                    const Json::Value& extra, Json::Value& result) {
+  result = extra;
+  return true;
+}
+
+bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                   const Json::Value& extra, Json::Value& result) {
+  result = extra;
+  return true;
+}

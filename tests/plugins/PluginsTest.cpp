@@ -1,0 +1,279 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "SyslogCapture.h"
+#include "sharing/Plugins.h"
+#include "veltweb/WebUtils.h"
+
+namespace VELT::sharing {
+namespace {
+
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr const char* kPlugins[] = {"custom_page", "open_graph"};
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
+  return value;
+}
+
+std::string LibPath(const std::string& name) { return VELT_PLUGINS "/" + name + ".so"; }
+
+Json::Value ParamsOf(const std::string& lib) {
+  Json::Value params;
+  params["lib"] = lib;
+  return params;
+}
+
+bool IsLoaded(const Json::Value& path) {
+  if (!path.isString() || path == "") return false;
+  void* handle = dlopen(path.asCString(), RTLD_LAZY | RTLD_NOLOAD);
+  if (handle == nullptr) return false;
+  dlclose(handle);
+  return true;
+}
+
+void RunPlugin(const char* name, const Json::Value& params, const Json::Value& extra,
+               Json::Value& output) {
+  const PluginRunnerFunc runner = GetSharingPlugin("render", name);
+  ASSERT_NE(runner, nullptr);
+  runner(params, record::Entry(), "none", extra, output);
+}
+
+class PluginsTest : public testing::Test {
+ protected:
+  PluginsTest() {
+    Log().clear();
+    std::filesystem::remove_all("/usr/velt/web");
+    WriteFile("/index.html", 1000);
+    WriteFile("/pkg/app.js", 2000);
+  }
+
+  static void WriteFile(const std::string& path, time_t modified) {
+    const std::filesystem::path file = "/usr/velt/web" + path;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << "content";
+    const timespec times[2] = {{modified, 0}, {modified, 7}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  }
+
+  // What the echo library's `result` makes of `output`.
+  static Json::Value Merged(const char* plugin, const Json::Value& result,
+                            Json::Value output = Json::Value(Json::objectValue)) {
+    RunPlugin(plugin, ParamsOf(LibPath("echo")), result, output);
+    return output;
+  }
+
+  static std::string Scripts(const std::string& result) {
+    return Merged("custom_page", Parse(result))["JSFILE"].asString();
+  }
+};
+
+TEST_F(PluginsTest, OnlyTheExactKindAndNameFindAPlugin) {
+  for (const char* name : kPlugins) EXPECT_NE(GetSharingPlugin("render", name), nullptr);
+  EXPECT_NE(GetSharingPlugin("render", "custom_page"), GetSharingPlugin("render", "open_graph"));
+  EXPECT_EQ(GetSharingPlugin("Render", "custom_page"), nullptr);
+  EXPECT_EQ(GetSharingPlugin("render", "open_graph "), nullptr);
+  EXPECT_EQ(GetSharingPlugin("", ""), nullptr);
+}
+
+TEST_F(PluginsTest, LoaderRefusesNullArguments) {
+  EXPECT_FALSE(OpenPluginLib(LibPath("echo"), nullptr));
+  void* func = nullptr;
+  EXPECT_FALSE(GetPluginLibFunc(nullptr, "CustomPageFunc", &func));
+  ClosePluginLib(nullptr);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(PluginsTest, FaultyLibrariesAddNothingAndAreClosed) {
+  const std::string no_path = "3 Plugins:53 error plugin lib";
+  const std::string not_opened = "3 Plugins:58 cannot open library: ";
+  const std::string too_large = "3 Plugins:104 plugin output exceeds 1048576 bytes: ";
+  const struct {
+    const char* name;
+    Json::Value params;
+    std::vector<std::string> log;  // how each line begins
+  } rows[] = {
+      {"params without a library", Parse(R"({"other": 1})"), {no_path}},
+      {"empty path", ParamsOf(""), {no_path}},
+      {"path of a wrong type", Parse(R"({"lib": ["x.so"]})"), {no_path}},
+      {"params of a wrong type", Parse(R"([1])"), {no_path}},
+      {"missing", ParamsOf("/nowhere.so"), {not_opened + "/nowhere.so. error = /nowhere.so: "}},
+      {"not_elf", ParamsOf(LibPath("not_elf")), {not_opened}},
+      {"other_architecture", ParamsOf(LibPath("other_architecture")), {not_opened}},
+      {"no_symbol", ParamsOf(LibPath("no_symbol")), {"7 Plugins:80 cannot load Func "}},
+      {"null_symbol", ParamsOf(LibPath("null_symbol")), {"7 Plugins:80 cannot load Func "}},
+      {"returns_false", ParamsOf(LibPath("returns_false")), {}},
+      {"null_result", ParamsOf(LibPath("null_result")), {}},
+      {"wrong_type", ParamsOf(LibPath("wrong_type")), {}},
+      {"ten mebibytes", ParamsOf(LibPath("ten_mebibytes_of_tags")), {too_large}},
+  };
+  const Json::Value before = Parse(R"({"JSFILE": "<a>", "OPEN_GRAPH": "<b>", "PRIVATE": 1})");
+  for (const auto& row : rows) {
+    for (const char* plugin : kPlugins) {
+      SCOPED_TRACE(std::string(row.name) + ", " + plugin);
+      Log().clear();
+      Json::Value output = before;
+      RunPlugin(plugin, row.params, Json::Value(), output);
+      EXPECT_EQ(output, before);
+      std::vector<testing::Matcher<std::string>> lines;
+      for (const std::string& begin : row.log) lines.emplace_back(StartsWith(begin));
+      EXPECT_THAT(Log(), testing::ElementsAreArray(lines));
+      EXPECT_FALSE(row.params.isObject() && IsLoaded(row.params["lib"]));
+    }
+  }
+}
+
+TEST_F(PluginsTest, ExceptionLeavesItsTextAndNothingElse) {
+  for (const char* plugin : kPlugins) {
+    Json::Value output(Json::objectValue);
+    try {
+      RunPlugin(plugin, ParamsOf(LibPath("throws")), Json::Value(), output);
+      ADD_FAILURE() << plugin;
+    } catch (const std::exception& error) {
+      EXPECT_FALSE(IsLoaded(LibPath("throws")));
+      EXPECT_STREQ(error.what(), "lens cap on");
+    }
+    EXPECT_EQ(output, Json::Value(Json::objectValue));
+  }
+}
+
+TEST_F(PluginsTest, UnconvertibleResultThrowsAndClosesTheLibrary) {
+  EXPECT_THROW(Merged("custom_page", Parse(R"({"JSFILE": [{}]})")), Json::LogicError);
+  EXPECT_THROW(Merged("open_graph", Parse(R"([{"content": []}])")), Json::LogicError);
+  EXPECT_FALSE(IsLoaded(LibPath("echo")));
+}
+
+TEST_F(PluginsTest, ResultOfOneMebibyteIsTheLargest) {
+  Json::Value result;
+  // {"SESSION":{"x":""}} are 20 bytes.
+  result["SESSION"]["x"] = std::string(1024 * 1024 - 20, 'y');
+  EXPECT_TRUE(Merged("custom_page", result).isMember("SESSION"));
+  result["SESSION"]["x"] = std::string(1024 * 1024 - 19, 'y');
+  EXPECT_FALSE(Merged("custom_page", result).isMember("SESSION"));
+}
+
+TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
+  const std::string app = "2000.000000007";
+  const std::string ui = "1000.000000007";
+  const struct {
+    const char* url;
+    std::string versioned;
+  } rows[] = {
+      {"/pkg/app.js", "/pkg/app.js?v=" + app},
+      {"/pkg/app.js?lang=en", "/pkg/app.js?lang=en&v=" + app},
+      {"/pkg/app.js?v=12", "/pkg/app.js?v=12"},
+      {"/pkg/app.js?a=1&v=12", "/pkg/app.js?a=1&v=12"},
+      {"v=12/app.js", "v=12/app.js"},
+      {"/pkg/dev=1/app.js", "/pkg/dev=1/app.js?v=" + ui},
+      {"/pkg/missing.js", "/pkg/missing.js?v=" + ui},
+      {"/pkg", "/pkg?v=" + ui},
+      {"https://cdn.example/app.js", "https://cdn.example/app.js?v=" + ui},
+      {"/pkg/../../web/pkg/app.js", "/pkg/../../web/pkg/app.js?v=" + ui},
+      {"/..", "/..?v=" + ui},
+  };
+  for (const auto& row : rows) {
+    Json::Value result;
+    result["JSFILE"].append(row.url);
+    result["CSS"].append(row.url);
+    const Json::Value output = Merged("custom_page", result);
+    EXPECT_EQ(output["JSFILE"].asString(),
+              "<script type=\"text/javascript\" src=\"" + row.versioned + "\"></script>\n");
+    EXPECT_EQ(output["CSS"].asString(),
+              "<link rel=\"stylesheet\" type=\"text/css\" href=\"" + row.versioned + "\" />\n");
+  }
+  WriteFile("/pkg/app.js", 2001);
+  EXPECT_THAT(Scripts(R"({"JSFILE": ["/pkg/app.js"]})"), testing::HasSubstr("v=2001."));
+  std::filesystem::remove("/usr/velt/web/index.html");
+  EXPECT_EQ(WebUtils::GetModifyTime(nullptr), "0");
+}
+
+TEST_F(PluginsTest, TagIsCutAt1023Bytes) {
+  const std::string head = "<script type=\"text/javascript\" src=\"";
+  const std::string url = "/" + std::string(2000, 'x');
+  EXPECT_EQ(Scripts(R"({"JSFILE": [")" + url + R"("]})"), (head + url).substr(0, 1023));
+}
+
+TEST_F(PluginsTest, CustomPageResultsCombine) {
+  const std::string nothing = "VELT.TALD.ExtraSession = {}\n;";
+  const struct {
+    const char* name;
+    const char* result;
+    std::string scripts;
+    std::string session;
+    Json::Value private_data;
+  } rows[] = {
+      {"empty", "{}", "", nothing, Json::Value(Json::objectValue)},
+      {"wrong types", R"({"JSFILE": "a", "CSS": {}, "SESSION": [], "PRIVATE": "p"})", "", "", "p"},
+      {"numbers as text", R"({"JSFILE": [5]})",
+       "<script type=\"text/javascript\" src=\"5?v=1000.000000007\"></script>\n", nothing,
+       Json::Value(Json::objectValue)},
+      {"session", R"({"SESSION": {"b": [1], "a": "\"</script>"}, "PRIVATE": null})", "",
+       "VELT.TALD.ExtraSession = {\n\t\"a\" : \"\\\"</script>\",\n\t\"b\" : "
+       "\n\t[\n\t\t1\n\t]\n}\n;",
+       Json::Value()},
+  };
+  const Json::Value earlier = Parse(R"({"JSFILE": "J", "CSS": "C", "SESSION": "S", "PRIVATE": 9})");
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Json::Value output = Merged("custom_page", Parse(row.result), earlier);
+    EXPECT_EQ(output["JSFILE"], "J" + row.scripts);
+    EXPECT_EQ(output["CSS"], "C");
+    EXPECT_EQ(output["SESSION"], "S" + row.session);
+    EXPECT_EQ(output["PRIVATE"], row.private_data);
+    EXPECT_EQ(output.size(), 4U);
+  }
+}
+
+TEST_F(PluginsTest, OpenGraphTags) {
+  const struct {
+    const char* name;
+    const char* result;
+    const char* tags;
+  } rows[] = {
+      {"no tag", "[]", ""},
+      {"attributes by name, values escaped",
+       R"([{"property": "og:title", "content": "Cats & 'Dogs' <\">"}])",
+       "<meta content=\"Cats &amp; &#39;Dogs&#39; &lt;&quot;&gt;\" property=\"og:title\" />\n"},
+      {"objects only", R"([null, "x", [], {"n": 1, "t": true}])", "<meta n=\"1\" t=\"true\" />\n"},
+      {"no attribute", "[{}, {}]", "<meta />\n<meta />\n"},
+  };
+  const Json::Value earlier = Parse(R"({"OPEN_GRAPH": "earlier\n"})");
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Merged("open_graph", Parse(row.result))["OPEN_GRAPH"], row.tags);
+    EXPECT_EQ(Merged("open_graph", Parse(row.result), earlier)["OPEN_GRAPH"],
+              std::string("earlier\n") + row.tags);
+  }
+}
+
+TEST_F(PluginsTest, PhotoAlbumShowsWhatItsPreviewAsksFor) {
+  const Json::Value extra =
+      Parse(R"({"sharing_preview_params": {"title": "<Coast>", "photos": ["hills", 5]}})");
+  Json::Value output(Json::objectValue);
+  for (const char* plugin : kPlugins) RunPlugin(plugin, ParamsOf(VELT_PHOTO_ALBUM), extra, output);
+  EXPECT_EQ(output["SESSION"].asString(),
+            "VELT.TALD.ExtraSession = {\n\t\"count\" : 1,\n\t\"title\" : \"<Coast>\"\n}\n;");
+  EXPECT_EQ(
+      output["PRIVATE"]["photos"],
+      Parse(R"([{"caption": "Behind the village", "src": "/pkg/photo-album/photos/hills.svg"}])"));
+  EXPECT_THAT(output["OPEN_GRAPH"].asString(),
+              testing::HasSubstr("<meta content=\"&lt;Coast&gt;\" property=\"og:title\" />\n"));
+}
+
+}  // namespace
+}  // namespace VELT::sharing

@@ -1,0 +1,13 @@
+#include <csignal>
+
+#include "veltplugin/RenderPlugin.h"
+
+bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                    const Json::Value& /*extra*/, Json::Value& /*result*/) {
+  return std::raise(SIGSEGV) == 0;
+}
+
+bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                   const Json::Value& /*extra*/, Json::Value& /*result*/) {
+  return std::raise(SIGSEGV) == 0;
+}

@@ -1,0 +1,13 @@
+#include <unistd.h>
+
+#include "veltplugin/RenderPlugin.h"
+
+bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                    const Json::Value& /*extra*/, Json::Value& /*result*/) {
+  for (;;) pause();
+}
+
+bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
+                   const Json::Value& /*extra*/, Json::Value& /*result*/) {
+  for (;;) pause();
+}
