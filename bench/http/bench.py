@@ -73,10 +73,10 @@ class Caller:
 
 
 def floor_seconds(build, *arguments):
-    """The median that bench-floors tells."""
+    """The median and the mean that bench-floors tells."""
     out = subprocess.run([os.path.join(build, "bin/bench-floors"), *map(str, arguments)], check=True,
                          stdout=subprocess.PIPE, text=True).stdout
-    return float(out) / 1e6
+    return [float(number) / 1e6 for number in out.split()]
 
 
 def throughput(port, path, demo=None, body=None):
@@ -115,8 +115,8 @@ def measure(demo, build, folder, constant):
     ratios = []
     for _ in range(ROUNDS):
         took = ours.median(40, "set", project_name="bench")
-        qrcode = floor_seconds(build, "qrcode", 40)
-        writes = floor_seconds(build, "writes", 40, demo.database)
+        qrcode = floor_seconds(build, "qrcode", 40)[0]
+        writes = floor_seconds(build, "writes", 40, demo.database)[0]
         answer = floor.median(40, "set", project_name="bench")
         ratios.append(took / (qrcode + writes + answer))
     report("set / (bare qrencode + its two writes + constant answer)", ratios, "at most 1.3")
@@ -127,7 +127,7 @@ def measure(demo, build, folder, constant):
     lister = Caller(demo, demo.port)
     lister.headers.update(bob)
     lister.seconds("list", limit=1)
-    ratios = [lister.seconds("list") / (200 * floor_seconds(build, "qrcode", 200)) for _ in range(ROUNDS)]
+    ratios = [lister.seconds("list") / (200 * floor_seconds(build, "qrcode", 200)[1]) for _ in range(ROUNDS)]
     report("list of 200 links / 200 bare qrencode", ratios, "at most 1.10")
 
     body = os.path.join(folder, "body.json")
