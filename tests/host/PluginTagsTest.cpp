@@ -52,12 +52,10 @@ TEST(PluginTags, KeepTheirFormOrStayAway) {
     std::string text;
     std::string kept;
   } rows[] = {
-      {"two scripts", "JSFILE", script + "\n" + script + "\n", script + "\n" + script + "\n"},
       {"stylesheet", "CSS", style + "\n", style + "\n"},
       {"meta, a line break in a value", "OPEN_GRAPH",
        meta + "\n<meta content=\"a\nb\" name=\"c\" />\n",
        meta + "\n<meta content=\"a\nb\" name=\"c\" />\n"},
-      {"of another key", "PRIVATE", script, ""},
       {"under the wrong key", "CSS", script + meta, ""},
       {"inline script", "JSFILE", "<script>alert(1)</script>\n" + script, script + "\n"},
       {"text around", "JSFILE", "a & b" + script + "c <b>d</b>", script + "\n"},
@@ -67,7 +65,6 @@ TEST(PluginTags, KeepTheirFormOrStayAway) {
        R"(<script type="text/javascript" src="/a"></script><img src="b"></script>)",
        "<script type=\"text/javascript\" src=\"/a\"></script>\n"},
       {"cut off", "JSFILE", script.substr(0, script.size() - 3), ""},
-      {"cut off in its value", "CSS", style.substr(0, 50), ""},
       {"refresh", "OPEN_GRAPH", R"(<meta content="0;url=//a" http-equiv="refresh" />)", ""},
       {"referrer", "OPEN_GRAPH", R"(<meta content="unsafe-url" name="Referrer" />)", ""},
       {"referrer, spelt otherwise", "OPEN_GRAPH", R"(<meta name="&#114;eferrer" content="a" />)",
@@ -80,15 +77,18 @@ TEST(PluginTags, KeepTheirFormOrStayAway) {
 }
 
 TEST(PluginTags, OneFaultLeavesTheOthers) {
-  const std::string tag = R"(<meta content=\"a\" />)";
-  const std::string good = R"({"name": "known", "params": {"OPEN_GRAPH": ")" + tag + R"("}})";
-  const std::string twice = "<meta content=\"a\" />\n<meta content=\"a\" />\n";
+  const std::string tag = "<meta content=\"a\" />\n";
+  Json::Value good;
+  good["name"] = "known";
+  good["params"]["OPEN_GRAPH"] = tag;
   for (const char* bad :
        {"1", "null", "[]", "{}", R"({"name": 5})", R"({"name": "unknown"})",
         R"({"name": "known", "params": 5})", R"({"name": "known", "params": {"OPEN_GRAPH": {}}})",
         R"({"name": "known", "params": {"OPEN_GRAPH": "<meta name=\"b\" />", "throw": ""}})"}) {
-    EXPECT_EQ(twice, TagsOf(Parse(R"({"plugins": [)" + good + "," + bad + "," + good + "]}")))
-        << bad;
+    Json::Value configuration;
+    for (const Json::Value& plugin : {good, Parse(bad), good})
+      configuration["plugins"].append(plugin);
+    EXPECT_EQ(tag + tag, TagsOf(configuration)) << bad;
   }
   for (const char* none : {"null", "[]", "5", R"({"plugins": {"name": "known"}})"}) {
     EXPECT_EQ("", TagsOf(Parse(none))) << none;

@@ -5,8 +5,8 @@
 // there while a login leads on to another address. Visits may be few, and a login begins one: the page logs in
 // by itself when a tab first opens it, never because it was reloaded.
 
-import {callApi} from '../shared/api.js';
-import {make} from '../shared/dom.js';
+import {callApi} from '/shared/api.js';
+import {make} from '/shared/dom.js';
 import {explainToVisitor} from './words.js';
 import {listModules, loadModules, modulesOf} from './modules.js';
 

@@ -1,6 +1,6 @@
 // The UI modules that the init data lets a link's page load.
 
-import {make} from '../shared/dom.js';
+import {make} from '/shared/dom.js';
 
 const PLAIN_FILE = /^[\w-]+(\.[\w-]+)*$/;
 
@@ -22,7 +22,7 @@ export function modulesOf(data) {
   });
 }
 
-/** Loads the stylesheets and then the scripts of the modules that run. Scripts are JavaScript modules. */
+/** Loads the stylesheets and scripts of the modules that run. Scripts are JavaScript modules and run in order. */
 export function loadModules(data, modules) {
   const running = modules.filter((module) => module.running);
   for (const path of data.CSSFiles ?? []) {
@@ -31,7 +31,9 @@ export function loadModules(data, modules) {
     }
   }
   for (const src of new Set(running.flatMap((module) => module.scripts))) {
-    document.head.append(make('script', {type: 'module', src}));
+    const script = make('script', {type: 'module', src});
+    script.async = false;
+    document.head.append(script);
   }
 }
 

@@ -1,6 +1,6 @@
 // What an error means to the visitor of a link.
 
-import {explain} from '../shared/errors.js';
+import {explain} from '/shared/errors.js';
 
 const BLOCK_MINUTES = 15;
 
@@ -23,9 +23,9 @@ function blocked() {
     blockedUntil = new Date(now.getTime() + BLOCK_MINUTES * 60000);
   }
   const time = blockedUntil.toLocaleTimeString([], {hour: '2-digit', minute: '2-digit'});
-  return 'This link is closed to your network address at the moment, which happens after ten wrong attempts. '
-    + `Try again after ${time}, at most ${BLOCK_MINUTES} minutes from now. If you have changed networks during `
-    + 'a visit, close the browser and open the link again.';
+  return 'This link takes no logins from your network address at the moment. After ten wrong attempts it waits '
+    + `${BLOCK_MINUTES} minutes: try again after ${time}. If you have changed networks during a visit, close the `
+    + 'browser and open the link again.';
 }
 
 /** {text, field}: plain words, and the name of the form's field that they concern, or null. */
