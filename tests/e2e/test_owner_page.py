@@ -101,7 +101,8 @@ class OwnerPage(unittest.TestCase):
             window.fetch = (url, options) => (window.sent.push(JSON.parse(options.body)), fetch(url, options));""")
         self.click("[data-key^=edit]")
         self.browser.wait_for("#edit")
-        self.fill(protect_title="Trip home", protect_type="Acc", protect_users="bob\n\n alice ")
+        self.fill(protect_title="Trip home", protect_password="typed before the choice", protect_type="Acc",
+                  protect_users="bob\n\n alice ")
         self.click("#edit [type=submit]")
         self.said("Changes saved.")
         self.assertEqual(self.browser.script("return window.sent.find((call) => call.method === 'set')"), {
