@@ -1,6 +1,6 @@
 // The dialogs that show a link's address and ask before something is lost.
 
-import {explain} from '../shared/errors.js';
+import {explain} from '/shared/errors.js';
 
 /** What a link is called where it has no title. */
 export function titleOf(entry) {

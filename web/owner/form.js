@@ -1,8 +1,8 @@
 // The dialog that creates a link or changes one.
 
-import {parseJson} from '../shared/api.js';
-import {make} from '../shared/dom.js';
-import {explain} from '../shared/errors.js';
+import {parseJson} from '/shared/api.js';
+import {make} from '/shared/dom.js';
+import {explain} from '/shared/errors.js';
 
 /** A value that the form can't send; `message` tells why. */
 class FieldError extends Error {}

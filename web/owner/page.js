@@ -1,8 +1,8 @@
 // The owner's page: which links are shown, and what is done with them.
 
-import {callApi} from '../shared/api.js';
-import {make} from '../shared/dom.js';
-import {explain} from '../shared/errors.js';
+import {callApi} from '/shared/api.js';
+import {make} from '/shared/dom.js';
+import {explain} from '/shared/errors.js';
 import {ConfirmDialog, ShareDialog, copyText, titleOf} from './dialogs.js';
 import {LinkForm} from './form.js';
 import {COLUMNS, drawTable} from './table.js';

@@ -1,6 +1,6 @@
 // The table of links. At phone width its rows become cards, whose cells carry their column's title.
 
-import {make} from '../shared/dom.js';
+import {make} from '/shared/dom.js';
 import {qrImage, titleOf} from './dialogs.js';
 
 const STATES = {
