@@ -9,6 +9,7 @@ from accounts import write_private
 
 PASSWORD = "open sesame"
 _API = "VELT.Core.Sharing"
+_NO_SUCH_LINK = 1005
 _KINDS = {
     "open": {"protect_title": "Open to everybody"},
     "password": {"protect_title": "Behind a password", "protect_type": "password", "protect_password": PASSWORD},
@@ -47,7 +48,7 @@ class Client:
 
 
 def ensure(owner, port, state):
-    """Returns the ids by kind. Those of an earlier start are kept while they exist; the list of what failed comes second."""
+    """Returns the ids by kind, those of an earlier start while they exist, and a list of what failed."""
     path = os.path.join(state, "links.json")
     try:
         with open(path, encoding="utf-8") as file:
@@ -56,15 +57,14 @@ def ensure(owner, port, state):
         ids = {}
     failures = []
     for kind, fields in _KINDS.items():
-        if kind in ids and owner.own("get", sharing_id=ids[kind])["success"]:
-            continue
-        ids.pop(kind, None)
-        answer = owner.own("set", **{"project_name": "demo", **fields})
-        if answer["success"]:
-            ids[kind] = answer["data"]["sharing_id"]
-            if kind == "used_up":
-                answer = Client(port).call(f"/sharing/{ids[kind]}/webapi", _API + ".Login", "login",
-                                           sharing_id=ids[kind])
+        answer = owner.own("get", sharing_id=ids.get(kind, ""))
+        if not answer["success"] and answer["error"]["code"] == _NO_SUCH_LINK:
+            answer = owner.own("set", **{"project_name": "demo", **fields})
+            if answer["success"]:
+                ids[kind] = answer["data"]["sharing_id"]
+                if kind == "used_up":
+                    answer = Client(port).call(f"/sharing/{ids[kind]}/webapi", _API + ".Login", "login",
+                                               sharing_id=ids[kind])
         if not answer["success"]:
             failures.append(f"{kind}: {answer['error']}")
     write_private(path, json.dumps(ids))

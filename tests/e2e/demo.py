@@ -35,15 +35,17 @@ class Answer:
 
 class Demo:
     """One running demonstration. `state` is a folder to use on; without it, a fresh one that stop() removes.
+    `under` is a command that starts it.
 
     The programs come from the build folder that VELT_BUILD names, else from build/release, which is brought
     up to date first.
     """
 
-    def __init__(self, state=None, port=None):
+    def __init__(self, state=None, under=()):
         self._fresh = None if state else tempfile.TemporaryDirectory(prefix="velt-demo-", ignore_cleanup_errors=True)
         self.state = state or self._fresh.name
-        self.port = port or _free_port()
+        self.port = _free_port()
+        self._under = under
         self.process = None
         self.start()
 
@@ -53,7 +55,8 @@ class Demo:
         self.output = os.path.join(self.state, "run.out")
         with open(self.output, "wb") as output:
             self.process = subprocess.Popen(
-                [os.path.join(REPOSITORY, "run"), "--no-install", "--port", str(self.port), "--state", self.state],
+                [*self._under, os.path.join(REPOSITORY, "run"), "--no-install", "--port", str(self.port),
+                 "--state", self.state],
                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, start_new_session=True)
         try:
             about = self._wait_ready()

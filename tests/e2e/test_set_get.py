@@ -89,8 +89,8 @@ class OverCurl(unittest.TestCase):
         with tempfile.NamedTemporaryFile(suffix=".png") as image:
             image.write(base64.b64decode(data, validate=True))
             image.flush()
-            return subprocess.run(["zbarimg", "-q", "--raw", image.name], stdout=subprocess.PIPE, text=True,
-                                  check=True).stdout.strip()
+            return subprocess.run(["zbarimg", "-q", "--raw", image.name], stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, text=True, check=True).stdout.strip()
 
     def test_printed_lines_work(self):
         lines = re.findall(r"^ +(curl .*)$", DEMO.printed(), re.MULTILINE)
@@ -142,7 +142,7 @@ class BadRequests(unittest.TestCase):
                 ({"protect_type": "user"}, 1009, execute + "set entry fields fail"),
                 ({"redirect_type": "always"}, 1011, execute + "set entry fields fail"),
                 ({"sharing_id": QUOTES}, 1005, execute + "invalid sharing id"),
-                ({"sharing_id": DEMO.links["open"], "project_name": QUOTES}, 101, execute + "invalid project name"),
+                ({"sharing_id": self.before[0][1], "project_name": QUOTES}, 101, execute + "invalid project name"),
                 ({"start_at": QUOTES}, 117, execute + "db update entry fail"),
                 ({"expire_at": "2030-02-30 00:00:00"}, 117, execute + "db update entry fail"),
                 ({"expire_at": "tomorrow"}, 117, execute + "db update entry fail")):
@@ -217,8 +217,8 @@ class BadRequests(unittest.TestCase):
         set_ = {"api": SHARING, "version": 1, "method": "set", "project_name": "album"}
         query = f"/webapi/entry.cgi?api={SHARING}&version=1&method=set&project_name=album"
         self.refused(105, None, DEMO.request("GET", query, account="alice").json)
-        for header in ({"Sec-Fetch-Site": "cross-site"}, {"Sec-Fetch-Site": "same-site"},
-                       {"Origin": "http://elsewhere.example"}, {"Origin": "null"}):
+        for header in ({"Sec-Fetch-Site": "cross-site"}, {"Origin": "http://elsewhere.example"},
+                       {"Origin": "null"}):
             with self.subTest(header):
                 self.refused(105, None, DEMO.request("POST", "/webapi/entry.cgi", set_, header, "alice").json)
 
@@ -244,20 +244,16 @@ class BadDatabases(unittest.TestCase):
             answer = DEMO.call(SHARING, method, fields)
             self.assertEqual({"code": 117, "errors": "Execute Error: db open fail"}, answer.get("error"), method)
 
-    def copy_aside(self):
-        """Puts a copy in the database's place."""
-        os.rename(DEMO.database, self.aside)
-        shutil.copyfile(self.aside, DEMO.database)
-        owner = os.stat(self.aside)
-        os.chown(DEMO.database, owner.st_uid, owner.st_gid)
-
     def test_missing(self):
         os.rename(DEMO.database, self.aside)
         self.unusable()
         self.assertFalse(os.path.exists(DEMO.database), "an empty database took its place")
 
     def test_damaged(self):
-        self.copy_aside()
+        os.rename(DEMO.database, self.aside)
+        shutil.copyfile(self.aside, DEMO.database)
+        owner = os.stat(self.aside)
+        os.chown(DEMO.database, owner.st_uid, owner.st_gid)
         with open(DEMO.database, "r+b") as file:
             file.write(b"no database " * 400)
         self.unusable()
@@ -277,10 +273,10 @@ class BadDatabases(unittest.TestCase):
 
     @unittest.skipIf(os.geteuid(), "file modes don't bind the demonstration's own root")
     def test_read_only(self):
-        self.copy_aside()
-        os.chmod(DEMO.database, 0o444)
-        answer = DEMO.call(SHARING, "set", {"project_name": "album"})
-        self.assertEqual(117, answer["error"]["code"])
+        os.chmod(DEMO.database, 0o400)
+        DEMO.restart()  # a worker that has the file open already may go on
+        self.unusable()
+        os.chmod(DEMO.database, 0o600)
 
 
 if __name__ == "__main__":
