@@ -24,8 +24,12 @@ int SharingDelete::Execute() {
   if (!request_->IsAdmin() && uid != entry.get_owner_uid()) {
     return Fail(kErrorOwner, "invalid owner");
   }
-  if (!entry_db.Delete(entry)) return Fail(kErrorDatabase, "db delete entry fail");
-  return 0;
+  if (entry_db.Delete(entry)) return 0;
+  // Another request may have deleted the link since it was looked up.
+  if (database->IsGood() && !entry_db.GetByHash(sharing_id_, entry)) {
+    return Fail(kErrorSharingID, "invalid sharing id");
+  }
+  return Fail(kErrorDatabase, "db delete entry fail");
 }
 
 int SharingDelete::FormOutput() {
