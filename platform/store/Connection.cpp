@@ -1,7 +1,9 @@
 #include "Connection.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -55,13 +57,18 @@ Connection::FileIdentity Connection::CurrentFile() {
 
 void Connection::Open() {
   const FileIdentity before = CurrentFile();
+  const std::string path = SqlitePath(ConnectionText());
+  // SQLite would fall back to reading, and go on so when the file can be written again.
+  if (!path.empty() && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
+    throw soci::soci_error("The database file can't be written.");
+  }
   auto session = OpenSession(ConnectionText());
   // The version is read first: nothing is written into a file that is not ours.
   const int version = SchemaVersion(*session);
   if (version > kSchemaVersion) {
     throw soci::soci_error("The database was made by a newer version: " + std::to_string(version));
   }
-  if (!SqlitePath(ConnectionText()).empty()) *session << "pragma journal_mode = wal";
+  if (!path.empty()) *session << "pragma journal_mode = wal";
   if (version < kSchemaVersion) {
     Transaction transaction(*session);
     Migrate(*session);
