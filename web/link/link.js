@@ -5,7 +5,7 @@
 // there while a login leads on to another address. Visits may be few, and a login begins one: the page logs in
 // by itself when a tab first opens it, never because it was reloaded.
 
-import {callApi} from '/shared/api.js';
+import {callApi, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explainToVisitor} from './words.js';
 import {listModules, loadModules, modulesOf} from './modules.js';
@@ -36,17 +36,13 @@ function publish(name, type, detail) {
   document.dispatchEvent(new CustomEvent(type, {detail}));
 }
 
-function fieldOf(name) {
-  return name === null ? null : form.elements.namedItem(name);
-}
-
-/** Shows the form. `error` ({text, field}) is told above it, and at its field. */
+/** Shows the form, with `text` above it and at the `field` that it concerns. */
 function askForLogin({text = '', field = null} = {}) {
   say('');
   tell(text);
   document.body.classList.remove('visiting');
   form.hidden = false;
-  const concerned = fieldOf(field);
+  const concerned = field === null ? null : form.elements.namedItem(field);
   if (concerned) {
     concerned.value = '';
     concerned.setAttribute('aria-invalid', 'true');
@@ -94,7 +90,11 @@ async function logIn() {
     location.reload();
     return;
   }
-  sessionStorage.setItem(privateKey, JSON.stringify(data.private));
+  try {
+    sessionStorage.setItem(privateKey, JSON.stringify(data.private));
+  } catch {
+    // Too much for the browser to keep: a reload logs in again.
+  }
   await enter(data.private);
 }
 
@@ -171,7 +171,7 @@ async function start() {
   // that is no further one.
   const kept = sessionStorage.getItem(privateKey);
   if (state === 'open' && kept !== null) {
-    await enter(JSON.parse(kept));
+    await enter(parseJson(kept));
     return;
   }
   sessionStorage.removeItem(privateKey);
