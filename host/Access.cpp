@@ -16,14 +16,11 @@ bool IdentifyUser(const WebRequest& request, RequestContext& context) {
   return true;
 }
 
-bool HoldsToken(const RequestContext& context) {
+bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid) {
   auto& database = *sharing::db::SharingDB::Instance();
-  sharing::record::Entry entry;
   sharing::record::Session session;
   sharing::record::Token token;
-  return !context.sharing_sid.empty() && database.IsGood() &&
-         sharing::db::EntryDB(database).GetByHash(context.sharing_id, entry) &&
-         sharing::db::SessionDB(database).GetBySessionId(context.sharing_sid, session) &&
+  return !sid.empty() && sharing::db::SessionDB(database).GetBySessionId(sid, session) &&
          session.IsLegal() &&
          sharing::db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
          token.IsLegal() && token.get_entry_id() == entry.get_id();
@@ -31,7 +28,11 @@ bool HoldsToken(const RequestContext& context) {
 
 bool MayCall(const Access& access, const RequestContext& context, bool is_user) {
   if (!context.is_sharing) return access.user && is_user;
-  return access.visitor || (access.token && HoldsToken(context));
+  if (access.visitor || !access.token) return access.visitor;
+  auto& database = *sharing::db::SharingDB::Instance();
+  sharing::record::Entry entry;
+  return database.IsGood() && sharing::db::EntryDB(database).GetByHash(context.sharing_id, entry) &&
+         HoldsToken(entry, context.sharing_sid);
 }
 
 }  // namespace VELT::host

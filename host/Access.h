@@ -5,6 +5,7 @@
 
 #include "Registry.h"
 #include "WebRequest.h"
+#include "veltsharing/Entry.h"
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT::host {
@@ -13,8 +14,8 @@ namespace VELT::host {
 // the user database doesn't know them.
 bool IdentifyUser(const WebRequest& request, RequestContext& context);
 
-// Whether the visitor's session holds a legal token for the link of the request.
-bool HoldsToken(const RequestContext& context);
+// Whether the visitor session `sid`, which may be anything, holds a legal token for the stored link `entry`.
+bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid);
 
 // Whether the caller that `context` describes may call a method with this access. `is_user` tells that
 // IdentifyUser found one.

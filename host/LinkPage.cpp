@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "Access.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/JsonFile.h"
@@ -98,14 +99,6 @@ std::string PercentEncoded(std::string_view text, std::string_view also_kept = "
   return encoded;
 }
 
-bool HoldsToken(sharing::db::SharingDB& db, const Entry& entry, const std::string& sid) {
-  sharing::record::Session session;
-  sharing::record::Token token;
-  return !sid.empty() && sharing::db::SessionDB(db).GetBySessionId(sid, session) &&
-         session.IsLegal() && sharing::db::TokenDB(db).GetBySessionEntry(session, entry, token) &&
-         token.IsLegal() && token.get_entry_id() == entry.get_id();
-}
-
 // The link as this visitor finds it. `form` becomes the link's JSON form when there is a link.
 State FindState(const PageRequest& request, bool error_given, Entry& entry, Json::Value& form) {
   sharing::db::SharingDB& db = *sharing::db::SharingDB::Instance();
@@ -122,7 +115,7 @@ State FindState(const PageRequest& request, bool error_given, Entry& entry, Json
   }
   // An application that turns a visitor away sends him back with an error to show. The session he
   // has didn't do: he logs in anew, and no redirect sends him round in circles.
-  if (HoldsToken(db, entry, request.sharing_sid)) {
+  if (HoldsToken(entry, request.sharing_sid)) {
     return error_given ? State::kLogin : State::kOpen;
   }
   if (status == "pending") {

@@ -121,8 +121,9 @@ void Supervisor::Reap() {
     const auto worker = std::find_if(workers_.begin(), workers_.end(),
                                      [pid](const Worker& one) { return one.pid == pid; });
     if (worker == workers_.end()) continue;
-    Bury(*worker, status);
+    const Worker dead = *worker;
     workers_.erase(worker);
+    Bury(dead, status);
   }
 }
 

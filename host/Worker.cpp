@@ -159,6 +159,7 @@ int Serve(const Options& options, Dispatcher& dispatcher, int listener, int sign
 
 int RunWorker(const Options& options, int listener, int lifeline,
               const std::function<void()>& ready) {
+  bool started = false;
   try {
     const Descriptor signals(WatchForTheEnd());
     sharing::ConfigureStore({options.database, {}});
@@ -167,10 +168,11 @@ int RunWorker(const Options& options, int listener, int lifeline,
     LowerTo(options.ids);
     Dispatcher dispatcher(options, registry, output);
     ready();
+    started = true;
     return Serve(options, dispatcher, listener, signals.get(), lifeline);
   } catch (const std::exception& error) {
     syslog(LOG_ERR, "%s", error.what());
-    return kBadConfiguration;
+    return started ? 1 : kBadConfiguration;
   }
 }
 

@@ -77,6 +77,7 @@ TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
   for (const auto& row : rows) {
     EXPECT_EQ(VELT::ReadJsonFile(root_ / "in", row.name).isArray(), row.is_read) << row.name;
   }
+  EXPECT_TRUE(VELT::ReadJsonFile(root_ / "in", "good").isArray()) << "after bad ones";
   EXPECT_TRUE(VELT::ReadJsonFile(root_ / "none", "good").isNull());
 }
 
