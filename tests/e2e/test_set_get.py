@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import unittest
 
-from demo import SHARING, Demo
+from demo import REPOSITORY, SHARING, Demo
 
 DEMO = None
 MIB = 1 << 20
@@ -92,13 +92,32 @@ class OverCurl(unittest.TestCase):
             return subprocess.run(["zbarimg", "-q", "--raw", image.name], stdout=subprocess.PIPE,
                                   stderr=subprocess.DEVNULL, text=True, check=True).stdout.strip()
 
+    def shell(self, lines, folder=None):
+        done = subprocess.run(["sh", "-c", lines], stdout=subprocess.PIPE, cwd=folder, check=True)
+        answer = json.loads(done.stdout)
+        self.assertTrue(answer["success"], answer)
+        return answer["data"]
+
     def test_printed_lines_work(self):
         lines = re.findall(r"^ +(curl .*)$", DEMO.printed(), re.MULTILINE)
         self.assertEqual(2, len(lines))
         for line in lines:
-            with self.subTest(line):
-                done = subprocess.run(line, shell=True, stdout=subprocess.PIPE, check=True)
-                self.assertTrue(json.loads(done.stdout)["success"])
+            self.shell(line)
+
+    def test_lines_of_the_readme_work(self):
+        with open(os.path.join(REPOSITORY, "README.md"), encoding="utf-8") as file:
+            text = file.read().replace("\\\n", " ").replace(":8080", f":{DEMO.port}")
+        text = text.replace("alice:PASSWORD", ":".join(DEMO.login("alice")))
+        settings, link = "", "ID"
+        with tempfile.TemporaryDirectory() as folder:
+            for line in re.findall(r"^    ((?:\w+=|curl ).*)$", text, re.MULTILINE):
+                line = re.sub(r"(?<=[=/])ID\b", link, line)
+                if not line.startswith("curl "):
+                    settings += line + "\n"
+                    continue
+                data = self.shell(settings + line, folder)
+                link = data["sharing_id"] if link == "ID" else link
+        self.assertEqual([], rows("select hash from link where hash = ?", link))
 
 
 class BadRequests(unittest.TestCase):
