@@ -51,7 +51,7 @@ def main():
             demonstration.stop()
     except Stopped:
         return 0
-    except (Failure, OSError, subprocess.CalledProcessError) as error:
+    except (Failure, OSError, ValueError, subprocess.CalledProcessError) as error:
         print(f"./run: {error}", file=sys.stderr)
         return 1
 
@@ -96,8 +96,8 @@ class Demonstration:
                 raise Failure(f"port {self.port}: {error.strerror}") from None
         self._lay_out()
         ids = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
-        self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET,
-                  "--registry", "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
+        self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
+                  "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
         self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
         self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
         self._wait_ready()
@@ -127,9 +127,8 @@ class Demonstration:
         path = f"{LOGS}/{name}.log"
         with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_APPEND | os.O_CLOEXEC, 0o600), "ab") as log:
             # A session of its own, so that Ctrl-C reaches us alone and we end the programs in order.
-            self.programs[name] = subprocess.Popen(
-                list(command), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                start_new_session=True, cwd="/")
+            self.programs[name] = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                                   start_new_session=True, cwd="/")
 
     def _wait_ready(self):
         deadline = time.monotonic() + START_SECONDS
@@ -188,7 +187,7 @@ class Demonstration:
             try:
                 program.wait(STOP_SECONDS)
             except subprocess.TimeoutExpired:
-                program.kill()
+                os.killpg(program.pid, signal.SIGKILL)  # its workers too
                 program.wait()
 
 
