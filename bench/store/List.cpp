@@ -42,7 +42,7 @@ void Fill(const std::string& file, int size) {
       "abs(random()) % 50, abs(random()) % 3, 'Holiday ' || (abs(random()) % 500), "
       "hex(randomblob(48)), '[\"alice\",\"bob\"]', '[\"users\"]', abs(random()) % 3, "
       "'/photo/' || hex(randomblob(10)), '{\"album\":\"' || hex(randomblob(60)) || '\"}', "
-      "'{\"path\":\"' || hex(randomblob(60)) || '\"}', 1700000000 + i, 0 from n; commit; analyze";
+      "'{\"path\":\"' || hex(randomblob(60)) || '\"}', 1700000000 + i, 0 from n; commit";
   bench::Execute(database, fill.c_str());
   sqlite3_close(database);
 }

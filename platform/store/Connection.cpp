@@ -5,6 +5,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "Dialect.h"
@@ -60,7 +62,8 @@ void Connection::Open() {
   const std::string path = SqlitePath(ConnectionText());
   // SQLite would fall back to reading, and go on so when the file can be written again.
   if (!path.empty() && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
-    throw soci::soci_error("The database file can't be written.");
+    throw soci::soci_error(std::string("The database file can't be written: ") +
+                           std::strerror(errno));
   }
   auto session = OpenSession(ConnectionText());
   // The version is read first: nothing is written into a file that is not ours.

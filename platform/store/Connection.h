@@ -11,7 +11,8 @@
 
 namespace VELT::sharing::db {
 
-// Rolls back unless committed. Its statements see no other process's writes after it has begun.
+// Rolls back unless committed. Under SQLite nobody else writes meanwhile; under PostgreSQL only rows that
+// were read with the dialect's row lock stay as they are.
 class Transaction {
  public:
   explicit Transaction(soci::session& session);

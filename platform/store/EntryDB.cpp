@@ -82,16 +82,24 @@ bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string&
   return Connection::Of(db_).Run("purge links", [&](soci::session& sql) {
     const long long now = Now();
     const long long uid = owner;
-    const int every_owner = owner == kEveryOwner ? 1 : 0;
-    const int every_project = project.empty() ? 1 : 0;
+    std::string text =
+        "delete from link where auto_gc = 1 and ((expire_at <> 0 and expire_at < :now) "
+        "or (expire_times <> 0 and visits >= expire_times))";
+    soci::statement statement(sql);
+    statement.exchange(soci::use(now, "now"));
+    if (owner != kEveryOwner) {
+      text += " and owner_uid = :owner";
+      statement.exchange(soci::use(uid, "owner"));
+    }
+    if (!project.empty()) {
+      text += " and project_name = :project";
+      statement.exchange(soci::use(project, "project"));
+    }
     Transaction transaction(sql);
-    sql << "delete from link where auto_gc = 1 "
-           "and ((expire_at <> 0 and expire_at < :now) "
-           "or (expire_times <> 0 and visits >= expire_times)) "
-           "and (owner_uid = :owner or 1 = :every_owner) "
-           "and (project_name = :project or 1 = :every_project)",
-        soci::use(now), soci::use(uid), soci::use(every_owner), soci::use(project),
-        soci::use(every_project);
+    statement.alloc();
+    statement.prepare(text);
+    statement.define_and_bind();
+    statement.execute(true);
     PurgeVisitors(sql, now);
     transaction.Commit();
     return true;

@@ -1,6 +1,7 @@
 #include "EntryRow.h"
 
 #include <json/writer.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -67,6 +68,7 @@ std::optional<EntryRow> EntryRow::From(const Entry& entry) {
       !IsCleanText(entry.protect_title_) || !IsCleanText(entry.redirect_uri_) ||
       !AreClean(entry.protect_users_) || !AreClean(entry.protect_groups_) ||
       !IsStorableJson(entry.app_) || !IsStorableJson(entry.private_data_)) {
+    syslog(LOG_ERR, "sharing store: a link holds a value that can't be stored");
     return std::nullopt;
   }
   EntryRow row;

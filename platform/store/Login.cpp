@@ -121,14 +121,15 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
 // Everything that can be told without a secret.
 Result VisitorLogin::CheckGate(soci::session& sql) {
   now_ = Now();
-  const auto link = EntryRow::Find(sql, "hash", hash_, DialectOf(sql).row_lock);
+  const char* lock = DialectOf(sql).row_lock;
+  const auto link = EntryRow::Find(sql, "hash", hash_, lock);
   if (!link) return Result::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);
   if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return Result::kNotServed;
 
   const bool match_ip = link_.enable_match_ip != 0;
-  session_ = old_sid_.empty() ? std::nullopt : FindSession(sql, old_sid_);
+  session_ = old_sid_.empty() ? std::nullopt : FindSession(sql, old_sid_, lock);
   if (session_ && !session_->IsAlive(now_)) session_.reset();
   if (session_ && match_ip && session_->address != VisitorAddress()) return Result::kDenied;
 
@@ -245,7 +246,7 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
     syslog(LOG_ERR, "sharing store: unexpected failure to log a visitor in");
   }
   syslog(LOG_INFO, "sharing login: result %d, address %s, link %s", static_cast<int>(result),
-         VELT::sharing::VisitorAddress().c_str(), link.c_str());
+         Printable(VELT::sharing::VisitorAddress(), 64).c_str(), link.c_str());
   return static_cast<int>(result);
 }
 

@@ -65,9 +65,13 @@ class FreshFile {
 };
 
 // The file gets its name when it is whole, so that a crash leaves none half made, and only if nobody
-// else has made one by then.
+// else has made one by then. A write-ahead log without its database holds links of a database that was
+// moved away: SQLite would write them into the new one.
 void CreateSqliteFile(const std::string& path) {
   if (access(path.c_str(), F_OK) == 0) return;
+  if (access((path + "-wal").c_str(), F_OK) == 0) {
+    throw std::system_error(EEXIST, std::generic_category(), "a log of another database");
+  }
   const FreshFile fresh(path + "." + std::to_string(getpid()) + ".new");
   CreateTables("sqlite3 " + fresh.path());
   if (link(fresh.path().c_str(), path.c_str()) != 0 && errno != EEXIST) {
@@ -78,7 +82,8 @@ void CreateSqliteFile(const std::string& path) {
 void CreatePostgresqlTables(const std::string& connection) {
   const auto session = db::OpenSession(connection);
   int tables = 0;
-  *session << "select count(*) from information_schema.tables where table_name = 'schema_version'",
+  *session << "select count(*) from information_schema.tables where table_schema = "
+              "current_schema() and table_name = 'schema_version'",
       soci::into(tables);
   if (tables == 0) CreateTables(connection);
 }

@@ -30,10 +30,11 @@ bool IsTokenLegal(const EntryRow& link, const std::string& address, std::int64_t
 
 }  // namespace
 
-std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid) {
+std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid,
+                                      const char* lock) {
   SessionRow row;
   const std::string hash = HashSessionId(sid);
-  sql << "select id, address, last_used from visitor_session where sid_hash = :hash",
+  sql << "select id, address, last_used from visitor_session where sid_hash = :hash" << lock,
       soci::into(row.id), soci::into(row.address), soci::into(row.last_used), soci::use(hash);
   if (!sql.got_data()) return std::nullopt;
   return row;

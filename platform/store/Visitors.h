@@ -21,7 +21,9 @@ struct SessionRow {
   bool IsAlive(std::int64_t now) const { return now - last_used < kSessionLife; }
 };
 
-std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid);
+// `lock` is empty or the dialect's row lock.
+std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid,
+                                      const char* lock = "");
 
 // The address of the login that made the session's token for the link; empty: there is no token.
 std::optional<std::string> FindToken(soci::session& sql, long long session, long long link);

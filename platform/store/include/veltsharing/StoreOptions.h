@@ -21,8 +21,10 @@ void ConfigureStore(StoreOptions options);
 // The address of the visitor whose request is served from now on, as text; empty: none.
 void SetVisitorAddress(const std::string& address);
 
-// Makes the folder of an SQLite database usable for a first start: creates the empty database, schema
-// included, unless there is one. False, with a log line, when it could not. Nothing else ever creates one.
+// For a first start: creates the database of the options, empty, schema included, unless there is one; its
+// folder, or the PostgreSQL database, must exist. An SQLite file belongs to the process's effective user, is
+// closed again and readable to nobody else, so this is called with the ids that the workers have. False, with
+// a log line, when it could not. Nothing else ever creates a database.
 bool CreateStore();
 
 }  // namespace VELT::sharing

@@ -1,0 +1,185 @@
+#include "Fixture.h"
+
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "Dialect.h"
+
+namespace VELT::sharing {
+
+std::int64_t StoreTest::now_;
+std::vector<std::string> StoreTest::log_;
+
+namespace {
+std::vector<std::string>* log_lines = nullptr;
+constexpr const char* kPostgresql = "VELT_TEST_POSTGRESQL";
+}  // namespace
+}  // namespace VELT::sharing
+
+// Stands before the C library's, so that the tests see what would be logged.
+extern "C" void syslog(int priority, const char* format, ...) {
+  std::array<char, 1024> line{};
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
+  if (VELT::sharing::log_lines == nullptr) return;
+  VELT::sharing::log_lines->push_back(std::to_string(LOG_PRI(priority)) + " " + line.data());
+}
+
+namespace VELT::sharing {
+
+std::vector<std::string> Databases() {
+  std::vector<std::string> databases = {"sqlite3"};
+  if (getenv(kPostgresql) != nullptr) databases.emplace_back("postgresql");
+  return databases;
+}
+
+void StoreTest::SetUp() {
+  folder_ = testing::TempDir() + "store-XXXXXX";
+  ASSERT_NE(mkdtemp(folder_.data()), nullptr);
+  connection_ = "sqlite3 " + File();
+  if (!IsSqlite()) {
+    connection_ = "postgresql " + std::string(getenv(kPostgresql));
+    Execute("drop schema if exists velt_test cascade");
+    Execute("create schema velt_test");
+    connection_ += " options=-csearch_path=velt_test";
+  }
+  now_ = 1'800'000'000;
+  log_.clear();
+  log_lines = &log_;
+  secrets_ = {kPassword, "alice's own"};
+  Reopen();
+  ASSERT_TRUE(CreateStore());
+}
+
+void StoreTest::TearDown() {
+  if (IsSqlite()) {
+    for (const char* suffix : {"", "-wal"}) {
+      std::ifstream file(File(suffix), std::ios::binary);
+      const std::string bytes(std::istreambuf_iterator<char>(file), {});
+      for (const auto& secret : secrets_) EXPECT_THAT(bytes, Not(testing::HasSubstr(secret)));
+    }
+  }
+  for (const auto& line : log_) {
+    for (const auto& secret : secrets_) EXPECT_THAT(line, Not(testing::HasSubstr(secret)));
+    for (const auto& hash : hashes_) EXPECT_THAT(line, Not(testing::HasSubstr(hash)));
+  }
+  ConfigureStore({});
+  log_lines = nullptr;
+  std::filesystem::remove_all(folder_);
+}
+
+void StoreTest::Execute(const std::string& sql) const { *db::OpenSession(connection_) << sql; }
+
+std::string StoreTest::Select(const std::string& sql) const {
+  std::string value;
+  *db::OpenSession(connection_) << sql, soci::into(value);
+  return value;
+}
+
+Entry StoreTest::Make(const Edit& edit) {
+  Entry link;
+  link.set_owner_uid(kAlice);
+  link.set_project_name("album");
+  edit(link);
+  EXPECT_TRUE(links_.CreateWithHash(link));
+  hashes_.push_back(link.get_hash());
+  return link;
+}
+
+Entry StoreTest::Read(const Entry& link) {
+  Entry read;
+  EXPECT_TRUE(links_.GetByHash(link.get_hash(), read));
+  return read;
+}
+
+bool StoreTest::Exists(const Entry& link) {
+  Entry read;
+  return links_.GetByHash(link.get_hash(), read);
+}
+
+bool StoreTest::Change(const Entry& link, const Edit& edit) {
+  Entry changed = Read(link);
+  edit(changed);
+  return links_.Update(changed);
+}
+
+Json::Value StoreTest::Shown(const Entry& link) {
+  Json::Value shown;
+  Read(link).ToJSON(shown);
+  return shown;
+}
+
+int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& password,
+                     const std::string& account) {
+  SetVisitorAddress(visitor.address);
+  const std::string sid = visitor.sid;
+  const _tag_sharing_login_params params{link.get_hash().c_str(), password.c_str(), account.c_str(),
+                                         password.c_str(), sid.empty() ? nullptr : sid.c_str()};
+  const int result = VeltSharingLogin(visitor.sid, &params, false);
+  if (result == 1) secrets_.push_back(visitor.sid);
+  return result;
+}
+
+bool StoreTest::MayEnter(const Visitor& visitor, const Entry& link) {
+  SetVisitorAddress(visitor.address);
+  record::Session session;
+  record::Token token;
+  return db::SessionDB(db_).GetBySessionId(visitor.sid, session) && session.IsLegal() &&
+         db::TokenDB(db_).GetBySessionEntry(session, link, token) && token.IsLegal() &&
+         token.get_entry_id() == link.get_id();
+}
+
+std::vector<int> StoreTest::InProcesses(int count, const std::function<int(int)>& work) const {
+  Reopen();  // no connection may be carried over
+  std::vector<pid_t> children;
+  for (int index = 0; index < count; ++index) {
+    const pid_t child = fork();
+    if (child == 0) _exit(work(index));
+    children.push_back(child);
+  }
+  std::vector<int> results;
+  for (const pid_t child : children) {
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    results.push_back(WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+  }
+  return results;
+}
+
+Edit WithPassword() {
+  return [](Entry& link) {
+    link.set_protect_type(ProtectType::kPassword);
+    link.set_protect_password(kPassword, true, Entry::PasswordEncryptAlgo::kArgon2id);
+  };
+}
+
+Edit ForUsers(const std::vector<std::string>& users, const std::vector<std::string>& groups) {
+  return [=](Entry& link) {
+    link.set_protect_type(ProtectType::kUser);
+    link.set_protect_users(users);
+    link.set_protect_groups(groups);
+  };
+}
+
+Edit WithVisits(int visits) {
+  return [visits](Entry& link) { link.set_expire_times(visits); };
+}
+
+std::string TimeText(std::int64_t time) {
+  std::tm parts{};
+  const std::time_t seconds = time;
+  localtime_r(&seconds, &parts);
+  std::array<char, 64> text{};
+  return {text.data(), strftime(text.data(), text.size(), kFormat, &parts)};
+}
+
+}  // namespace VELT::sharing

@@ -1,0 +1,86 @@
+// A store in a fresh place, a clock that is set by hand, and short verbs. After each test no log line may
+// hold a secret, nor the database's files one in clear.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <json/writer.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Soci.h"
+#include "veltsharing/Login.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
+
+namespace VELT::sharing {
+
+using record::Entry;
+using ProtectType = Entry::ProtectType;
+using Edit = std::function<void(Entry&)>;
+
+inline constexpr const char* kFormat = "%Y-%m-%d %H:%M:%S";
+inline constexpr unsigned int kAlice = 7001;
+inline constexpr unsigned int kBob = 7002;
+inline constexpr const char* kPassword = "open, says me";
+
+struct Visitor {
+  std::string address = "192.0.2.1";
+  std::string sid = {};
+};
+
+// The parameter is a kind of database, "sqlite3" or, where the environment names one, "postgresql".
+class StoreTest : public testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  bool IsSqlite() const { return GetParam() == "sqlite3"; }
+  std::string File(const std::string& suffix = "") const {
+    return folder_ + "/sharing.db" + suffix;
+  }
+  // The one database connection again, as in a new process.
+  void Reopen() const {
+    ConfigureStore({connection_, [] { return now_; }});
+  }
+  bool IsGood() const { return db_.IsGood(); }
+  void Execute(const std::string& sql) const;
+  std::string Select(const std::string& sql) const;
+
+  Entry Make(const Edit& edit = [](Entry&) {});
+  Entry Read(const Entry& link);
+  bool Exists(const Entry& link);
+  bool Change(const Entry& link, const Edit& edit);
+  Json::Value Shown(const Entry& link);
+
+  // The store's answer; a success gives the visitor the new session.
+  int LogIn(Visitor& visitor, const Entry& link, const std::string& password = "",
+            const std::string& account = "");
+  bool MayEnter(const Visitor& visitor, const Entry& link);
+
+  // Runs `work` in each of `count` new processes at once; returns what they returned, 0 to 127 each.
+  std::vector<int> InProcesses(int count, const std::function<int(int)>& work) const;
+
+  static std::int64_t now_;
+  static std::vector<std::string> log_;
+
+  db::SharingDB& db_ = *db::SharingDB::Instance();
+  db::EntryDB links_{db_};
+  std::string folder_;
+  std::string connection_;
+  std::vector<std::string> secrets_;  // not to be found in the database
+  std::vector<std::string> hashes_;   // nor these in the log
+};
+
+Edit WithPassword();
+Edit ForUsers(const std::vector<std::string>& users, const std::vector<std::string>& groups);
+Edit WithVisits(int visits);
+std::string TimeText(std::int64_t time);
+
+std::vector<std::string> Databases();
+#define VELT_ON_EVERY_DATABASE(suite)                                                \
+  INSTANTIATE_TEST_SUITE_P(On, suite, testing::ValuesIn(VELT::sharing::Databases()), \
+                           [](const auto& database) { return database.param; })
+
+}  // namespace VELT::sharing

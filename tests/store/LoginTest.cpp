@@ -1,0 +1,225 @@
+// Who gets in to a link, and for how long.
+#include <filesystem>
+#include <fstream>
+
+#include "Fixture.h"
+
+namespace VELT::sharing {
+
+class LoginTest : public StoreTest {
+ protected:
+  void ExpectLogIn(int want, const Entry& link, const std::string& password = "",
+                   const std::string& account = "") {
+    Visitor visitor;
+    EXPECT_EQ(LogIn(visitor, link, password, account), want) << password << " " << account;
+    EXPECT_EQ(visitor.sid.empty(), want != 1);
+  }
+};
+VELT_ON_EVERY_DATABASE(LoginTest);
+
+TEST_P(LoginTest, ServesOnlyLinksThatAreEnabledAndWithinTheirTimes) {
+  const auto starts = [](std::int64_t time) {
+    return [=](Entry& e) { e.set_start_at_str(TimeText(time), kFormat); };
+  };
+  const auto ends = [](std::int64_t time) {
+    return [=](Entry& e) { e.set_expire_at_str(TimeText(time), kFormat); };
+  };
+  const std::vector<std::tuple<Edit, int, const char*>> rows = {
+      {[](Entry&) {}, 1, "active"}, {[](Entry& e) { e.set_enabled(false); }, -3, "disabled"},
+      {starts(now_), 1, "active"},  {starts(now_ + 1), -3, "pending"},
+      {ends(now_), 1, "active"},    {ends(now_ - 1), -3, "expired"},
+      {WithVisits(1), 1, "active"}, {[](Entry& e) { e.set_owner_uid(4999); }, -3, "active"},
+  };
+  for (const auto& [edit, want, status] : rows) {
+    const Entry link = Make(edit);
+    EXPECT_EQ(Shown(link)["status"], status);
+    log_.clear();
+    ExpectLogIn(want, link);
+    EXPECT_EQ(log_, std::vector{"6 sharing login: result " + std::to_string(want) +
+                                ", address 192.0.2.1, link " + link.get_hash().substr(0, 6)});
+  }
+  ExpectLogIn(-3, Entry());
+}
+
+TEST_P(LoginTest, AsksForTheLinksPasswordOrAListedAccount) {
+  const Entry secret = Make(WithPassword());
+  ExpectLogIn(-9, secret);
+  ExpectLogIn(-9, secret, "open, says Me");
+  ExpectLogIn(1, secret, kPassword);
+
+  const Entry listed = Make(ForUsers({"alice", "gone"}, {"family"}));
+  ExpectLogIn(1, listed, "alice's own", "alice");
+  ExpectLogIn(1, listed, "carol's own", "carol");
+  ExpectLogIn(-10, listed, "bob's own", "bob");
+  for (const auto& [account, password] :
+       std::vector<std::pair<const char*, const char*>>{{"alice", "bob's own"},
+                                                        {"alice", ""},
+                                                        {"gone", "x"},
+                                                        {"", ""},
+                                                        {"family", "carol's own"}}) {
+    ExpectLogIn(-2, listed, password, account);
+  }
+}
+
+TEST_P(LoginTest, GivesANewSessionThatTakesTheTokensAlong) {
+  const Entry first = Make();
+  const Entry second = Make();
+  Visitor visitor{.sid = "planted by somebody else"};
+  const Visitor planted = visitor;
+  ASSERT_EQ(LogIn(visitor, first), 1);
+  EXPECT_FALSE(MayEnter(planted, first));
+  EXPECT_TRUE(MayEnter(visitor, first));
+  EXPECT_FALSE(MayEnter(visitor, second));
+
+  const Visitor before = visitor;
+  ASSERT_EQ(LogIn(visitor, second), 1);
+  EXPECT_TRUE(MayEnter(visitor, first) && MayEnter(visitor, second));
+  EXPECT_FALSE(MayEnter(before, first) || MayEnter(before, second));
+  EXPECT_FALSE(MayEnter({.sid = Select("select sid_hash from visitor_session")}, first));
+
+  EXPECT_EQ(VeltSharingLogout(first.get_hash(), before.sid), 0);
+  EXPECT_EQ(VeltSharingLogout(Make().get_hash(), visitor.sid), 0);
+  EXPECT_NE(VeltSharingLogout(first.get_hash(), visitor.sid), 0);
+  EXPECT_FALSE(MayEnter(visitor, first) || MayEnter(visitor, second));
+}
+
+TEST_P(LoginTest, TokenDiesWithWhatItStandsOn) {
+  const auto edited = [this](const Edit& edit) {
+    return [this, edit](const Entry& link) { EXPECT_TRUE(Change(link, edit)); };
+  };
+  const std::vector<std::pair<const char*, std::function<void(const Entry&)>>> ends = {
+      {"disabled", edited([](Entry& e) { e.set_enabled(false); })},
+      {"expired", edited([](Entry& e) { e.set_expire_at_str(TimeText(now_ - 1), kFormat); })},
+      {"put off", edited([](Entry& e) { e.set_start_at_str(TimeText(now_ + 1), kFormat); })},
+      {"bound to addresses elsewhere",
+       [this, edited](const Entry& link) {
+         edited([](Entry& e) { e.set_enable_match_ip(true); })(link);
+         Execute("update visitor_token set address = '198.51.100.9'");
+       }},
+      {"new password",
+       [this](const Entry& link) { EXPECT_TRUE(db::TokenDB(db_).PurgeByEntry(link)); }},
+      {"deleted", [this](const Entry& link) { EXPECT_TRUE(links_.Delete(link)); }},
+      {"unused for a day", [](const Entry&) { now_ += 24 * 60 * 60; }},
+  };
+  for (const auto& [name, end] : ends) {
+    const Entry link = Make();
+    Visitor visitor;
+    ASSERT_EQ(LogIn(visitor, link), 1);
+    EXPECT_TRUE(MayEnter(visitor, link)) << name;
+    end(link);
+    EXPECT_FALSE(MayEnter(visitor, link)) << name;
+  }
+}
+
+TEST_P(LoginTest, LinkDiesWithItsOwnersAccount) {
+  const std::string passwd = getenv("NSS_WRAPPER_PASSWD");
+  const Entry link = Make([](Entry& e) { e.set_owner_uid(kBob); });
+  Visitor visitor;
+  ASSERT_EQ(LogIn(visitor, link), 1);
+  std::ifstream file(passwd);
+  const std::string before(std::istreambuf_iterator<char>(file), {});
+  const auto write = [&passwd](const std::string& text, int later) {
+    std::ofstream(passwd) << text;
+    // The wrapper looks at whole seconds only.
+    std::filesystem::last_write_time(
+        passwd, std::filesystem::file_time_type::clock::now() + std::chrono::hours(later));
+  };
+  std::string without = before;
+  without.erase(without.find("bob:"), without.find("carol:") - without.find("bob:"));
+  write(without, 1);
+  EXPECT_FALSE(MayEnter(visitor, link));
+  ExpectLogIn(-3, link);
+  EXPECT_EQ(Shown(link)["owner_user"], "");
+  write(before, 2);
+  EXPECT_TRUE(MayEnter(visitor, link));
+}
+
+TEST_P(LoginTest, SessionLivesADayAfterItsLastUseWhichIsNotedNowAndThen) {
+  const Entry link = Make();
+  Visitor visitor;
+  ASSERT_EQ(LogIn(visitor, link), 1);
+  const std::int64_t start = now_;
+  const auto noted = [&] {
+    return std::stoll(Select("select last_used || '' from visitor_session")) - start;
+  };
+  now_ = start + 299;
+  EXPECT_TRUE(MayEnter(visitor, link));
+  EXPECT_EQ(noted(), 0);
+  now_ = start + 300;
+  EXPECT_TRUE(MayEnter(visitor, link));
+  EXPECT_EQ(noted(), 300);
+  now_ += 24 * 60 * 60 - 1;
+  EXPECT_TRUE(MayEnter(visitor, link));
+  const Visitor stale = visitor;
+  now_ += 24 * 60 * 60;
+  ASSERT_EQ(LogIn(visitor, Make()), 1);
+  EXPECT_FALSE(MayEnter(visitor, link)) << "a dead session's tokens moved along";
+  EXPECT_FALSE(MayEnter(stale, link));
+}
+
+TEST_P(LoginTest, VisitIsALoginThatMakesANewToken) {
+  const Entry link = Make([](Entry& e) { WithPassword()(e), WithVisits(2)(e); });
+  Visitor first;
+  Visitor second;
+  ASSERT_EQ(LogIn(first, link, kPassword), 1);
+  EXPECT_EQ(LogIn(first, link, kPassword), 1);
+  EXPECT_EQ(Shown(link)["visits"], 1);
+  EXPECT_EQ(LogIn(second, link, "wrong"), -9);
+  EXPECT_EQ(LogIn(second, link, kPassword), 1);
+  EXPECT_EQ(Shown(link)["status"], "used_up");
+  ExpectLogIn(-11, link, kPassword);
+  EXPECT_EQ(LogIn(first, link, "wrong"), -9);
+  EXPECT_EQ(LogIn(first, link, kPassword), 1);
+  EXPECT_TRUE(MayEnter(first, link) && MayEnter(second, link));
+  EXPECT_TRUE(Change(link, WithVisits(3)));
+  EXPECT_EQ(Shown(link)["visits"], 2);
+  EXPECT_NE(VeltSharingLogout(link.get_hash(), first.sid), 0);
+  EXPECT_EQ(LogIn(first, link, kPassword), 1);
+  ExpectLogIn(-11, link, kPassword);
+}
+
+TEST_P(LoginTest, AddressIsThatOfTheLoginWhereTheLinkAsksForIt) {
+  const Entry bound = Make([](Entry& e) { e.set_enable_match_ip(true); });
+  const Entry free = Make();
+  Visitor visitor;
+  ASSERT_EQ(LogIn(visitor, bound), 1);
+  ASSERT_EQ(LogIn(visitor, free), 1);
+  visitor.address = "2001:db8::1";
+  EXPECT_FALSE(MayEnter(visitor, bound));
+  EXPECT_TRUE(MayEnter(visitor, free));
+  EXPECT_EQ(LogIn(visitor, bound), -8);
+  EXPECT_EQ(LogIn(visitor, free), 1) << "and the session moves on";
+  EXPECT_FALSE(MayEnter(visitor, bound));
+  EXPECT_EQ(LogIn(visitor, bound), 1);
+  EXPECT_TRUE(MayEnter(visitor, bound));
+}
+
+TEST_P(LoginTest, TenWrongGuessesShutTheAddressOutForAQuarterOfAnHour) {
+  const Entry link = Make(ForUsers({"alice"}, {}));
+  Visitor guesser;
+  const auto guess = [&](int want) { EXPECT_EQ(LogIn(guesser, link, "guess", "alice"), want); };
+  for (int count = 0; count < 9; ++count) guess(-2);
+  EXPECT_EQ(LogIn(guesser, link, "alice's own", "alice"), 1) << "which clears the count";
+  for (int count = 0; count < 5; ++count) guess(-2);
+  EXPECT_EQ(LogIn(guesser, link, "bob's own", "bob"), -10) << "which is no wrong guess";
+  ASSERT_TRUE(Change(link, [](Entry& e) { e.set_enabled(false); }));
+  guess(-3);
+  ASSERT_TRUE(Change(link, [](Entry& e) { WithPassword()(e), e.set_enabled(true); }));
+  now_ += 60;
+  for (int count = 0; count < 5; ++count) EXPECT_EQ(LogIn(guesser, link, "guess"), -9);
+  const auto shut_out = [&] {
+    return LogIn(guesser, link, "guess") == -8 && LogIn(guesser, link, kPassword) == -8;
+  };
+  EXPECT_TRUE(shut_out());
+  Reopen();
+  EXPECT_TRUE(shut_out());
+  Visitor other{.address = "192.0.2.2"};
+  EXPECT_EQ(LogIn(other, link, kPassword), 1);
+  EXPECT_EQ(LogIn(guesser, Make(WithPassword()), kPassword), 1) << "on another link";
+  now_ += 15 * 60 - 60 - 1;
+  EXPECT_TRUE(shut_out());
+  now_ += 1;
+  EXPECT_EQ(LogIn(guesser, link, kPassword), 1);
+}
+
+}  // namespace VELT::sharing

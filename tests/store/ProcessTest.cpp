@@ -1,0 +1,115 @@
+// Several processes on one database at once.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+
+#include "Fixture.h"
+
+namespace VELT::sharing {
+
+namespace fs = std::filesystem;
+
+class ProcessTest : public StoreTest {};
+VELT_ON_EVERY_DATABASE(ProcessTest);
+
+TEST_P(ProcessTest, FiftyLoginsOnTenVisitsAreTen) {
+  const Entry link = Make(WithVisits(10));
+  const auto successes = InProcesses(10, [&](int) {
+    int count = 0;
+    for (int login = 0; login < 5; ++login) {
+      Visitor visitor;
+      const int result = LogIn(visitor, link);
+      if (result != 1 && result != -11) return 100;
+      count += result == 1 ? 1 : 0;
+    }
+    return count;
+  });
+  EXPECT_EQ(std::accumulate(successes.begin(), successes.end(), 0), 10);
+  EXPECT_EQ(Shown(link)["visits"], 10);
+}
+
+TEST_P(ProcessTest, GuessesAreCountedOverAllProcesses) {
+  const Entry link = Make(WithPassword());
+  Visitor visitor;
+  const auto answered = InProcesses(4, [&](int) {
+    int wrong = 0;
+    for (int guess = 0; guess < 5; ++guess) wrong += LogIn(visitor, link, "guess") == -9 ? 1 : 0;
+    return wrong;
+  });
+  EXPECT_EQ(std::accumulate(answered.begin(), answered.end(), 0), 10);
+  EXPECT_EQ(LogIn(visitor, link, kPassword), -8);
+}
+
+TEST_P(ProcessTest, OneOfTenDeletesSucceeds) {
+  const Entry link = Make();
+  const auto deleted = InProcesses(10, [&](int) { return links_.Delete(link) ? 1 : 0; });
+  EXPECT_EQ(std::accumulate(deleted.begin(), deleted.end(), 0), 1);
+}
+
+// The account's check blocks on a pipe that stands for PAM's files, so that the change comes in between.
+TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
+  const Entry link = Make(ForUsers({"bob"}, {}));
+  const std::string pipe = folder_ + "/passdb";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  Reopen();
+  const pid_t visitor = fork();
+  if (visitor == 0) {
+    setenv("PAM_MATRIX_PASSWD", pipe.c_str(), 1);
+    Visitor bob;
+    _exit(-LogIn(bob, link, "bob's own", "bob"));
+  }
+  std::ofstream answer(pipe);  // returns when the visitor reads
+  ASSERT_TRUE(Change(link, ForUsers({"alice"}, {})));
+  ASSERT_TRUE(db::TokenDB(db_).PurgeByEntry(link));
+  // From the next look on it is a file.
+  fs::copy_file(getenv("PAM_MATRIX_PASSWD"), folder_ + "/file");
+  fs::rename(folder_ + "/file", pipe);
+  answer << "bob:bob's own:velt-sharing\n";
+  answer.close();
+  int status = 0;
+  EXPECT_EQ(waitpid(visitor, &status, 0), visitor);
+  EXPECT_EQ(WEXITSTATUS(status), 10);
+  EXPECT_EQ(Select("select count(*) || '' from visitor_token"), "0");
+}
+
+TEST_P(ProcessTest, KilledWriterLosesNothingThatWasTold) {
+  constexpr std::size_t kWanted = 1000;
+  constexpr std::size_t kPerWriter = 200;
+  constexpr std::size_t kLine = 23;
+  Reopen();
+  std::vector<std::string> told;
+  int kills = 0;
+  while (told.size() < kWanted) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const pid_t writer = fork();
+    while (writer == 0) {
+      const std::string line = Make().get_hash() + "\n";
+      if (write(ends[1], line.data(), line.size()) < 0) _exit(1);
+    }
+    close(ends[1]);
+    std::array<char, kLine> line{};
+    for (std::size_t count = 0; read(ends[0], line.data(), kLine) == kLine; ++count) {
+      told.emplace_back(line.data(), kLine - 1);
+      if (count == kPerWriter) kill(writer, SIGKILL);
+    }
+    close(ends[0]);
+    waitpid(writer, nullptr, 0);
+    ++kills;
+  }
+  for (const std::string& hash : told) {
+    Entry link;
+    ASSERT_TRUE(links_.GetByHash(hash, link));
+  }
+  int count = 0;
+  EXPECT_TRUE(links_.Count(count));
+  EXPECT_LE(count, static_cast<int>(told.size()) + kills) << "each writer had one link in hand";
+}
+
+}  // namespace VELT::sharing
