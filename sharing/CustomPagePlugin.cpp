@@ -1,8 +1,13 @@
 #include "sharing/CustomPagePlugin.h"
 
+#include <json/writer.h>
+
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <sstream>
+#include <string_view>
 
 #include "sharing/PluginCall.h"
 #include "veltweb/WebUtils.h"
@@ -21,6 +26,25 @@ std::string FormatTags(const char* format, const Json::Value& urls) {
   for (const Json::Value& url : urls) tags += FormatVersionedTag(format, url.asString().c_str());
   return tags;
 }
+
+// What Json::Value::toStyledString gives. That makes a new writer every time, which costs more than the
+// writing, and with it the run of a small plugin half as much again as its library's call.
+std::string StyledText(const Json::Value& value) {
+  thread_local const std::unique_ptr<Json::StreamWriter> writer(
+      Json::StreamWriterBuilder().newStreamWriter());
+  std::ostringstream text;
+  writer->write(value, &text);
+  text << '\n';
+  return std::move(text).str();
+}
+
+const Json::Value& MemberOf(const Json::Value& object, std::string_view name,
+                            const Json::Value& fallback) {
+  const Json::Value* member = object.find(name.data(), name.data() + name.size());
+  return member == nullptr ? fallback : *member;
+}
+
+void Append(Json::Value& output, const std::string& text) { output = output.asString() + text; }
 
 }  // namespace
 
@@ -45,21 +69,21 @@ std::string CustomPagePlugin::GetCSSFilesTpl(const Json::Value& files) {
 
 std::string CustomPagePlugin::GetSessionTpl(const Json::Value& session) {
   if (!session.isObject()) return "";
-  return "VELT.TALD.ExtraSession = " + session.toStyledString() + ";";
+  return "VELT.TALD.ExtraSession = " + StyledText(session) + ";";
 }
 
 void CustomPagePlugin::Run(const record::Entry& entry, const char* status, const Json::Value& extra,
                            Json::Value& output) {
-  const PluginCall call(params_, "CustomPageFunc", entry, status, extra);
-  const Json::Value* result = call.Result(Json::objectValue);
+  PluginCall call(params_, "CustomPageFunc", entry, status, extra);
+  Json::Value* result = call.Result(Json::objectValue);
   if (result == nullptr) return;
-  const Json::Value empty_list(Json::arrayValue);
-  const Json::Value empty_object(Json::objectValue);
-  output["JSFILE"] = output["JSFILE"].asString() + GetJSFilesTpl(result->get("JSFILE", empty_list));
-  output["CSS"] = output["CSS"].asString() + GetCSSFilesTpl(result->get("CSS", empty_list));
-  output["SESSION"] =
-      output["SESSION"].asString() + GetSessionTpl(result->get("SESSION", empty_object));
-  output["PRIVATE"] = result->get("PRIVATE", empty_object);
+  static const Json::Value kEmptyArray(Json::arrayValue);
+  static const Json::Value kEmptyObject(Json::objectValue);
+  Append(output["JSFILE"], GetJSFilesTpl(MemberOf(*result, "JSFILE", kEmptyArray)));
+  Append(output["CSS"], GetCSSFilesTpl(MemberOf(*result, "CSS", kEmptyArray)));
+  Append(output["SESSION"], GetSessionTpl(MemberOf(*result, "SESSION", kEmptyObject)));
+  output["PRIVATE"] = kEmptyObject;
+  if (result->isMember("PRIVATE")) output["PRIVATE"].swap((*result)["PRIVATE"]);
 }
 
 }  // namespace VELT::sharing

@@ -21,7 +21,7 @@ std::string OpenGraphPlugin::GetOpenGraphTpl(const Json::Value& tags) {
 
 void OpenGraphPlugin::Run(const record::Entry& entry, const char* status, const Json::Value& extra,
                           Json::Value& output) {
-  const PluginCall call(params_, "OpenGraphFunc", entry, status, extra);
+  PluginCall call(params_, "OpenGraphFunc", entry, status, extra);
   const Json::Value* tags = call.Result(Json::arrayValue);
   if (tags == nullptr) return;
   output["OPEN_GRAPH"] = output["OPEN_GRAPH"].asString() + GetOpenGraphTpl(*tags);

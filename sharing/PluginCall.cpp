@@ -21,34 +21,29 @@ std::string LibraryPath(const Json::Value& params) {
   return path.isString() ? path.asString() : "";
 }
 
-bool Take(std::size_t size, std::size_t& left) {
-  if (size > left) return false;
-  left -= size;
-  return true;
-}
-
-// Takes the length of the value's JSON text, escapes left out, from `left`; false when that is less.
-bool TakeTextSize(const Json::Value& value, std::size_t& left) {
-  if (value.isString()) {
+// The length of the value's JSON text, escapes left out. Counting ends soon after `limit`.
+std::size_t TextSize(const Json::Value& value, std::size_t limit) {
+  const Json::ValueType type = value.type();
+  if (type == Json::stringValue) {
     const char* begin = nullptr;
     const char* end = nullptr;
     value.getString(&begin, &end);
-    return Take(2 + static_cast<std::size_t>(end - begin), left);
+    return 2 + static_cast<std::size_t>(end - begin);
   }
-  if (!value.isArray() && !value.isObject()) return Take(value.asString().size(), left);
+  if (type != Json::arrayValue && type != Json::objectValue) return value.asString().size();
 
-  // The brackets, and a comma before every member but the first.
-  if (!Take(value.empty() ? 2 : 1, left)) return false;
-  for (auto member = value.begin(); member != value.end(); ++member) {
-    std::size_t around = 1;
-    if (value.isObject()) {
+  std::size_t size = 2;  // the brackets; a comma stands before every member but the first
+  const auto end = value.end();
+  for (auto member = value.begin(); member != end && size <= limit; ++member) {
+    size += size == 2 ? 0 : 1;
+    if (type == Json::objectValue) {
       const char* name_end = nullptr;
       const char* name = member.memberName(&name_end);
-      around += 3 + static_cast<std::size_t>(name_end - name);
+      size += 3 + static_cast<std::size_t>(name_end - name);
     }
-    if (!Take(around, left) || !TakeTextSize(*member, left)) return false;
+    size += TextSize(*member, limit);
   }
-  return true;
+  return size;
 }
 
 bool CallLibFunc(PluginLibFunc func, const record::Entry& entry, const char* status,
@@ -83,15 +78,14 @@ PluginCall::PluginCall(const Json::Value& params, const char* symbol, const reco
   const auto func = reinterpret_cast<PluginLibFunc>(address);
   if (!CallLibFunc(func, entry, status, extra, result_)) return;
 
-  std::size_t left = kLargestResult;
-  used_ = TakeTextSize(result_, left);
+  used_ = TextSize(result_, kLargestResult) <= kLargestResult;
   if (!used_) {
     syslog(LOG_ERR, "%s:%d plugin output exceeds %zu bytes: %s", log_place::kPluginOutput.source,
            log_place::kPluginOutput.line, kLargestResult, path.c_str());
   }
 }
 
-const Json::Value* PluginCall::Result(Json::ValueType type) const {
+Json::Value* PluginCall::Result(Json::ValueType type) {
   return used_ && result_.type() == type ? &result_ : nullptr;
 }
 

@@ -18,9 +18,9 @@ class PluginCall {
   PluginCall(const Json::Value& params, const char* symbol, const record::Entry& entry,
              const char* status, const Json::Value& extra);
 
-  // What the function gave, when it returned true and gave a value of this type of at most 1 MiB;
-  // else null. Owned by this object.
-  const Json::Value* Result(Json::ValueType type) const;
+  // What the function gave, when it returned true and gave a value of this type of at most 1 MiB of
+  // text; else null. Owned by this object; the caller may take parts out of it.
+  Json::Value* Result(Json::ValueType type);
 
  private:
   struct LibCloser {

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
+#include <cstdint>
+#include <cstring>
+#include <string>
 #include <string_view>
 
 namespace VELT {
@@ -12,14 +14,12 @@ namespace {
 
 constexpr const char* kWebRoot = "/usr/velt/web";
 
-// Empty when there is no such file.
+// Nanoseconds since 1970; empty when there is no such file.
 std::string ModifyTimeOf(const std::string& file) {
   struct stat status {};
   if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-  std::array<char, 48> text{};
-  std::snprintf(text.data(), text.size(), "%lld.%09ld",
-                static_cast<long long>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec);
-  return text.data();
+  return std::to_string(std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 +
+                        status.st_mtim.tv_nsec);
 }
 
 // Symbolic links below the root are followed, as the web server does that serves the same files.
@@ -69,8 +69,7 @@ std::string WebUtils::EncodeHtml(const std::string& text, bool /*attribute*/) {
 
 std::string WebUtils::GetModifyTime(const char* path) {
   if (path != nullptr) {
-    std::string_view file(path);
-    file = file.substr(0, file.find_first_of("?#"));
+    const std::string_view file(path, std::strcspn(path, "?#"));
     if (StaysInRoot(file)) {
       std::string time = ModifyTimeOf(kWebRoot + std::string(file));
       if (!time.empty()) return time;

@@ -168,8 +168,8 @@ TEST_F(PluginsTest, ResultOfOneMebibyteIsTheLargest) {
 }
 
 TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
-  const std::string app = "2000.000000007";
-  const std::string ui = "1000.000000007";
+  const std::string app = "2000000000007";
+  const std::string ui = "1000000000007";
   const struct {
     const char* url;
     std::string versioned;
@@ -197,7 +197,7 @@ TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
               "<link rel=\"stylesheet\" type=\"text/css\" href=\"" + row.versioned + "\" />\n");
   }
   WriteFile("/pkg/app.js", 2001);
-  EXPECT_THAT(Scripts(R"({"JSFILE": ["/pkg/app.js"]})"), testing::HasSubstr("v=2001."));
+  EXPECT_THAT(Scripts(R"({"JSFILE": ["/pkg/app.js"]})"), testing::HasSubstr("v=2001000000007"));
   std::filesystem::remove("/usr/velt/web/index.html");
   EXPECT_EQ(WebUtils::GetModifyTime(nullptr), "0");
 }
@@ -220,7 +220,7 @@ TEST_F(PluginsTest, CustomPageResultsCombine) {
       {"empty", "{}", "", nothing, Json::Value(Json::objectValue)},
       {"wrong types", R"({"JSFILE": "a", "CSS": {}, "SESSION": [], "PRIVATE": "p"})", "", "", "p"},
       {"numbers as text", R"({"JSFILE": [5]})",
-       "<script type=\"text/javascript\" src=\"5?v=1000.000000007\"></script>\n", nothing,
+       "<script type=\"text/javascript\" src=\"5?v=1000000000007\"></script>\n", nothing,
        Json::Value(Json::objectValue)},
       {"session", R"({"SESSION": {"b": [1], "a": "\"</script>"}, "PRIVATE": null})", "",
        "VELT.TALD.ExtraSession = {\n\t\"a\" : \"\\\"</script>\",\n\t\"b\" : "

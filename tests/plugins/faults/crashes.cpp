@@ -1,13 +1,5 @@
 #include <csignal>
 
-#include "veltplugin/RenderPlugin.h"
+#include "Fault.h"
 
-bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                    const Json::Value& /*extra*/, Json::Value& /*result*/) {
-  return std::raise(SIGSEGV) == 0;
-}
-
-bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                   const Json::Value& /*extra*/, Json::Value& /*result*/) {
-  return std::raise(SIGSEGV) == 0;
-}
+FAULT(return std::raise(SIGSEGV) == 0;)

@@ -1,13 +1,5 @@
 #include <unistd.h>
 
-#include "veltplugin/RenderPlugin.h"
+#include "Fault.h"
 
-bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                    const Json::Value& /*extra*/, Json::Value& /*result*/) {
-  for (;;) pause();
-}
-
-bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                   const Json::Value& /*extra*/, Json::Value& /*result*/) {
-  for (;;) pause();
-}
+FAULT(for (;;) pause();)

@@ -1,13 +1,3 @@
-#include "veltplugin/RenderPlugin.h"
+#include "Fault.h"
 
-bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                    const Json::Value& /*extra*/, Json::Value& result) {
-  result["JSFILE"].append("/pkg/app.js");
-  return false;
-}
-
-bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                   const Json::Value& /*extra*/, Json::Value& result) {
-  result.append(Json::Value(Json::objectValue));
-  return false;
-}
+FAULT(result[is_page ? "JSFILE" : "x"] = "/pkg/app.js"; return false;)

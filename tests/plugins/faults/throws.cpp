@@ -1,6 +1,6 @@
 #include <exception>
 
-#include "veltplugin/RenderPlugin.h"
+#include "Fault.h"
 
 namespace {
 
@@ -12,13 +12,4 @@ class OwnError : public std::exception {
 
 }  // namespace
 
-bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                    const Json::Value& /*extra*/, Json::Value& result) {
-  result["SESSION"]["half"] = "done";
-  throw OwnError();
-}
-
-bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                   const Json::Value& /*extra*/, Json::Value& /*result*/) {
-  throw OwnError();
-}
+FAULT(result[is_page ? "SESSION" : "x"] = "half done"; throw OwnError();)

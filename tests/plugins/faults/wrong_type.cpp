@@ -1,13 +1,3 @@
-#include "veltplugin/RenderPlugin.h"
+#include "Fault.h"
 
-bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                    const Json::Value& /*extra*/, Json::Value& result) {
-  result = Json::Value(Json::arrayValue);
-  return true;
-}
-
-bool OpenGraphFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,
-                   const Json::Value& /*extra*/, Json::Value& result) {
-  result = Json::Value(Json::objectValue);
-  return true;
-}
+FAULT(result = Json::Value(is_page ? Json::arrayValue : Json::objectValue); return true;)

@@ -1,0 +1,105 @@
+// What a visitor's start-up data costs with 2,000 UI modules beside reading and parsing the same files. It
+// fills the web root, so it runs where that is its own:
+//
+//   tests/in-namespace "$(mktemp -d)" build/release/bin/bench-webui
+#include <json/reader.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "sharing/InitDataHandler.h"
+#include "veltweb/WebMan.h"
+
+namespace {
+
+constexpr int kModules = 2000;
+constexpr int kRounds = 11;
+const std::filesystem::path kWebRoot = "/usr/velt/web";
+
+void Write(const std::filesystem::path& file, const std::string& text) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file) << text;
+}
+
+// Returns the JSON files that a page in German needs. Every other module is open to visitors.
+std::vector<std::string> MakeModules() {
+  std::vector<std::string> files;
+  for (int i = 0; i < kModules; ++i) {
+    const std::string name = "Module" + std::to_string(i);
+    const std::filesystem::path folder = kWebRoot / "velt" / "modules" / name;
+    const std::string texts = R"({"title": "The module", "open": "Open", "close": "Close",
+      "explanation": "A sentence or two that tell what can be done here."})";
+    Write(folder / "config.json",
+          R"({"velt.modules.)" + name +
+              R"(": {"script": "main.js", "title": "title", "icon": "icon.svg",
+      "depend": ["velt.modules.Utils", "velt.modules.Widgets"], "allowSharing": )" +
+              (i % 2 == 0 ? "true" : "false") + "}}");
+    Write(folder / "texts" / "enu.json", texts);
+    Write(folder / "texts" / "ger.json", texts);
+    Write(folder / "style.css", "");
+    for (const char* file : {"config.json", "texts/enu.json", "texts/ger.json"}) {
+      files.push_back(folder / file);
+    }
+  }
+  return files;
+}
+
+std::size_t ParseAll(const std::vector<std::string>& files) {
+  std::size_t members = 0;
+  for (const std::string& name : files) {
+    std::ifstream file(name);
+    Json::Value value;
+    Json::parseFromStream(Json::CharReaderBuilder(), file, &value, nullptr);
+    members += value.size();
+  }
+  return members;
+}
+
+std::size_t Build() {
+  WebMan page("ger", "");
+  VELT::sharing::InitDataHandler handler(&page, VELT::sharing::record::Entry());
+  Json::Value data;
+  handler.InitDesktop(data, false);
+  return data["JSConfig"].size();
+}
+
+template <typename Work>
+double Milliseconds(Work work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+      .count();
+}
+
+double Median(std::vector<double> times) {
+  std::sort(times.begin(), times.end());
+  return times[times.size() / 2];
+}
+
+}  // namespace
+
+int main() {
+  if (exists(kWebRoot)) {
+    std::fprintf(stderr, "%s is in use\n", kWebRoot.c_str());
+    return 1;
+  }
+  const std::vector<std::string> files = MakeModules();
+  if (Build() != kModules / 2 || ParseAll(files) == 0) {
+    std::fprintf(stderr, "The modules were not read\n");
+    return 1;
+  }
+  std::vector<double> parse;
+  std::vector<double> build;
+  for (int round = 0; round < kRounds; ++round) {
+    parse.push_back(Milliseconds([&] { ParseAll(files); }));
+    build.push_back(Milliseconds([] { Build(); }));
+  }
+  std::printf("%zu files  read and parse %.1f ms  start-up data %.1f ms  ratio %.2f\n",
+              files.size(), Median(parse), Median(build), Median(build) / Median(parse));
+}
