@@ -155,10 +155,18 @@ std::vector<int> StoreTest::InProcesses(int count, const std::function<int(int)>
   return results;
 }
 
-Edit WithPassword() {
-  return [](Entry& link) {
+Edit StartingAt(const std::string& text) {
+  return [=](Entry& link) { link.set_start_at_str(text, kFormat); };
+}
+
+Edit EndingAt(const std::string& text) {
+  return [=](Entry& link) { link.set_expire_at_str(text, kFormat); };
+}
+
+Edit WithPassword(const std::string& password, bool plain) {
+  return [=](Entry& link) {
     link.set_protect_type(ProtectType::kPassword);
-    link.set_protect_password(kPassword, true, Entry::PasswordEncryptAlgo::kArgon2id);
+    link.set_protect_password(password, plain, Entry::PasswordEncryptAlgo::kArgon2id);
   };
 }
 
@@ -168,10 +176,6 @@ Edit ForUsers(const std::vector<std::string>& users, const std::vector<std::stri
     link.set_protect_users(users);
     link.set_protect_groups(groups);
   };
-}
-
-Edit WithVisits(int visits) {
-  return [visits](Entry& link) { link.set_expire_times(visits); };
 }
 
 std::string TimeText(std::int64_t time) {

@@ -73,9 +73,16 @@ class StoreTest : public testing::TestWithParam<std::string> {
   std::vector<std::string> hashes_;   // nor these in the log
 };
 
-Edit WithPassword();
+// Edits of one field, and the common ones of several.
+template <typename... Values>
+Edit Set(void (Entry::*setter)(Values...), std::decay_t<Values>... values) {
+  return [=](Entry& link) { (link.*setter)(values...); };
+}
+Edit StartingAt(const std::string& text);
+Edit EndingAt(const std::string& text);
+Edit WithPassword(const std::string& password = kPassword, bool plain = true);
 Edit ForUsers(const std::vector<std::string>& users, const std::vector<std::string>& groups);
-Edit WithVisits(int visits);
+inline Edit WithVisits(int visits) { return Set(&Entry::set_expire_times, visits); }
 std::string TimeText(std::int64_t time);
 
 std::vector<std::string> Databases();

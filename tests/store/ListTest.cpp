@@ -37,8 +37,8 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
     entry.set_project_name("b'; drop table link --");
     entry.set_auto_gc(true);
     entry.set_enable_match_ip(true);
-    entry.set_start_at_str("2026-01-02 03:04:05", kFormat);
-    entry.set_expire_at_str("2099-01-02 03:04:05", kFormat);
+    StartingAt("2026-01-02 03:04:05")(entry);
+    EndingAt("2099-01-02 03:04:05")(entry);
     entry.set_expire_times(5);
     entry.set_protect_title("t");
     entry.set_redirect_type(Entry::RedirectType::kUrlParam);
@@ -46,7 +46,7 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
   });
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, high, kPassword), 1);
-  ASSERT_TRUE(Change(low, [](Entry& entry) { entry.set_enabled(false); }));
+  ASSERT_TRUE(Change(low, Set(&Entry::set_enabled, false)));
   const Json::Value shown = Shown(high);
   for (const char* field :
        {"project_name", "owner_uid", "enabled", "auto_gc", "enable_match_ip", "start_at",

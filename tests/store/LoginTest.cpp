@@ -18,17 +18,14 @@ class LoginTest : public StoreTest {
 VELT_ON_EVERY_DATABASE(LoginTest);
 
 TEST_P(LoginTest, ServesOnlyLinksThatAreEnabledAndWithinTheirTimes) {
-  const auto starts = [](std::int64_t time) {
-    return [=](Entry& e) { e.set_start_at_str(TimeText(time), kFormat); };
-  };
-  const auto ends = [](std::int64_t time) {
-    return [=](Entry& e) { e.set_expire_at_str(TimeText(time), kFormat); };
-  };
   const std::vector<std::tuple<Edit, int, const char*>> rows = {
-      {[](Entry&) {}, 1, "active"}, {[](Entry& e) { e.set_enabled(false); }, -3, "disabled"},
-      {starts(now_), 1, "active"},  {starts(now_ + 1), -3, "pending"},
-      {ends(now_), 1, "active"},    {ends(now_ - 1), -3, "expired"},
-      {WithVisits(1), 1, "active"}, {[](Entry& e) { e.set_owner_uid(4999); }, -3, "active"},
+      {StartingAt(""), 1, "active"},
+      {Set(&Entry::set_enabled, false), -3, "disabled"},
+      {StartingAt(TimeText(now_)), 1, "active"},
+      {StartingAt(TimeText(now_ + 1)), -3, "pending"},
+      {EndingAt(TimeText(now_)), 1, "active"},
+      {EndingAt(TimeText(now_ - 1)), -3, "expired"},
+      {Set(&Entry::set_owner_uid, 4999), -3, "active"},
   };
   for (const auto& [edit, want, status] : rows) {
     const Entry link = Make(edit);
@@ -51,14 +48,9 @@ TEST_P(LoginTest, AsksForTheLinksPasswordOrAListedAccount) {
   ExpectLogIn(1, listed, "alice's own", "alice");
   ExpectLogIn(1, listed, "carol's own", "carol");
   ExpectLogIn(-10, listed, "bob's own", "bob");
-  for (const auto& [account, password] :
-       std::vector<std::pair<const char*, const char*>>{{"alice", "bob's own"},
-                                                        {"alice", ""},
-                                                        {"gone", "x"},
-                                                        {"", ""},
-                                                        {"family", "carol's own"}}) {
-    ExpectLogIn(-2, listed, password, account);
-  }
+  const std::vector<std::pair<const char*, const char*>> wrong = {
+      {"alice", "bob's own"}, {"alice", ""}, {"gone", "x"}, {"", ""}, {"family", "carol's own"}};
+  for (const auto& [account, password] : wrong) ExpectLogIn(-2, listed, password, account);
 }
 
 TEST_P(LoginTest, GivesANewSessionThatTakesTheTokensAlong) {
@@ -87,17 +79,16 @@ TEST_P(LoginTest, TokenDiesWithWhatItStandsOn) {
   const auto edited = [this](const Edit& edit) {
     return [this, edit](const Entry& link) { EXPECT_TRUE(Change(link, edit)); };
   };
+  const auto elsewhere = [this](const Entry& link) {
+    EXPECT_TRUE(Change(link, Set(&Entry::set_enable_match_ip, true)));
+    Execute("update visitor_token set address = '198.51.100.9'");
+  };
   const std::vector<std::pair<const char*, std::function<void(const Entry&)>>> ends = {
-      {"disabled", edited([](Entry& e) { e.set_enabled(false); })},
-      {"expired", edited([](Entry& e) { e.set_expire_at_str(TimeText(now_ - 1), kFormat); })},
-      {"put off", edited([](Entry& e) { e.set_start_at_str(TimeText(now_ + 1), kFormat); })},
-      {"bound to addresses elsewhere",
-       [this, edited](const Entry& link) {
-         edited([](Entry& e) { e.set_enable_match_ip(true); })(link);
-         Execute("update visitor_token set address = '198.51.100.9'");
-       }},
-      {"new password",
-       [this](const Entry& link) { EXPECT_TRUE(db::TokenDB(db_).PurgeByEntry(link)); }},
+      {"disabled", edited(Set(&Entry::set_enabled, false))},
+      {"expired", edited(EndingAt(TimeText(now_ - 1)))},
+      {"put off", edited(StartingAt(TimeText(now_ + 1)))},
+      {"bound to an address elsewhere", elsewhere},
+      {"purged", [this](const Entry& link) { EXPECT_TRUE(db::TokenDB(db_).PurgeByEntry(link)); }},
       {"deleted", [this](const Entry& link) { EXPECT_TRUE(links_.Delete(link)); }},
       {"unused for a day", [](const Entry&) { now_ += 24 * 60 * 60; }},
   };
@@ -113,7 +104,7 @@ TEST_P(LoginTest, TokenDiesWithWhatItStandsOn) {
 
 TEST_P(LoginTest, LinkDiesWithItsOwnersAccount) {
   const std::string passwd = getenv("NSS_WRAPPER_PASSWD");
-  const Entry link = Make([](Entry& e) { e.set_owner_uid(kBob); });
+  const Entry link = Make(Set(&Entry::set_owner_uid, kBob));
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, link), 1);
   std::ifstream file(passwd);
@@ -179,7 +170,7 @@ TEST_P(LoginTest, VisitIsALoginThatMakesANewToken) {
 }
 
 TEST_P(LoginTest, AddressIsThatOfTheLoginWhereTheLinkAsksForIt) {
-  const Entry bound = Make([](Entry& e) { e.set_enable_match_ip(true); });
+  const Entry bound = Make(Set(&Entry::set_enable_match_ip, true));
   const Entry free = Make();
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, bound), 1);
@@ -202,7 +193,7 @@ TEST_P(LoginTest, TenWrongGuessesShutTheAddressOutForAQuarterOfAnHour) {
   EXPECT_EQ(LogIn(guesser, link, "alice's own", "alice"), 1) << "which clears the count";
   for (int count = 0; count < 5; ++count) guess(-2);
   EXPECT_EQ(LogIn(guesser, link, "bob's own", "bob"), -10) << "which is no wrong guess";
-  ASSERT_TRUE(Change(link, [](Entry& e) { e.set_enabled(false); }));
+  ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, false)));
   guess(-3);
   ASSERT_TRUE(Change(link, [](Entry& e) { WithPassword()(e), e.set_enabled(true); }));
   now_ += 60;
