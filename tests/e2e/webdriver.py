@@ -23,7 +23,6 @@ class Keys:
     """Keys that have no character; for Element.type and Browser.press."""
 
     TAB, ENTER, ESCAPE, SPACE = "\ue004", "\ue007", "\ue00c", " "
-    UP, DOWN, HOME, END = "\ue013", "\ue015", "\ue011", "\ue010"
     SHIFT = "\ue008"
 
 
@@ -72,9 +71,6 @@ class Element:
     def shown(self):
         return self._call("GET", "/displayed")
 
-    def enabled(self):
-        return self._call("GET", "/enabled")
-
     def role(self):
         return self._call("GET", "/computedrole")
 
@@ -103,8 +99,7 @@ class Browser:
         try:
             self._port = self._read_port()
             options = {"args": _FLAGS + [f"--user-data-dir={self._profile.name}"]}
-            wanted = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"},
-                      "unhandledPromptBehavior": "ignore"}
+            wanted = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
             self._session = self._send("POST", "/session", {"capabilities": {"alwaysMatch": wanted}})["sessionId"]
             self.set_size(width, height)
         except BaseException:
@@ -240,18 +235,6 @@ class Browser:
 
     def cookies(self):
         return {c["name"]: c for c in self.call("GET", "/cookie")}
-
-    def delete_cookies(self):
-        self.call("DELETE", "/cookie")
-
-    def dialog_text(self):
-        return self.call("GET", "/alert/text")
-
-    def accept_dialog(self):
-        self.call("POST", "/alert/accept", {})
-
-    def dismiss_dialog(self):
-        self.call("POST", "/alert/dismiss", {})
 
 
 def _by(css):
