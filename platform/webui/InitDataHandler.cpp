@@ -1,5 +1,7 @@
 #include "veltweb/InitDataHandler.h"
 
+#include <strings.h>
+
 #include <memory>
 
 #include "veltsys/User.h"
@@ -31,7 +33,7 @@ InitDataHandler::InitDataHandler(const VELT::APIRequest* request)
 InitDataHandler::~InitDataHandler() = default;
 
 void InitDataHandler::InitAssistant(Json::Value& data) {
-  data["configured"] = VeltConf().Info("configured", "no") == "yes";
+  data["configured"] = strcasecmp(VeltConf().Info("configured", "yes").c_str(), "yes") == 0;
 }
 
 void InitDataHandler::InitExternalService(Json::Value& data) {

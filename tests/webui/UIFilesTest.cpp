@@ -1,9 +1,6 @@
-#include <unistd.h>
-
 #include "Files.h"
 #include "veltsys/PackageManager.h"
 #include "veltweb/InitUIFileHandler.h"
-#include "veltweb/WebUtils.h"
 
 namespace {
 
@@ -121,13 +118,6 @@ TEST_F(UIFilesTest, PackageRunsWhileItsFileStands) {
   }
   std::filesystem::remove("/usr/velt/var/packages/album/running");
   EXPECT_FALSE(packages.isStarted("album"));
-}
-
-TEST(WebUtilsTest, MarkupIsEscapedInEitherPlace) {
-  const std::string text = "a&b<c>\"d'\xC3\xBC&amp;";
-  const std::string escaped = "a&amp;b&lt;c&gt;&quot;d&#39;\xC3\xBC&amp;amp;";
-  EXPECT_EQ(VELT::WebUtils::EncodeHtml(text, true), escaped);
-  EXPECT_EQ(VELT::WebUtils::EncodeHtml(text, false), escaped);
 }
 
 }  // namespace

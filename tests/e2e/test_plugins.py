@@ -1,0 +1,73 @@
+"""Faulty plugin libraries behind a link: each costs at most the request that runs it."""
+
+import json
+import os
+import shutil
+import unittest
+
+from demo import REPOSITORY, SHARING, Demo
+
+LIBRARIES = os.path.join(REPOSITORY, os.environ.get("VELT_BUILD", "build/release"), "tests/plugins/libs")
+DEMO = None
+
+
+def setUpModule():
+    global DEMO
+    DEMO = Demo()
+
+
+def tearDownModule():
+    DEMO.stop()
+
+
+def publish(fault):
+    """A visitor of a link whose application ships the library `fault`."""
+    source = os.path.join(LIBRARIES, fault + ".so")
+    if os.path.exists(source):
+        shutil.copy(source, DEMO.path("/usr/velt/lib/sharing/"))
+    plugins = [{"name": name, "params": {"lib": f"/usr/velt/lib/sharing/{fault}.so"}}
+               for name in ("custom_page", "open_graph")]
+    with open(DEMO.path(f"/usr/velt/etc.defaults/sharing/{fault}"), "w", encoding="utf-8") as file:
+        json.dump({"plugins": plugins}, file)
+    return DEMO.visitor(DEMO.create(project_name=fault))
+
+
+def outcome(answer):
+    """What the visitor got: "page", "script", "no script", an error's code, or the login's private data."""
+    if answer.status != 200:
+        return answer.status
+    if answer.headers["content-type"].startswith("text/html"):
+        return "page"
+    if "javascript" in answer.headers["content-type"]:
+        return "script" if answer.text.startswith("VELT.TALD.Session = {") else "no script"
+    return answer.json["data"]["private"] if answer.json["success"] else answer.json["error"]["code"]
+
+
+class Plugins(unittest.TestCase):
+    def test_a_fault_costs_its_own_request(self):
+        for fault, *expected in (
+                ("missing", "page", "script", ""),
+                ("not_elf", "page", "script", ""),
+                ("other_architecture", "page", "script", ""),
+                ("no_symbol", "page", "script", ""),
+                ("null_symbol", "page", "script", ""),
+                ("returns_false", "page", "script", ""),
+                ("null_result", "page", "script", ""),
+                ("wrong_type", "page", "script", ""),
+                ("ten_mebibytes_of_tags", "page", "script", ""),
+                ("throws", "page", 100, 100),
+                ("prints_to_stdout", "page", 502, {}),
+                ("crashes", 500, 500, 500)):
+            with self.subTest(fault):
+                visitor = publish(fault)
+                sound = DEMO.visitor(DEMO.create())
+                script = f"/webapi?api={SHARING}.Session&version=1&method=get&sharing_id="
+                login = {"api": SHARING + ".Login", "version": 1, "method": "login"}
+                got = [outcome(visitor.page()), outcome(visitor.request("GET", script + visitor.link_id)),
+                       outcome(visitor.request("POST", "/webapi", {**login, "sharing_id": visitor.link_id}))]
+                self.assertEqual(expected, got)
+                self.assertEqual("script", outcome(sound.request("GET", script + sound.link_id)))
+
+
+if __name__ == "__main__":
+    unittest.main()
