@@ -2,7 +2,7 @@
 // are installed, so that the tags' versions are looked up as on the appliance:
 //
 //   cmake --install build/release --prefix DIR/usr/velt
-//   tests/in-namespace DIR build/release/bin/bench-plugins
+//   scripts/in-namespace DIR build/release/bin/bench-plugins
 #include <dlfcn.h>
 
 #include <algorithm>

@@ -1,10 +1,14 @@
-"""The demonstration's accounts: an administrator and two users, which exist in its own /etc only."""
+"""The demonstration's accounts: an administrator and two users, which exist in its own /etc only.
+
+As a program, with the state folder as argument: writes the files that stand in for the machine's in /etc.
+"""
 
 import json
 import os
 import secrets
 import string
 import subprocess
+import sys
 
 _NAMES = ("admin", "alice", "bob")
 _ADMINISTRATOR = "admin"
@@ -31,11 +35,8 @@ class Accounts:
         return [{"name": name, "password": password, "administrator": name == _ADMINISTRATOR}
                 for name, password in self.passwords.items()]
 
-    def replace_machines(self, folder):
-        """Puts the machine's system accounts and ours in the place of its accounts, in this mount namespace.
-
-        The files stand in `folder` and may be changed there while the demonstration runs.
-        """
+    def write_etc(self, folder):
+        """Writes account files with the machine's system accounts and ours, and the PAM service of visitors."""
         users = [f"{name}:x:{_FIRST_UID + i}:{_USERS_GID}::/nonexistent:/usr/sbin/nologin"
                  for i, name in enumerate(_NAMES)]
         groups = [f"administrators:x:{_ADMINISTRATORS_GID}:{_ADMINISTRATOR}"]
@@ -51,22 +52,9 @@ class Accounts:
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
             write_private(os.path.join(folder, name), text, 0o600 if name == "shadow" else 0o644)
-        for name in os.listdir(folder):
-            # A machine without such a file uses the same built-in default.
-            if os.path.exists("/etc/" + name):
-                mount("--bind", os.path.join(folder, name), "/etc/" + name)
-        if os.path.exists("/run/nscd"):  # it would answer with the machine's accounts
-            mount("-t", "tmpfs", "velt", "/run/nscd")
 
     def htpasswd(self):
         return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
-
-
-def mount(*arguments):
-    """mount(8); OSError when the system refuses."""
-    done = subprocess.run(["mount", *arguments], stderr=subprocess.PIPE, text=True, check=False)
-    if done.returncode:
-        raise OSError(done.stderr.strip() or f"mount {' '.join(arguments)} failed")
 
 
 def write_private(path, text, mode=0o600):
@@ -96,3 +84,7 @@ def _system_entries(path):
 
 def _lines(rows):
     return "".join(row + "\n" for row in rows)
+
+
+if __name__ == "__main__":
+    Accounts(sys.argv[1]).write_etc(os.path.join(sys.argv[1], "root", "etc"))

@@ -1,5 +1,7 @@
-"""Serves the demonstration in the foreground. ./run starts it in a mount namespace of its own, where
-/usr/velt and /etc.defaults are folders of the state folder; what it mounts itself vanishes with the namespace.
+"""Serves the demonstration in the foreground.
+
+./run starts it in a mount namespace of its own, where /usr/velt, /etc.defaults and the account files come from
+the state folder. What is mounted here vanishes with the namespace.
 """
 
 import argparse
@@ -15,13 +17,14 @@ import time
 
 import links
 import webserver
-from accounts import Accounts, mount, write_private
+from accounts import Accounts, write_private
 
 START_SECONDS = 30
 STOP_SECONDS = 15
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
+NAME_CACHE = "/run/nscd"  # would answer with the machine's accounts
 
 
 class Failure(Exception):
@@ -51,7 +54,7 @@ def main():
             demonstration.stop()
     except Stopped:
         return 0
-    except (Failure, OSError, ValueError, subprocess.CalledProcessError) as error:
+    except (Failure, OSError, ValueError) as error:
         print(f"./run: {error}", file=sys.stderr)
         return 1
 
@@ -109,13 +112,14 @@ class Demonstration:
             os.makedirs(path, exist_ok=True)
         os.chmod(DATA, 0o700)
         # Sockets end with us, whatever ends us.
-        mount("-t", "tmpfs", "-o", "mode=0755", "velt", SOCKETS)
+        _mount_empty(SOCKETS)
+        if os.path.exists(NAME_CACHE):
+            _mount_empty(NAME_CACHE)
         done = subprocess.run(["cmake", "--install", self.build, "--prefix", "/usr/velt"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, text=True, check=False)
         if done.returncode:
             raise Failure(f"{self.build} can't be installed: {done.stderr.strip()}")
         self.accounts = Accounts(self.state)
-        self.accounts.replace_machines(self._path("etc"))
         write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
         write_private(webserver.PASSWORDS, self.accounts.htpasswd())
         if self.account:
@@ -189,6 +193,13 @@ class Demonstration:
             except subprocess.TimeoutExpired:
                 os.killpg(program.pid, signal.SIGKILL)  # its workers too
                 program.wait()
+
+
+def _mount_empty(path):
+    done = subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "velt", path], stderr=subprocess.PIPE, text=True,
+                          check=False)
+    if done.returncode:
+        raise Failure(done.stderr.strip())
 
 
 def _owns_every_id():
