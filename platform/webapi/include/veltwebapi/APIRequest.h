@@ -42,8 +42,7 @@ class APIRequest {
   APIParameter<Json::Value> GetAndCheckObject(const std::string& name, PARAM_NECESSITY necessity,
                                               bool (*validator)(const Json::Value&)) const;
   // A JSON array, whatever its elements.
-  APIParameter<Json::Value> GetAndCheckUnitArray(const std::string& name,
-                                                 PARAM_NECESSITY necessity,
+  APIParameter<Json::Value> GetAndCheckUnitArray(const std::string& name, PARAM_NECESSITY necessity,
                                                  bool (*validator)(const Json::Value&)) const;
 
   // The logged-in user; meaningless for a visitor's request, and then no account's uid.

@@ -28,7 +28,7 @@ struct APICheckTableEntry {
   std::int32_t version;
   const char* method;
   APICheck check;
-  const void* unused_first;  // null in every row
+  const void* unused_first;   // null in every row
   const void* unused_second;  // null in every row
 };
 
