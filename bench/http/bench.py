@@ -20,7 +20,7 @@ import time
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path[:0] = [os.path.join(TOP, "tests/e2e"), os.path.join(TOP, "scripts/demo")]
 
-from demo import SHARING, Demo, _free_port  # noqa: E402
+from demo import SHARING, Demo, free_port  # noqa: E402
 import webserver  # noqa: E402
 
 ROUNDS = 7
@@ -30,7 +30,7 @@ class Constant:
     """The constant answer behind its own lighttpd, with as many processes as the demonstration has workers."""
 
     def __init__(self, demo, build, folder):
-        self.port = _free_port()
+        self.port = free_port()
         socket = os.path.join(folder, "constant.sock")
         text = webserver.configuration(self.port, None)
         text = text.replace(webserver.SOCKET, socket).replace(webserver.PASSWORDS, demo.path(webserver.PASSWORDS))

@@ -44,7 +44,7 @@ class Demo:
     def __init__(self, state=None, under=()):
         self._fresh = None if state else tempfile.TemporaryDirectory(prefix="velt-demo-", ignore_cleanup_errors=True)
         self.state = state or self._fresh.name
-        self.port = _free_port()
+        self.port = free_port()
         self._under = under
         self.process = None
         self.start()
@@ -197,7 +197,8 @@ class Visitor:
         return self.call(SHARING + ".Login", "login", {"sharing_id": self.link_id, **params})
 
 
-def _free_port():
+def free_port():
+    """A port on 127.0.0.1 that nobody listens at now."""
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
