@@ -92,6 +92,8 @@ class Requests(unittest.TestCase):
                 ("GET", {"REQUEST_METHOD": "GET", "QUERY_STRING": post.decode()}, b"", 105),
                 ("GET with a body", {"REQUEST_METHOD": "GET"}, post, 105),
                 ("own page", {"HTTP_SEC_FETCH_SITE": "same-origin"}, post, 0),
+                ("a page of the same site", {"HTTP_SEC_FETCH_SITE": "same-site"}, post, 0),
+                ("the user's own doing", {"HTTP_SEC_FETCH_SITE": "none"}, post, 0),
                 ("another site's page", {"HTTP_SEC_FETCH_SITE": "cross-site"}, post, 105),
                 ("own origin", {"HTTP_ORIGIN": "http://nas:5000"}, post, 0),
                 ("other origin", {"HTTP_ORIGIN": "http://nas.example"}, post, 105),

@@ -90,10 +90,12 @@ class Host:
         return self
 
     def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.terminate()
-        self.wait()
-        self.folder.cleanup()
+        self.process.terminate()
+        try:
+            self.wait()
+        finally:
+            self.process.kill()  # one that doesn't end in time; its workers leave with it
+            self.folder.cleanup()
         faults = [line for line in self.log if "Sanitizer: " in line or "runtime error: " in line]
         assert not faults, "\n".join(self.log)
 
