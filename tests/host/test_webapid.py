@@ -7,6 +7,7 @@ import json
 import os
 import pwd
 import signal
+import time
 import unittest
 
 from webapid import Host, fixture_registry, wait_until
@@ -180,8 +181,10 @@ class Workers(unittest.TestCase):
             old = {host.worker() for _ in range(50)}
             self.assertEqual(host.call("unlisted").code, 103)
             host.register("fixture.json", "{")
+            start = time.monotonic()
             host.signal(signal.SIGHUP)
-            host.wait_for_log("left with status 78", times=3)  # tried again and again
+            host.wait_for_log("left with status 78", times=4)  # tried again and again,
+            self.assertGreater(time.monotonic() - start, 0.7)  # after 0.1, 0.2 and 0.4 seconds
             self.assertIn(host.worker(), old)  # meanwhile the old ones serve
             registry = fixture_registry()
             registry["methods"].append(

@@ -41,7 +41,7 @@ TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
   Write("in/deeper", Nested(65));
   Write("in/comment", "[1] // one");
   Write("in/comma", "[1,]");
-  Write("in/twice", "{\"a\": 1, \"a\": 2}");
+  Write("in/twice", R"({"a": 1, "a": 2})");
   Write("in/empty", "");
   std::filesystem::create_directory(root_ / "in/folder");
   std::filesystem::create_symlink("good", root_ / "in/link");

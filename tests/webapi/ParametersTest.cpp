@@ -71,7 +71,7 @@ TEST(Parameters, FormTextTakesTheReadersType) {
               {"\"5\"", "s", "5"},
               {"True", "s", "True"},
               {"5 5", "s", "5 5"},
-              {"[\"\\u0000\"]", "s", "[\"\\u0000\"]"},
+              {R"(["\u0000"])", "s", R"(["\u0000"])"},
               {string(65, '[') + string(65, ']'), "s", string(65, '[') + string(65, ']')}};
   for (const auto& row : rows) {
     const APIRequest request = With({false, {}, row.text});
@@ -107,7 +107,7 @@ TEST(Parameters, AbsenceNecessityDefaultsAndValidators) {
 
 TEST(Validators, CompareValues) {
   const APIParameter<string> text(true, false, "ASC");
-  const Json::Value allowed = WebAPIUtil::ParseJson("[\"ASC\", \"DESC\", 1]");
+  const Json::Value allowed = WebAPIUtil::ParseJson(R"(["ASC", "DESC", 1])");
   EXPECT_TRUE(APIValidator::IsBelong(text, allowed));
   EXPECT_FALSE(APIValidator::IsBelong({true, false, "asc"}, allowed));
   EXPECT_FALSE(APIValidator::IsBelong({true, false, "1"}, allowed));
