@@ -100,9 +100,9 @@ void InitDataHandler::InitDesktop(Json::Value& data, bool flag) {
   GetSharing(data["Sharing"]);
 }
 
-Json::Value InitDataHandler::GetUserSettings() { return Json::Value(Json::objectValue); }
+Json::Value InitDataHandler::GetUserSettings() { return {Json::objectValue}; }
 
-Json::Value InitDataHandler::GetGroupSettings() { return Json::Value(Json::objectValue); }
+Json::Value InitDataHandler::GetGroupSettings() { return {Json::objectValue}; }
 
 bool InitDataHandler::IsLogined() { return false; }
 

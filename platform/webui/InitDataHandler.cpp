@@ -101,9 +101,9 @@ void InitDataHandler::GetDateTimeFormat(Json::Value& session) {
   session["time_format"] = settings.Info("time_format", "%H:%M");
 }
 
-Json::Value InitDataHandler::GetUserSettings() { return Json::Value(Json::objectValue); }
+Json::Value InitDataHandler::GetUserSettings() { return {Json::objectValue}; }
 
-Json::Value InitDataHandler::GetGroupSettings() { return Json::Value(Json::objectValue); }
+Json::Value InitDataHandler::GetGroupSettings() { return {Json::objectValue}; }
 
 std::string InitDataHandler::GetThemeCls() { return theme_cls_; }
 

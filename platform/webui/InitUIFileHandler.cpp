@@ -21,6 +21,10 @@ bool IsPlainName(std::string_view name, std::string_view also_allowed) {
   });
 }
 
+std::string Below(std::string folder, const std::string& name) {
+  return folder.append("/").append(name);
+}
+
 // The names in the folder that `accepts` takes, in byte order; none when it can't be read.
 template <typename Predicate>
 std::vector<std::string> List(const std::string& folder, Predicate accepts) {
@@ -58,8 +62,8 @@ void InitUIFileHandler::GetInitData(Json::Value& data) {
   data["Strings"] = Json::Value(Json::objectValue);
   const std::string root = kWebRoot;
   for (const std::string& vendor : ListFolders(root)) {
-    for (const std::string& group : ListFolders(root + "/" + vendor)) {
-      for (const std::string& name : ListFolders(root + "/" + vendor + "/" + group)) {
+    for (const std::string& group : ListFolders(Below(root, vendor))) {
+      for (const std::string& name : ListFolders(Below(Below(root, vendor), group))) {
         AddModule(vendor, group, name, data);
       }
     }
@@ -68,17 +72,14 @@ void InitUIFileHandler::GetInitData(Json::Value& data) {
 
 void InitUIFileHandler::AddModule(const std::string& vendor, const std::string& group,
                                   const std::string& name, Json::Value& data) const {
-  std::string key = vendor;
-  key.append("/").append(group).append("/").append(name);
-  std::string folder = kWebRoot;
-  folder.append("/").append(key);
+  std::string key = Below(Below(vendor, group), name);
+  const std::string folder = Below(kWebRoot, key);
   Json::Value config = VELT::ReadJsonFile(folder, "config.json");
   if (!config.isObject() || !KeepClasses(config)) return;
   data["JSConfig"][key].swap(config);
 
   for (const std::string& file : ListStylesheets(folder)) {
-    std::string path = key;
-    data["CSSFiles"].append(path.append("/").append(file));
+    data["CSSFiles"].append(Below(key, file));
   }
 
   Json::Value texts = ReadTexts(folder);
@@ -98,7 +99,7 @@ bool InitUIFileHandler::KeepClasses(Json::Value& config) const {
 }
 
 Json::Value InitUIFileHandler::ReadTexts(const std::string& folder) const {
-  const std::string texts_folder = folder + "/texts";
+  const std::string texts_folder = Below(folder, "texts");
   Json::Value texts = VELT::ReadJsonFile(texts_folder, std::string(kFallbackLanguage) + ".json");
   if (language_ == kFallbackLanguage) return texts;
   Json::Value translated = VELT::ReadJsonFile(texts_folder, language_ + ".json");
