@@ -1,18 +1,61 @@
 #include "Access.h"
 
+#include <chrono>
+#include <map>
+#include <optional>
+
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 
 namespace VELT::host {
 
+namespace {
+
+struct Identity {
+  unsigned int uid = RequestContext::kNobody;
+  bool is_admin = false;
+};
+
+std::optional<Identity> LookUp(const std::string& name) {
+  const auto user = accounts::FindUser(name);
+  // From kNobody on, uids have a meaning of their own.
+  if (!user.has_value() || user->uid >= RequestContext::kNobody) return std::nullopt;
+  return Identity{user->uid, accounts::IsAdministrator(*user)};
+}
+
+// What the user database said within the last second: asking it takes longer than the rest of a short
+// request. Who isn't found is asked for again.
+std::optional<Identity> FindIdentity(const std::string& name) {
+  using Clock = std::chrono::steady_clock;
+  struct Known {
+    Identity identity;
+    Clock::time_point until;
+  };
+  constexpr std::size_t kMostKnown = 1000;
+  static std::map<std::string, Known> known;
+
+  const Clock::time_point now = Clock::now();
+  const auto found = known.find(name);
+  if (found != known.end() && now < found->second.until) return found->second.identity;
+  const auto identity = LookUp(name);
+  if (!identity.has_value()) {
+    known.erase(name);
+    return std::nullopt;
+  }
+  if (known.size() >= kMostKnown) known.clear();
+  known[name] = {*identity, now + std::chrono::seconds(1)};
+  return identity;
+}
+
+}  // namespace
+
 bool IdentifyUser(const WebRequest& request, RequestContext& context) {
   const std::string name = request.Variable("REMOTE_USER");
   if (name.empty()) return false;
-  const auto user = accounts::FindUser(name);
-  // From kNobody on, uids have a meaning of their own.
-  if (!user.has_value() || user->uid >= RequestContext::kNobody) return false;
-  context.login_uid = user->uid;
-  context.is_admin = accounts::IsAdministrator(*user);
+  const auto identity = FindIdentity(name);
+  if (!identity.has_value()) return false;
+  context.login_uid = identity->uid;
+  context.is_admin = identity->is_admin;
   return true;
 }
 

@@ -11,7 +11,7 @@
 namespace VELT::host {
 
 // Fills in the user that the web server logged in. False, changing nothing, when it logged nobody in or
-// the user database doesn't know them.
+// the user database doesn't know them. A change of the user database is noticed within a second.
 bool IdentifyUser(const WebRequest& request, RequestContext& context);
 
 // Whether the visitor session `sid`, which may be anything, holds a legal token for the stored link `entry`.

@@ -2,17 +2,24 @@
 
 #include <json/writer.h>
 
+#include <memory>
+#include <sstream>
+#include <utility>
+
 namespace VELT::host {
 namespace {
 
 // JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the answer.
 std::string ToText(const Json::Value& value) {
-  static const Json::StreamWriterBuilder builder = [] {
-    Json::StreamWriterBuilder compact;
-    compact["indentation"] = "";
-    return compact;
+  // Making a writer costs more than writing a short answer.
+  static const std::unique_ptr<Json::StreamWriter> writer = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
   }();
-  return Json::writeString(builder, value);
+  std::ostringstream text;
+  writer->write(value, &text);
+  return std::move(text).str();
 }
 
 std::string CookieHeader(const Cookie& cookie, bool secure) {

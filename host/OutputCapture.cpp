@@ -41,6 +41,7 @@ std::optional<std::string> OutputCapture::End() {
   std::cout.flush();
   std::fflush(stdout);
   const off_t length = lseek(file_.get(), 0, SEEK_CUR);
+  if (length == 0) return std::string();
   if (length < 0 || length > static_cast<off_t>(kLargestOutput)) return std::nullopt;
   std::string printed(static_cast<std::size_t>(length), '\0');
   if (pread(file_.get(), printed.data(), printed.size(), 0) != length) return std::nullopt;
