@@ -80,6 +80,7 @@ TEST_F(UIFilesTest, EnglishStandsInForMissingTexts) {
   Write("web/v/g/Mod/texts/ger.json", R"({"yes": "Ja"})");
   Write("web/v/g/Mod/texts/fre.json", "oui");
   Write("web/v/g/Only/config.json", "{}");
+  Write("web/v/g/Only/texts/enu.json", "[1]");
   Write("web/v/g/Only/texts/ger.json", R"({"yes": "Ja"})");
   const struct {
     const char* language;
