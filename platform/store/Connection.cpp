@@ -48,7 +48,10 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
   return false;
 }
 
-void Connection::Close() noexcept { session_.reset(); }
+void Connection::Close() noexcept {
+  reads_.reset();
+  session_.reset();
+}
 
 Connection::FileIdentity Connection::CurrentFile() {
   const std::string path = SqlitePath(ConnectionText());
@@ -78,6 +81,7 @@ void Connection::Open() {
     transaction.Commit();
   }
   file_ = before;
+  reads_ = std::make_unique<KeptReads>(*session);
   session_ = std::move(session);
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "KeptReads.h"
 #include "Soci.h"
 #include "veltsharing/SharingDB.h"
 
@@ -37,6 +38,9 @@ class Connection {
   // having happened during `task`.
   bool Run(const char* task, const Work& work) noexcept;
 
+  // Only while Run is at work.
+  KeptReads& reads() { return *reads_; }
+
   void Close() noexcept;
 
  private:
@@ -52,6 +56,7 @@ class Connection {
   void Open();
 
   std::unique_ptr<soci::session> session_;
+  std::unique_ptr<KeptReads> reads_;  // of session_, so it goes first
   FileIdentity file_{};
 };
 

@@ -18,10 +18,11 @@ EntryDB::~EntryDB() = default;
 
 bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   entry = record::Entry();
-  return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](soci::session& sql) {
-    const auto row = EntryRow::Find(sql, "hash", hash);
-    if (row) entry = row->ToEntry();
-    return row.has_value();
+  Connection& connection = Connection::Of(db_);
+  return IsLinkId(hash) && connection.Run("read a link", [&](soci::session&) {
+    const EntryRow* row = connection.reads().FindLink(hash);
+    if (row != nullptr) entry = row->ToEntry();
+    return row != nullptr;
   });
 }
 

@@ -14,24 +14,27 @@ namespace {
 // `revision` counts the link's updates: a login that was overtaken by one notices it. A token keeps
 // the address of the login that made it, since a session moves on with the visitor.
 const std::vector<std::string> kVersion1 = {
-    "create table link (id {id}, hash {text} not null unique, owner_uid bigint not null, "
-    "project_name {text} not null, enabled bigint not null, auto_gc bigint not null, "
-    "enable_match_ip bigint not null, start_at bigint not null, expire_at bigint not null, "
-    "expire_times bigint not null, visits bigint not null, protect_type bigint not null, "
-    "protect_title {text} not null, password_hash {text} not null, protect_users {text} not null, "
-    "protect_groups {text} not null, redirect_type bigint not null, redirect_uri {text} not null, "
-    "app {text} not null, private_data {text} not null, created_at bigint not null, "
-    "revision bigint not null)",
+    R"(create table link (
+         id {id}, hash {text} not null unique, owner_uid bigint not null,
+         project_name {text} not null, enabled bigint not null, auto_gc bigint not null,
+         enable_match_ip bigint not null, start_at bigint not null, expire_at bigint not null,
+         expire_times bigint not null, visits bigint not null, protect_type bigint not null,
+         protect_title {text} not null, password_hash {text} not null,
+         protect_users {text} not null, protect_groups {text} not null,
+         redirect_type bigint not null, redirect_uri {text} not null, app {text} not null,
+         private_data {text} not null, created_at bigint not null, revision bigint not null))",
     "create index link_list on link (owner_uid{list})",
-    "create table visitor_session (id {id}, sid_hash {text} not null unique, "
-    "address {text} not null, last_used bigint not null)",
-    "create table visitor_token ("
-    "session_id bigint not null references visitor_session (id) on delete cascade, "
-    "link_id bigint not null references link (id) on delete cascade, address {text} not null, "
-    "primary key (session_id, link_id))",
+    R"(create table visitor_session (
+         id {id}, sid_hash {text} not null unique, address {text} not null,
+         last_used bigint not null))",
+    R"(create table visitor_token (
+         session_id bigint not null references visitor_session (id) on delete cascade,
+         link_id bigint not null references link (id) on delete cascade,
+         address {text} not null, primary key (session_id, link_id)))",
     "create index visitor_token_link on visitor_token (link_id)",
-    "create table login_failure (link_id bigint not null references link (id) on delete cascade, "
-    "address {text} not null, failed_at bigint not null)",
+    R"(create table login_failure (
+         link_id bigint not null references link (id) on delete cascade, address {text} not null,
+         failed_at bigint not null))",
     "create index login_failure_address on login_failure (link_id, address, failed_at)",
     "create index login_failure_time on login_failure (failed_at)",
 };

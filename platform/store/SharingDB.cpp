@@ -30,8 +30,9 @@ SharingDB* SharingDB::Instance() {
 }
 
 bool SharingDB::IsGood() const {
-  return Connection::Of(*this).Run("check the database", [](soci::session& sql) {
-    return SchemaVersion(sql) == kSchemaVersion;
+  Connection& connection = Connection::Of(*this);
+  return connection.Run("check the database", [&connection](soci::session&) {
+    return connection.reads().SchemaVersion() == kSchemaVersion;
   });
 }
 
