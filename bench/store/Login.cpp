@@ -166,8 +166,13 @@ double Compare(bool password, int runs, double aim) {
 }  // namespace
 
 int main() {
-  if (sodium_init() < 0) return 1;
-  const double open = Compare(false, 1001, 1.5);
-  const double password = Compare(true, 201, 1.2);
-  return std::max(open, password) <= 1 ? 0 : 1;
+  try {
+    if (sodium_init() < 0) throw std::runtime_error("no libsodium");
+    const double open = Compare(false, 1001, 1.5);
+    const double password = Compare(true, 201, 1.2);
+    return std::max(open, password) <= 1 ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 2;
+  }
 }

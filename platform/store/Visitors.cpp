@@ -10,7 +10,8 @@
 namespace VELT::sharing::db {
 namespace {
 
-constexpr std::int64_t kNoteEvery{5 * 60};  // seconds between two notes that a session was used
+constexpr std::int64_t kNoteEvery =
+    std::int64_t{5} * 60;  // seconds between two notes that a session was used
 
 void NoteUse(soci::session& sql, const SessionRow& session, std::int64_t now) {
   const long long time = now;

@@ -10,8 +10,9 @@
 
 namespace VELT::sharing::db {
 
-inline constexpr std::int64_t kSessionLife{24 * 60 * 60};  // seconds without use
-inline constexpr std::int64_t kFailureWindow{15 * 60};     // seconds that a wrong guess counts
+inline constexpr std::int64_t kSessionLife = std::int64_t{24} * 60 * 60;  // seconds without use
+inline constexpr std::int64_t kFailureWindow =
+    std::int64_t{15} * 60;  // seconds that a wrong guess counts
 
 struct SessionRow {
   long long id = 0;

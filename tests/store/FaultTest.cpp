@@ -80,7 +80,8 @@ TEST_P(FaultTest, DamageBehindTheHeadFailsOnlyWhatMeetsIt) {
   const Entry link = Make();
   ConfigureStore({});
   std::string bytes = Bytes();
-  for (std::size_t at = 2 * 4096; at < bytes.size(); ++at) bytes[at] = static_cast<char>(at * 7);
+  for (std::size_t at = std::size_t{2} * 4096; at < bytes.size(); ++at)
+    bytes[at] = static_cast<char>(at * 7);
   Overwrite(bytes);
   EXPECT_FALSE(Exists(link));
   Visitor visitor;

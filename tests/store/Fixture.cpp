@@ -1,11 +1,11 @@
 #include "Fixture.h"
 
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdarg>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -38,7 +38,7 @@ namespace VELT::sharing {
 
 std::vector<std::string> Databases() {
   std::vector<std::string> databases = {"sqlite3"};
-  if (getenv(kPostgresql) != nullptr) databases.emplace_back("postgresql");
+  if (!Environment(kPostgresql).empty()) databases.emplace_back("postgresql");
   return databases;
 }
 
@@ -47,7 +47,7 @@ void StoreTest::SetUp() {
   ASSERT_NE(mkdtemp(folder_.data()), nullptr);
   connection_ = "sqlite3 " + File();
   if (!IsSqlite()) {
-    connection_ = "postgresql " + std::string(getenv(kPostgresql));
+    connection_ = "postgresql " + Environment(kPostgresql);
     Execute("drop schema if exists velt_test cascade");
     Execute("create schema velt_test");
     connection_ += " options=-csearch_path=velt_test";
@@ -184,6 +184,11 @@ std::string TimeText(std::int64_t time) {
   localtime_r(&seconds, &parts);
   std::array<char, 64> text{};
   return {text.data(), strftime(text.data(), text.size(), kFormat, &parts)};
+}
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
 }
 
 }  // namespace VELT::sharing

@@ -85,6 +85,12 @@ Edit ForUsers(const std::vector<std::string>& users, const std::vector<std::stri
 inline Edit WithVisits(int visits) { return Set(&Entry::set_expire_times, visits); }
 std::string TimeText(std::int64_t time);
 
+// The variable's value, empty when there is none.
+std::string Environment(const char* name);
+
+inline constexpr std::int64_t kMinute = 60;
+inline constexpr std::int64_t kDay = std::int64_t{24} * 60 * kMinute;
+
 std::vector<std::string> Databases();
 #define VELT_ON_EVERY_DATABASE(suite)                                                \
   INSTANTIATE_TEST_SUITE_P(On, suite, testing::ValuesIn(VELT::sharing::Databases()), \

@@ -106,7 +106,7 @@ TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {
 TEST_P(LinkTest, PurgeTakesWhatIsOverAndNothingElse) {
   const auto make = [this](unsigned int owner, const char* project, bool gc, std::int64_t expiry,
                            int visits) {
-    const Entry link = Make([&](Entry& entry) {
+    Entry link = Make([&](Entry& entry) {
       entry.set_owner_uid(owner);
       entry.set_project_name(project);
       entry.set_auto_gc(gc);
@@ -135,7 +135,7 @@ TEST_P(LinkTest, PurgeTakesWhatIsOverAndNothingElse) {
   EXPECT_FALSE(Exists(others));
   for (const Entry& link : kept) EXPECT_TRUE(Exists(link)) << Shown(link);
   EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "4");
-  now_ += 24 * 60 * 60;
+  now_ += kDay;
   purge(kBob, "");
   EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "0");
 }

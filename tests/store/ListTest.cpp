@@ -21,8 +21,9 @@ class ListTest : public StoreTest {
     prepare(*links.GetCondition());
     std::vector<Entry> entries;
     EXPECT_TRUE(links.Query(entries));
-    std::vector<std::int64_t> ids;
-    for (const Entry& entry : entries) ids.push_back(entry.get_id());
+    std::vector<std::int64_t> ids(entries.size());
+    std::transform(entries.begin(), entries.end(), ids.begin(),
+                   [](const Entry& entry) { return entry.get_id(); });
     return ids;
   }
 };
@@ -79,8 +80,8 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
 }
 
 TEST_P(ListTest, PagesOverEqualKeysHoldEveryLinkOnce) {
-  std::vector<std::int64_t> want;
-  for (int index = 0; index < 23; ++index) want.push_back(Make(WithVisits(index % 2)).get_id());
+  std::vector<std::int64_t> want(23);
+  for (int index = 0; auto& id : want) id = Make(WithVisits(index++ % 2)).get_id();
   std::vector<std::int64_t> found;
   for (int offset = 0; offset < 25; offset += 5) {
     const auto page =

@@ -90,7 +90,7 @@ TEST_P(LoginTest, TokenDiesWithWhatItStandsOn) {
       {"bound to an address elsewhere", elsewhere},
       {"purged", [this](const Entry& link) { EXPECT_TRUE(db::TokenDB(db_).PurgeByEntry(link)); }},
       {"deleted", [this](const Entry& link) { EXPECT_TRUE(links_.Delete(link)); }},
-      {"unused for a day", [](const Entry&) { now_ += 24 * 60 * 60; }},
+      {"unused for a day", [](const Entry&) { now_ += kDay; }},
   };
   for (const auto& [name, end] : ends) {
     const Entry link = Make();
@@ -103,7 +103,7 @@ TEST_P(LoginTest, TokenDiesWithWhatItStandsOn) {
 }
 
 TEST_P(LoginTest, LinkDiesWithItsOwnersAccount) {
-  const std::string passwd = getenv("NSS_WRAPPER_PASSWD");
+  const std::string passwd = Environment("NSS_WRAPPER_PASSWD");
   const Entry link = Make(Set(&Entry::set_owner_uid, kBob));
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, link), 1);
@@ -139,10 +139,10 @@ TEST_P(LoginTest, SessionLivesADayAfterItsLastUseWhichIsNotedNowAndThen) {
   now_ = start + 300;
   EXPECT_TRUE(MayEnter(visitor, link));
   EXPECT_EQ(noted(), 300);
-  now_ += 24 * 60 * 60 - 1;
+  now_ += kDay - 1;
   EXPECT_TRUE(MayEnter(visitor, link));
   const Visitor stale = visitor;
-  now_ += 24 * 60 * 60;
+  now_ += kDay;
   ASSERT_EQ(LogIn(visitor, Make()), 1);
   EXPECT_FALSE(MayEnter(visitor, link)) << "a dead session's tokens moved along";
   EXPECT_FALSE(MayEnter(stale, link));
@@ -196,7 +196,7 @@ TEST_P(LoginTest, TenWrongGuessesShutTheAddressOutForAQuarterOfAnHour) {
   ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, false)));
   guess(-3);
   ASSERT_TRUE(Change(link, [](Entry& e) { WithPassword()(e), e.set_enabled(true); }));
-  now_ += 60;
+  now_ += kMinute;
   for (int count = 0; count < 5; ++count) EXPECT_EQ(LogIn(guesser, link, "guess"), -9);
   const auto shut_out = [&] {
     return LogIn(guesser, link, "guess") == -8 && LogIn(guesser, link, kPassword) == -8;
@@ -207,7 +207,7 @@ TEST_P(LoginTest, TenWrongGuessesShutTheAddressOutForAQuarterOfAnHour) {
   Visitor other{.address = "192.0.2.2"};
   EXPECT_EQ(LogIn(other, link, kPassword), 1);
   EXPECT_EQ(LogIn(guesser, Make(WithPassword()), kPassword), 1) << "on another link";
-  now_ += 15 * 60 - 60 - 1;
+  now_ += 14 * kMinute - 1;
   EXPECT_TRUE(shut_out());
   now_ += 1;
   EXPECT_EQ(LogIn(guesser, link, kPassword), 1);

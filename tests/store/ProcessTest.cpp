@@ -68,7 +68,7 @@ TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
   ASSERT_TRUE(Change(link, ForUsers({"alice"}, {})));
   ASSERT_TRUE(db::TokenDB(db_).PurgeByEntry(link));
   // From the next look on it is a file.
-  fs::copy_file(getenv("PAM_MATRIX_PASSWD"), folder_ + "/file");
+  fs::copy_file(Environment("PAM_MATRIX_PASSWD"), folder_ + "/file");
   fs::rename(folder_ + "/file", pipe);
   answer << "bob:bob's own:velt-sharing\n";
   answer.close();
