@@ -1,7 +1,7 @@
 // One page of 50 of an owner with 1,000 links, while the table grows a thousandfold with other
 // owners' links. Aim: at most twice the cost, for every field and also for the last page.
 #include <array>
-#include <cinttypes>
+#include <functional>
 
 #include "Bench.h"
 #include "veltsharing/SharingDB.h"
@@ -15,7 +15,8 @@ using VELT::sharing::record::Entry;
 
 constexpr int kOwned = 1000;
 constexpr int kPage = 50;
-constexpr int kRuns = 41;
+constexpr int kTurns = 5;
+constexpr int kRuns = 9;
 constexpr const char* kOwner = "1000";
 constexpr std::array kSizes = {1'000, 100'000, 1'000'000};
 constexpr std::array kFields = {
@@ -47,63 +48,77 @@ void Fill(const std::string& file, int size) {
   sqlite3_close(database);
 }
 
-double PageCost(const std::string& field, bool everybody, int offset) {
-  std::vector<double> times;
-  for (int run = 0; run < kRuns; ++run) {
-    std::vector<Entry> entries;
-    times.push_back(bench::Microseconds([&] {
-      EntryDB links(*SharingDB::Instance());
-      Condition* condition = links.GetCondition();
-      if (!field.empty()) condition->OrderBy(field, run % 2 == 0);
-      if (!everybody) condition->Where("owner_uid", kOwner);
-      condition->Limit(offset, kPage);
-      if (!links.Query(entries)) throw std::runtime_error("no page");
-    }));
-    if (entries.size() != kPage) throw std::runtime_error("a short page");
-  }
-  return bench::Median(times);
+// What one measurement does at a table of `size` links.
+using Work = std::function<void(int size)>;
+
+void ReadPage(const std::string& field, bool ascending, bool everybody, int offset) {
+  EntryDB links(*SharingDB::Instance());
+  Condition* condition = links.GetCondition();
+  if (!field.empty()) condition->OrderBy(field, ascending);
+  if (!everybody) condition->Where("owner_uid", kOwner);
+  condition->Limit(offset, kPage);
+  std::vector<Entry> entries;
+  if (!links.Query(entries) || entries.size() != kPage) throw std::runtime_error("no whole page");
 }
 
-double CountCost(bool everybody, int expected) {
-  std::vector<double> times;
-  for (int run = 0; run < kRuns; ++run) {
-    int count = 0;
-    times.push_back(bench::Microseconds([&] {
-      EntryDB links(*SharingDB::Instance());
-      if (!everybody) links.GetCondition()->Where("owner_uid", kOwner);
-      if (!links.Count(count)) throw std::runtime_error("no count");
-    }));
-    if (count != expected) throw std::runtime_error("a wrong count");
-  }
-  return bench::Median(times);
+void ReadTotal(bool everybody, int expected) {
+  EntryDB links(*SharingDB::Instance());
+  if (!everybody) links.GetCondition()->Where("owner_uid", kOwner);
+  int count = 0;
+  if (!links.Count(count) || count != expected) throw std::runtime_error("a wrong total");
 }
 
 struct Row {
   std::string name;
-  std::vector<double> costs;
+  Work work;
+  std::vector<double> costs;  // by size
 };
 
-std::vector<Row> Measure() {
+std::vector<Row> Rows() {
   std::vector<Row> rows;
-  for (const int size : kSizes) {
-    const bench::Folder folder;
-    bench::MakeStore(folder.File("sharing.db"));
-    Fill(folder.File("sharing.db"), size);
-    std::size_t at = 0;
-    const auto add = [&](const std::string& name, double cost) {
-      if (at == rows.size()) rows.push_back({name, {}});
-      rows[at++].costs.push_back(cost);
-    };
-    for (const std::string field : kFields) {
-      const std::string shown = field.empty() ? "(no order)" : field;
-      add(shown + ", first page", PageCost(field, false, 0));
-      add(shown + ", last page", PageCost(field, false, kOwned - kPage));
+  for (const std::string field : kFields) {
+    const std::string shown = field.empty() ? "(no order)" : field;
+    for (const int offset : {0, kOwned - kPage}) {
+      rows.push_back({shown + (offset == 0 ? ", first page" : ", last page"),
+                      [=](int) { ReadPage(field, true, false, offset); },
+                      {}});
     }
-    add("total", CountCost(false, kOwned));
-    add("everybody's: (no order)", PageCost("", true, 0));
-    add("everybody's: created_at", PageCost("created_at", true, 0));
-    add("everybody's: total", CountCost(true, size));
   }
+  rows.push_back(
+      {"created_at, downwards", [](int) { ReadPage("created_at", false, false, 0); }, {}});
+  rows.push_back({"total", [](int) { ReadTotal(false, kOwned); }, {}});
+  rows.push_back({"everybody's: (no order)", [](int) { ReadPage("", true, true, 0); }, {}});
+  rows.push_back(
+      {"everybody's: created_at", [](int) { ReadPage("created_at", true, true, 0); }, {}});
+  rows.push_back({"everybody's: total", [](int size) { ReadTotal(true, size); }, {}});
+  return rows;
+}
+
+// The sizes take turns, so that what else the machine does falls on all of them.
+void Measure(Row& row, const std::vector<std::string>& files) {
+  std::vector<std::vector<double>> times(files.size());
+  for (int turn = 0; turn < kTurns; ++turn) {
+    for (std::size_t at = 0; at < files.size(); ++at) {
+      VELT::sharing::ConfigureStore({.connection = "sqlite3 " + files[at], .clock = {}});
+      row.work(kSizes.at(at));  // opens the database
+      for (int run = 0; run < kRuns; ++run) {
+        times[at].push_back(bench::Microseconds([&] { row.work(kSizes.at(at)); }));
+      }
+    }
+  }
+  for (const auto& at_size : times) row.costs.push_back(bench::Median(at_size));
+}
+
+std::vector<Row> Measure() {
+  const bench::Folder folder;
+  std::vector<std::string> files;
+  for (const int size : kSizes) {
+    files.push_back(folder.File(std::to_string(size)));
+    bench::MakeStore(files.back());
+    Fill(files.back(), size);
+  }
+  std::vector<Row> rows = Rows();
+  for (Row& row : rows) Measure(row, files);
   return rows;
 }
 
