@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "module/AppConfig.h"
+#include "sharing/StyledJson.h"
 #include "veltsys/KeyFile.h"
 #include "veltsys/VeltConf.h"
 #include "veltweb/SessionDataHandler.h"
@@ -117,7 +118,7 @@ void SharingSession::RunRenderPlugins() {
 }
 
 int SharingSession::FormOutput() {
-  result_ = "VELT.TALD.Session = " + session_.toStyledString() + ";" + extra_session_;
+  result_ = "VELT.TALD.Session = " + sharing::StyledJson(session_) + ";" + extra_session_;
   return 0;
 }
 

@@ -21,7 +21,10 @@ std::string LibraryPath(const Json::Value& params) {
   return path.isString() ? path.asString() : "";
 }
 
-// The length of the value's JSON text, escapes left out. Counting ends soon after `limit`.
+// The longest text of a number, and more than enough for the other plain values.
+constexpr std::size_t kNumberSize = 24;
+
+// About the length of the value's JSON text, escapes left out. Counting ends soon after `limit`.
 std::size_t TextSize(const Json::Value& value, std::size_t limit) {
   const Json::ValueType type = value.type();
   if (type == Json::stringValue) {
@@ -30,18 +33,17 @@ std::size_t TextSize(const Json::Value& value, std::size_t limit) {
     value.getString(&begin, &end);
     return 2 + static_cast<std::size_t>(end - begin);
   }
-  if (type != Json::arrayValue && type != Json::objectValue) return value.asString().size();
+  if (type != Json::arrayValue && type != Json::objectValue) return kNumberSize;
 
-  std::size_t size = 2;  // the brackets; a comma stands before every member but the first
+  std::size_t size = 2;  // the brackets; a comma goes with every member
   const auto end = value.end();
   for (auto member = value.begin(); member != end && size <= limit; ++member) {
-    size += size == 2 ? 0 : 1;
+    size += 1 + TextSize(*member, limit);
     if (type == Json::objectValue) {
       const char* name_end = nullptr;
       const char* name = member.memberName(&name_end);
       size += 3 + static_cast<std::size_t>(name_end - name);
     }
-    size += TextSize(*member, limit);
   }
   return size;
 }

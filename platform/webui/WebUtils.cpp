@@ -12,11 +12,14 @@
 namespace VELT {
 namespace {
 
-constexpr const char* kWebRoot = "/usr/velt/web";
+constexpr char kWebRoot[] = "/usr/velt/web";
 
-// Nanoseconds since 1970; empty when there is no such file.
-std::string ModifyTimeOf(const std::string& file) {
-  struct stat status {};
+// Nanoseconds since 1970; empty when there is no such file below the web root.
+std::string ModifyTimeOf(std::string_view path) {
+  std::string file;
+  file.reserve(sizeof(kWebRoot) + path.size());
+  file.append(kWebRoot).append(path);
+  struct stat status;
   if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
   return std::to_string(std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 +
                         status.st_mtim.tv_nsec);
@@ -71,11 +74,11 @@ std::string WebUtils::GetModifyTime(const char* path) {
   if (path != nullptr) {
     const std::string_view file(path, std::strcspn(path, "?#"));
     if (StaysInRoot(file)) {
-      std::string time = ModifyTimeOf(kWebRoot + std::string(file));
+      std::string time = ModifyTimeOf(file);
       if (!time.empty()) return time;
     }
   }
-  std::string own = ModifyTimeOf(kWebRoot + std::string("/index.html"));
+  std::string own = ModifyTimeOf("/index.html");
   return own.empty() ? "0" : own;
 }
 
