@@ -35,10 +35,11 @@ std::size_t TextSize(const Json::Value& value, std::size_t limit) {
   }
   if (type != Json::arrayValue && type != Json::objectValue) return kNumberSize;
 
-  std::size_t size = 2;  // the brackets; a comma goes with every member
+  std::size_t size = 2;  // the brackets; a comma stands before every member but the first
   const auto end = value.end();
   for (auto member = value.begin(); member != end && size <= limit; ++member) {
-    size += 1 + TextSize(*member, limit);
+    size += size == 2 ? 0 : 1;
+    size += TextSize(*member, limit);
     if (type == Json::objectValue) {
       const char* name_end = nullptr;
       const char* name = member.memberName(&name_end);
