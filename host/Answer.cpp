@@ -41,16 +41,13 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
       "Cache-Control: no-store\r\n"
       "X-Content-Type-Options: nosniff\r\n";
   for (const Cookie& cookie : state.cookies) text += CookieHeader(cookie, secure);
-  Json::Value envelope;
-  const bool success = state.outcome == ResponseState::Outcome::kSuccess;
-  envelope["success"] = success;
-  if (success) {
-    envelope["data"] = state.body;
-  } else {
-    envelope["error"]["code"] = state.error_code;
-    envelope["error"]["errors"] = state.body;
+  text += "\r\n";
+  // Written around the data, which may be a long list, instead of copied into an envelope with it.
+  if (state.outcome == ResponseState::Outcome::kSuccess) {
+    return text + "{\"data\":" + ToText(state.body) + ",\"success\":true}";
   }
-  return text + "\r\n" + ToText(envelope);
+  return text + "{\"error\":{\"code\":" + std::to_string(state.error_code) +
+         ",\"errors\":" + ToText(state.body) + "},\"success\":false}";
 }
 
 std::string ErrorAnswer(FrameworkError code, const std::string& detail) {

@@ -49,7 +49,7 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
 }
 
 void Connection::Close() noexcept {
-  reads_.reset();
+  kept_.reset();
   session_.reset();
 }
 
@@ -81,7 +81,7 @@ void Connection::Open() {
     transaction.Commit();
   }
   file_ = before;
-  reads_ = std::make_unique<KeptReads>(*session);
+  kept_ = std::make_unique<KeptStatements>(*session);
   session_ = std::move(session);
 }
 

@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "KeptReads.h"
+#include "KeptStatements.h"
 #include "Soci.h"
 #include "veltsharing/SharingDB.h"
 
@@ -39,7 +39,7 @@ class Connection {
   bool Run(const char* task, const Work& work) noexcept;
 
   // Only while Run is at work.
-  KeptReads& reads() { return *reads_; }
+  KeptStatements& kept() { return *kept_; }
 
   void Close() noexcept;
 
@@ -56,7 +56,7 @@ class Connection {
   void Open();
 
   std::unique_ptr<soci::session> session_;
-  std::unique_ptr<KeptReads> reads_;  // of session_, so it goes first
+  std::unique_ptr<KeptStatements> kept_;  // of session_, so it goes first
   FileIdentity file_{};
 };
 

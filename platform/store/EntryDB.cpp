@@ -20,29 +20,29 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   entry = record::Entry();
   Connection& connection = Connection::Of(db_);
   return IsLinkId(hash) && connection.Run("read a link", [&](soci::session&) {
-    const EntryRow* row = connection.reads().FindLink(hash);
+    const EntryRow* row = connection.kept().FindLink(hash);
     if (row != nullptr) entry = row->ToEntry();
     return row != nullptr;
   });
 }
 
 bool EntryDB::CreateWithHash(record::Entry& entry) {
-  return Connection::Of(db_).Run("create a link", [&](soci::session& sql) {
+  Connection& connection = Connection::Of(db_);
+  return connection.Run("create a link", [&](soci::session&) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
-    record::Entry created = entry;
-    Transaction transaction(sql);
-    row->Insert(sql, NewLinkId(), Now(), created);
-    transaction.Commit();
-    entry = std::move(created);
+    row->MakeNew(NewLinkId(), Now());
+    row->id = connection.kept().Insert(*row);
+    row->Identify(entry);
     return true;
   });
 }
 
 bool EntryDB::Update(const record::Entry& entry) {
-  return Connection::Of(db_).Run("update a link", [&](soci::session& sql) {
-    auto row = EntryRow::From(entry);
-    return row && row->Update(sql);
+  Connection& connection = Connection::Of(db_);
+  return connection.Run("update a link", [&](soci::session&) {
+    const auto row = EntryRow::From(entry);
+    return row && connection.kept().Update(*row);
   });
 }
 

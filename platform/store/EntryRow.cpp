@@ -123,15 +123,23 @@ LinkLimits EntryRow::Limits() const {
   return {enabled != 0, start_at, expire_at, expire_times, visits};
 }
 
-void EntryRow::Insert(soci::session& sql, const std::string& new_hash, std::int64_t now,
-                      Entry& entry) {
+void EntryRow::MakeNew(const std::string& new_hash, std::int64_t now) {
   hash = new_hash;
   visits = 0;
   created_at = now;
   revision = 0;
+}
+
+void EntryRow::Identify(Entry& entry) const {
+  entry.id_ = id;
+  entry.hash_ = hash;
+  entry.visits_ = static_cast<int>(visits);
+  entry.created_at_ = created_at;
+}
+
+std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) {
   std::string names;
   std::string values;
-  soci::statement statement(sql);
   const auto add = [&](const std::string& name, auto& value) {
     if (name == "id") return;
     names += (names.empty() ? "" : ", ") + name;
@@ -140,30 +148,18 @@ void EntryRow::Insert(soci::session& sql, const std::string& new_hash, std::int6
   };
   VisitOwn(add);
   VisitSettable(add);
-  statement.exchange(soci::into(id));
-  statement.alloc();
-  statement.prepare("insert into link (" + names + ") values (" + values + ") returning id");
-  statement.define_and_bind();
-  if (!statement.execute(true)) throw soci::soci_error("The new link got no id.");
-  entry.id_ = id;
-  entry.hash_ = hash;
-  entry.visits_ = 0;
-  entry.created_at_ = now;
+  statement.exchange(soci::into(new_id));
+  return "insert into link (" + names + ") values (" + values + ") returning id";
 }
 
-bool EntryRow::Update(soci::session& sql) {
+std::string EntryRow::BindUpdate(soci::statement& statement) {
   std::string changes;
-  soci::statement statement(sql);
   VisitSettable([&](const std::string& name, auto& value) {
     changes += name + " = :" + name + ", ";
     statement.exchange(soci::use(value, name));
   });
   statement.exchange(soci::use(id, "id"));
-  statement.alloc();
-  statement.prepare("update link set " + changes + "revision = revision + 1 where id = :id");
-  statement.define_and_bind();
-  statement.execute(true);
-  return statement.get_affected_rows() == 1;
+  return "update link set " + changes + "revision = revision + 1 where id = :id";
 }
 
 const std::string& EntryRow::Select() {

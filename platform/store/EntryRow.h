@@ -25,10 +25,15 @@ class EntryRow {
 
   LinkLimits Limits() const;
 
-  // Stores the row under a new id and gives the entry its new identity.
-  void Insert(soci::session& sql, const std::string& hash, std::int64_t now, record::Entry& entry);
-  // False when the link is gone.
-  bool Update(soci::session& sql);
+  // What only a new link's first storing sets.
+  void MakeNew(const std::string& new_hash, std::int64_t now);
+  // Gives the entry the stored link's identity.
+  void Identify(record::Entry& entry) const;
+
+  // Bind this row to a statement that stores it, under an id that goes to `new_id`, or that writes it over
+  // the stored link with its id. Both return the statement's text.
+  std::string BindInsert(soci::statement& statement, long long& new_id);
+  std::string BindUpdate(soci::statement& statement);
 
   long long id = 0;
   std::string hash;

@@ -32,7 +32,7 @@ SharingDB* SharingDB::Instance() {
 bool SharingDB::IsGood() const {
   Connection& connection = Connection::Of(*this);
   return connection.Run("check the database", [&connection](soci::session&) {
-    return connection.reads().SchemaVersion() == kSchemaVersion;
+    return connection.kept().SchemaVersion() == kSchemaVersion;
   });
 }
 

@@ -1,0 +1,41 @@
+// The statements of nearly every request, kept prepared: preparing them costs more than they do.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "EntryRow.h"
+#include "Soci.h"
+
+namespace VELT::sharing::db {
+
+// Belongs to the session that it is made for and must end before it. Between two calls no statement is
+// under way, so no other process is held up. Everything throws soci::soci_error.
+class KeptStatements {
+ public:
+  explicit KeptStatements(soci::session& sql);
+  KeptStatements(const KeptStatements&) = delete;
+  KeptStatements& operator=(const KeptStatements&) = delete;
+
+  // Throws when there is none.
+  int SchemaVersion();
+  // Null when no link has this hash. Valid until the next call.
+  const EntryRow* FindLink(const std::string& hash);
+  // Stores a new link and returns the id that it was given.
+  long long Insert(const EntryRow& row);
+  // False when the link is gone.
+  bool Update(const EntryRow& row);
+
+ private:
+  int version_ = 0;
+  std::string hash_;
+  EntryRow read_;
+  EntryRow written_;
+  long long new_id_ = 0;
+  soci::statement read_version_;
+  soci::statement read_link_;
+  soci::statement insert_;
+  soci::statement update_;
+};
+
+}  // namespace VELT::sharing::db
