@@ -125,6 +125,16 @@ void WriteAnswer(const FCGX_Request& fcgi, const std::string& answer) {
   FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), fcgi.out);
 }
 
+// Sends what is left of the answer and ends the connection. The library would wait for the web server to
+// close it first, which matters only where bytes of the request are still unread: ours is read to its end.
+void FinishRequest(FCGX_Request& fcgi) {
+  fcgi.keepConnection = 1;
+  FCGX_Finish_r(&fcgi);
+  // Gone already when the answer could not be sent.
+  if (fcgi.ipcFd >= 0) close(fcgi.ipcFd);
+  fcgi.ipcFd = -1;
+}
+
 // Serves requests until it is time to leave.
 int Serve(const Options& options, Dispatcher& dispatcher, int listener, int signals, int lifeline) {
   FCGX_Request fcgi;
@@ -140,8 +150,7 @@ int Serve(const Options& options, Dispatcher& dispatcher, int listener, int sign
     if (accepted == 0) {
       fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
       WriteAnswer(fcgi, dispatcher.Answer(ReadRequest(fcgi)));
-      FCGX_Finish_r(&fcgi);
-      FCGX_Free(&fcgi, 1);
+      FinishRequest(fcgi);
     } else if (accepted != -EAGAIN) {  // that is: another worker was faster, or the client is gone
       syslog(LOG_ERR, "cannot take a connection: %d; leaving", accepted);
       return 1;

@@ -86,8 +86,8 @@ class Floors:
 
 
 def throughput(port, path, demo=None, body=None):
-    """Requests a second over eight keep-alive connections."""
-    command = ["ab", "-q", "-k", "-c", "8", "-n", "6000"]
+    """Requests a second over sixteen keep-alive connections."""
+    command = ["ab", "-q", "-k", "-c", "16", "-n", "8000"]
     if demo:
         command += ["-A", f"alice:{demo.accounts['alice']}"]
     if body:
@@ -152,7 +152,7 @@ def measure(demo, build, folder, constant):
     with_login = [1 / throughput(constant.port, entry, demo) for _ in range(ROUNDS)]
     without = [1 / throughput(constant.port, "/sharing/x") for _ in range(ROUNDS)]
     cost = statistics.median(with_login) - statistics.median(without)
-    print(f"an owner's login costs {1e6 * cost:.0f} us a request (constant answer, eight connections)")
+    print(f"an owner's login costs {1e6 * cost:.0f} us a request (constant answer, sixteen connections)")
 
 
 if __name__ == "__main__":
