@@ -44,10 +44,10 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
   text += "\r\n";
   // Written around the data, which may be a long list, instead of copied into an envelope with it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {
-    return text + "{\"data\":" + ToText(state.body) + ",\"success\":true}";
+    return text + R"({"data":)" + ToText(state.body) + R"(,"success":true})";
   }
-  return text + "{\"error\":{\"code\":" + std::to_string(state.error_code) +
-         ",\"errors\":" + ToText(state.body) + "},\"success\":false}";
+  return text + R"({"error":{"code":)" + std::to_string(state.error_code) + R"(,"errors":)" +
+         ToText(state.body) + R"(},"success":false})";
 }
 
 std::string ErrorAnswer(FrameworkError code, const std::string& detail) {

@@ -26,7 +26,6 @@ RunAsGuard::RunAsGuard(uid_t uid, gid_t gid, const char* source, int line)
       saved_egid_(getegid()),
       file_(source),
       line_(line),
-      name_("IF_RUN_AS"),
       ok_(SwitchTo(uid, gid)) {
   if (!ok_) {
     syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: %s(%d, %d)", file_, line_, name_,

@@ -25,7 +25,7 @@ class RunAsGuard {
   gid_t saved_egid_;
   const char* file_;
   int line_;
-  const char* name_;
+  const char* name_ = "IF_RUN_AS";
 
  public:
   // The process has the target ids.

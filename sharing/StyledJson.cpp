@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <sstream>
-#include <utility>
 
 namespace VELT::sharing {
 
@@ -14,7 +13,7 @@ std::string StyledJson(const Json::Value& value) {
   thread_local std::ostringstream stream;
   writer->write(value, &stream);
   stream << '\n';
-  std::string text = std::move(stream).str();
+  std::string text = stream.str();
   stream.str(std::string());
   return text;
 }
