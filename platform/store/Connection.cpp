@@ -49,6 +49,7 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
 }
 
 void Connection::Close() noexcept {
+  login_.reset();
   kept_.reset();
   session_.reset();
 }
@@ -82,6 +83,7 @@ void Connection::Open() {
   }
   file_ = before;
   kept_ = std::make_unique<KeptStatements>(*session);
+  login_ = std::make_unique<LoginStatements>(*session);
   session_ = std::move(session);
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "KeptStatements.h"
+#include "LoginStatements.h"
 #include "Soci.h"
 #include "veltsharing/SharingDB.h"
 
@@ -40,6 +41,7 @@ class Connection {
 
   // Only while Run is at work.
   KeptStatements& kept() { return *kept_; }
+  LoginStatements& login() { return *login_; }
 
   void Close() noexcept;
 
@@ -56,7 +58,8 @@ class Connection {
   void Open();
 
   std::unique_ptr<soci::session> session_;
-  std::unique_ptr<KeptStatements> kept_;  // of session_, so it goes first
+  std::unique_ptr<KeptStatements> kept_;  // of session_, so they go first
+  std::unique_ptr<LoginStatements> login_;
   FileIdentity file_{};
 };
 

@@ -15,10 +15,7 @@ class EntryRow {
   // Empty when the entry holds something that must not be stored.
   static std::optional<EntryRow> From(const record::Entry& entry);
 
-  // Finds the row whose `column` equals `value`; `lock` is empty or the dialect's row lock.
-  template <typename Value>
-  static std::optional<EntryRow> Find(soci::session& sql, const char* column, const Value& value,
-                                      const char* lock = "");
+  static std::optional<EntryRow> FindById(soci::session& sql, long long id);
 
   // Throws std::runtime_error when the stored form is damaged.
   record::Entry ToEntry() const;
@@ -94,19 +91,5 @@ class EntryRow {
   // Binds every column of a Select to this row.
   void ReadFrom(soci::statement& statement);
 };
-
-template <typename Value>
-std::optional<EntryRow> EntryRow::Find(soci::session& sql, const char* column, const Value& value,
-                                       const char* lock) {
-  EntryRow row;
-  soci::statement statement(sql);
-  row.ReadFrom(statement);
-  statement.exchange(soci::use(value));
-  statement.alloc();
-  statement.prepare(Select() + " where " + column + " = :value" + lock);
-  statement.define_and_bind();
-  if (!statement.execute(true)) return std::nullopt;
-  return row;
-}
 
 }  // namespace VELT::sharing::db

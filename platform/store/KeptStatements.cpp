@@ -1,7 +1,6 @@
 #include "KeptStatements.h"
 
 namespace VELT::sharing::db {
-namespace {
 
 void Prepare(soci::statement& statement, const std::string& text) {
   statement.alloc();
@@ -9,16 +8,12 @@ void Prepare(soci::statement& statement, const std::string& text) {
   statement.define_and_bind();
 }
 
-// Runs to the end and tells whether there was a row. A read that stopped before its end would keep the
-// database's state of this moment for itself, and a write would not be committed.
 bool RunToEnd(soci::statement& statement) {
   if (!statement.execute(true)) return false;
   while (statement.fetch()) {
   }
   return true;
 }
-
-}  // namespace
 
 KeptStatements::KeptStatements(soci::session& sql)
     : read_version_(sql), read_link_(sql), insert_(sql), update_(sql) {

@@ -38,6 +38,8 @@ enum class Result {
   kUsedUp = -11,
 };
 
+LoginStatements& Statements() { return Connection::Of(*SharingDB::Instance()).login(); }
+
 class VisitorLogin {
  public:
   explicit VisitorLogin(const _tag_sharing_login_params& params)
@@ -122,8 +124,8 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
 Result VisitorLogin::CheckGate(soci::session& sql) {
   now_ = Now();
   const char* lock = DialectOf(sql).row_lock;
-  const auto link = EntryRow::Find(sql, "hash", hash_, lock);
-  if (!link) return Result::kNotServed;
+  const EntryRow* link = Statements().LockLink(hash_);
+  if (link == nullptr) return Result::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);
   if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return Result::kNotServed;
@@ -184,23 +186,13 @@ Result VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
 }
 
 Result VisitorLogin::Admit(soci::session& sql) {
-  if (!holds_token_) {
-    soci::statement statement =
-        (sql.prepare << "update link set visits = visits + 1 "
-                        "where id = :id and (expire_times = 0 or visits < expire_times)",
-         soci::use(link_.id));
-    statement.execute(true);
-    if (statement.get_affected_rows() != 1) return Result::kUsedUp;
-  }
+  if (!holds_token_ && !Statements().CountVisit(link_.id)) return Result::kUsedUp;
   if (link_.protect_type != 0) {
     sql << "delete from login_failure where link_id = :link and address = :address",
         soci::use(link_.id), soci::use(VisitorAddress());
   }
   RenewSession(sql);
-  sql << "insert into visitor_token (session_id, link_id, address) values (:session, :link, "
-         ":address) "
-         "on conflict (session_id, link_id) do update set address = excluded.address",
-      soci::use(session_->id), soci::use(link_.id), soci::use(VisitorAddress());
+  Statements().InsertToken(session_->id, link_.id, VisitorAddress());
   return Result::kLoggedIn;
 }
 
@@ -222,9 +214,7 @@ void VisitorLogin::RenewSession(soci::session& sql) {
     return;
   }
   session_.emplace();
-  sql << "insert into visitor_session (sid_hash, address, last_used) "
-         "values (:hash, :address, :now) returning id",
-      soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::into(session_->id);
+  session_->id = Statements().InsertSession(hash, VisitorAddress(), now_);
 }
 
 }  // namespace

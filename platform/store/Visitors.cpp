@@ -85,7 +85,7 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
   token = record::Token();
   return Connection::Of(db_).Run("read a token", [&](soci::session& sql) {
     const auto address = FindToken(sql, session.id_, entry.get_id());
-    const auto link = EntryRow::Find(sql, "id", static_cast<long long>(entry.get_id()));
+    const auto link = EntryRow::FindById(sql, entry.get_id());
     if (!address || !link) return false;
     token.entry_id_ = link->id;
     token.legal_ = session.legal_ && IsTokenLegal(*link, *address, Now());

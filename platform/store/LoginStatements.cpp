@@ -1,0 +1,63 @@
+#include "LoginStatements.h"
+
+#include "Dialect.h"
+#include "KeptStatements.h"
+
+namespace VELT::sharing::db {
+
+LoginStatements::LoginStatements(soci::session& sql)
+    : lock_link_(sql), count_visit_(sql), insert_session_(sql), insert_token_(sql) {
+  row_.ReadFrom(lock_link_);
+  lock_link_.exchange(soci::use(hash_));
+  Prepare(lock_link_, EntryRow::Select() + " where hash = :hash" + DialectOf(sql).row_lock);
+
+  count_visit_.exchange(soci::use(link_));
+  Prepare(count_visit_,
+          "update link set visits = visits + 1 "
+          "where id = :id and (expire_times = 0 or visits < expire_times)");
+
+  insert_session_.exchange(soci::use(hash_));
+  insert_session_.exchange(soci::use(address_));
+  insert_session_.exchange(soci::use(now_));
+  insert_session_.exchange(soci::into(session_));
+  Prepare(insert_session_,
+          "insert into visitor_session (sid_hash, address, last_used) "
+          "values (:hash, :address, :now) returning id");
+
+  insert_token_.exchange(soci::use(session_));
+  insert_token_.exchange(soci::use(link_));
+  insert_token_.exchange(soci::use(address_));
+  Prepare(insert_token_,
+          "insert into visitor_token (session_id, link_id, address) "
+          "values (:session, :link, :address) "
+          "on conflict (session_id, link_id) do update set address = excluded.address");
+}
+
+const EntryRow* LoginStatements::LockLink(const std::string& hash) {
+  hash_ = hash;
+  return RunToEnd(lock_link_) ? &row_ : nullptr;
+}
+
+bool LoginStatements::CountVisit(long long link) {
+  link_ = link;
+  count_visit_.execute(true);
+  return count_visit_.get_affected_rows() == 1;
+}
+
+long long LoginStatements::InsertSession(const std::string& sid_hash, const std::string& address,
+                                         long long now) {
+  hash_ = sid_hash;
+  address_ = address;
+  now_ = now;
+  if (!RunToEnd(insert_session_)) throw soci::soci_error("The new session got no id.");
+  return session_;
+}
+
+void LoginStatements::InsertToken(long long session, long long link, const std::string& address) {
+  session_ = session;
+  link_ = link;
+  address_ = address;
+  insert_token_.execute(true);
+}
+
+}  // namespace VELT::sharing::db

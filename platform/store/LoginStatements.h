@@ -1,0 +1,41 @@
+// The statements that every successful login makes, kept prepared as KeptStatements are.
+#pragma once
+
+#include <string>
+
+#include "EntryRow.h"
+#include "Soci.h"
+
+namespace VELT::sharing::db {
+
+// Belongs to the session that it is made for and must end before it. Everything throws soci::soci_error.
+class LoginStatements {
+ public:
+  explicit LoginStatements(soci::session& sql);
+  LoginStatements(const LoginStatements&) = delete;
+  LoginStatements& operator=(const LoginStatements&) = delete;
+
+  // The link with this hash, locked until the transaction's end where the database locks rows; null when
+  // there is none. Valid until the next call.
+  const EntryRow* LockLink(const std::string& hash);
+  // Counts a visit of the link. False, counting nothing, when it has none left.
+  bool CountVisit(long long link);
+  // Returns the new session's id.
+  long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);
+  // Also moves a token that the session has already to `address`.
+  void InsertToken(long long session, long long link, const std::string& address);
+
+ private:
+  std::string hash_;
+  std::string address_;
+  long long link_ = 0;
+  long long session_ = 0;
+  long long now_ = 0;
+  EntryRow row_;
+  soci::statement lock_link_;
+  soci::statement count_visit_;
+  soci::statement insert_session_;
+  soci::statement insert_token_;
+};
+
+}  // namespace VELT::sharing::db
