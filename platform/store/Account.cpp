@@ -37,6 +37,7 @@ AccountCheck Outcome(pam_handle_t* handle, int status) {
     case PAM_MAXTRIES:
     case PAM_PERM_DENIED:
     case PAM_ACCT_EXPIRED:
+    case PAM_AUTHTOK_EXPIRED:
     case PAM_NEW_AUTHTOK_REQD:
     case PAM_CRED_EXPIRED:
       return AccountCheck::kWrong;

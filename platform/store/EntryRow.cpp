@@ -73,6 +73,7 @@ std::optional<EntryRow> EntryRow::From(const Entry& entry) {
   }
   EntryRow row;
   row.id = entry.id_;
+  row.revision = entry.revision_;
   row.owner_uid = entry.owner_uid_;
   row.project_name = entry.project_name_;
   row.enabled = entry.enabled_ ? 1 : 0;
@@ -111,6 +112,7 @@ Entry EntryRow::ToEntry() const {
   entry.hash_ = hash;
   entry.visits_ = static_cast<int>(visits);
   entry.created_at_ = created_at;
+  entry.revision_ = revision;
   entry.owner_uid_ = static_cast<unsigned int>(owner_uid);
   entry.project_name_ = project_name;
   entry.enabled_ = enabled != 0;
@@ -147,6 +149,7 @@ void EntryRow::Identify(Entry& entry) const {
   entry.hash_ = hash;
   entry.visits_ = static_cast<int>(visits);
   entry.created_at_ = created_at;
+  entry.revision_ = revision;
 }
 
 std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) {
@@ -171,7 +174,10 @@ std::string EntryRow::BindUpdate(soci::statement& statement) {
     statement.exchange(soci::use(value, name));
   });
   statement.exchange(soci::use(id, "id"));
-  return "update link set " + changes + "revision = revision + 1 where id = :id";
+  statement.exchange(soci::use(revision, "revision"));
+  // A link that was changed since this row was read is left alone: the row would undo that change.
+  return "update link set " + changes +
+         "revision = revision + 1 where id = :id and revision = :revision";
 }
 
 const std::string& EntryRow::Select() {

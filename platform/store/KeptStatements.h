@@ -30,7 +30,7 @@ class KeptStatements {
   const EntryRow* FindLink(const std::string& hash);
   // Stores a new link and returns the id that it was given.
   long long Insert(const EntryRow& row);
-  // False when the link is gone.
+  // False when the link is gone, or changed since the row was read.
   bool Update(const EntryRow& row);
 
  private:

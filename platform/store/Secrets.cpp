@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <new>
 #include <string_view>
 
 namespace VELT::sharing {
@@ -60,8 +62,12 @@ std::string HashPassword(const std::string& password) {
 }
 
 bool MatchesPassword(const std::string& hash, const std::string& password) {
-  return SodiumReady() && hash.size() < crypto_pwhash_STRBYTES &&
-         crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
+  if (!SodiumReady() || hash.size() >= crypto_pwhash_STRBYTES) return false;
+  errno = 0;
+  if (crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0) return true;
+  // libsodium says EINVAL where the two differ; anything else must not count as a wrong guess.
+  if (errno != EINVAL) throw std::bad_alloc();
+  return false;
 }
 
 }  // namespace VELT::sharing

@@ -17,6 +17,7 @@ std::string HashSessionId(const std::string& sid);
 
 // Argon2id with 19 MiB and two passes. Empty when the memory for it is lacking.
 std::string HashPassword(const std::string& password);
+// Throws std::bad_alloc when the memory is lacking, or the hash is none of ours.
 bool MatchesPassword(const std::string& hash, const std::string& password);
 
 }  // namespace VELT::sharing

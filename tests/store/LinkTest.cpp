@@ -89,6 +89,18 @@ TEST_P(LinkTest, RefusesWhatCanNotBeKeptAndChangesNothing) {
   EXPECT_TRUE(Change(link, Set(&Entry::set_protect_title, std::string(1 << 20, 'x'))));
 }
 
+TEST_P(LinkTest, OfTwoUpdatesAtOnceTheLaterUndoesNothing) {
+  const Entry link = Make();
+  Entry disabling = Read(link);
+  Entry titling = Read(link);
+  disabling.set_enabled(false);
+  titling.set_protect_title("Ours");
+  EXPECT_TRUE(links_.Update(disabling));
+  EXPECT_FALSE(links_.Update(titling));
+  EXPECT_EQ(Shown(link)["status"], "disabled");
+  EXPECT_EQ(Shown(link)["protect_title"], "");
+}
+
 TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {
   Visitor visitor;
   const Entry old = Make();

@@ -94,7 +94,8 @@ class Entry {
   Json::Value app_{Json::objectValue};
   Json::Value private_data_{Json::objectValue};
   std::int64_t created_at_ = 0;
-  bool writable_ = true;  // false once a setter refused its value
+  std::int64_t revision_ = 0;  // of the stored link that this was read from
+  bool writable_ = true;       // false once a setter refused its value
 };
 
 }  // namespace VELT::sharing::record

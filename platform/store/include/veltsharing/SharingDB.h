@@ -61,7 +61,8 @@ class EntryDB {
   // A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
   // Writes every field of the entry but its visits over the stored link with the same id. False when
-  // that link is gone.
+  // that link is gone or was updated since the entry was read: of two who change a link at once, one is told.
+  // The entry is not one to update again; read it anew.
   bool Update(const record::Entry& entry);
   // Removes the link and its visitors' tokens. False when it is gone already.
   bool Delete(const record::Entry& entry);
