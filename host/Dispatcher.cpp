@@ -81,13 +81,17 @@ bool RunMethod(const Method& method, const std::string& name, APIRequest& reques
 
 void LogDropped(const std::string& name, const std::optional<std::string>& printed) {
   if (!printed.has_value()) {
-    syslog(LOG_ERR, "%s: more than 1 MiB was printed", name.c_str());
+    syslog(LOG_ERR, "%s: too much was printed", name.c_str());
   } else if (!printed->empty()) {
     syslog(LOG_WARNING, "%s: %zu printed bytes were dropped", name.c_str(), printed->size());
   }
 }
 
-std::string Unexpected() { return ErrorAnswer(kUnexpectedFailure, "unexpected failure"); }
+// Whether the browser speaks HTTPS: with us, or with something before us that gives the link's host on. A visitor
+// who comes another way, over plain HTTP, would lose a cookie that is for HTTPS only.
+bool IsSecure(const WebRequest& request, const std::string& base_url) {
+  return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
+}
 
 }  // namespace
 
@@ -161,20 +165,25 @@ std::string Dispatcher::AnswerMethod(const WebRequest& request,
   const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
   if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");
 
-  const bool secure = context->base_url.starts_with("https:") || request.IsHttps();
+  const bool secure = IsSecure(request, context->base_url);
   APIRequest api_request(std::move(context));
   APIResponse api_response;
   const std::string label = api + " " + name;
   output_.Begin();
   const bool returned = RunMethod(*method, label, api_request, api_response);
   std::optional<std::string> printed = output_.End();
-  const ResponseState& state = api_response.state();
+  ResponseState& state = api_response.state();
   if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
     return std::move(*printed);
   }
   LogDropped(label, printed);
-  const bool answered = state.output_enabled && state.outcome != ResponseState::Outcome::kNone;
-  return returned && answered ? JsonAnswer(state, secure) : Unexpected();
+  if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
+    // Cookies stay: a login that fails after its session was made must not leave the visitor without it.
+    state.outcome = ResponseState::Outcome::kError;
+    state.error_code = kUnexpectedFailure;
+    state.body = "unexpected failure";
+  }
+  return JsonAnswer(state, secure);
 }
 
 }  // namespace VELT::host

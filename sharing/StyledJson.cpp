@@ -3,6 +3,7 @@
 #include <json/writer.h>
 
 #include <memory>
+#include <new>
 #include <sstream>
 
 namespace VELT::sharing {
@@ -11,11 +12,13 @@ std::string StyledJson(const Json::Value& value) {
   thread_local const std::unique_ptr<Json::StreamWriter> writer(
       Json::StreamWriterBuilder().newStreamWriter());
   thread_local std::ostringstream stream;
+  // What an earlier call left when it ran out of memory.
+  stream.str(std::string());
+  stream.clear();
   writer->write(value, &stream);
   stream << '\n';
-  std::string text = stream.str();
-  stream.str(std::string());
-  return text;
+  if (!stream) throw std::bad_alloc();
+  return stream.str();
 }
 
 }  // namespace VELT::sharing

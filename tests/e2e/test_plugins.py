@@ -68,6 +68,13 @@ class Plugins(unittest.TestCase):
                 self.assertEqual(expected, got)
                 self.assertEqual("script", outcome(sound.request("GET", script + sound.link_id)))
 
+    def test_login_that_a_plugin_breaks_keeps_its_session(self):
+        visitor = publish("throws")
+        for _ in range(2):
+            self.assertEqual(100, visitor.login()["error"]["code"])
+            self.assertTrue(visitor.call(SHARING, "get")["success"])
+        self.assertEqual(1, visitor.call(SHARING, "get")["data"]["visits"])
+
 
 if __name__ == "__main__":
     unittest.main()

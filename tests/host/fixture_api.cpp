@@ -69,7 +69,7 @@ void Silent(APIRequest*, APIResponse*) {}
 void Flood(APIRequest*, APIResponse* response) {
   response->SetEnableOutput(false);
   const std::string line(1 << 16, 'x');
-  for (int count = 0; count < 40; ++count) std::fputs(line.c_str(), stdout);
+  for (int count = 0; count < 300; ++count) std::fputs(line.c_str(), stdout);
 }
 
 void Elevate(APIRequest* request, APIResponse* response) {
