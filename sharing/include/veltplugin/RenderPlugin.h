@@ -13,13 +13,12 @@
 //
 // Whose is what:
 //   entry    borrowed for the call. Its `get_` operations and ToJSON may be used.
-//   status   borrowed for the call. Never null; its text is the caller's own and may be anything,
-//   so don't
-//            build on its values.
+//   status   borrowed for the call. Never null; its text is the caller's own and may be anything, so
+//            don't build on its values.
 //   extra    borrowed for the call. What a preview of a link that isn't stored was asked to show,
-//   else null. result   the caller's, null at first; the function fills it. The caller uses and
-//   frees it after the
-//            library is closed, so it must not point into the library: no Json::StaticString.
+//            else null.
+//   result   the caller's, null at first; the function fills it. The caller uses and frees it after
+//            the library is closed, so it must not point into the library: no Json::StaticString.
 //
 // A plugin does not write to standard output, which is the web server's answer, starts no thread
 // that outlives the call, and may run with root's effective ids (after a login): it takes no file
@@ -49,8 +48,7 @@ extern "C" {
 //   "JSFILE"   array of strings: addresses of scripts, loaded by the page in this order
 //   "CSS"      array of strings: addresses of stylesheets
 //   "SESSION"  object: the page's scripts find it as VELT.TALD.ExtraSession. Every visitor can read
-//   it, also
-//              one who is not logged in.
+//              it, also one who is not logged in.
 //   "PRIVATE"  any value: given to the page's scripts by a successful login only
 // Addresses are written into the page as they are. One that stands below the web root without a
 // version of its own (a parameter "v") is given the file's, so that a changed file is fetched anew.

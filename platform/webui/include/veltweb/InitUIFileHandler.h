@@ -7,10 +7,9 @@
 
 // A module is a folder <vendor>/<group>/<Module> with
 //   config.json            an object; each member describes one class "<vendor>.<group>.<Name>" of
-//   the module
+//                          the module
 //   *.css                  its stylesheets
-//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands
-//   in
+//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands in
 //                          for whole languages and single texts that are missing
 // Names of folders and stylesheets hold letters, digits, '-', '_', and stylesheets' also '.';
 // others are passed over. A file that is missing, larger than 1 MiB, not JSON or no object counts
