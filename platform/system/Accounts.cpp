@@ -38,18 +38,9 @@ std::set<gid_t> GroupsOf(const VELTUSER& user) {
 
 bool IsAdministrator(const VELTUSER& user) {
   if (user.uid == 0) return true;
-  bool member = false;
-  LookUp<group>(
-      [](group* record, char* buffer, std::size_t size, group** found) {
-        return getgrnam_r("administrators", record, buffer, size, found);
-      },
-      [&user, &member](const group& found) {
-        member = user.gid == found.gr_gid;
-        for (char** name = found.gr_mem; !member && *name != nullptr; ++name) {
-          member = user.name == *name;
-        }
-      });
-  return member;
+  // By the user's groups: a directory service may keep a group's list of members to itself.
+  const auto administrators = FindGroup("administrators");
+  return administrators.has_value() && GroupsOf(user).contains(*administrators);
 }
 
 }  // namespace VELT::accounts
