@@ -214,7 +214,7 @@ void VisitorLogin::RenewSession(soci::session& sql) {
     return;
   }
   session_.emplace();
-  session_->id = Statements().InsertSession(hash, VisitorAddress(), now_);
+  session_->id = Statements().InsertSession(hash, VisitorAddress(), now_, now_ - kSessionLife);
 }
 
 }  // namespace

@@ -6,7 +6,11 @@
 namespace VELT::sharing::db {
 
 LoginStatements::LoginStatements(soci::session& sql)
-    : lock_link_(sql), count_visit_(sql), insert_session_(sql), insert_token_(sql) {
+    : lock_link_(sql),
+      count_visit_(sql),
+      remove_sessions_(sql),
+      insert_session_(sql),
+      insert_token_(sql) {
   row_.ReadFrom(lock_link_);
   lock_link_.exchange(soci::use(hash_));
   Prepare(lock_link_, EntryRow::Select() + " where hash = :hash" + DialectOf(sql).row_lock);
@@ -15,6 +19,9 @@ LoginStatements::LoginStatements(soci::session& sql)
   Prepare(count_visit_,
           "update link set visits = visits + 1 "
           "where id = :id and (expire_times = 0 or visits < expire_times)");
+
+  remove_sessions_.exchange(soci::use(unused_since_));
+  Prepare(remove_sessions_, "delete from visitor_session where last_used <= :time");
 
   insert_session_.exchange(soci::use(hash_));
   insert_session_.exchange(soci::use(address_));
@@ -45,7 +52,9 @@ bool LoginStatements::CountVisit(long long link) {
 }
 
 long long LoginStatements::InsertSession(const std::string& sid_hash, const std::string& address,
-                                         long long now) {
+                                         long long now, long long unused_since) {
+  unused_since_ = unused_since;
+  remove_sessions_.execute(true);
   hash_ = sid_hash;
   address_ = address;
   now_ = now;

@@ -20,8 +20,10 @@ class LoginStatements {
   const EntryRow* LockLink(const std::string& hash);
   // Counts a visit of the link. False, counting nothing, when it has none left.
   bool CountVisit(long long link);
-  // Returns the new session's id.
-  long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);
+  // Returns the new session's id. Sessions that were not used after `unused_since` go, so that visitors
+  // fill nothing up where nobody asks for a purge.
+  long long InsertSession(const std::string& sid_hash, const std::string& address, long long now,
+                          long long unused_since);
   // Also moves a token that the session has already to `address`.
   void InsertToken(long long session, long long link, const std::string& address);
 
@@ -31,9 +33,11 @@ class LoginStatements {
   long long link_ = 0;
   long long session_ = 0;
   long long now_ = 0;
+  long long unused_since_ = 0;
   EntryRow row_;
   soci::statement lock_link_;
   soci::statement count_visit_;
+  soci::statement remove_sessions_;
   soci::statement insert_session_;
   soci::statement insert_token_;
 };

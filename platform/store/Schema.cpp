@@ -11,8 +11,8 @@ namespace VELT::sharing::db {
 namespace {
 
 // Booleans are 0 or 1, times seconds since 1970 UTC with 0 for no limit, lists and objects JSON.
-// `revision` counts the link's updates: a login or another update that was overtaken by one notices it. A token keeps
-// the address of the login that made it, since a session moves on with the visitor.
+// `revision` counts the link's updates: a login or another update that was overtaken by one notices
+// it. A token keeps the address of the login that made it, since a session moves on with the visitor.
 const std::vector<std::string> kVersion1 = {
     R"(create table link (
          id {id}, hash {text} not null unique, owner_uid bigint not null,
@@ -27,6 +27,7 @@ const std::vector<std::string> kVersion1 = {
     R"(create table visitor_session (
          id {id}, sid_hash {text} not null unique, address {text} not null,
          last_used bigint not null))",
+    "create index visitor_session_last_used on visitor_session (last_used)",
     R"(create table visitor_token (
          session_id bigint not null references visitor_session (id) on delete cascade,
          link_id bigint not null references link (id) on delete cascade,

@@ -148,6 +148,21 @@ TEST_P(LoginTest, SessionLivesADayAfterItsLastUseWhichIsNotedNowAndThen) {
   EXPECT_FALSE(MayEnter(stale, link));
 }
 
+TEST_P(LoginTest, NewSessionSweepsDeadOnesAway) {
+  const Entry link = Make();
+  Visitor dead;
+  Visitor alive;
+  Visitor last;
+  ASSERT_EQ(LogIn(dead, link), 1);
+  now_ += kDay - 1;
+  ASSERT_EQ(LogIn(alive, link), 1);
+  EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "2");
+  now_ += 1;
+  ASSERT_EQ(LogIn(last, link), 1);
+  EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "2");
+  EXPECT_TRUE(MayEnter(alive, link) && MayEnter(last, link));
+}
+
 TEST_P(LoginTest, VisitIsALoginThatMakesANewToken) {
   const Entry link = Make([](Entry& e) { WithPassword()(e), WithVisits(2)(e); });
   Visitor first;
