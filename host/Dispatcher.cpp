@@ -87,8 +87,8 @@ void LogDropped(const std::string& name, const std::optional<std::string>& print
   }
 }
 
-// Whether the browser speaks HTTPS: with us, or with something before us that gives the link's host on. A visitor
-// who comes another way, over plain HTTP, would lose a cookie that is for HTTPS only.
+// Whether the browser speaks HTTPS: with us, or with something before us that gives the link's host
+// on. A visitor who comes another way, over plain HTTP, would lose a cookie that is for HTTPS only.
 bool IsSecure(const WebRequest& request, const std::string& base_url) {
   return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
 }
