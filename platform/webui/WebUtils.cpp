@@ -1,38 +1,31 @@
 #include "veltweb/WebUtils.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
+
+#include "ModifyTimes.h"
 
 namespace VELT {
 namespace {
 
 constexpr char kWebRoot[] = "/usr/velt/web";
 
-// Nanoseconds since 1970; empty when there is no such file below the web root.
+// Symbolic links below the root are followed, as the web server does that serves the same files.
+bool StaysInRoot(std::string_view path) {
+  return path.starts_with('/') && path.find("/../") == std::string_view::npos &&
+         !path.ends_with("/..");
+}
+
 std::string ModifyTimeOf(std::string_view path) {
+  static ModifyTimes times;
   std::string file;
   file.reserve(sizeof(kWebRoot) + path.size());
   file.append(kWebRoot).append(path);
-  struct stat status;
-  if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-  return std::to_string(std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 +
-                        status.st_mtim.tv_nsec);
-}
-
-// Symbolic links below the root are followed, as the web server does that serves the same files.
-bool StaysInRoot(std::string_view path) {
-  if (path.empty() || path.front() != '/') return false;
-  for (std::size_t begin = 0; begin != std::string_view::npos; begin = path.find('/', begin + 1)) {
-    const std::string_view rest = path.substr(begin + 1);
-    if (rest.substr(0, rest.find('/')) == "..") return false;
-  }
-  return true;
+  return times.Of(file);
 }
 
 }  // namespace
