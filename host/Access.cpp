@@ -23,8 +23,8 @@ std::optional<Identity> LookUp(const std::string& name) {
   return Identity{user->uid, accounts::IsAdministrator(*user)};
 }
 
-// What the user database said within the last second: asking it takes longer than the rest of a short
-// request. Who isn't found is asked for again.
+// What the user database said within the last second: asking it takes longer than the rest of a
+// short request. Who isn't found is asked for again.
 std::optional<Identity> FindIdentity(const std::string& name) {
   using Clock = std::chrono::steady_clock;
   struct Known {

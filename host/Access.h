@@ -10,15 +10,17 @@
 
 namespace VELT::host {
 
-// Fills in the user that the web server logged in. False, changing nothing, when it logged nobody in or
-// the user database doesn't know them. A change of the user database is noticed within a second.
+// Fills in the user that the web server logged in. False, changing nothing, when it logged nobody
+// in or the user database doesn't know them. A change of the user database is noticed within a
+// second.
 bool IdentifyUser(const WebRequest& request, RequestContext& context);
 
-// Whether the visitor session `sid`, which may be anything, holds a legal token for the stored link `entry`.
+// Whether the visitor session `sid`, which may be anything, holds a legal token for the stored link
+// `entry`.
 bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid);
 
-// Whether the caller that `context` describes may call a method with this access. `is_user` tells that
-// IdentifyUser found one.
+// Whether the caller that `context` describes may call a method with this access. `is_user` tells
+// that IdentifyUser found one.
 bool MayCall(const Access& access, const RequestContext& context, bool is_user);
 
 }  // namespace VELT::host

@@ -9,7 +9,8 @@
 namespace VELT::host {
 namespace {
 
-// JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the answer.
+// JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the
+// answer.
 std::string ToText(const Json::Value& value) {
   // Making a writer costs more than writing a short answer.
   static const std::unique_ptr<Json::StreamWriter> writer = [] {

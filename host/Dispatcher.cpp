@@ -178,7 +178,8 @@ std::string Dispatcher::AnswerMethod(const WebRequest& request,
   }
   LogDropped(label, printed);
   if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
-    // Cookies stay: a login that fails after its session was made must not leave the visitor without it.
+    // Cookies stay: a login that fails after its session was made must not leave the visitor
+    // without it.
     state.outcome = ResponseState::Outcome::kError;
     state.error_code = kUnexpectedFailure;
     state.body = "unexpected failure";

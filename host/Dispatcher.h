@@ -13,7 +13,8 @@
 
 namespace VELT::host {
 
-// One request at a time: handlers own standard output and the effective ids of the process meanwhile.
+// One request at a time: handlers own standard output and the effective ids of the process
+// meanwhile.
 class Dispatcher {
  public:
   // All three must outlive it.

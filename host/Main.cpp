@@ -48,8 +48,8 @@ std::string CheckExternalURL(std::string& url) {
   return "must be http:// or https://, a host, and a port if it isn't the usual one";
 }
 
-// In a process of its own: no worker may inherit a database connection. A store that can't be used is
-// told to every request, until somebody repairs it.
+// In a process of its own: no worker may inherit a database connection. A store that can't be used
+// is told to every request, until somebody repairs it.
 void PrepareStore(const Options& options) {
   const pid_t pid = fork();
   if (pid == 0) {

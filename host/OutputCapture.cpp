@@ -14,8 +14,8 @@
 namespace VELT::host {
 namespace {
 
-// The file has its largest size from the start and can't grow, so that a handler that prints without end
-// doesn't fill the memory. Pages that were never written take none.
+// The file has its largest size from the start and can't grow, so that a handler that prints
+// without end doesn't fill the memory. Pages that were never written take none.
 constexpr off_t kFileSize = kLargestOutput + 4096;
 
 }  // namespace

@@ -7,8 +7,8 @@
 namespace VELT::host {
 namespace {
 
-// VELT::sharing::GetSharingPlugin(const std::string&, const std::string&): as C++ function it has no
-// plain name to look up.
+// VELT::sharing::GetSharingPlugin(const std::string&, const std::string&): as C++ function it has
+// no plain name to look up.
 constexpr const char* kGetSharingPlugin =
     "_ZN4VELT7sharing16GetSharingPluginERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES8_";
 

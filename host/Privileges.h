@@ -4,9 +4,9 @@
 
 namespace VELT::host {
 
-// Makes `ids` the effective ids of the process and takes the user's groups on; the real and saved ids stay, so
-// that a handler can come back to them for a stretch. Does nothing where they are in force already.
-// Throws std::system_error.
+// Makes `ids` the effective ids of the process and takes the user's groups on; the real and saved
+// ids stay, so that a handler can come back to them for a stretch. Does nothing where they are in
+// force already. Throws std::system_error.
 void LowerTo(const Ids& ids);
 
 // Whether `ids` are in force.

@@ -27,15 +27,15 @@ struct Method {
 // Constant after Load; several threads may read it.
 class Registry {
  public:
-  // Reads every *.json file of `folder`, each of which names one module, and loads the modules, which
-  // stay loaded until the process ends:
+  // Reads every *.json file of `folder`, each of which names one module, and loads the modules,
+  // which stay loaded until the process ends:
   //
   //   {"library": PATH, absolute or from the file's folder on,
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
   //                 "access": [any of "user", "visitor", "token"], "post_only": BOOL, false if absent}]}
   //
-  // Throws std::runtime_error, whose text says what is wrong with which file. A method that a module has
-  // and its file lacks can't be called.
+  // Throws std::runtime_error, whose text says what is wrong with which file. A method that a
+  // module has and its file lacks can't be called.
   static Registry Load(const std::string& folder);
 
   // Leaves the method in `*method` and returns 0, or returns the framework's error code.

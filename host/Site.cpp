@@ -17,7 +17,8 @@ bool IsPort(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() && port > 0 && port < 65536;
 }
 
-// What stands between the host's brackets, or before its port, looks like the address or name it must be.
+// What stands between the host's brackets, or before its port, looks like the address or name it
+// must be.
 bool IsHost(std::string_view host, bool bracketed) {
   const std::string_view marks = bracketed ? ":." : "-._";
   return !host.empty() && std::all_of(host.begin(), host.end(), [marks](char c) {

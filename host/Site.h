@@ -13,12 +13,12 @@ bool IsPlainHost(const std::string& text);
 // Whether `text` is an http or https URL of a plain host without a path.
 bool IsSiteURL(const std::string& text);
 
-// The address that links begin with: `external_url`, or else the one that the browser used. Empty when
-// its Host header is none or no plain host, for then it can't stand in a link.
+// The address that links begin with: `external_url`, or else the one that the browser used. Empty
+// when its Host header is none or no plain host, for then it can't stand in a link.
 std::string BaseURL(const WebRequest& request, const std::string& external_url);
 
-// Whether the browser says that a page of another site makes this request. Programs that are no browser
-// say nothing.
+// Whether the browser says that a page of another site makes this request. Programs that are no
+// browser say nothing.
 bool IsFromOtherSite(const WebRequest& request, const std::string& base_url);
 
 }  // namespace VELT::host

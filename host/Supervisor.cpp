@@ -62,8 +62,8 @@ int Supervisor::Run() {
   return exit_status_;
 }
 
-// Brings the workers nearer to what they should be. While some are outdated, there is one more than usual:
-// an old one leaves only when its successor is ready.
+// Brings the workers nearer to what they should be. While some are outdated, there is one more than
+// usual: an old one leaves only when its successor is ready.
 void Supervisor::Adjust() {
   if (stopping_) return;
   const auto stays = [](const Worker& worker) { return !worker.leaving; };

@@ -12,16 +12,17 @@ namespace VELT::host {
 // One per process, whose only children are the workers; one thread.
 class Supervisor {
  public:
-  // Run in a child process; returns its exit status. It calls `ready` once it can work, and leaves at
-  // SIGTERM.
+  // Run in a child process; returns its exit status. It calls `ready` once it can work, and leaves
+  // at SIGTERM.
   using WorkerMain = std::function<int(const std::function<void()>& ready)>;
 
   Supervisor(std::size_t count, WorkerMain worker);
 
-  // Keeps `count` workers running until SIGTERM or SIGINT, and returns the exit status of the program when
-  // the last has left. A worker that dies is replaced: at once, or after a pause that grows when they die
-  // young. SIGHUP replaces all of them one by one, each only when the next is ready. When a first worker
-  // ends with kBadConfiguration before any was ready, all are ended and that is returned.
+  // Keeps `count` workers running until SIGTERM or SIGINT, and returns the exit status of the
+  // program when the last has left. A worker that dies is replaced: at once, or after a pause that
+  // grows when they die young. SIGHUP replaces all of them one by one, each only when the next is
+  // ready. When a first worker ends with kBadConfiguration before any was ready, all are ended and
+  // that is returned.
   int Run();
 
  private:

@@ -27,8 +27,8 @@
 namespace VELT::host {
 namespace {
 
-// The descriptor from which the wish to end this worker is read. The signals stay blocked, so that they
-// neither disturb a request in hand nor get lost between two.
+// The descriptor from which the wish to end this worker is read. The signals stay blocked, so that
+// they neither disturb a request in hand nor get lost between two.
 int WatchForTheEnd() {
   std::signal(SIGPIPE, SIG_IGN);  // a client that went away is no reason to end
   std::signal(SIGHUP, SIG_IGN);   // the parent's business
@@ -93,8 +93,8 @@ std::size_t AnnouncedLength(const WebRequest& request) {
   return length;
 }
 
-// A body that is too large is still read to its end: the web server has it in hand, and takes an answer
-// that comes earlier for a failure.
+// A body that is too large is still read to its end: the web server has it in hand, and takes an
+// answer that comes earlier for a failure.
 void ReadBody(FCGX_Stream* input, WebRequest& request) {
   char chunk[16384];
   std::size_t length = 0;
@@ -125,8 +125,9 @@ void WriteAnswer(const FCGX_Request& fcgi, const std::string& answer) {
   FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), fcgi.out);
 }
 
-// Sends what is left of the answer and ends the connection. The library would wait for the web server to
-// close it first, which matters only where bytes of the request are still unread: ours is read to its end.
+// Sends what is left of the answer and ends the connection. The library would wait for the web
+// server to close it first, which matters only where bytes of the request are still unread: ours is
+// read to its end.
 void FinishRequest(FCGX_Request& fcgi) {
   fcgi.keepConnection = 1;
   FCGX_Finish_r(&fcgi);

@@ -7,8 +7,8 @@
 
 namespace VELT::sharing {
 
-// What value.toStyledString() gives, at a fraction of its cost: that makes a writer and a stream for
-// each call, which takes longer than writing a small value.
+// What value.toStyledString() gives, at a fraction of its cost: that makes a writer and a stream
+// for each call, which takes longer than writing a small value.
 std::string StyledJson(const Json::Value& value);
 
 }  // namespace VELT::sharing

@@ -1,5 +1,5 @@
-// What a plugin run costs beside the loader and the library's own function. Run it where the example's files
-// are installed, so that the tags' versions are looked up as on the appliance:
+// What a plugin run costs beside the loader and the library's own function. Run it where the
+// example's files are installed, so that the tags' versions are looked up as on the appliance:
 //
 //   cmake --install build/release --prefix DIR/usr/velt
 //   scripts/in-namespace DIR build/release/bin/bench-plugins

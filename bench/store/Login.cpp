@@ -1,5 +1,5 @@
-// A visitor's login against the same statements by hand, with the same durability, and for a link with
-// a password one bare Argon2id run more. Aims: at most 1.5 and 1.2 times that.
+// A visitor's login against the same statements by hand, with the same durability, and for a link
+// with a password one bare Argon2id run more. Aims: at most 1.5 and 1.2 times that.
 #include "veltsharing/Login.h"
 
 #include <sodium.h>

@@ -2,8 +2,8 @@
 //
 //   {"title": "On the coast", "photos": ["harbour", "hills"]}
 //
-// Without a list it shows all. Everybody sees the title and the number of pictures, a visitor who is
-// logged in the pictures.
+// Without a list it shows all. Everybody sees the title and the number of pictures, a visitor who
+// is logged in the pictures.
 #include <string>
 
 #include "veltplugin/RenderPlugin.h"
@@ -23,8 +23,8 @@ constexpr Photo kPhotos[] = {
     {"lighthouse", "The lighthouse"},
 };
 
-// What the album is to show, as a preview asks for it or as the link keeps it. The owner chose the values,
-// so any may be missing or of a wrong type.
+// What the album is to show, as a preview asks for it or as the link keeps it. The owner chose the
+// values, so any may be missing or of a wrong type.
 Json::Value AlbumOf(const Entry& entry, const Json::Value& extra) {
   if (extra.isObject()) return extra["sharing_preview_params"];
   Json::Value link;

@@ -8,7 +8,8 @@ namespace VELT::sharing {
 enum class AccountCheck { kRight, kWrong, kFailed };
 
 // Asks the PAM service "velt-sharing" whether `password` is the one of the account `name`, which
-// afterwards is the name that PAM knows the account by. kFailed, with a log line: PAM could not tell.
+// afterwards is the name that PAM knows the account by. kFailed, with a log line: PAM could not
+// tell.
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address);
 

@@ -13,8 +13,8 @@
 
 namespace VELT::sharing::db {
 
-// Rolls back unless committed. Under SQLite nobody else writes meanwhile; under PostgreSQL only rows that
-// were read with the dialect's row lock stay as they are.
+// Rolls back unless committed. Under SQLite nobody else writes meanwhile; under PostgreSQL only
+// rows that were read with the dialect's row lock stay as they are.
 class Transaction {
  public:
   explicit Transaction(soci::session& session);
@@ -35,8 +35,8 @@ class Connection {
 
   static Connection& Of(const BaseDB& db) { return *db.connection_; }
 
-  // What `work` returns; false when the database can't be opened or `work` throws, which is logged as
-  // having happened during `task`.
+  // What `work` returns; false when the database can't be opened or `work` throws, which is logged
+  // as having happened during `task`.
   bool Run(const char* task, const Work& work) noexcept;
 
   // Only while Run is at work.

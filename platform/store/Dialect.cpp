@@ -21,8 +21,8 @@ constexpr Dialect kPostgresqlDialect{"begin", " for update",
                                      "bigint generated always as identity primary key",
                                      "text collate \"C\"", ""};
 
-// SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says no.
-// Escaping everything unusual keeps the path out of SOCI's own syntax as well.
+// SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says
+// no. Escaping everything unusual keeps the path out of SOCI's own syntax as well.
 std::string SqliteUri(const std::string& path) {
   std::string uri = "file:";
   for (const char character : path) {

@@ -13,9 +13,9 @@ struct Dialect {
   const char* row_lock;   // ends a select within one, so that nobody changes the row meanwhile
   const char* id_column;  // a primary key whose values never come back
   const char* text_type;  // texts ordered by their bytes
-  // The columns, behind the owner, of the index that serves an owner's lists. In SQLite it holds all
-  // that a list can sort by, so that a page is sorted without touching the table: an owner's rows lie
-  // together in the index but all over the table. PostgreSQL can't index long texts.
+  // The columns, behind the owner, of the index that serves an owner's lists. In SQLite it holds
+  // all that a list can sort by, so that a page is sorted without touching the table: an owner's
+  // rows lie together in the index but all over the table. PostgreSQL can't index long texts.
   const char* list_index;
 };
 

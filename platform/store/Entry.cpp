@@ -44,7 +44,8 @@ std::vector<unsigned int> Entry::get_protect_gids() const {
 }
 
 bool Entry::IsPasswordValid(const std::string& password) const {
-  // A password that could not be hashed is not the empty one; what the record needs is told by Update.
+  // A password that could not be hashed is not the empty one; what the record needs is told by
+  // Update.
   if (!writable_) return false;
   if (password_hash_.empty() || password.empty()) return password_hash_.empty() && password.empty();
   return MatchesPassword(password_hash_, password);

@@ -27,8 +27,8 @@ class EntryRow {
   // Gives the entry the stored link's identity.
   void Identify(record::Entry& entry) const;
 
-  // Bind this row to a statement that stores it, under an id that goes to `new_id`, or that writes it over
-  // the stored link with its id. Both return the statement's text.
+  // Bind this row to a statement that stores it, under an id that goes to `new_id`, or that writes
+  // it over the stored link with its id. Both return the statement's text.
   std::string BindInsert(soci::statement& statement, long long& new_id);
   std::string BindUpdate(soci::statement& statement);
 

@@ -12,12 +12,12 @@ namespace VELT::sharing::db {
 // Prepares a statement whose variables have been exchanged.
 void Prepare(soci::statement& statement, const std::string& text);
 
-// Runs to the end and tells whether there was a row. A read that stopped before its end would keep the
-// database's state of this moment for itself, and a write would not be committed.
+// Runs to the end and tells whether there was a row. A read that stopped before its end would keep
+// the database's state of this moment for itself, and a write would not be committed.
 bool RunToEnd(soci::statement& statement);
 
-// Belongs to the session that it is made for and must end before it. Between two calls no statement is
-// under way, so no other process is held up. Everything throws soci::soci_error.
+// Belongs to the session that it is made for and must end before it. Between two calls no statement
+// is under way, so no other process is held up. Everything throws soci::soci_error.
 class KeptStatements {
  public:
   explicit KeptStatements(soci::session& sql);

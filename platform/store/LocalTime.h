@@ -9,8 +9,8 @@ namespace VELT::sharing {
 
 inline constexpr const char* kTimeFormat = "%Y-%m-%d %H:%M:%S";
 
-// Seconds since 1970 UTC, always above 0. Empty when `text` does not match strptime(3)'s `format` to
-// its end or names a time that never was (30 February, an hour that summer time skips) or was
+// Seconds since 1970 UTC, always above 0. Empty when `text` does not match strptime(3)'s `format`
+// to its end or names a time that never was (30 February, an hour that summer time skips) or was
 // before 1970 was a second old.
 std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* format);
 

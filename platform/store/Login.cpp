@@ -1,8 +1,8 @@
 // How a visitor gets in. All checks that need no secret are made first, within the transaction that
 // would let the visitor in. Where a secret is needed, the transaction ends, the secret is checked
-// (which takes long and must hold up nobody), and a second transaction makes the same checks again and
-// writes down what came of it. The link's revision tells whether the secret was checked against the
-// link as it is then.
+// (which takes long and must hold up nobody), and a second transaction makes the same checks again
+// and writes down what came of it. The link's revision tells whether the secret was checked against
+// the link as it is then.
 #include "veltsharing/Login.h"
 
 #include <syslog.h>

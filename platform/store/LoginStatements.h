@@ -8,20 +8,21 @@
 
 namespace VELT::sharing::db {
 
-// Belongs to the session that it is made for and must end before it. Everything throws soci::soci_error.
+// Belongs to the session that it is made for and must end before it. Everything throws
+// soci::soci_error.
 class LoginStatements {
  public:
   explicit LoginStatements(soci::session& sql);
   LoginStatements(const LoginStatements&) = delete;
   LoginStatements& operator=(const LoginStatements&) = delete;
 
-  // The link with this hash, locked until the transaction's end where the database locks rows; null when
-  // there is none. Valid until the next call.
+  // The link with this hash, locked until the transaction's end where the database locks rows; null
+  // when there is none. Valid until the next call.
   const EntryRow* LockLink(const std::string& hash);
   // Counts a visit of the link. False, counting nothing, when it has none left.
   bool CountVisit(long long link);
-  // Returns the new session's id. Sessions that were not used after `unused_since` go, so that visitors
-  // fill nothing up where nobody asks for a purge.
+  // Returns the new session's id. Sessions that were not used after `unused_since` go, so that
+  // visitors fill nothing up where nobody asks for a purge.
   long long InsertSession(const std::string& sid_hash, const std::string& address, long long now,
                           long long unused_since);
   // Also moves a token that the session has already to `address`.

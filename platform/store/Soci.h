@@ -1,5 +1,6 @@
-// SOCI without its extras for Boost's types, which Debian's configuration switches on but whose headers
-// its package does not bring. They are templates in headers only, so the library does not mind.
+// SOCI without its extras for Boost's types, which Debian's configuration switches on but whose
+// headers its package does not bring. They are templates in headers only, so the library does not
+// mind.
 #pragma once
 
 #include <soci/soci-config.h>

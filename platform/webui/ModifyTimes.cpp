@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t kMostFiles = 64;
 constexpr std::chrono::seconds kPathTrusted{1};
 
-// File systems round their times, to two seconds at worst, so a second change may leave no mark on a
-// file until then.
+// File systems round their times, to two seconds at worst, so a second change may leave no mark on
+// a file until then.
 constexpr std::chrono::seconds kCoarsestTime{2};
 
 std::string TextOf(const timespec& time) {

@@ -12,9 +12,10 @@
 
 namespace VELT {
 
-// Asking an open file costs a third of looking its path up, so files stay open, a few dozen at most.
-// It is noticed at once when a file is edited, replaced, moved or removed, and within a second when
-// a folder above it is exchanged or a symbolic link turned. Several threads may call it at once.
+// Asking an open file costs a third of looking its path up, so files stay open, a few dozen at
+// most. It is noticed at once when a file is edited, replaced, moved or removed, and within a
+// second when a folder above it is exchanged or a symbolic link turned. Several threads may call it
+// at once.
 class ModifyTimes {
  public:
   // In nanoseconds since 1970; empty when there is no such regular file.

@@ -1,4 +1,5 @@
-// Anything as query, cookies, language, host and body: what is let through must be clean and within limits.
+// Anything as query, cookies, language, host and body: what is let through must be clean and within
+// limits.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// A store in a fresh place, a clock that is set by hand, and short verbs. After each test no log line may
-// hold a secret, nor the database's files one in clear.
+// A store in a fresh place, a clock that is set by hand, and short verbs. After each test no log
+// line may hold a secret, nor the database's files one in clear.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -59,7 +59,8 @@ class StoreTest : public testing::TestWithParam<std::string> {
             const std::string& account = "");
   bool MayEnter(const Visitor& visitor, const Entry& link);
 
-  // Runs `work` in each of `count` new processes at once; returns what they returned, 0 to 127 each.
+  // Runs `work` in each of `count` new processes at once; returns what they returned, 0 to 127
+  // each.
   std::vector<int> InProcesses(int count, const std::function<int(int)>& work) const;
 
   static std::int64_t now_;

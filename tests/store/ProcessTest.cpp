@@ -52,7 +52,8 @@ TEST_P(ProcessTest, OneOfTenDeletesSucceeds) {
   EXPECT_EQ(std::accumulate(deleted.begin(), deleted.end(), 0), 1);
 }
 
-// The account's check blocks on a pipe that stands for PAM's files, so that the change comes in between.
+// The account's check blocks on a pipe that stands for PAM's files, so that the change comes in
+// between.
 TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
   const Entry link = Make(ForUsers({"bob"}, {}));
   const std::string pipe = folder_ + "/passdb";

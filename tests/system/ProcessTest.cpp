@@ -54,7 +54,8 @@ TEST(Process, ChildStartsWithoutBlockedOrIgnoredSignals) {
   sigaddset(&blocked, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &blocked, &before);
   const auto old_action = std::signal(SIGPIPE, SIG_IGN);
-  // Beyond the standard signals stand two of the C library's own, which nothing outside it may touch.
+  // Beyond the standard signals stand two of the C library's own, which nothing outside it may
+  // touch.
   FILE* stream = VLIBCPopen("/bin/grep", "r", "-cE", "^Sig(Blk|Ign):.[0-9a-f]{9}0000000$",
                             "/proc/self/status", nullptr);
   std::signal(SIGPIPE, old_action);

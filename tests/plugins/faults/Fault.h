@@ -1,4 +1,5 @@
-// Both functions of a plugin library, with one body: it may use `result` and `is_page`, which tells them apart.
+// Both functions of a plugin library, with one body: it may use `result` and `is_page`, which tells
+// them apart.
 #pragma once
 
 #include <string>

@@ -7,18 +7,20 @@
 
 namespace VELT::sharing::db {
 
-// Filled by the caller, applied by EntryDB::Count and Query. The field names are those of Entry::ToJSON
-// but for its lists and objects and what it makes when it is called: "owner_user", "has_password" and
-// "status", which changes by itself and so could not order pages. Any other name makes Count and Query fail.
-// The two types are ordered as their texts are listed, not by the alphabet, times and texts by value with
-// the empty first. Asking for the same thing twice asks for it once.
+// Filled by the caller, applied by EntryDB::Count and Query. The field names are those of
+// Entry::ToJSON but for its lists and objects and what it makes when it is called: "owner_user",
+// "has_password" and "status", which changes by itself and so could not order pages. Any other name
+// makes Count and Query fail. The two types are ordered as their texts are listed, not by the
+// alphabet, times and texts by value with the empty first. Asking for the same thing twice asks for
+// it once.
 class Condition {
  public:
   // Keep only links whose field `key` has `value`, in text form. All of several must hold.
   void Where(const std::string& key, const std::string& value);
   // Order by `field`; equal values are ordered by id. Of several the first weighs most.
   void OrderBy(const std::string& field, bool ascending);
-  // At most `limit` links from the zero-based `offset` on; negative: from the first, without a limit.
+  // At most `limit` links from the zero-based `offset` on; negative: from the first, without a
+  // limit.
   void Limit(int offset, int limit);
 
  private:

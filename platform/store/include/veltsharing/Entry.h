@@ -47,9 +47,9 @@ class Entry {
   void set_enabled(const bool& enabled) { enabled_ = enabled; }
   void set_auto_gc(const bool& auto_gc) { auto_gc_ = auto_gc; }
   void set_enable_match_ip(bool match) { enable_match_ip_ = match; }
-  // `text` is the appliance's local time in strptime(3)'s `format`; empty: no limit. A text that does
-  // not parse whole, or names no real time, leaves the record unwritable: Update and CreateWithHash
-  // then return false.
+  // `text` is the appliance's local time in strptime(3)'s `format`; empty: no limit. A text that
+  // does not parse whole, or names no real time, leaves the record unwritable: Update and
+  // CreateWithHash then return false.
   void set_start_at_str(const std::string& text, const char* format);
   void set_expire_at_str(const std::string& text, const char* format);
   // The number of visits that the link serves; 0: no limit.

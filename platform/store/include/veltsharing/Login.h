@@ -12,18 +12,21 @@ struct _tag_sharing_login_params {  // NOLINT(bugprone-reserved-identifier): cal
   const char* sid;  // the visitor's session so far; null: none
 };
 
-// Checks the visitor's credentials against the link and, when they are right, makes a token for it in a
-// new session, whose id is left in `sid` (untouched otherwise); the session of `params` ends and its
-// other tokens move along. `flag` must be false. Needs the right to check the appliance's passwords (PAM).
+// Checks the visitor's credentials against the link and, when they are right, makes a token for it
+// in a new session, whose id is left in `sid` (untouched otherwise); the session of `params` ends
+// and its other tokens move along. `flag` must be false. Needs the right to check the appliance's
+// passwords (PAM).
 //
-// A visit is a login that makes a new token: a session that holds a legal one for the link gets in again,
-// under a new id but with the right credentials, without using up a visit, also where none is left.
+// A visit is a login that makes a new token: a session that holds a legal one for the link gets in
+// again, under a new id but with the right credentials, without using up a visit, also where none
+// is left.
 //
-// Returns 1: logged in; -2: wrong account or password; -3: no such link, or it is disabled, not started,
-// expired or its owner gone; -8: the address is denied, or blocked after ten wrong guesses; -9: wrong link
-// password; -10: the account is not listed; -11: no visit left; -1: internal failure. Never throws.
+// Returns 1: logged in; -2: wrong account or password; -3: no such link, or it is disabled, not
+// started, expired or its owner gone; -8: the address is denied, or blocked after ten wrong
+// guesses; -9: wrong link password; -10: the account is not listed; -11: no visit left; -1:
+// internal failure. Never throws.
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag);
 
-// Ends the visitor session `sid`, its tokens for other links included, if it holds one for the link.
-// Non-zero on success; zero when there was no such session.
+// Ends the visitor session `sid`, its tokens for other links included, if it holds one for the
+// link. Non-zero on success; zero when there was no such session.
 int VeltSharingLogout(const std::string& sharing_id, const std::string& sid);

@@ -10,8 +10,8 @@ class TokenDB;
 
 namespace VELT::sharing::record {
 
-// Made by a visitor's login, ended by logout or 24 hours without use. A value type; one object belongs
-// to one thread at a time.
+// Made by a visitor's login, ended by logout or 24 hours without use. A value type; one object
+// belongs to one thread at a time.
 class Session {
  public:
   // The session existed and was alive when it was read.

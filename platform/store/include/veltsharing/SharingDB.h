@@ -31,15 +31,15 @@ class BaseDB {
   std::unique_ptr<Connection> connection_;
 };
 
-// The database that StoreOptions.h names, opened at first use in each process. One thread per process
-// uses it; processes share it freely.
+// The database that StoreOptions.h names, opened at first use in each process. One thread per
+// process uses it; processes share it freely.
 class SharingDB : public BaseDB {
  public:
   // Never null. Owned by the library.
   static SharingDB* Instance();
 
-  // The database is open, of a schema that this library knows, and answers. One that is not is tried
-  // again at the next call, so a database that comes back is used again.
+  // The database is open, of a schema that this library knows, and answers. One that is not is
+  // tried again at the next call, so a database that comes back is used again.
   bool IsGood() const;
 
  private:
@@ -47,8 +47,8 @@ class SharingDB : public BaseDB {
   ~SharingDB();
 };
 
-// Operations return false when nothing is found and on any failure, which is logged; an output record is
-// then left empty. True means that the change is committed.
+// Operations return false when nothing is found and on any failure, which is logged; an output
+// record is then left empty. True means that the change is committed.
 class EntryDB {
  public:
   explicit EntryDB(BaseDB& db);
@@ -57,12 +57,12 @@ class EntryDB {
   EntryDB& operator=(const EntryDB&) = delete;
 
   bool GetByHash(const std::string& hash, record::Entry& entry);
-  // Stores the entry as a new link and gives it a new id and hash, which stand in the entry afterwards.
-  // A failed call leaves the entry as it was.
+  // Stores the entry as a new link and gives it a new id and hash, which stand in the entry
+  // afterwards. A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
-  // Writes every field of the entry but its visits over the stored link with the same id. False when
-  // that link is gone or was updated since the entry was read: of two who change a link at once, one is told.
-  // The entry is not one to update again; read it anew.
+  // Writes every field of the entry but its visits over the stored link with the same id. False
+  // when that link is gone or was updated since the entry was read: of two who change a link at
+  // once, one is told. The entry is not one to update again; read it anew.
   bool Update(const record::Entry& entry);
   // Removes the link and its visitors' tokens. False when it is gone already.
   bool Delete(const record::Entry& entry);

@@ -14,17 +14,18 @@ struct StoreOptions {
   std::function<std::int64_t()> clock;
 };
 
-// To be called before the first use of SharingDB in a process, and by tests to move on to another database:
-// an open connection is closed.
+// To be called before the first use of SharingDB in a process, and by tests to move on to another
+// database: an open connection is closed.
 void ConfigureStore(StoreOptions options);
 
 // The address of the visitor whose request is served from now on, as text; empty: none.
 void SetVisitorAddress(const std::string& address);
 
-// For a first start: creates the database of the options, empty, schema included, unless there is one; its
-// folder, or the PostgreSQL database, must exist. An SQLite file belongs to the process's effective user, is
-// closed again and readable to nobody else, so this is called with the ids that the workers have. False, with
-// a log line, when it could not. Nothing else ever creates a database.
+// For a first start: creates the database of the options, empty, schema included, unless there is
+// one; its folder, or the PostgreSQL database, must exist. An SQLite file belongs to the process's
+// effective user, is closed again and readable to nobody else, so this is called with the ids that
+// the workers have. False, with a log line, when it could not. Nothing else ever creates a
+// database.
 bool CreateStore();
 
 }  // namespace VELT::sharing

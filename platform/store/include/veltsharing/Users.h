@@ -9,12 +9,12 @@ struct VELTUSER;
 
 namespace VELT::sharing {
 
-// Adds the ids of the groups that `user` belongs to, its primary group included. False, adding nothing,
-// when `user` is null.
+// Adds the ids of the groups that `user` belongs to, its primary group included. False, adding
+// nothing, when `user` is null.
 bool UserGroupsGet(const VELTUSER* user, std::set<unsigned int>& gids);
 
-// Splits `text` at every `delimiter` into `pieces`, whose earlier content is lost; empty pieces are kept.
-// False, leaving `pieces` empty, when the delimiter is null or empty.
+// Splits `text` at every `delimiter` into `pieces`, whose earlier content is lost; empty pieces are
+// kept. False, leaving `pieces` empty, when the delimiter is null or empty.
 bool StringExplode(std::vector<std::string>& pieces, const std::string& text,
                    const char* delimiter);
 

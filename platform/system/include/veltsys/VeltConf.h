@@ -1,4 +1,5 @@
-// The appliance's settings, a file of `key="value"` lines (see KeyFile.h) at /usr/velt/etc/velt.conf.
+// The appliance's settings, a file of `key="value"` lines (see KeyFile.h) at
+// /usr/velt/etc/velt.conf.
 #pragma once
 
 #include <map>

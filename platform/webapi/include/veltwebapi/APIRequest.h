@@ -15,8 +15,9 @@ struct RequestContext;
 
 // Read-only; lives for one handler call and belongs to the framework. One thread at a time.
 //
-// A parameter of a JSON body keeps its JSON type. A form-encoded one has no type of its own and takes
-// the reader's: as a string it is the text as it stands, for every other type the text parsed as JSON.
+// A parameter of a JSON body keeps its JSON type. A form-encoded one has no type of its own and
+// takes the reader's: as a string it is the text as it stands, for every other type the text parsed
+// as JSON.
 class APIRequest {
  public:
   // For the host: see RequestContext.h. The context is taken over.

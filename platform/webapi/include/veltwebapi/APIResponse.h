@@ -25,10 +25,10 @@ class APIResponse {
   // False: nothing of the above is sent; the module's standard output, header included, is.
   void SetEnableOutput(bool enable);
 
-  // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an empty
-  // `domain` is this host only. HttpOnly and SameSite=Lax are always set, and Secure on HTTPS, whatever
-  // the two flags say. Returns false, adding nothing, when a text holds a control character, ';' or ','
-  // or the name is empty.
+  // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an
+  // empty `domain` is this host only. HttpOnly and SameSite=Lax are always set, and Secure on
+  // HTTPS, whatever the two flags say. Returns false, adding nothing, when a text holds a control
+  // character, ';' or ',' or the name is empty.
   bool AddCookie(const std::string& path, const std::string& name, const std::string& value,
                  long lifetime, const std::string& domain, bool secure, bool http_only);
 

@@ -16,7 +16,8 @@ struct RawParameter {
 };
 
 struct RequestContext {
-  // The uid of a request that no user made. It is not 0xFFFFFFFF, which the store takes for every owner.
+  // The uid of a request that no user made. It is not 0xFFFFFFFF, which the store takes for every
+  // owner.
   static constexpr unsigned int kNobody = 0xFFFFFFFE;
 
   std::map<std::string, RawParameter> parameters;

@@ -22,7 +22,8 @@ class InitDataHandler {
   InitDataHandler(const InitDataHandler&) = delete;
   InitDataHandler& operator=(const InitDataHandler&) = delete;
 
-  // "configured": whether the appliance's first set-up is done; the setting of that name, "yes" without one.
+  // "configured": whether the appliance's first set-up is done; the setting of that name, "yes"
+  // without one.
   virtual void InitAssistant(Json::Value& data);
   // "external_url": the base of link addresses, when the request tells it.
   virtual void InitExternalService(Json::Value& data);
