@@ -32,7 +32,8 @@ class Registry {
   //
   //   {"library": PATH, absolute or from the file's folder on,
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
-  //                 "access": [any of "user", "visitor", "token"], "post_only": BOOL, false if absent}]}
+  //                 "access": [any of "user", "visitor", "token"],
+  //                 "post_only": BOOL, false if absent}]}
   //
   // Throws std::runtime_error, whose text says what is wrong with which file. A method that a
   // module has and its file lacks can't be called.

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 #include <cstddef>
-#include <cstdint>
+#include <utility>
 
 namespace VELT {
 namespace {
@@ -16,43 +16,61 @@ constexpr std::chrono::seconds kPathTrusted{1};
 constexpr std::chrono::seconds kCoarsestTime{2};
 
 std::string TextOf(const timespec& time) {
-  return std::to_string(std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec);
+  const std::string nanoseconds = std::to_string(1'000'000'000 + time.tv_nsec);
+  return std::to_string(time.tv_sec) + nanoseconds.substr(1);
 }
 
-bool IsSettled(const timespec& changed) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::seconds(changed.tv_sec) + kCoarsestTime < now;
+// Writing to a file and removing a name of it touch its change time (inode(7)), as in practice does
+// moving it.
+bool IsUnchanged(const struct stat& before, const struct stat& now) {
+  return before.st_dev == now.st_dev && before.st_ino == now.st_ino &&
+         before.st_ctim.tv_sec == now.st_ctim.tv_sec &&
+         before.st_ctim.tv_nsec == now.st_ctim.tv_nsec;
 }
 
 }  // namespace
 
-ModifyTimes::OpenFile::OpenFile(Descriptor& file, const struct stat& status, Clock::time_point now)
-    : descriptor(file.Release()),
-      changed(status.st_ctim),
-      modify_time(TextOf(status.st_mtim)),
-      looked_up(now) {}
+ModifyTimes::ModifyTimes(std::string root, std::function<TimePoint()> clock)
+    : root_(std::move(root)), clock_(std::move(clock)) {}
 
-// Writing to a file, moving it and removing a name of it all touch its change time (inode(7)).
-bool ModifyTimes::OpenFile::IsUnchanged(Clock::time_point now) const {
-  struct stat status;
-  return now - looked_up < kPathTrusted && fstat(descriptor.get(), &status) == 0 &&
-         status.st_ctim.tv_sec == changed.tv_sec && status.st_ctim.tv_nsec == changed.tv_nsec;
-}
-
-std::string ModifyTimes::Of(const std::string& path) {
-  const Clock::time_point now = Clock::now();
+std::string ModifyTimes::Of(std::string_view path) {
   const std::lock_guard lock(mutex_);
+  const TimePoint now = clock_();
   const auto known = files_.find(path);
+  if (known != files_.end() && IsCurrent(known->second, now)) return known->second.modify_time;
+
+  struct stat status;
+  const bool exists =
+      stat(std::string(root_).append(path).c_str(), &status) == 0 && S_ISREG(status.st_mode);
   if (known != files_.end()) {
-    if (known->second.IsUnchanged(now)) return known->second.modify_time;
+    if (exists && IsUnchanged(known->second.status, status)) {
+      known->second.looked_up = now;
+      return known->second.modify_time;
+    }
     files_.erase(known);
   }
-  Descriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!exists) return "";
+  Keep(path, status, now);
+  return TextOf(status.st_mtim);
+}
+
+// A clock that was set back tells nothing about how long ago a path was looked up.
+bool ModifyTimes::IsCurrent(const OpenFile& file, TimePoint now) {
   struct stat status;
-  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-  if (!IsSettled(status.st_ctim)) return TextOf(status.st_mtim);
+  return now >= file.looked_up && now - file.looked_up < kPathTrusted &&
+         fstat(file.descriptor.get(), &status) == 0 && IsUnchanged(file.status, status);
+}
+
+void ModifyTimes::Keep(std::string_view path, const struct stat& status, TimePoint now) {
+  if (std::chrono::seconds(status.st_ctim.tv_sec) + kCoarsestTime >= now.time_since_epoch()) return;
+  struct stat root;
+  if (stat(root_.c_str(), &root) != 0 || root.st_dev != status.st_dev) return;
+  Descriptor file(open(std::string(root_).append(path).c_str(), O_PATH | O_CLOEXEC));
+  struct stat opened;
+  if (fstat(file.get(), &opened) != 0 || !IsUnchanged(status, opened)) return;
   if (files_.size() == kMostFiles) files_.clear();
-  return files_.try_emplace(path, file, status, now).first->second.modify_time;
+  files_.try_emplace(std::string(path),
+                     OpenFile{std::move(file), status, TextOf(status.st_mtim), now});
 }
 
 }  // namespace VELT

@@ -12,8 +12,6 @@
 namespace VELT {
 namespace {
 
-constexpr char kWebRoot[] = "/usr/velt/web";
-
 // Symbolic links below the root are followed, as the web server does that serves the same files.
 bool StaysInRoot(std::string_view path) {
   return path.starts_with('/') && path.find("/../") == std::string_view::npos &&
@@ -21,11 +19,8 @@ bool StaysInRoot(std::string_view path) {
 }
 
 std::string ModifyTimeOf(std::string_view path) {
-  static ModifyTimes times;
-  std::string file;
-  file.reserve(sizeof(kWebRoot) + path.size());
-  file.append(kWebRoot).append(path);
-  return times.Of(file);
+  static ModifyTimes times("/usr/velt/web");
+  return times.Of(path);
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 //
 // Whose is what:
 //   entry    borrowed for the call. Its `get_` operations and ToJSON may be used.
-//   status   borrowed for the call. Never null; its text is the caller's own and may be anything, so
-//            don't build on its values.
+//   status   borrowed for the call. Never null; its text is the caller's own and may be anything,
+//            so don't build on its values.
 //   extra    borrowed for the call. What a preview of a link that isn't stored was asked to show,
 //            else null.
 //   result   the caller's, null at first; the function fills it. The caller uses and frees it after

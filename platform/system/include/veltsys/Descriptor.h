@@ -10,6 +10,7 @@ namespace VELT {
 class Descriptor {
  public:
   explicit Descriptor(int fd = -1) : fd_(fd) {}
+  Descriptor(Descriptor&& other) noexcept : fd_(other.Release()) {}
   ~Descriptor() { Close(); }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;

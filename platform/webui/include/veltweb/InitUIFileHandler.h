@@ -9,8 +9,8 @@
 //   config.json            an object; each member describes one class "<vendor>.<group>.<Name>" of
 //                          the module
 //   *.css                  its stylesheets
-//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands in
-//                          for whole languages and single texts that are missing
+//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands
+//                          in for whole languages and single texts that are missing
 // Names of folders and stylesheets hold letters, digits, '-', '_', and stylesheets' also '.';
 // others are passed over. A file that is missing, larger than 1 MiB, not JSON or no object counts
 // as not there; without config.json there is no module. So does a JSON file that is a symbolic
