@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <thread>
 #include <vector>
 
 #include "sharing/Plugins.h"
@@ -75,6 +76,8 @@ void Compare(const char* plugin, const char* symbol, const char* state) {
 }  // namespace
 
 int main() {
+  // Files that were installed this moment would be looked up at every run.
+  std::this_thread::sleep_for(std::chrono::seconds(3));
   for (const bool resident : {false, true}) {
     void* library = resident ? dlopen(VELT_PHOTO_ALBUM, RTLD_LAZY) : nullptr;
     const char* state = resident ? "resident" : "not resident";
