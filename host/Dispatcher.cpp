@@ -100,7 +100,6 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
 
 std::string Dispatcher::Answer(const WebRequest& request) {
   const Address address = AddressOf(request);
-  const std::string verb = request.Variable("REQUEST_METHOD");
   const bool is_owner = address.kind == Address::Kind::kOwner;
   // What the store does for an owner is bound to no address.
   sharing::SetVisitorAddress(is_owner ? std::string() : request.Variable("REMOTE_ADDR"));
@@ -110,6 +109,7 @@ std::string Dispatcher::Answer(const WebRequest& request) {
     case Address::Kind::kVisitor:
       return AnswerApi(request, &address.link);
     case Address::Kind::kPage: {
+      const std::string verb = request.Variable("REQUEST_METHOD");
       if (verb != "GET" && verb != "HEAD") {
         return PlainAnswer("405 Method Not Allowed", "This address is for reading.");
       }

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "Limits.h"
@@ -25,29 +26,11 @@ std::string_view NextPiece(std::string_view& text, char separator) {
   return piece;
 }
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
-bool DecodePercent(std::string_view text, std::string& decoded) {
-  decoded.clear();
-  decoded.reserve(text.size());
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    if (text[index] != '%') {
-      decoded += text[index] == '+' ? ' ' : text[index];
-      continue;
-    }
-    if (text.size() - index < 3) return false;
-    const int high = HexDigit(text[index + 1]);
-    const int low = HexDigit(text[index + 2]);
-    if (high < 0 || low < 0) return false;
-    decoded += static_cast<char>(high * 16 + low);
-    index += 2;
-  }
-  return IsCleanText(decoded);
+// application/x-www-form-urlencoded: a plus sign stands for a blank.
+bool DecodeText(std::string_view text, std::string& decoded) {
+  std::string spaced(text);
+  std::replace(spaced.begin(), spaced.end(), '+', ' ');
+  return DecodePercent(spaced, decoded);
 }
 
 std::string ReadForm(std::string_view text, const char* place, Parameters& parameters) {
@@ -87,7 +70,7 @@ bool DecodeForm(std::string_view text, std::vector<std::pair<std::string, std::s
     if (piece.empty()) continue;
     if (pairs.size() == kMostParameters) return false;
     auto& [name, value] = pairs.emplace_back();
-    if (!DecodePercent(NextPiece(piece, '='), name) || !DecodePercent(piece, value)) return false;
+    if (!DecodeText(NextPiece(piece, '='), name) || !DecodeText(piece, value)) return false;
   }
   return true;
 }

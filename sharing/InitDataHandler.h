@@ -32,8 +32,7 @@ class InitDataHandler : public ::InitDataHandler {
 
   // Adds to the object `data`: the UI modules that a visitor may load ("JSConfig", "CSSFiles",
   // "Strings"), "Session", empty "UserSettings" and "GroupSettings", the base's services and
-  // privileges, and the link
-  // ("Sharing"). `flag` goes to the UI file loader.
+  // privileges, and the link ("Sharing"). `flag` goes to the UI file loader.
   void InitDesktop(Json::Value& data, bool flag) override;
   Json::Value GetUserSettings() override;
   Json::Value GetGroupSettings() override;

@@ -20,11 +20,8 @@ Json::Value ToArray(const std::vector<std::string>& texts) {
 }  // namespace
 
 std::string Entry::get_owner_user() const {
-  VELTUSER* user = nullptr;
-  std::string name;
-  if (VELTUserGetByUID(owner_uid_, &user) == 0) name = user->name;
-  VELTUserFree(user);
-  return name;
+  const auto owner = accounts::FindUser(owner_uid_);
+  return owner ? owner->name : "";
 }
 
 std::vector<unsigned int> Entry::get_protect_uids() const {
@@ -44,9 +41,9 @@ std::vector<unsigned int> Entry::get_protect_gids() const {
 }
 
 bool Entry::IsPasswordValid(const std::string& password) const {
-  // A password that could not be hashed is not the empty one; what the record needs is told by
+  // A password that could not be hashed is not the empty one; that it can't be stored is told by
   // Update.
-  if (!writable_) return false;
+  if (password_refused_) return false;
   if (password_hash_.empty() || password.empty()) return password_hash_.empty() && password.empty();
   return MatchesPassword(password_hash_, password);
 }
@@ -67,7 +64,7 @@ void Entry::set_protect_password(const std::string& password, bool plain,
                                  PasswordEncryptAlgo algo) {
   const bool known = plain && algo == PasswordEncryptAlgo::kArgon2id && IsCleanText(password);
   password_hash_ = known && !password.empty() ? HashPassword(password) : std::string();
-  writable_ = writable_ && known && password_hash_.empty() == password.empty();
+  password_refused_ = !known || password_hash_.empty() != password.empty();
 }
 
 void Entry::ToJSON(Json::Value& out) const {

@@ -7,12 +7,6 @@
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {
-namespace {
-
-constexpr std::uint32_t kEveryOwner = 0xFFFFFFFF;
-
-}  // namespace
-
 EntryDB::EntryDB(BaseDB& db) : db_(db), condition_(std::make_unique<Condition>()) {}
 EntryDB::~EntryDB() = default;
 
@@ -97,9 +91,7 @@ bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string&
       statement.exchange(soci::use(project, "project"));
     }
     Transaction transaction(sql);
-    statement.alloc();
-    statement.prepare(text);
-    statement.define_and_bind();
+    Prepare(statement, text);
     statement.execute(true);
     PurgeVisitors(sql, now);
     transaction.Commit();

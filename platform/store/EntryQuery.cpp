@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "EntryRow.h"
+#include "KeptStatements.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "TypeTexts.h"
@@ -142,9 +143,7 @@ void EntryQuery::Count(soci::session& sql, int& n) const {
   long long count = 0;
   statement.exchange(soci::into(count));
   Bind(statement);
-  statement.alloc();
-  statement.prepare("select count(*) from link" + where_);
-  statement.define_and_bind();
+  Prepare(statement, "select count(*) from link" + where_);
   statement.execute(true);
   n = static_cast<int>(std::min<long long>(count, std::numeric_limits<int>::max()));
 }
@@ -166,9 +165,7 @@ void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) co
     statement.exchange(soci::use(limit, "limit"));
     statement.exchange(soci::use(offset_, "offset"));
   }
-  statement.alloc();
-  statement.prepare(text + order_);
-  statement.define_and_bind();
+  Prepare(statement, text + order_);
   statement.execute();
   while (statement.fetch()) entries.push_back(row.ToEntry());
 }

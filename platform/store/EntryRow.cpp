@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "KeptStatements.h"
 #include "veltsys/JsonText.h"
 #include "veltsys/Text.h"
 
@@ -13,8 +14,6 @@ namespace VELT::sharing::db {
 namespace {
 
 using record::Entry;
-
-constexpr unsigned int kEveryOwner = 0xFFFFFFFF;
 
 std::string WriteJson(const Json::Value& value) {
   static const Json::StreamWriterBuilder builder = [] {
@@ -64,10 +63,11 @@ bool AreClean(const std::vector<std::string>& texts) {
 }  // namespace
 
 std::optional<EntryRow> EntryRow::From(const Entry& entry) {
-  if (!entry.writable_ || entry.owner_uid_ == kEveryOwner || !IsCleanText(entry.project_name_) ||
-      !IsCleanText(entry.protect_title_) || !IsCleanText(entry.redirect_uri_) ||
-      !AreClean(entry.protect_users_) || !AreClean(entry.protect_groups_) ||
-      !IsStorableJson(entry.app_) || !IsStorableJson(entry.private_data_)) {
+  if (!entry.writable_ || entry.password_refused_ || entry.owner_uid_ == kEveryOwner ||
+      !IsCleanText(entry.project_name_) || !IsCleanText(entry.protect_title_) ||
+      !IsCleanText(entry.redirect_uri_) || !AreClean(entry.protect_users_) ||
+      !AreClean(entry.protect_groups_) || !IsStorableJson(entry.app_) ||
+      !IsStorableJson(entry.private_data_)) {
     syslog(LOG_ERR, "sharing store: a link holds a value that can't be stored");
     return std::nullopt;
   }
@@ -99,9 +99,7 @@ std::optional<EntryRow> EntryRow::FindById(soci::session& sql, long long id) {
   soci::statement statement(sql);
   row.ReadFrom(statement);
   statement.exchange(soci::use(id));
-  statement.alloc();
-  statement.prepare(Select() + " where id = :id");
-  statement.define_and_bind();
+  Prepare(statement, Select() + " where id = :id");
   if (!statement.execute(true)) return std::nullopt;
   return row;
 }

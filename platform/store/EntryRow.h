@@ -1,6 +1,7 @@
 // One row of the table of links, as it is stored.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,9 @@
 #include "veltsharing/Entry.h"
 
 namespace VELT::sharing::db {
+
+// An owner's uid that no account has: it asks for everybody's links.
+inline constexpr std::uint32_t kEveryOwner = 0xFFFFFFFF;
 
 class EntryRow {
  public:

@@ -5,7 +5,7 @@
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "veltsharing/SharingDB.h"
-#include "veltsys/User.h"
+#include "veltsys/Accounts.h"
 
 namespace VELT::sharing::db {
 namespace {
@@ -49,12 +49,7 @@ std::optional<std::string> FindToken(soci::session& sql, long long session, long
   return address;
 }
 
-bool OwnerExists(long long uid) {
-  VELTUSER* user = nullptr;
-  const bool exists = VELTUserGetByUID(static_cast<uid_t>(uid), &user) == 0;
-  VELTUserFree(user);
-  return exists;
-}
+bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(uid)).has_value(); }
 
 void PurgeVisitors(soci::session& sql, std::int64_t now) {
   const long long unused_since = now - kSessionLife;

@@ -15,6 +15,12 @@ std::optional<VELTUSER> FindUser(const std::string& name) {
   });
 }
 
+std::optional<VELTUSER> FindUser(uid_t uid) {
+  return FindUserBy([uid](passwd* record, char* buffer, std::size_t size, passwd** found) {
+    return getpwuid_r(uid, record, buffer, size, found);
+  });
+}
+
 std::optional<gid_t> FindGroup(const std::string& name) {
   std::optional<gid_t> id;
   LookUp<group>(

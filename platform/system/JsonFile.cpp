@@ -9,16 +9,12 @@
 
 #include "veltsys/Descriptor.h"
 #include "veltsys/JsonText.h"
+#include "veltsys/Text.h"
 
 namespace VELT {
 namespace {
 
 constexpr off_t kLargestFile = off_t{1024} * 1024;
-
-bool IsPlainName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of(std::string("/\0", 2)) == std::string::npos;
-}
 
 // One byte more than the file's `size` is asked for: a file that grows meanwhile is refused.
 bool ReadAll(int fd, std::size_t size, std::string& text) {
@@ -38,7 +34,7 @@ bool ReadAll(int fd, std::size_t size, std::string& text) {
 }  // namespace
 
 Json::Value ReadJsonFile(const std::string& folder, const std::string& name) {
-  if (!IsPlainName(name) || folder.find('\0') != std::string::npos) return {};
+  if (!IsFileName(name) || folder.find('\0') != std::string::npos) return {};
   const Descriptor directory(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() < 0) return {};
   // O_NONBLOCK: opening a FIFO that stands there must not wait for its writer.

@@ -25,6 +25,13 @@ std::size_t CharacterLength(std::string_view text) {
   return length;
 }
 
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
 }  // namespace
 
 bool IsCleanText(std::string_view text) {
@@ -34,6 +41,30 @@ bool IsCleanText(std::string_view text) {
     text.remove_prefix(length);
   }
   return true;
+}
+
+bool DecodePercent(std::string_view text, std::string& decoded) {
+  decoded.clear();
+  decoded.reserve(text.size());
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    if (text[index] != '%') {
+      decoded += text[index];
+      continue;
+    }
+    if (text.size() - index < 3) return false;
+    const int high = HexDigit(text[index + 1]);
+    const int low = HexDigit(text[index + 2]);
+    if (high < 0 || low < 0) return false;
+    decoded += static_cast<char>(high * 16 + low);
+    index += 2;
+  }
+  return IsCleanText(decoded);
+}
+
+bool IsFileName(std::string_view text) {
+  constexpr std::string_view kRefused("/\0", 2);
+  return !text.empty() && text != "." && text != ".." &&
+         text.find_first_of(kRefused) == std::string_view::npos;
 }
 
 bool IsCleanJson(const Json::Value& value) {

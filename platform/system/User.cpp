@@ -1,17 +1,15 @@
 #include "veltsys/User.h"
 
 #include <exception>
+#include <utility>
 
-#include "UserDatabase.h"
+#include "veltsys/Accounts.h"
 
 int VELTUserGetByUID(uid_t uid, VELTUSER** user) {
   if (user == nullptr) return -1;
   *user = nullptr;
   try {
-    auto found =
-        VELT::FindUserBy([uid](passwd* record, char* buffer, std::size_t size, passwd** result) {
-          return getpwuid_r(uid, record, buffer, size, result);
-        });
+    auto found = VELT::accounts::FindUser(uid);
     if (found.has_value()) *user = new VELTUSER(std::move(*found));
   } catch (const std::exception&) {  // out of memory
   }

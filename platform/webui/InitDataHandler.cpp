@@ -2,31 +2,19 @@
 
 #include <strings.h>
 
-#include <memory>
-
-#include "veltsys/User.h"
+#include "veltsys/Accounts.h"
 #include "veltsys/VeltConf.h"
 #include "veltweb/InitUIFileHandler.h"
 #include "veltweb/WebUtils.h"
 #include "veltwebapi/APIRequest.h"
-
-namespace {
-
-std::string AccountName(unsigned int uid) {
-  VELTUSER* user = nullptr;
-  if (VELTUserGetByUID(uid, &user) != 0) return "";
-  const std::unique_ptr<VELTUSER, void (*)(VELTUSER*)> owned(user, VELTUserFree);
-  return user->name;
-}
-
-}  // namespace
 
 InitDataHandler::InitDataHandler() = default;
 
 InitDataHandler::InitDataHandler(const VELT::APIRequest* request)
     : language_(request->GetUILanguage()), external_url_(request->GetSharingURL("")) {
   if (request->IsSharing()) return;
-  user_name_ = AccountName(request->GetLoginUID());
+  const auto user = VELT::accounts::FindUser(request->GetLoginUID());
+  if (user) user_name_ = user->name;
   is_admin_ = request->IsAdmin();
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ModifyTimes.h"
+#include "veltsys/Text.h"
 
 namespace VELT {
 namespace {
@@ -60,8 +61,8 @@ std::string WebUtils::EncodeHtml(const std::string& text, bool /*attribute*/) {
 
 std::string WebUtils::GetModifyTime(const char* path) {
   if (path != nullptr) {
-    const std::string_view file(path, std::strcspn(path, "?#"));
-    if (StaysInRoot(file)) {
+    std::string file;
+    if (DecodePercent({path, std::strcspn(path, "?#")}, file) && StaysInRoot(file)) {
       std::string time = ModifyTimeOf(file);
       if (!time.empty()) return time;
     }

@@ -94,8 +94,9 @@ class Entry {
   Json::Value app_{Json::objectValue};
   Json::Value private_data_{Json::objectValue};
   std::int64_t created_at_ = 0;
-  std::int64_t revision_ = 0;  // of the stored link that this was read from
-  bool writable_ = true;       // false once a setter refused its value
+  std::int64_t revision_ = 0;      // of the stored link that this was read from
+  bool writable_ = true;           // false once a setter refused its value
+  bool password_refused_ = false;  // the last one that was set
 };
 
 }  // namespace VELT::sharing::record

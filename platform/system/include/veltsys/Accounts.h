@@ -1,4 +1,4 @@
-// Look-ups in the user database by name, for the other platform libraries and the host. Several
+// Look-ups in the user database, for the other platform libraries and the host. Several
 // threads may call all of these at once; none throws but std::bad_alloc.
 #pragma once
 
@@ -14,6 +14,7 @@ namespace VELT::accounts {
 
 // Each is empty when there is no such account, no such group, or the database can't be read.
 std::optional<VELTUSER> FindUser(const std::string& name);
+std::optional<VELTUSER> FindUser(uid_t uid);
 std::optional<gid_t> FindGroup(const std::string& name);
 
 // The ids of every group that the account belongs to, its primary group included.

@@ -26,7 +26,7 @@ class InitUIFileHandler {
 
   // Reads the files and sets these members of the object `data`:
   //   "JSConfig"  object: "<vendor>/<group>/<Module>" -> the module's config.json
-  //   "CSSFiles"  array: "<vendor>/<group>/<Module>/<file>.css", in byte order
+  //   "CSSFiles"  array: "<vendor>/<group>/<Module>/<file>.css", folder by folder and name by name
   //   "Strings"   object: "<vendor>.<group>.<Module>" -> its texts
   void GetInitData(Json::Value& data);
 
