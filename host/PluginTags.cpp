@@ -106,13 +106,14 @@ Json::Value RunPlugins(const PluginLookup& lookup, const Json::Value& configurat
     if (!plugins[i].isObject() || !plugins[i]["name"].isString()) {
       continue;
     }
+    const Json::Value params = plugins[i].get("params", Json::objectValue);
     const PluginRunner run = lookup("render", plugins[i]["name"].asString());
-    if (run == nullptr) {
+    if (run == nullptr || !params.isObject()) {
       continue;
     }
     Json::Value trial = output;
     try {
-      run(plugins[i].get("params", Json::objectValue), entry, status, Json::Value(), trial);
+      run(params, entry, status, Json::Value(), trial);
     } catch (...) {
       syslog(LOG_ERR, "link page: plugin %u of a configuration threw an exception", i);
       continue;

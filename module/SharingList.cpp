@@ -60,7 +60,7 @@ void SharingList::PrepareUserInfo() {
   VELTUSER* user = nullptr;
   // Without the record the caller's groups stay unknown and only its uid matches.
   if (VELTUserGetByUID(login_uid_, &user) == 0) sharing::UserGroupsGet(user, group_ids_);
-  VELTUserFree(user);
+  if (user != nullptr) VELTUserFree(user);
 }
 
 bool SharingList::CheckShareWithMe(const sharing::record::Entry& entry) const {

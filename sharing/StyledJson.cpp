@@ -15,6 +15,7 @@ std::string StyledJson(const Json::Value& value) {
   // What an earlier call left when it ran out of memory.
   stream.str(std::string());
   stream.clear();
+  if (value.hasComment(Json::commentBefore)) stream << '\n';
   writer->write(value, &stream);
   stream << '\n';
   if (!stream) throw std::bad_alloc();

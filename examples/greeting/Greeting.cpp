@@ -4,6 +4,7 @@
 bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* /*status*/,
                     const Json::Value& /*extra*/, Json::Value& result) {
   result["JSFILE"].append("/pkg/greeting/greeting.js");
-  result["SESSION"]["greeting"] = entry.get_owner_user() + " shares this with you.";
+  const std::string owner = entry.get_owner_user();  // empty in a preview
+  result["SESSION"]["greeting"] = (owner.empty() ? "Somebody" : owner) + " shares this with you.";
   return true;
 }

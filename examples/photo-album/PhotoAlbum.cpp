@@ -79,10 +79,16 @@ bool CustomPageFunc(const Entry& entry, const char* /*status*/, const Json::Valu
 
 bool OpenGraphFunc(const Entry& entry, const char* /*status*/, const Json::Value& extra,
                    Json::Value& result) {
-  const Json::Value album = AlbumOf(entry, extra);
-  const std::string count = std::to_string(PhotosOf(album).size());
   result.append(MetaTag("og:type", "website"));
+  // Whoever fetches the address is shown these: of a protected link, its title at most.
+  if (entry.get_protect_type() != Entry::ProtectType::kNone) {
+    result.append(MetaTag("og:title", TitleOf(entry, Json::Value())));
+    return true;
+  }
+  const Json::Value album = AlbumOf(entry, extra);
+  const Json::ArrayIndex count = PhotosOf(album).size();
   result.append(MetaTag("og:title", TitleOf(entry, album)));
-  result.append(MetaTag("og:description", count + " pictures"));
+  result.append(
+      MetaTag("og:description", count == 1 ? "1 picture" : std::to_string(count) + " pictures"));
   return true;
 }

@@ -9,7 +9,8 @@
 // A function returns true when `result` is to be used. False, a null `result` or one of another
 // type than the function's own adds nothing to the page, which is shown all the same; so does a
 // result of more than 1 MiB of text. An exception that leaves a function, or a value that JsonCpp
-// can't turn into the text that is wanted, costs the visitor this one request.
+// can't turn into the text that is wanted, costs the visitor this one request: the page lacks the
+// function's tags, the session script and the login fail.
 //
 // Whose is what:
 //   entry    borrowed for the call. Its `get_` operations and ToJSON may be used.
