@@ -1,22 +1,15 @@
 // What of an application's plugins reaches a link's page.
 #include <gtest/gtest.h>
-#include <json/reader.h>
 
-#include <sstream>
 #include <stdexcept>
 
 #include "host/PluginTags.h"
+#include "tests/support/Json.h"
 
 namespace VELT::host {
 namespace {
 
 using sharing::record::Entry;
-
-Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  std::istringstream(text) >> value;
-  return value;
-}
 
 // The plugin of the tests adds its "params" to the output, or throws.
 void Run(const Json::Value& params, const Entry& /*entry*/, const char* status,

@@ -1,14 +1,10 @@
 #include "Fixture.h"
 
-#include <json/reader.h>
 #include <sqlite3.h>
-#include <syslog.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -22,16 +18,6 @@ extern "C" {
 
 const VELT::APITableEntry* GetAPITable();
 const VELT::APICheckTableEntry* GetAPICheckTable();
-
-// In place of the C library's, for the libraries as well.
-void syslog(int priority, const char* format, ...) {
-  char line[2048];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(line, sizeof(line), format, args);
-  va_end(args);
-  VELT::Log().push_back(std::to_string(priority) + " " + line);
-}
 
 }  // extern "C"
 
@@ -64,19 +50,6 @@ std::string Capture(Action action) {
 
 }  // namespace
 
-std::vector<std::string>& Log() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-
-Json::Value Parse(const std::string& json) {
-  Json::Value value;
-  std::string error;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  EXPECT_TRUE(reader->parse(json.data(), json.data() + json.size(), &value, &error)) << error;
-  return value;
-}
-
 Json::Value Refusal(const char* name, const char* reason) {
   Json::Value detail;
   detail["name"] = name;
@@ -87,8 +60,7 @@ Json::Value Refusal(const char* name, const char* reason) {
 ModuleTest::ModuleTest() {
   std::string pattern = (std::filesystem::temp_directory_path() / "velt-module-XXXXXX").string();
   folder_ = mkdtemp(pattern.data());
-  sharing::ConfigureStore(
-      {"sqlite3 " + (folder_ / "sharing.db").string(), [this] { return now_; }});
+  OpenStore();
   EXPECT_TRUE(sharing::CreateStore());
   Log().clear();
   As(kAlice);
@@ -167,6 +139,13 @@ void ModuleTest::BreakStore() {
   sharing::ConfigureStore({});
   std::ofstream(folder_ / "sharing.db") << std::string(10000, 'x');
   OpenStore();
+}
+
+void ModuleTest::ExecuteSql(const std::string& sql) const {
+  sqlite3* db = nullptr;
+  sqlite3_open((folder_ / "sharing.db").c_str(), &db);
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+  sqlite3_close(db);
 }
 
 int ModuleTest::Rows(const std::string& table, const std::string& where) const {

@@ -5,12 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
-#include <json/writer.h>  // a failed comparison prints its values
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT {
@@ -48,6 +48,8 @@ class ModuleTest : public testing::Test {
 
   void BreakStore();
   void Pass(int seconds) { now_ += seconds; }
+  // Changes the database by a connection of its own.
+  void ExecuteSql(const std::string& sql) const;
   // The number of rows of `table` for which `where` holds, by a connection of its own.
   int Rows(const std::string& table, const std::string& where = "1 = 1") const;
 
@@ -59,11 +61,6 @@ class ModuleTest : public testing::Test {
 
   RequestContext caller_;
 };
-
-// What was logged since the test began, "<priority> <text>".
-std::vector<std::string>& Log();
-
-Json::Value Parse(const std::string& json);
 
 // {"name": name, "reason": reason}
 Json::Value Refusal(const char* name, const char* reason);

@@ -1,3 +1,5 @@
+#include <sys/mount.h>
+
 #include "Fixture.h"
 #include "module/LinkAddress.h"
 
@@ -138,6 +140,69 @@ TEST_F(SetTest, UnusableStoreIsTold) {
     EXPECT_EQ(answer.code, 117) << method;
     EXPECT_EQ(answer.body, "Execute Error: db open fail") << method;
   }
+}
+
+TEST_F(SetTest, UpdateMayNotLeaveAPasswordLinkWithoutOne) {
+  const std::string id =
+      Create(R"({"project_name": "album", "protect_type": "password", "protect_password": "pw"})");
+  const Json::Value before = Read(id);
+  for (const char* members :
+       {R"(, "protect_password": "")", R"(, "protect_password": "", "start_at": "tomorrow")"}) {
+    const Answer answer = Update(id, members);
+    EXPECT_EQ(answer.code, 1010) << members;
+    EXPECT_EQ(answer.body, "Execute Error: set entry fields fail");
+  }
+  EXPECT_EQ(Read(id), before);
+}
+
+TEST_F(SetTest, WriteThatTheDatabaseRefusesIsTold) {
+  const std::string id =
+      Create(R"({"project_name": "album", "auto_gc": true, "expire_at": "2020-01-01 00:00:00"})");
+  const std::string link = R"({"project_name": "album", "sharing_id": ")" + id + "\"}";
+  const struct {
+    const char* event;
+    const char* method;
+    std::string json;
+    const char* message;
+  } rows[] = {
+      {"insert", "set", R"({"project_name": "album"})", "db create entry fail"},
+      {"update", "set", R"({"project_name": "album"})", "db update entry fail"},
+      {"update", "set", link, "db update entry fail"},
+      {"delete", "delete", link, "db delete entry fail"},
+      {"delete", "trigger_gc", "{}", "gc error"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.method) + ", " + row.event);
+    ExecuteSql(std::string("create trigger refusal before ") + row.event +
+               " on link begin select raise(abort, 'refused'); end");
+    const Answer answer = Sharing(row.method, row.json);
+    ExecuteSql("drop trigger refusal");
+    EXPECT_EQ(answer.code, 117);
+    EXPECT_EQ(answer.body, std::string("Execute Error: ") + row.message);
+    EXPECT_EQ(Rows("link"), 1);
+  }
+  ExecuteSql("update link set app = '{'");
+  EXPECT_EQ(Sharing("list", "{}").body, "Execute Error: db get entries fail");
+}
+
+// An empty file in the program's place, in the test's own mount namespace.
+TEST_F(SetTest, LinksWithoutAQRCodeAreAnswered) {
+  Create();
+  Create();
+  Log().clear();
+  ASSERT_EQ(mount("/dev/null", "/usr/bin/qrencode", nullptr, MS_BIND, nullptr), 0);
+  const Answer set = Sharing("set", R"({"project_name": "album"})");
+  const Answer list = Sharing("list", "{}");
+  ASSERT_EQ(umount("/usr/bin/qrencode"), 0);
+  EXPECT_THAT(set.body.getMemberNames(), testing::ElementsAre("sharing_id", "url"));
+  ASSERT_EQ(list.body["sharings"].size(), 3U);
+  std::vector<std::string> lines = {"3 SharingAPI:40 VLIBCPopen failed, key=" +
+                                    set.body["url"].asString()};
+  for (const Json::Value& link : list.body["sharings"]) {
+    EXPECT_FALSE(link.isMember("qrcode"));
+    lines.push_back("3 SharingAPI:40 VLIBCPopen failed, key=" + link["url"].asString());
+  }
+  EXPECT_EQ(Log(), lines);
 }
 
 TEST(QRCodeTest, EncodesTheWholeTextAsOneArgument) {

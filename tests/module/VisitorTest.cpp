@@ -1,5 +1,8 @@
 // The visitor's side: session script, login, logout, start-up data, with the application's
 // configuration.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
 
@@ -179,6 +182,25 @@ TEST_F(VisitorTest, RefusedLoginsHaveTheirCodes) {
   EXPECT_EQ(TryLogin(guessed, R"(, "password": "pw")").code, 1008);
   BreakStore();
   EXPECT_EQ(TryLogin(once, "").code, 117);
+}
+
+TEST_F(VisitorTest, LoginWithoutTheRightToBecomeRootIsDenied) {
+  const std::string id = Create();
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setresuid(kAlice, kAlice, kAlice) != 0) _exit(77);
+    Log().clear();
+    const Answer answer = TryLogin(id, "");
+    const bool denied =
+        answer.code == 101 && answer.body == "Execute Error: " && answer.cookie.empty();
+    const bool told =
+        Log().size() == 2 && Log()[1] == "3 SharingLoginAPI:98 Permssion denied. uid=2001";
+    _exit(denied && told ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "has one uid only";
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(VisitorTest, LogoutIsForVisitors) {

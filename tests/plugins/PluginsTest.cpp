@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "../webui/Files.h"
-#include "SyslogCapture.h"
 #include "sharing/Plugins.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
+#include "tests/webui/Files.h"
 #include "veltweb/WebUtils.h"
 
 namespace VELT::sharing {
@@ -164,6 +165,10 @@ TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
       {"https://cdn.example/app.js", "https://cdn.example/app.js?v=" + ui},
       {"/pkg/../../web/pkg/app.js", "/pkg/../../web/pkg/app.js?v=" + ui},
       {"/..", "/..?v=" + ui},
+      {"/pkg/%61pp%2Ejs", "/pkg/%61pp%2Ejs?v=" + app},
+      {"/pkg/app.js%00", "/pkg/app.js%00?v=" + ui},
+      {"/pkg/%2e%2e/../web/pkg/app.js", "/pkg/%2e%2e/../web/pkg/app.js?v=" + ui},
+      {"/pkg/%app.js", "/pkg/%app.js?v=" + ui},
   };
   for (const auto& row : rows) {
     Json::Value result;

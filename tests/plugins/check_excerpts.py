@@ -1,4 +1,4 @@
-"""Fails unless every code block of the pages that names a file in its first line stands in that file."""
+"""Fails unless every code block of the pages that names a file beside its language stands in that file."""
 
 import pathlib
 import re
@@ -6,7 +6,7 @@ import sys
 
 top = pathlib.Path(sys.argv[1])
 blocks = [(page.name, name, code) for page in sorted(top.glob("docs/*.md"))
-          for name, code in re.findall(r"```\w+\n// ([\w/.-]+)\n(.*?)```", page.read_text(encoding="utf-8"), re.S)]
+          for name, code in re.findall(r"```\w+ ([\w/.-]+)\n(.*?)```", page.read_text(encoding="utf-8"), re.S)]
 stale = [f"{page}: the excerpt of {name} is not in it" for page, name, code in blocks
          if code not in (top / name).read_text(encoding="utf-8")]
 sys.exit("\n".join(stale) or (None if blocks else "no excerpt found"))

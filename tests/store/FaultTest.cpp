@@ -27,11 +27,11 @@ class FaultTest : public StoreTest {
     Entry link;
     Visitor visitor;
     int count = 0;
-    log_.clear();
+    Log().clear();
     EXPECT_FALSE(IsGood());
     EXPECT_FALSE(links_.CreateWithHash(link) || links_.Count(count) || MayEnter(visitor, link));
     EXPECT_EQ(LogIn(visitor, link), -1);
-    EXPECT_THAT(log_, testing::Each(testing::HasSubstr("sharing")));
+    EXPECT_THAT(Log(), testing::Each(testing::HasSubstr("sharing")));
   }
 };
 INSTANTIATE_TEST_SUITE_P(On, FaultTest, testing::Values("sqlite3"));

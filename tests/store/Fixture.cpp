@@ -1,10 +1,8 @@
 #include "Fixture.h"
 
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,26 +13,10 @@
 namespace VELT::sharing {
 
 std::int64_t StoreTest::now_;
-std::vector<std::string> StoreTest::log_;
 
 namespace {
-std::vector<std::string>* log_lines = nullptr;
 constexpr const char* kPostgresql = "VELT_TEST_POSTGRESQL";
 }  // namespace
-}  // namespace VELT::sharing
-
-// Stands before the C library's, so that the tests see what would be logged.
-extern "C" void syslog(int priority, const char* format, ...) {
-  std::array<char, 1024> line{};
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(line.data(), line.size(), format, arguments);
-  va_end(arguments);
-  if (VELT::sharing::log_lines == nullptr) return;
-  VELT::sharing::log_lines->push_back(std::to_string(LOG_PRI(priority)) + " " + line.data());
-}
-
-namespace VELT::sharing {
 
 std::vector<std::string> Databases() {
   std::vector<std::string> databases = {"sqlite3"};
@@ -53,8 +35,7 @@ void StoreTest::SetUp() {
     connection_ += " options=-csearch_path=velt_test";
   }
   now_ = 1'800'000'000;
-  log_.clear();
-  log_lines = &log_;
+  Log().clear();
   secrets_ = {kPassword, "alice's own"};
   Reopen();
   ASSERT_TRUE(CreateStore());
@@ -68,12 +49,11 @@ void StoreTest::TearDown() {
       for (const auto& secret : secrets_) EXPECT_THAT(bytes, Not(testing::HasSubstr(secret)));
     }
   }
-  for (const auto& line : log_) {
+  for (const auto& line : Log()) {
     for (const auto& secret : secrets_) EXPECT_THAT(line, Not(testing::HasSubstr(secret)));
     for (const auto& hash : hashes_) EXPECT_THAT(line, Not(testing::HasSubstr(hash)));
   }
   ConfigureStore({});
-  log_lines = nullptr;
   std::filesystem::remove_all(folder_);
 }
 

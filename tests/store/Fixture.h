@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Soci.h"
+#include "tests/support/SyslogCapture.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
@@ -64,7 +65,6 @@ class StoreTest : public testing::TestWithParam<std::string> {
   std::vector<int> InProcesses(int count, const std::function<int(int)>& work) const;
 
   static std::int64_t now_;
-  static std::vector<std::string> log_;
 
   db::SharingDB& db_ = *db::SharingDB::Instance();
   db::EntryDB links_{db_};

@@ -72,9 +72,9 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
       std::vector<Entry> entries;
       int count = 0;
       filter ? links.GetCondition()->Where(field, "x") : links.GetCondition()->OrderBy(field, true);
-      log_.clear();
+      Log().clear();
       EXPECT_FALSE(links.Count(count) || links.Query(entries)) << field;
-      EXPECT_EQ(log_.size(), 2U);
+      EXPECT_EQ(Log().size(), 2U);
     }
   }
 }

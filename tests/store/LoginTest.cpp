@@ -30,10 +30,10 @@ TEST_P(LoginTest, ServesOnlyLinksThatAreEnabledAndWithinTheirTimes) {
   for (const auto& [edit, want, status] : rows) {
     const Entry link = Make(edit);
     EXPECT_EQ(Shown(link)["status"], status);
-    log_.clear();
+    Log().clear();
     ExpectLogIn(want, link);
-    EXPECT_EQ(log_, std::vector{"6 sharing login: result " + std::to_string(want) +
-                                ", address 192.0.2.1, link " + link.get_hash().substr(0, 6)});
+    EXPECT_EQ(Log(), std::vector{"6 sharing login: result " + std::to_string(want) +
+                                 ", address 192.0.2.1, link " + link.get_hash().substr(0, 6)});
   }
   ExpectLogIn(-3, Entry());
 }

@@ -12,7 +12,7 @@ std::vector<std::string>& VELT::Log() {
 }
 
 extern "C" void syslog(int priority, const char* format, ...) {
-  std::array<char, 1024> line{};
+  std::array<char, 2048> line{};
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(line.data(), line.size(), format, arguments);

@@ -9,6 +9,7 @@
 #include "veltsys/Accounts.h"
 #include "veltsys/Base64.h"
 #include "veltsys/JsonFile.h"
+#include "veltsys/JsonText.h"
 #include "veltsys/KeyFile.h"
 #include "veltsys/Text.h"
 
@@ -98,6 +99,21 @@ TEST_F(Files, KeyFilesAreReadLineByLine) {
         << row.key << "=" << row.value;
   }
   EXPECT_EQ(VLIBCFileCheckKeyValue((path + "x").c_str(), "a", "", 0), 0);
+}
+
+TEST(JsonText, NumbersAndStringsAreAsJsonHasThem) {
+  for (const char* good : {"0", "-0", "10", "1.50", "-1.5e+10", "2E3", "1e-7", R"("-")",
+                           R"("\"01")", R"({"a-1": [1, -2, "\\"], "e": true})", " 5 "}) {
+    Json::Value value;
+    EXPECT_TRUE(VELT::ParseJsonText(good, value)) << good;
+  }
+  for (const char* bad : {"-",        "+1",     "01",     "-01",   "1.",  ".5",      "1e",
+                          "1e+",      "1.e5",   "1-2",    "--1",   "0x1", "[1, -]",  R"({"a": 01})",
+                          "\"a\nb\"", "\"\t\"", "\"open", R"("\)", "NaN", "Infinity"}) {
+    Json::Value value = "before";
+    EXPECT_FALSE(VELT::ParseJsonText(bad, value)) << bad;
+    EXPECT_TRUE(value.isNull()) << bad;
+  }
 }
 
 TEST(Base64, EncodesIntoBuffersThatJustFit) {

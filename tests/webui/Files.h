@@ -1,21 +1,9 @@
-// Files and values for the tests of the pages' data.
+// Files for the tests of the pages' data.
 #pragma once
-
-#include <gtest/gtest.h>
-#include <json/reader.h>
-#include <json/value.h>
 
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
-
-inline Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
-  return value;
-}
 
 // `path` is below /usr/velt, which is the test's own.
 inline void Write(const std::string& path, const std::string& text) {

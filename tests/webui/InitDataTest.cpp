@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include "Files.h"
-#include "SyslogCapture.h"
 #include "sharing/InitDataHandler.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 #include "veltweb/WebMan.h"
 
 namespace VELT::sharing {

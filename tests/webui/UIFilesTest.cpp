@@ -1,8 +1,11 @@
 #include "Files.h"
+#include "tests/support/Json.h"
 #include "veltsys/PackageManager.h"
 #include "veltweb/InitUIFileHandler.h"
 
 namespace {
+
+using VELT::Parse;
 
 class UIFilesTest : public testing::Test {
  protected:
