@@ -41,6 +41,8 @@ Address AddressOf(const WebRequest& request) {
   path.erase(0, kLinks.size());
   const bool is_api = path.ends_with(kApi);
   if (is_api) path.resize(path.size() - kApi.size());
+  // Programs that turn addresses into links may add a slash.
+  if (!is_api && path.ends_with('/')) path.pop_back();
   if (path.empty() || path.find('/') != std::string::npos) return {};
   return {is_api ? Address::Kind::kVisitor : Address::Kind::kPage, std::move(path)};
 }

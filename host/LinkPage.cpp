@@ -37,14 +37,14 @@ struct Ending {
 
 const Ending* EndingOf(State state) {
   static constexpr Ending kUnavailable{
-      503, "117", "Links can't be opened just now",
+      503, "117", "Links can’t be opened just now",
       "The device that keeps them is busy or being repaired. Try again in a few minutes."};
   // One text for a link that never was and one that is turned off: nobody learns which ids exist.
   static constexpr Ending kUnknown{
-      404, "1000", "This link doesn't work",
+      404, "1000", "This link doesn’t work",
       "It may be mistyped, turned off or deleted. Ask whoever sent it to you for a "
       "new one."};
-  static constexpr Ending kPending{403, "1000", "This link isn't open yet",
+  static constexpr Ending kPending{403, "1000", "This link isn’t open yet",
                                    "Come back when it opens:"};
   static constexpr Ending kExpired{
       410, "1000", "This link has expired",
@@ -317,7 +317,7 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
                   (target ? " data-redirect" : "");
   if (!target && entry.get_redirect_type() != Entry::RedirectType::kNone) {
     document.main =
-        "<p class=\"notice error\">This link is made to lead on, but to an address that isn't safe "
+        "<p class=\"notice error\">This link is made to lead on, but to an address that isn’t safe "
         "to follow.</p>\n";
   }
   document.main +=

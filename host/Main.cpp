@@ -1,6 +1,7 @@
 // velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -40,6 +41,12 @@ Ids FindIds(const std::string& user, const std::string& group) {
     ids.gid = *found;
   }
   return ids;
+}
+
+// unix(7) has room for no more.
+std::string CheckSocketPath(const std::string& path) {
+  if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) return {};
+  return "must be a path of 1 to 107 bytes";
 }
 
 std::string CheckExternalURL(std::string& url) {
@@ -95,7 +102,8 @@ struct CommandLine {
 void Describe(CLI::App& app, CommandLine& line) {
   Options& options = line.options;
   app.add_option("--socket", options.socket_path, "Unix socket at which the web server finds it")
-      ->required();
+      ->required()
+      ->check(CLI::Validator(CheckSocketPath, "PATH"));
   app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
       ->required()
       ->check(CLI::ExistingDirectory);

@@ -23,7 +23,7 @@ PluginLookup FindPluginsIn(const Registry& registry) {
 
 std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id) {
   std::vector<std::pair<std::string, std::string>> pairs;
-  if (!DecodeForm(request.Variable("QUERY_STRING"), pairs)) {
+  if (!DecodeForm(request.Variable("QUERY_STRING"), "query", pairs).empty()) {
     return PlainAnswer("400 Bad Request", "The address is malformed.");
   }
   const auto cookies = ReadCookies(request.Variable("HTTP_COOKIE"));

@@ -12,6 +12,8 @@
 namespace VELT::host {
 namespace {
 
+constexpr const char* kTooMany = "too many parameters";
+
 std::string_view Trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -35,16 +37,19 @@ bool DecodeText(std::string_view text, std::string& decoded) {
 
 std::string ReadForm(std::string_view text, const char* place, Parameters& parameters) {
   std::vector<std::pair<std::string, std::string>> pairs;
-  if (!DecodeForm(text, pairs)) return std::string("malformed ") + place;
+  std::string error = DecodeForm(text, place, pairs);
+  if (!error.empty()) return error;
   for (auto& [name, value] : pairs) parameters[name] = {false, {}, std::move(value)};
   return {};
 }
 
 std::string ReadJson(const std::string& text, Parameters& parameters) {
   Json::Value object;
-  if (!ParseJsonText(text, object) || !object.isObject()) return "request body is no JSON object";
+  if (!ParseJsonText(text, object) || !object.isObject()) {
+    return "request body is no JSON object, or nested deeper than 64 levels";
+  }
   if (!IsCleanJson(object)) return "malformed text in the request body";
-  if (object.size() > kMostParameters) return "too many parameters";
+  if (object.size() > kMostParameters) return kTooMany;
   for (auto member = object.begin(); member != object.end(); ++member) {
     parameters[member.name()] = {true, *member, {}};
   }
@@ -64,15 +69,18 @@ std::string ReadBody(const WebRequest& request, Parameters& parameters) {
 
 }  // namespace
 
-bool DecodeForm(std::string_view text, std::vector<std::pair<std::string, std::string>>& pairs) {
+std::string DecodeForm(std::string_view text, const char* place,
+                       std::vector<std::pair<std::string, std::string>>& pairs) {
   while (!text.empty()) {
     std::string_view piece = NextPiece(text, '&');
     if (piece.empty()) continue;
-    if (pairs.size() == kMostParameters) return false;
+    if (pairs.size() == kMostParameters) return kTooMany;
     auto& [name, value] = pairs.emplace_back();
-    if (!DecodeText(NextPiece(piece, '='), name) || !DecodeText(piece, value)) return false;
+    if (!DecodeText(NextPiece(piece, '='), name) || !DecodeText(piece, value)) {
+      return std::string("malformed ") + place;
+    }
   }
-  return true;
+  return {};
 }
 
 std::string ReadParameters(const WebRequest& request, Parameters& parameters) {
@@ -80,7 +88,7 @@ std::string ReadParameters(const WebRequest& request, Parameters& parameters) {
   if (!request.body_complete) return "request body is cut off";
   std::string error = ReadForm(request.Variable("QUERY_STRING"), "query", parameters);
   if (error.empty() && !request.body.empty()) error = ReadBody(request, parameters);
-  if (error.empty() && parameters.size() > kMostParameters) error = "too many parameters";
+  if (error.empty() && parameters.size() > kMostParameters) error = kTooMany;
   return error;
 }
 

@@ -15,9 +15,10 @@ namespace VELT::host {
 using Parameters = std::map<std::string, RawParameter>;
 
 // The name and value pairs of a form or query (application/x-www-form-urlencoded), decoded, in
-// order. False for a broken percent escape, text that is not clean (see veltsys/Text.h), or too
-// many pairs.
-bool DecodeForm(std::string_view text, std::vector<std::pair<std::string, std::string>>& pairs);
+// order. Returns the empty text, or else what is wrong with it: a broken percent escape, text that
+// is not clean (see veltsys/Text.h), or too many pairs. `place` is what the message calls it.
+std::string DecodeForm(std::string_view text, const char* place,
+                       std::vector<std::pair<std::string, std::string>>& pairs);
 
 // The parameters of query and body; of two with one name that of the body counts, else the last.
 // Returns the empty text, or else what is wrong with the request, in words for its author.

@@ -62,13 +62,23 @@ bool AreClean(const std::vector<std::string>& texts) {
 
 }  // namespace
 
+const char* EntryRow::Unstorable(const Entry& entry) {
+  if (!entry.writable_) return "a time";
+  if (entry.password_refused_) return "the password";
+  if (entry.owner_uid_ == kEveryOwner) return "the owner";
+  if (!IsCleanText(entry.project_name_)) return "the project name";
+  if (!IsCleanText(entry.protect_title_)) return "the title";
+  if (!IsCleanText(entry.redirect_uri_)) return "the redirect address";
+  if (!AreClean(entry.protect_users_)) return "the users";
+  if (!AreClean(entry.protect_groups_)) return "the groups";
+  if (!IsStorableJson(entry.app_)) return "the application data";
+  if (!IsStorableJson(entry.private_data_)) return "the private data";
+  return nullptr;
+}
+
 std::optional<EntryRow> EntryRow::From(const Entry& entry) {
-  if (!entry.writable_ || entry.password_refused_ || entry.owner_uid_ == kEveryOwner ||
-      !IsCleanText(entry.project_name_) || !IsCleanText(entry.protect_title_) ||
-      !IsCleanText(entry.redirect_uri_) || !AreClean(entry.protect_users_) ||
-      !AreClean(entry.protect_groups_) || !IsStorableJson(entry.app_) ||
-      !IsStorableJson(entry.private_data_)) {
-    syslog(LOG_ERR, "sharing store: a link holds a value that can't be stored");
+  if (const char* part = Unstorable(entry); part != nullptr) {
+    syslog(LOG_ERR, "sharing store: %s of a link can't be stored", part);
     return std::nullopt;
   }
   EntryRow row;

@@ -94,6 +94,10 @@ class EntryRow {
   static const std::string& Select();
   // Binds every column of a Select to this row.
   void ReadFrom(soci::statement& statement);
+
+ private:
+  // What of the entry must not be stored, in words; null: nothing.
+  static const char* Unstorable(const record::Entry& entry);
 };
 
 }  // namespace VELT::sharing::db

@@ -22,13 +22,13 @@ class Accounts:
 
     def __init__(self, state):
         path = os.path.join(state, "accounts.json")
-        try:
-            with open(path, encoding="utf-8") as file:
-                self.passwords = json.load(file)
-        except FileNotFoundError:
+        self.passwords = read_texts(path)
+        if self.passwords is None:
             letters = string.ascii_letters + string.digits
             self.passwords = {name: "".join(secrets.choice(letters) for _ in range(20)) for name in _NAMES}
             write_private(path, json.dumps(self.passwords))
+        if set(self.passwords) != set(_NAMES):
+            raise ValueError(f"{path} is damaged: it must name {', '.join(_NAMES)}")
         self._hashes = {name: _hash(password) for name, password in self.passwords.items()}
 
     def describe(self):
@@ -55,6 +55,20 @@ class Accounts:
 
     def htpasswd(self):
         return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
+
+
+def read_texts(path):
+    """The object of texts that a state file holds, None without one; ValueError names a file that is damaged."""
+    try:
+        with open(path, encoding="utf-8") as file:
+            texts = json.load(file)
+    except FileNotFoundError:
+        return None
+    except ValueError as error:
+        raise ValueError(f"{path} is damaged: {error}") from None
+    if not isinstance(texts, dict) or not all(isinstance(text, str) for text in texts.values()):
+        raise ValueError(f"{path} is damaged: it must hold an object of texts")
+    return texts
 
 
 def write_private(path, text, mode=0o600):
@@ -87,4 +101,7 @@ def _lines(rows):
 
 
 if __name__ == "__main__":
-    Accounts(sys.argv[1]).write_etc(os.path.join(sys.argv[1], "root", "etc"))
+    try:
+        Accounts(sys.argv[1]).write_etc(os.path.join(sys.argv[1], "root", "etc"))
+    except (OSError, ValueError) as reason:
+        sys.exit(f"./run: {reason}")

@@ -5,7 +5,7 @@ import http.client
 import json
 import os
 
-from accounts import write_private
+from accounts import read_texts, write_private
 
 PASSWORD = "open sesame"
 _API = "VELT.Core.Sharing"
@@ -50,11 +50,7 @@ class Client:
 def ensure(owner, port, state):
     """Returns the ids by kind, those of an earlier start while they exist, and a list of what failed."""
     path = os.path.join(state, "links.json")
-    try:
-        with open(path, encoding="utf-8") as file:
-            ids = json.load(file)
-    except FileNotFoundError:
-        ids = {}
+    ids = read_texts(path) or {}
     failures = []
     for kind, fields in _KINDS.items():
         answer = owner.own("get", sharing_id=ids.get(kind, ""))

@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
-from demo import REPOSITORY, SHARING, Demo
+from demo import REPOSITORY, SHARING, Demo, free_port
 
 RUN = os.path.join(REPOSITORY, "run")
 # Gives the caller another number than root's, and the rights of an ordinary user with it.
@@ -91,6 +91,8 @@ class Demonstration(unittest.TestCase):
             for arguments, status, said in (
                     (["--port", "http"], 2, "./run: no port number: http\n"),
                     (["--port", "65536"], 2, "./run: no port number: 65536\n"),
+                (["--port"], 2, "./run: --port needs a value\n"),
+                (["--state", ""], 2, "./run: --state needs a value\n"),
                     (["--port", str(demo.port), "--state", state], 1,
                      f"./run: port {demo.port}: Address already in use\n"),
                     (["--port", "1", "--state", demo.state], 1,
@@ -99,6 +101,20 @@ class Demonstration(unittest.TestCase):
                     done = subprocess.run([RUN, "--no-install", *arguments], stdout=subprocess.PIPE,
                                           stderr=subprocess.STDOUT, text=True, check=False)
                     self.assertEqual((status, said), (done.returncode, done.stdout))
+
+    def test_damaged_state_is_told_with_its_file(self):
+        for name, text in (("accounts.json", "{bad"), ("accounts.json", "[]"), ("accounts.json", '{"alice": "x"}'),
+                           ("links.json", "{bad"), ("links.json", '{"open": 5}')):
+            with self.subTest(name=name, text=text), tempfile.TemporaryDirectory(prefix="velt-demo-") as state:
+                path = os.path.join(state, name)
+                with open(path, "w", encoding="ascii") as file:
+                    file.write(text)
+                done = subprocess.run([RUN, "--no-install", "--port", str(free_port()), "--state", state],
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+                self.assertEqual(1, done.returncode)
+                self.assertRegex(done.stdout, rf"\A\./run: {path} is damaged: .*\n\Z")
+                with open(path, encoding="ascii") as file:
+                    self.assertEqual(text, file.read())
 
 
 if __name__ == "__main__":

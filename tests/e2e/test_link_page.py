@@ -118,9 +118,9 @@ class LinkPage(unittest.TestCase):
 
     def test_ends(self):
         for link, status, heading, words in (
-                (UNKNOWN, 404, "This link doesn't work", "mistyped, turned off or deleted"),
-                (DEMO.links["disabled"], 404, "This link doesn't work", "mistyped, turned off or deleted"),
-                (DEMO.links["pending"], 403, "This link isn't open yet", "2099-01-01 00:00:00"),
+                (UNKNOWN, 404, "This link doesn’t work", "mistyped, turned off or deleted"),
+                (DEMO.links["disabled"], 404, "This link doesn’t work", "mistyped, turned off or deleted"),
+                (DEMO.links["pending"], 403, "This link isn’t open yet", "2099-01-01 00:00:00"),
                 (DEMO.links["expired"], 410, "This link has expired", "is over"),
                 (DEMO.links["used_up"], 410, "This link is used up", "limited number of visits")):
             with self.subTest(heading, link=link):
@@ -176,7 +176,7 @@ class LinkPage(unittest.TestCase):
                 page = visitor.page()
                 self.assertEqual((302, target.format(link)) if target else (200, None),
                                  (page.status, page.headers.get("location")))
-                self.assertEqual(target is None, "isn't safe to follow" in page.text)
+                self.assertEqual(target is None, "isn’t safe to follow" in page.text)
 
     def test_redirect_in_the_browser(self):
         link = DEMO.create(redirect_type="url_param", redirect_uri="/link/words.js")

@@ -147,6 +147,8 @@ class OwnerPage(unittest.TestCase):
                  ({"protect_type": "A pass"}, "protect_password", "Give the link a password."),
                  ({"protect_type": "Acc"}, "protect_users", "Name at least one user or one group."),
                  ({"redirect_type": "Yes, to"}, "redirect_uri", "Say where visitors are sent."),
+                 ({"redirect_type": "Yes, to", "redirect_uri": "javascript:alert(1)"}, "redirect_uri", "or one slash"),
+                 ({"redirect_type": "Yes, to", "redirect_uri": "//x"}, "redirect_uri", "or one slash"),
                  ({"expire_at": "0131"}, "expire_at", "Enter a whole date and time, or leave it empty."),
                  ({"start_at": "01022035100000AM", "expire_at": "01022034100000AM"}, "expire_at", "before it starts"),
                  ({"expire_times": "1.5"}, "expire_times", "Enter a whole number, 0 or more."),

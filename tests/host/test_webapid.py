@@ -67,6 +67,8 @@ class Requests(unittest.TestCase):
                 ("unclosed IPv6 host", {"HTTP_HOST": "[fe80::1"}, FORM, 106),
             ]
         )
+        for detail, content in (("malformed form", b"&value=%4"), ("too many parameters", b"&p=" * 254)):
+            self.assertEqual(detail, self.host.ask({}, FORM + content).json["error"]["errors"])
 
     def test_only_registered_methods_are_reached_by_those_who_may(self):
         def form(api="Test.Host", version="1", method="echo"):
@@ -128,7 +130,8 @@ class Requests(unittest.TestCase):
 
     def test_addresses_that_are_none(self):
         for path, status in [("/", "404"), ("/sharing/", "404"), ("/sharing/a/b", "404"),
-                             ("/sharing//webapi", "404"), ("/sharing/abc", "405")]:
+                             ("/sharing//webapi", "404"), ("/sharing/abc", "405"),
+                             ("/sharing/abc/", "405"), ("/sharing/abc//", "404"), ("/sharing//", "404")]:
             with self.subTest(path):
                 self.assertEqual(dict(self.host.ask({"SCRIPT_NAME": path}).headers)["Status"][:3], status)
 

@@ -30,7 +30,7 @@ class Files : public testing::Test {
   std::filesystem::path root_;
 };
 
-string Nested(int levels) { return string(levels, '[') + string(levels, ']'); }
+string Nested(std::size_t levels) { return string(levels, '[') + string(levels, ']'); }
 
 TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
   const string padding((1 << 20) - 2, ' ');

@@ -26,6 +26,14 @@ const READERS = {
     const text = input.value.replace('T', ' ');
     return text.length === 16 ? `${text}:00` : text;
   },
+  // As the link's page judges it, which follows nothing that browsers could read in two ways.
+  target: (input) => {
+    const {value} = input;
+    if (value !== '' && (/[\u0000-\u001f\u007f\\]/.test(value) || !/^(\/(?!\/)|https?:\/\/[^/?# ])/i.test(value))) {
+      throw new FieldError('Enter an address that starts with http://, https:// or one slash.');
+    }
+    return value;
+  },
   json: (input) => {
     if (input.value.trim() === '') return {};
     let value;
