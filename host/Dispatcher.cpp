@@ -11,6 +11,7 @@
 #include "Access.h"
 #include "Answer.h"
 #include "Language.h"
+#include "Limits.h"
 #include "PageDoor.h"
 #include "RequestReader.h"
 #include "Site.h"
@@ -128,6 +129,9 @@ std::string Dispatcher::Answer(const WebRequest& request) {
 
 std::string Dispatcher::AnswerApi(const WebRequest& request, const std::string* link) {
   auto context = std::make_unique<RequestContext>();
+  if (link != nullptr && request.body.size() > kLargestVisitorBody) {
+    return ErrorAnswer(kMalformed, "request body is larger than 64 KiB");
+  }
   const std::string error = ReadParameters(request, context->parameters);
   if (!error.empty()) return ErrorAnswer(kMalformed, error);
   context->base_url = BaseURL(request, options_.external_url);

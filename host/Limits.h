@@ -6,6 +6,8 @@
 namespace VELT::host {
 
 constexpr std::size_t kLargestBody = std::size_t{1024} * 1024;
+// A stranger's: what a link's page sends is short, and an answer may repeat it many times as long.
+constexpr std::size_t kLargestVisitorBody = std::size_t{64} * 1024;
 // Of everything that a handler prints. Each plugin may give 1 MiB, and a script may escape every
 // character.
 constexpr std::size_t kLargestOutput = std::size_t{16} * 1024 * 1024;

@@ -2,6 +2,7 @@
 
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
@@ -150,8 +151,11 @@ int Serve(const Options& options, Dispatcher& dispatcher, int listener, int sign
     const int accepted = FCGX_Accept_r(&fcgi);
     if (accepted == 0) {
       fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
-      WriteAnswer(fcgi, dispatcher.Answer(ReadRequest(fcgi)));
+      const WebRequest request = ReadRequest(fcgi);
+      WriteAnswer(fcgi, dispatcher.Answer(request));
       FinishRequest(fcgi);
+      // JSON takes a hundred times its text, and nobody may leave a worker that large.
+      if (request.body.size() > kLargestVisitorBody) malloc_trim(0);
     } else if (accepted != -EAGAIN) {  // that is: another worker was faster, or the client is gone
       syslog(LOG_ERR, "cannot take a connection: %d; leaving", accepted);
       return 1;

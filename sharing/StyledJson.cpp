@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <sstream>
+#include <utility>
 
 namespace VELT::sharing {
 
@@ -12,14 +13,13 @@ std::string StyledJson(const Json::Value& value) {
   thread_local const std::unique_ptr<Json::StreamWriter> writer(
       Json::StreamWriterBuilder().newStreamWriter());
   thread_local std::ostringstream stream;
-  // What an earlier call left when it ran out of memory.
+  stream.clear();  // of what an earlier call left that ran out of memory
   stream.str(std::string());
-  stream.clear();
   if (value.hasComment(Json::commentBefore)) stream << '\n';
   writer->write(value, &stream);
   stream << '\n';
   if (!stream) throw std::bad_alloc();
-  return stream.str();
+  return std::move(stream).str();  // leaves nothing behind, however large it was
 }
 
 }  // namespace VELT::sharing

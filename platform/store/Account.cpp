@@ -3,6 +3,7 @@
 #include <security/pam_appl.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -59,11 +60,18 @@ int Authenticate(pam_handle_t* handle, const std::string& address, std::string& 
   return status;
 }
 
+// PAM's modules write the name into the log, some of them as it stands.
+bool IsLoggable(const std::string& name) {
+  return !name.empty() && name.size() <= 256 && name.front() != '-' && name.front() != '+' &&
+         std::none_of(name.begin(), name.end(),
+                      [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
 }  // namespace
 
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address) {
-  if (name.empty()) return AccountCheck::kWrong;
+  if (!IsLoggable(name)) return AccountCheck::kWrong;
   std::string secret = password;
   const pam_conv conversation{Answer, &secret};
   pam_handle_t* handle = nullptr;

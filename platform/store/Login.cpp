@@ -214,7 +214,8 @@ void VisitorLogin::RenewSession(soci::session& sql) {
     return;
   }
   session_.emplace();
-  session_->id = Statements().InsertSession(hash, VisitorAddress(), now_, now_ - kSessionLife);
+  session_->id =
+      Statements().InsertSession(hash, VisitorAddress(), link_.id, now_, now_ - kSessionLife);
 }
 
 }  // namespace

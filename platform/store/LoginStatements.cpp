@@ -8,7 +8,8 @@ namespace VELT::sharing::db {
 LoginStatements::LoginStatements(soci::session& sql)
     : lock_link_(sql),
       count_visit_(sql),
-      remove_sessions_(sql),
+      remove_dead_(sql),
+      remove_surplus_(sql),
       insert_session_(sql),
       insert_token_(sql) {
   row_.ReadFrom(lock_link_);
@@ -20,8 +21,17 @@ LoginStatements::LoginStatements(soci::session& sql)
           "update link set visits = visits + 1 "
           "where id = :id and (expire_times = 0 or visits < expire_times)");
 
-  remove_sessions_.exchange(soci::use(unused_since_));
-  Prepare(remove_sessions_, "delete from visitor_session where last_used <= :time");
+  remove_dead_.exchange(soci::use(unused_since_));
+  Prepare(remove_dead_,
+          "delete from visitor_session where id in (select id from visitor_session "
+          "where last_used <= :time order by last_used limit 100)");
+
+  remove_surplus_.exchange(soci::use(link_));
+  remove_surplus_.exchange(soci::use(address_));
+  Prepare(remove_surplus_,
+          "delete from visitor_session where id in (select session_id from visitor_token "
+          "where link_id = :link and address = :address order by session_id desc "
+          "limit 100 offset 999)");
 
   insert_session_.exchange(soci::use(hash_));
   insert_session_.exchange(soci::use(address_));
@@ -52,12 +62,14 @@ bool LoginStatements::CountVisit(long long link) {
 }
 
 long long LoginStatements::InsertSession(const std::string& sid_hash, const std::string& address,
-                                         long long now, long long unused_since) {
-  unused_since_ = unused_since;
-  remove_sessions_.execute(true);
+                                         long long link, long long now, long long unused_since) {
   hash_ = sid_hash;
   address_ = address;
+  link_ = link;
   now_ = now;
+  unused_since_ = unused_since;
+  remove_dead_.execute(true);
+  remove_surplus_.execute(true);
   if (!RunToEnd(insert_session_)) throw soci::soci_error("The new session got no id.");
   return session_;
 }

@@ -21,10 +21,12 @@ class LoginStatements {
   const EntryRow* LockLink(const std::string& hash);
   // Counts a visit of the link. False, counting nothing, when it has none left.
   bool CountVisit(long long link);
-  // Returns the new session's id. Sessions that were not used after `unused_since` go, so that
-  // visitors fill nothing up where nobody asks for a purge.
-  long long InsertSession(const std::string& sid_hash, const std::string& address, long long now,
-                          long long unused_since);
+  // Returns the id of the new session, which is for `link`. So that visitors fill nothing up where
+  // nobody asks for a purge, some of the sessions go that were not used after `unused_since`, and
+  // the oldest of the link's from this address when there are a thousand. Both are few at a time,
+  // for others wait meanwhile, but more than one: no backlog lasts.
+  long long InsertSession(const std::string& sid_hash, const std::string& address, long long link,
+                          long long now, long long unused_since);
   // Also moves a token that the session has already to `address`.
   void InsertToken(long long session, long long link, const std::string& address);
 
@@ -38,7 +40,8 @@ class LoginStatements {
   EntryRow row_;
   soci::statement lock_link_;
   soci::statement count_visit_;
-  soci::statement remove_sessions_;
+  soci::statement remove_dead_;
+  soci::statement remove_surplus_;
   soci::statement insert_session_;
   soci::statement insert_token_;
 };

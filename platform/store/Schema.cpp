@@ -41,8 +41,14 @@ const std::vector<std::string> kVersion1 = {
     "create index login_failure_time on login_failure (failed_at)",
 };
 
+const std::vector<std::string> kVersion2 = {
+    "drop index visitor_token_link",
+    "create index visitor_token_address on visitor_token (link_id, address, session_id)",
+};
+
 // What leads from each version to the next.
-const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {&kVersion1};
+const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {&kVersion1,
+                                                                                 &kVersion2};
 
 std::string Translate(std::string statement, const Dialect& dialect) {
   const std::array<std::pair<std::string_view, const char*>, 3> words = {

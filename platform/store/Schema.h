@@ -5,7 +5,7 @@
 
 namespace VELT::sharing::db {
 
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
 
 // The version of the tables that the database holds. Throws soci::soci_error when it holds none.
 int SchemaVersion(soci::session& session);

@@ -54,7 +54,9 @@ bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(u
 void PurgeVisitors(soci::session& sql, std::int64_t now) {
   const long long unused_since = now - kSessionLife;
   const long long failed_before = now - kFailureWindow;
-  sql << "delete from visitor_session where last_used <= :time", soci::use(unused_since);
+  sql << "delete from visitor_session where id in (select id from visitor_session "
+         "where last_used <= :time order by last_used limit 1000)",
+      soci::use(unused_since);
   sql << "delete from login_failure where failed_at <= :time", soci::use(failed_before);
 }
 

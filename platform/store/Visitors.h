@@ -32,7 +32,8 @@ std::optional<std::string> FindToken(soci::session& sql, long long session, long
 // Whether the user database has the account.
 bool OwnerExists(long long uid);
 
-// Removes sessions past their life and wrong guesses that no longer count.
+// Removes wrong guesses that no longer count and sessions past their life, of these a thousand at
+// most, since everybody waits meanwhile.
 void PurgeVisitors(soci::session& sql, std::int64_t now);
 
 }  // namespace VELT::sharing::db

@@ -8,7 +8,7 @@ CONFIGURATION = FOLDER + "/lighttpd.conf"
 # No access log: an address under /sharing/ is the secret of a link. mod_extforward is left out on
 # purpose: what a client says in X-Forwarded-For must not become its address.
 _TEXT = """\
-server.modules = ("mod_auth", "mod_authn_file", "mod_fastcgi", "mod_setenv")
+server.modules = ("mod_auth", "mod_authn_file", "mod_setenv", "mod_fastcgi")
 server.bind = "127.0.0.1"
 server.port = {port}
 server.document-root = "/usr/velt/web"
@@ -37,6 +37,12 @@ $HTTP["url"] =~ "^/((index\\.html|owner|webapi)(/.*)?)?$" {{
 $HTTP["url"] !~ "^/(sharing|webapi)/" {{
   setenv.set-response-header = (
     "X-Content-Type-Options" => "nosniff", "X-Frame-Options" => "DENY", "Cache-Control" => "no-cache")
+}}
+# The session script has the module's own header alone. Pages of other sites may not include it, and so learn of
+# appliances that only their visitor reaches.
+$HTTP["url"] =~ "^/sharing/[^/]*/webapi$" {{
+  setenv.set-response-header = (
+    "X-Content-Type-Options" => "nosniff", "Cache-Control" => "no-store", "Cross-Origin-Resource-Policy" => "same-site")
 }}
 fastcgi.server = (
   "/webapi/entry.cgi" => (("socket" => "{socket}", "check-local" => "disable")),

@@ -230,6 +230,9 @@ class LinkPage(unittest.TestCase):
         headers = DEMO.visitor(link).page().headers
         self.assertIn("script-src 'self';", headers["content-security-policy"])
         self.assertNotIn("unsafe", headers["content-security-policy"])
+        script = DEMO.request("GET", f"/sharing/x/webapi?api={SHARING}.Session&version=1&method=get").headers
+        self.assertEqual(["nosniff", "no-store", "same-site"], [script[name] for name in (
+            "x-content-type-options", "cache-control", "cross-origin-resource-policy")])
         self.assertEqual(["no-referrer", "nosniff", "no-store"], [
             headers[name] for name in ("referrer-policy", "x-content-type-options", "cache-control")])
 

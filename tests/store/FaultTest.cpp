@@ -90,14 +90,17 @@ TEST_P(FaultTest, DamageBehindTheHeadFailsOnlyWhatMeetsIt) {
 
 TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneBroughtUp) {
   const Entry link = Make();
-  Execute("update schema_version set version = 2");
+  Execute("update schema_version set version = 3");
   EXPECT_FALSE(IsGood()) << "while it is open";
   Reopen();
   ExpectRefused();
   Execute("update schema_version set version = -1");
   ExpectRefused();
+  Execute("drop index visitor_token_address");
+  Execute("create index visitor_token_link on visitor_token (link_id)");
   Execute("update schema_version set version = 1");
   EXPECT_TRUE(Exists(link));
+  EXPECT_EQ(Select("select version || '' from schema_version"), "2");
 
   for (const char* table : {"login_failure", "visitor_token", "visitor_session", "link"}) {
     Execute(std::string("drop table ") + table);

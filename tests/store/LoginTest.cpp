@@ -163,6 +163,46 @@ TEST_P(LoginTest, NewSessionSweepsDeadOnesAway) {
   EXPECT_TRUE(MayEnter(alive, link) && MayEnter(last, link));
 }
 
+TEST_P(LoginTest, BacklogOfDeadSessionsGoesByAndBy) {
+  const Entry link = Make();
+  Execute(
+      "insert into visitor_session (sid_hash, address, last_used) "
+      "with recursive n (i) as (select 1 union all select i + 1 from n where i < 250) "
+      "select 'dead ' || i, '', 1 from n");
+  for (const char* left : {"151", "52", "3", "4"}) {
+    ExpectLogIn(1, link);
+    EXPECT_EQ(Select("select count(*) || '' from visitor_session"), left);
+  }
+}
+
+TEST_P(LoginTest, AddressKeepsAThousandSessionsOfALinkAtMost) {
+  const Entry link = Make();
+  const Entry other = Make();
+  Visitor first;
+  Visitor second;
+  Visitor elsewhere{.address = "192.0.2.2"};
+  Visitor at_other;
+  ASSERT_EQ(LogIn(at_other, other), 1);
+  ASSERT_EQ(LogIn(first, link), 1);
+  ASSERT_EQ(LogIn(second, link), 1);
+  ASSERT_EQ(LogIn(elsewhere, link), 1);
+  for (int count = 2; count < 1000; ++count) ExpectLogIn(1, link);
+  EXPECT_TRUE(MayEnter(first, link));
+  ExpectLogIn(1, link);
+  EXPECT_FALSE(MayEnter(first, link));
+  EXPECT_TRUE(MayEnter(second, link) && MayEnter(elsewhere, link) && MayEnter(at_other, other));
+}
+
+TEST_P(LoginTest, NameThatCouldForgeALogLineIsNotPassedOn) {
+  const Entry link = Make(ForUsers({"alice"}, {}));
+  for (const std::string& name : {std::string("-alice"), std::string("+alice"), std::string("a\nb"),
+                                  std::string("\x1b[2J"), std::string(300, 'a')}) {
+    Log().clear();
+    ExpectLogIn(-2, link, "x", name);
+    EXPECT_EQ(Log().size(), 1U) << name;
+  }
+}
+
 TEST_P(LoginTest, VisitIsALoginThatMakesANewToken) {
   const Entry link = Make([](Entry& e) { WithPassword()(e), WithVisits(2)(e); });
   Visitor first;
