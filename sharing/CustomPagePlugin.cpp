@@ -13,8 +13,6 @@
 namespace VELT::sharing {
 namespace {
 
-constexpr std::size_t kVersionSize = 24;  // of most: the parameter's name and a time in nanoseconds
-
 bool CarriesVersion(const char* url) {
   const char* version = std::strstr(url, "v=");
   return version != nullptr && (version == url || version[-1] == '?' || version[-1] == '&');
@@ -40,9 +38,7 @@ void Append(Json::Value& output, std::string text) {
 }  // namespace
 
 std::string FormatVersionedTag(const char* format, const char* url) {
-  std::string versioned;
-  versioned.reserve(std::strlen(url) + kVersionSize);
-  versioned = url;
+  std::string versioned = url;
   if (!CarriesVersion(url)) {
     versioned += std::strchr(url, '?') != nullptr ? "&v=" : "?v=";
     versioned += WebUtils::GetModifyTime(url);
