@@ -68,11 +68,12 @@ int VersionOf(const Parameters& parameters) {
   return error == std::errc() && stop == end ? version : -1;
 }
 
-// An exception's text may hold what was asked for, a password included: it stays out of the log.
-bool RunMethod(const Method& method, const std::string& name, APIRequest& request,
-               APIResponse& response) {
+// False when an exception ended `work`. Its text may hold what was asked for, a password included:
+// it stays out of the log.
+template <typename Work>
+bool RunsToItsEnd(const std::string& name, Work work) {
   try {
-    if (method.check(&request, &response)) method.handler(&request, &response);
+    work();
     return true;
   } catch (const std::exception&) {
     syslog(LOG_ERR, "%s: an exception left the handler", name.c_str());
@@ -98,10 +99,15 @@ bool IsSecure(const WebRequest& request, const std::string& base_url) {
 
 }  // namespace
 
-Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output)
-    : options_(options), registry_(registry), output_(output), page_(FindPluginsIn(registry)) {}
+Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output,
+                       Pool pool)
+    : options_(options),
+      registry_(registry),
+      output_(output),
+      pool_(pool),
+      page_(FindPluginsIn(registry)) {}
 
-std::string Dispatcher::Answer(const WebRequest& request) {
+Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request) {
   const Address address = AddressOf(request);
   const bool is_owner = address.kind == Address::Kind::kOwner;
   // What the store does for an owner is bound to no address.
@@ -127,7 +133,7 @@ std::string Dispatcher::Answer(const WebRequest& request) {
   return PlainAnswer("404 Not Found", "There is nothing at this address.");
 }
 
-std::string Dispatcher::AnswerApi(const WebRequest& request, const std::string* link) {
+Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link) {
   auto context = std::make_unique<RequestContext>();
   if (link != nullptr && request.body.size() > kLargestVisitorBody) {
     return ErrorAnswer(kMalformed, "request body is larger than 64 KiB");
@@ -147,8 +153,8 @@ std::string Dispatcher::AnswerApi(const WebRequest& request, const std::string* 
   return AnswerMethod(request, std::move(context));
 }
 
-std::string Dispatcher::AnswerMethod(const WebRequest& request,
-                                     std::unique_ptr<RequestContext> context) {
+Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
+                                             std::unique_ptr<RequestContext> context) {
   const std::string api = TextOf(context->parameters, "api");
   const std::string name = TextOf(context->parameters, "method");
   const Method* method = nullptr;
@@ -170,14 +176,24 @@ std::string Dispatcher::AnswerMethod(const WebRequest& request,
   }
   const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
   if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");
-
   const bool secure = IsSecure(request, context->base_url);
+  return CallMethod(*method, api + " " + name, std::move(context), secure);
+}
+
+Dispatcher::Outcome Dispatcher::CallMethod(const Method& method, const std::string& label,
+                                           std::unique_ptr<RequestContext> context, bool secure) {
   APIRequest api_request(std::move(context));
   APIResponse api_response;
-  const std::string label = api + " " + name;
   output_.Begin();
-  const bool returned = RunMethod(*method, label, api_request, api_response);
+  bool elsewhere = false;
+  const bool returned = RunsToItsEnd(label, [&] {
+    // Judged here as well, so that nobody waits for a pool to be refused.
+    if (!method.check(&api_request, &api_response)) return;
+    elsewhere = method.pool != pool_;
+    if (!elsewhere) method.handler(&api_request, &api_response);
+  });
   std::optional<std::string> printed = output_.End();
+  if (elsewhere) return Outcome(method.pool);
   ResponseState& state = api_response.state();
   if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
     return std::move(*printed);

@@ -1,5 +1,4 @@
 // velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
-#include <fcntl.h>
 #include <pwd.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -7,22 +6,22 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
+#include "Handover.h"
 #include "Listener.h"
 #include "Options.h"
+#include "Pool.h"
 #include "Privileges.h"
 #include "Site.h"
 #include "Supervisor.h"
 #include "Worker.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsys/Accounts.h"
-#include "veltsys/Descriptor.h"
 
 namespace VELT::host {
 namespace {
@@ -77,17 +76,12 @@ void PrepareStore(const Options& options) {
 }
 
 int Serve(const Options& options) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
-  const Descriptor lifeline(ends[0]);
-  Descriptor held(ends[1]);
   const Listener listener(options.socket_path, options.ids);
+  const std::array<Handover, kPoolCount> queues;  // the front's stays empty
   PrepareStore(options);
-  Supervisor supervisor(static_cast<std::size_t>(options.workers),
-                        [&](const std::function<void()>& ready) {
-                          held.Close();
-                          return RunWorker(options, listener.fd(), lifeline.get(), ready);
-                        });
+  Supervisor supervisor(options.pools, [&](const WorkerPlace& place) {
+    return RunWorker(options, listener.fd(), queues, place);
+  });
   return supervisor.Run();
 }
 
@@ -96,8 +90,20 @@ struct CommandLine {
   Options options;
   std::string user;
   std::string group;
+  PoolLimits front{2, 2, 32};
+  std::size_t max_pool = 8;
   bool log_stderr = false;
 };
+
+std::array<PoolLimits, kPoolCount> PoolsOf(const CommandLine& line) {
+  if (line.front.min > line.front.max) {
+    throw std::runtime_error("--min-workers is more than --max-workers");
+  }
+  std::array<PoolLimits, kPoolCount> pools;
+  pools.fill({1, 1, line.max_pool});
+  pools[IndexOf(Pool::kFront)] = line.front;
+  return pools;
+}
 
 void Describe(CLI::App& app, CommandLine& line) {
   Options& options = line.options;
@@ -110,10 +116,15 @@ void Describe(CLI::App& app, CommandLine& line) {
   app.add_option("--database", options.database,
                  R"("sqlite3 PATH" or "postgresql CONNECTION"; made at the first start)")
       ->required();
-  options.workers = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
-  app.add_option("--workers", options.workers, "Worker processes")
-      ->check(CLI::Range(1, 1024))
-      ->capture_default_str();
+  const auto add_number = [&app](const char* name, std::size_t& number, const char* text) {
+    app.add_option(name, number, text)->check(CLI::Range(1, 1024))->capture_default_str();
+  };
+  add_number("--min-workers", line.front.min, "Worker processes that are always there");
+  add_number("--spare-workers", line.front.spare, "Workers without work that are kept ready");
+  add_number("--max-workers", line.front.max, "Worker processes at most");
+  add_number("--max-pool-workers", line.max_pool,
+             "The same for each kind of slow calls: logins, calls that start programs, and lists; "
+             "they have workers of their own besides");
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
   app.add_option("--external-url", options.external_url,
@@ -134,6 +145,7 @@ int Main(int argc, char** argv) {
   Describe(app, line);
   CLI11_PARSE(app, argc, argv);
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
+  line.options.pools = PoolsOf(line);
   line.options.ids = FindIds(line.user, line.group);
   return Serve(line.options);
 }

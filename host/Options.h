@@ -3,7 +3,10 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <string>
+
+#include "Pool.h"
 
 namespace VELT::host {
 
@@ -16,7 +19,7 @@ struct Ids {
 
 struct Options {
   std::string socket_path;
-  int workers = 0;
+  std::array<PoolLimits, kPoolCount> pools;
   Ids ids;
   std::string registry;
   std::string database;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <initializer_list>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -52,6 +53,14 @@ bool ReadPostOnly(const Json::Value& row) {
   const Json::Value value = row.get("post_only", false);
   if (!value.isBool()) Fail({R"("post_only" must be true or false)"});
   return value.asBool();
+}
+
+Pool ReadPool(const Json::Value& row) {
+  const Json::Value& value = row["pool"];
+  if (value.isNull()) return Pool::kFront;
+  const auto pool = value.isString() ? FindPool(value.asString()) : std::nullopt;
+  if (!pool) Fail({R"("pool" must be "login", "program" or "long")"});
+  return *pool;
 }
 
 void* LoadModule(const std::string& path) {
@@ -130,7 +139,7 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
       Fail({"the library has no handler or no check for ", api, " ", name});
     }
     const Method method{handler->second->handler, check->second->check, ReadAccess(row["access"]),
-                        ReadPostOnly(row)};
+                        ReadPostOnly(row), ReadPool(row)};
     if (!methods_.emplace(key, method).second) {
       Fail({api, " ", name, " is registered twice"});
     }

@@ -6,6 +6,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Pool.h"
 #include "veltwebapi/APITable.h"
 
 namespace VELT::host {
@@ -21,7 +22,8 @@ struct Method {
   APIHandler handler = nullptr;
   APICheck check = nullptr;
   Access access;
-  bool post_only = false;  // it changes something: only by POST, and not from another site's page
+  bool post_only = false;    // it changes something: only by POST, and not from another site's page
+  Pool pool = Pool::kFront;  // whose workers run it
 };
 
 // Constant after Load; several threads may read it.
@@ -33,7 +35,8 @@ class Registry {
   //   {"library": PATH, absolute or from the file's folder on,
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
   //                 "access": [any of "user", "visitor", "token"],
-  //                 "post_only": BOOL, false if absent}]}
+  //                 "post_only": BOOL, false if absent,
+  //                 "pool": "login", "program" or "long"; absent: the front}]}
   //
   // Throws std::runtime_error, whose text says what is wrong with which file. A method that a
   // module has and its file lacks can't be called.

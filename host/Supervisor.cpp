@@ -23,22 +23,21 @@ using std::chrono::seconds;
 constexpr seconds kYoung{1};
 constexpr milliseconds kShortestPause{100};
 constexpr milliseconds kLongestPause{10000};
-
-// A real-time signal: every worker's is delivered, with its sender.
-int ReadySignal() { return SIGRTMIN; }
+constexpr seconds kSurplusKept{10};
+constexpr seconds kShrinkPause{1};
 
 sigset_t Signals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD, ReadySignal()}) {
-    sigaddset(&signals, signal);
-  }
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGUSR1}) sigaddset(&signals, signal);
   return signals;
 }
 
-void LogDeath(pid_t pid, int status) {
+void LogDeath(pid_t pid, int status, const Seat& seat) {
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
-    syslog(LOG_ERR, "worker %d took too long over a request and was ended", pid);
+    const char* place = seat.stuck_in.data();
+    syslog(LOG_ERR, "worker %d took too long over a request%s%s and was ended", pid,
+           *place == '\0' ? "" : " in ", place);
   } else if (WIFSIGNALED(status)) {
     syslog(LOG_ERR, "worker %d died: %s", pid, strsignal(WTERMSIG(status)));
   } else if (WEXITSTATUS(status) != 0) {
@@ -46,66 +45,146 @@ void LogDeath(pid_t pid, int status) {
   }
 }
 
+// While workers are replaced there is one more than usual.
+std::size_t SeatsOf(const PoolLimits& limits) { return limits.max + 1; }
+
+std::size_t SeatsOf(const std::array<PoolLimits, kPoolCount>& pools) {
+  std::size_t count = 0;
+  for (const PoolLimits& limits : pools) count += SeatsOf(limits);
+  return count;
+}
+
+template <typename Workers, typename Condition>
+std::size_t Count(const Workers& workers, Condition condition) {
+  return static_cast<std::size_t>(std::count_if(workers.begin(), workers.end(), condition));
+}
+
 }  // namespace
 
-Supervisor::Supervisor(std::size_t count, WorkerMain worker)
-    : count_(count), worker_(std::move(worker)) {}
+Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker)
+    : scoreboard_(SeatsOf(limits)), worker_(std::move(worker)) {
+  std::span<Seat> seats = scoreboard_.seats();
+  for (std::size_t index = 0; index < kPoolCount; ++index) {
+    const std::size_t count = SeatsOf(limits[index]);
+    pools_.push_back({static_cast<Pool>(index), limits[index], seats.first(count), {}, {}});
+    seats = seats.subspan(count);
+  }
+}
 
 int Supervisor::Run() {
   const sigset_t signals = Signals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  while (!stopping_ || !workers_.empty()) {
-    Adjust();
+  while (!stopping_ || HasWorkers()) {
+    for (WorkerPool& pool : pools_) Adjust(pool);
     WaitForSignal();
+    NoteReady();
     Reap();
   }
   return exit_status_;
 }
 
-// Brings the workers nearer to what they should be. While some are outdated, there is one more than
-// usual: an old one leaves only when its successor is ready.
-void Supervisor::Adjust() {
+bool Supervisor::HasWorkers() const {
+  return std::ranges::any_of(pools_, [](const WorkerPool& pool) { return !pool.workers.empty(); });
+}
+
+void Supervisor::Adjust(WorkerPool& pool) {
   if (stopping_) return;
-  const auto stays = [](const Worker& worker) { return !worker.leaving; };
-  const auto is_outdated = [&](const Worker& worker) { return stays(worker) && worker.outdated; };
-  const auto is_new = [&](const Worker& worker) { return stays(worker) && !worker.ready; };
+  Replace(pool);
+  Grow(pool);
+  Shrink(pool);
+}
+
+// An outdated worker leaves only when its successor is ready.
+void Supervisor::Replace(WorkerPool& pool) {
+  const auto is_new = [](const Worker& worker) { return !worker.leaving && !worker.ready; };
+  const auto is_outdated = [](const Worker& worker) { return !worker.leaving && worker.outdated; };
+  const auto oldest = std::ranges::find_if(pool.workers, is_outdated);
+  if (oldest == pool.workers.end()) return;
+  const std::size_t staying =
+      Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
+  const std::size_t current =
+      Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });
+  if (std::ranges::any_of(pool.workers, is_new)) return;
+  if (current > 0 && staying > pool.limits.min) {
+    TellToLeave(*oldest);
+  } else if (Clock::now() >= next_start_) {
+    Start(pool);
+  }
+}
+
+void Supervisor::Grow(WorkerPool& pool) {
   const auto staying = [&] {
-    return static_cast<std::size_t>(std::count_if(workers_.begin(), workers_.end(), stays));
+    return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
   };
-  const auto oldest = std::find_if(workers_.begin(), workers_.end(), is_outdated);
-  const bool all_ready = std::none_of(workers_.begin(), workers_.end(), is_new);
-  if (staying() > count_ && all_ready && oldest != workers_.end()) TellToLeave(*oldest);
-  const bool replacing = std::any_of(workers_.begin(), workers_.end(), is_outdated);
-  while (staying() < count_ + (replacing ? 1 : 0) && Clock::now() >= next_start_) Start();
+  // One that starts is as good as idle, for it soon will be.
+  const auto available = [&] {
+    return Count(pool.workers, [](const Worker& worker) {
+      return !worker.leaving && (!worker.ready || worker.seat->state == Seat::State::kIdle);
+    });
+  };
+  const auto lacks_one = [&] {
+    return staying() < pool.limits.min ||
+           (staying() < pool.limits.max && available() < pool.limits.spare);
+  };
+  while (Clock::now() >= next_start_ && lacks_one() && Start(pool)) {
+  }
+}
+
+void Supervisor::Shrink(WorkerPool& pool) {
+  const auto now = Clock::now();
+  const auto is_idle = [](const Worker& worker) {
+    return !worker.leaving && worker.ready && worker.seat->state == Seat::State::kIdle;
+  };
+  const std::size_t staying =
+      Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
+  if (staying <= pool.limits.min || Count(pool.workers, is_idle) <= pool.limits.spare) {
+    pool.shrink_at = now + kSurplusKept;
+  } else if (now >= pool.shrink_at) {
+    TellToLeave(*std::ranges::find_if(pool.workers, is_idle));
+    pool.shrink_at = now + kShrinkPause;
+  }
+}
+
+Supervisor::Clock::duration Supervisor::LongestWait() const {
+  // Long enough to cost nothing, when nothing is due.
+  Clock::duration wait = seconds(60);
+  if (stopping_) return wait;
+  for (const WorkerPool& pool : pools_) {
+    if (pool.workers.size() > pool.limits.min) wait = kShrinkPause;
+  }
+  const auto due = next_start_ - Clock::now();
+  return due > Clock::duration::zero() ? std::min(wait, due) : wait;
 }
 
 void Supervisor::WaitForSignal() {
   const sigset_t signals = Signals();
-  siginfo_t info{};
-  // Long enough to cost nothing, when nothing is due.
-  Clock::duration pause = seconds(60);
-  if (!stopping_) {
-    const auto due = next_start_ - Clock::now();
-    if (due > Clock::duration::zero()) pause = std::min(pause, due);
-  }
-  const auto whole = std::chrono::duration_cast<seconds>(pause);
-  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(pause - whole);
+  const Clock::duration wait = LongestWait();
+  const auto whole = std::chrono::duration_cast<seconds>(wait);
+  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(wait - whole);
   const timespec timeout{whole.count(), rest.count()};
-  const int signal = sigtimedwait(&signals, &info, &timeout);
+  const int signal = sigtimedwait(&signals, nullptr, &timeout);
   if (signal == SIGTERM || signal == SIGINT) {
     Stop();
   } else if (signal == SIGHUP) {
-    for (Worker& worker : workers_) worker.outdated = true;
-  } else if (signal == ReadySignal()) {
-    for (Worker& worker : workers_) {
-      if (worker.pid == info.si_pid) worker.ready = ever_ready_ = true;
+    for (WorkerPool& pool : pools_) {
+      for (Worker& worker : pool.workers) worker.outdated = true;
+    }
+  }
+}
+
+void Supervisor::NoteReady() {
+  for (WorkerPool& pool : pools_) {
+    for (Worker& worker : pool.workers) {
+      if (worker.seat->state != Seat::State::kStarting) worker.ready = ever_ready_ = true;
     }
   }
 }
 
 void Supervisor::Stop() {
   stopping_ = true;
-  for (Worker& worker : workers_) TellToLeave(worker);
+  for (WorkerPool& pool : pools_) {
+    for (Worker& worker : pool.workers) TellToLeave(worker);
+  }
 }
 
 void Supervisor::TellToLeave(Worker& worker) {
@@ -118,17 +197,20 @@ void Supervisor::Reap() {
   for (;;) {
     const pid_t pid = waitpid(-1, &status, WNOHANG);
     if (pid <= 0) return;
-    const auto worker = std::find_if(workers_.begin(), workers_.end(),
-                                     [pid](const Worker& one) { return one.pid == pid; });
-    if (worker == workers_.end()) continue;
-    const Worker dead = *worker;
-    workers_.erase(worker);
-    Bury(dead, status);
+    for (WorkerPool& pool : pools_) {
+      const auto worker = std::ranges::find(pool.workers, pid, &Worker::pid);
+      if (worker == pool.workers.end()) continue;
+      const Worker dead = *worker;
+      pool.workers.erase(worker);
+      Bury(dead, status);
+    }
   }
 }
 
 void Supervisor::Bury(const Worker& worker, int status) {
-  LogDeath(worker.pid, status);
+  LogDeath(worker.pid, status, *worker.seat);
+  worker.seat->stuck_in.front() = '\0';
+  worker.seat->state = Seat::State::kEmpty;
   if (!ever_ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kBadConfiguration) {
     exit_status_ = kBadConfiguration;
     if (!stopping_) Stop();
@@ -145,20 +227,23 @@ void Supervisor::Bury(const Worker& worker, int status) {
   next_start_ = now + pause;
 }
 
-void Supervisor::Start() {
-  const pid_t supervisor = getpid();
+bool Supervisor::Start(WorkerPool& pool) {
+  const auto seat = std::ranges::find(pool.seats, Seat::State::kEmpty,
+                                      [](const Seat& each) { return each.state.load(); });
+  // Those that were told to leave keep theirs until they have.
+  if (seat == pool.seats.end()) return false;
+  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*seat, pool.seats};
+  seat->state = Seat::State::kStarting;
   const pid_t pid = fork();
+  if (pid == 0) std::exit(worker_(place));
   if (pid < 0) {
     syslog(LOG_ERR, "cannot start a worker: %s", strerror(errno));
+    seat->state = Seat::State::kEmpty;
     next_start_ = Clock::now() + kLongestPause;
-  } else if (pid == 0) {
-    // A parent that is gone has no successor who would want to know.
-    std::exit(worker_([supervisor] {
-      if (getppid() == supervisor) sigqueue(supervisor, ReadySignal(), {});
-    }));
-  } else {
-    workers_.push_back({pid, Clock::now()});
+    return false;
   }
+  pool.workers.push_back({pid, Clock::now(), &*seat});
+  return true;
 }
 
 }  // namespace VELT::host

@@ -1,28 +1,44 @@
-// Keeps worker processes running.
+// Keeps worker processes running, as many in each pool as its work needs.
 #pragma once
 
 #include <sys/types.h>
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <functional>
+#include <span>
 #include <vector>
 
+#include "Pool.h"
+#include "Scoreboard.h"
+
 namespace VELT::host {
+
+// Where a worker belongs.
+struct WorkerPlace {
+  pid_t supervisor;
+  Pool pool;
+  PoolLimits limits;
+  Seat* seat;                   // its own
+  std::span<const Seat> seats;  // those of its pool
+};
 
 // One per process, whose only children are the workers; one thread.
 class Supervisor {
  public:
-  // Run in a child process; returns its exit status. It calls `ready` once it can work, and leaves
-  // at SIGTERM.
-  using WorkerMain = std::function<int(const std::function<void()>& ready)>;
+  // Run in a child process; returns its exit status. It keeps the state of its seat, sends SIGUSR1
+  // when it has become ready or when its pool lacks idle workers, and leaves at SIGTERM.
+  using WorkerMain = std::function<int(const WorkerPlace& place)>;
 
-  Supervisor(std::size_t count, WorkerMain worker);
+  Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker);
 
-  // Keeps `count` workers running until SIGTERM or SIGINT, and returns the exit status of the
-  // program when the last has left. A worker that dies is replaced: at once, or after a pause that
-  // grows when they die young. SIGHUP replaces all of them one by one, each only when the next is
-  // ready. When a first worker ends with kBadConfiguration before any was ready, all are ended and
-  // that is returned.
+  // Keeps workers running until SIGTERM or SIGINT, and returns the exit status of the program when
+  // the last has left. A worker that dies is replaced: at once, or after a pause that grows when
+  // they die young. Surplus workers are told to leave, one a second, when a pool has had some for
+  // ten seconds. SIGHUP replaces all of them one by one, each only when the next is ready. When a
+  // first worker ends with kBadConfiguration before any was ready, all are ended and that is
+  // returned.
   int Run();
 
  private:
@@ -31,22 +47,37 @@ class Supervisor {
   struct Worker {
     pid_t pid = -1;
     Clock::time_point start;
+    Seat* seat = nullptr;
     bool ready = false;
     bool outdated = false;  // to be replaced
     bool leaving = false;   // told to leave
   };
 
+  struct WorkerPool {
+    Pool pool;
+    PoolLimits limits;
+    std::span<Seat> seats;
+    std::vector<Worker> workers;
+    Clock::time_point shrink_at;  // when a surplus worker may be told to leave
+  };
+
   void WaitForSignal();
+  Clock::duration LongestWait() const;
   void Stop();
+  void NoteReady();
   void Reap();
   void Bury(const Worker& worker, int status);
-  void Start();
-  void Adjust();
+  bool Start(WorkerPool& pool);
+  void Adjust(WorkerPool& pool);
+  void Replace(WorkerPool& pool);
+  void Grow(WorkerPool& pool);
+  void Shrink(WorkerPool& pool);
   void TellToLeave(Worker& worker);
+  bool HasWorkers() const;
 
-  const std::size_t count_;
+  const Scoreboard scoreboard_;
   const WorkerMain worker_;
-  std::vector<Worker> workers_;
+  std::vector<WorkerPool> pools_;
   bool stopping_ = false;
   bool ever_ready_ = false;
   int exit_status_ = 0;

@@ -1,23 +1,28 @@
 #include "Worker.h"
 
-#include <fcgiapp.h>
-#include <fcntl.h>
 #include <malloc.h>
 #include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <iterator>
-#include <string>
+#include <optional>
 #include <system_error>
+#include <utility>
 
+#include "Answer.h"
+#include "Deadline.h"
 #include "Dispatcher.h"
+#include "FastCgi.h"
 #include "Limits.h"
 #include "OutputCapture.h"
 #include "Privileges.h"
@@ -28,12 +33,14 @@
 namespace VELT::host {
 namespace {
 
-// The descriptor from which the wish to end this worker is read. The signals stay blocked, so that
-// they neither disturb a request in hand nor get lost between two.
-int WatchForTheEnd() {
+// A slow call gives way to pages on a busy machine, and so do the programs that it starts.
+constexpr int kNiceness = 5;
+
+// The descriptor from which the signals to leave are read. They stay blocked, so that they neither
+// disturb a request in hand nor get lost between two.
+int WatchSignals() {
   std::signal(SIGPIPE, SIG_IGN);  // a client that went away is no reason to end
   std::signal(SIGHUP, SIG_IGN);   // the parent's business
-  std::signal(SIGALRM, SIG_DFL);  // the time limit of a request
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
@@ -42,32 +49,26 @@ int WatchForTheEnd() {
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Waits for connections without waking other workers that wait for the same one.
+// Waits for requests without waking other workers that wait for the same one.
 class RequestWaiter {
  public:
-  RequestWaiter(int listener, int signals, int lifeline)
-      : listener_(listener), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-    Watch(listener, EPOLLIN | EPOLLEXCLUSIVE);
+  RequestWaiter(int source, int signals) : source_(source), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+    Watch(source, EPOLLIN | EPOLLEXCLUSIVE);
     Watch(signals, EPOLLIN);
-    Watch(lifeline, EPOLLIN);
   }
 
-  // False when it is time to leave. A connection that came at the same moment is served first, for
+  // False when it is time to leave. A request that came at the same moment is served first, for
   // this worker alone was woken for it.
   bool Wait() {
     while (!leaving_) {
-      epoll_event events[3];
+      epoll_event events[2];
       const int count = epoll_wait(epoll_.get(), events, std::size(events), -1);
       if (count < 0 && errno != EINTR) return false;
-      bool connected = false;
+      bool requested = false;
       for (int i = 0; i < count; ++i) {
-        if (events[i].data.fd == listener_) {
-          connected = true;
-        } else {
-          leaving_ = true;
-        }
+        (events[i].data.fd == source_ ? requested : leaving_) = true;
       }
-      if (connected) return true;
+      if (requested) return true;
     }
     return false;
   }
@@ -82,108 +83,116 @@ class RequestWaiter {
     }
   }
 
-  int listener_;
+  int source_;
   Descriptor epoll_;
   bool leaving_ = false;
 };
 
-std::size_t AnnouncedLength(const WebRequest& request) {
-  const std::string text = request.Variable("CONTENT_LENGTH");
-  std::size_t length = 0;
-  std::from_chars(text.data(), text.data() + text.size(), length);
-  return length;
+// Asks the kernel to end this process with its supervisor. A change of effective ids, as a handler
+// may make, takes that back (prctl(2)), so it is asked again for each request. False when the
+// supervisor is gone already.
+bool EndWithSupervisor(const WorkerPlace& place) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  return getppid() == place.supervisor;
 }
 
-// A body that is too large is still read to its end: the web server has it in hand, and takes an
-// answer that comes earlier for a failure.
-void ReadBody(FCGX_Stream* input, WebRequest& request) {
-  char chunk[16384];
-  std::size_t length = 0;
-  for (;;) {
-    const int got = FCGX_GetStr(chunk, sizeof chunk, input);
-    if (got <= 0) break;
-    length += static_cast<std::size_t>(got);
-    if (request.body.size() <= kLargestBody) {
-      request.body.append(chunk, static_cast<std::size_t>(got));
+void BecomeIdle(const WorkerPlace& place) { place.seat->state = Seat::State::kIdle; }
+
+// The supervisor is woken when the pool has too few idle workers left and may have more.
+void BecomeBusy(const WorkerPlace& place) {
+  place.seat->state = Seat::State::kBusy;
+  std::size_t idle = 0;
+  std::size_t taken = 0;
+  for (const Seat& seat : place.seats) {
+    const Seat::State state = seat.state;
+    if (state == Seat::State::kIdle) ++idle;
+    if (state != Seat::State::kEmpty) ++taken;
+  }
+  if (idle < place.limits.spare && taken < place.limits.max) kill(place.supervisor, SIGUSR1);
+}
+
+class Worker {
+ public:
+  Worker(const Options& options, const std::array<Handover, kPoolCount>& queues,
+         const WorkerPlace& place, Dispatcher& dispatcher)
+      : options_(options),
+        queues_(queues),
+        place_(place),
+        dispatcher_(dispatcher),
+        deadline_(options.request_timeout, *place.seat) {}
+
+  // Serves requests until it is time to leave.
+  void Serve(int listener, int signals) {
+    if (place_.pool == Pool::kFront) {
+      FastCgiListener front(listener);
+      ServeFrom(listener, signals, [&front] { return front.Take(); });
+    } else {
+      const Handover& queue = queues_[IndexOf(place_.pool)];
+      ServeFrom(queue.fd(), signals, [&queue] { return queue.Take(); });
     }
   }
-  request.body_complete = length == AnnouncedLength(request);
-}
 
-WebRequest ReadRequest(const FCGX_Request& fcgi) {
-  WebRequest request;
-  for (char** variable = fcgi.envp; variable != nullptr && *variable != nullptr; ++variable) {
-    const std::string_view text = *variable;
-    const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) continue;
-    request.variables.emplace(text.substr(0, equals), text.substr(equals + 1));
-  }
-  ReadBody(fcgi.in, request);
-  return request;
-}
-
-void WriteAnswer(const FCGX_Request& fcgi, const std::string& answer) {
-  FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), fcgi.out);
-}
-
-// Sends what is left of the answer and ends the connection. The library would wait for the web
-// server to close it first, which matters only where bytes of the request are still unread: ours is
-// read to its end.
-void FinishRequest(FCGX_Request& fcgi) {
-  fcgi.keepConnection = 1;
-  FCGX_Finish_r(&fcgi);
-  // Gone already when the answer could not be sent.
-  if (fcgi.ipcFd >= 0) close(fcgi.ipcFd);
-  fcgi.ipcFd = -1;
-}
-
-// Serves requests until it is time to leave.
-int Serve(const Options& options, Dispatcher& dispatcher, int listener, int signals, int lifeline) {
-  FCGX_Request fcgi;
-  if (FCGX_Init() != 0 || FCGX_InitRequest(&fcgi, listener, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
-    syslog(LOG_ERR, "cannot set FastCGI up");
-    return kBadConfiguration;
-  }
-  RequestWaiter waiter(listener, signals, lifeline);
-  while (waiter.Wait()) {
-    // When the time is over the process ends, and the parent says so in the log.
-    alarm(options.request_timeout);
-    const int accepted = FCGX_Accept_r(&fcgi);
-    if (accepted == 0) {
-      fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
-      const WebRequest request = ReadRequest(fcgi);
-      WriteAnswer(fcgi, dispatcher.Answer(request));
-      FinishRequest(fcgi);
-      // JSON takes a hundred times its text, and nobody may leave a worker that large.
-      if (request.body.size() > kLargestVisitorBody) malloc_trim(0);
-    } else if (accepted != -EAGAIN) {  // that is: another worker was faster, or the client is gone
-      syslog(LOG_ERR, "cannot take a connection: %d; leaving", accepted);
-      return 1;
-    }
-    alarm(0);
-    if (!IsLoweredTo(options.ids)) {
-      syslog(LOG_CRIT, "a request left effective ids %u:%u behind; leaving", geteuid(), getegid());
-      break;
+ private:
+  template <typename Take>
+  void ServeFrom(int source, int signals, Take take) {
+    RequestWaiter waiter(source, signals);
+    while (EndWithSupervisor(place_) && waiter.Wait()) {
+      BecomeBusy(place_);
+      deadline_.Start();
+      if (const std::optional<Incoming> incoming = take()) Answer(*incoming);
+      deadline_.Stop();
+      if (!IsLoweredTo(options_.ids)) {
+        syslog(LOG_CRIT, "a request left effective ids %u:%u behind; leaving", geteuid(),
+               getegid());
+        return;
+      }
+      BecomeIdle(place_);
     }
   }
-  return 0;
-}
+
+  void Answer(const Incoming& incoming) {
+    if (incoming.reply.ClientHasLeft()) return;
+    deadline_.Tell(&incoming.reply);
+    Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request);
+    // An answer that is half sent can't be followed by another.
+    deadline_.Tell(nullptr);
+    if (outcome.elsewhere) {
+      const Pool pool = *outcome.elsewhere;
+      if (queues_[IndexOf(pool)].Give(incoming)) return;
+      syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
+      outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
+    }
+    incoming.reply.Send(outcome.answer);
+    // JSON takes a hundred times its text, and nobody may leave a worker that large.
+    if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
+  }
+
+  const Options& options_;
+  const std::array<Handover, kPoolCount>& queues_;
+  const WorkerPlace& place_;
+  Dispatcher& dispatcher_;
+  Deadline deadline_;
+};
 
 }  // namespace
 
-int RunWorker(const Options& options, int listener, int lifeline,
-              const std::function<void()>& ready) {
+int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
+              const WorkerPlace& place) {
   bool started = false;
   try {
-    const Descriptor signals(WatchForTheEnd());
+    const Descriptor signals(WatchSignals());
+    if (place.pool != Pool::kFront) setpriority(PRIO_PROCESS, 0, kNiceness);
     sharing::ConfigureStore({options.database, {}});
     OutputCapture output;
     const Registry registry = Registry::Load(options.registry);
     LowerTo(options.ids);
-    Dispatcher dispatcher(options, registry, output);
-    ready();
+    Dispatcher dispatcher(options, registry, output, place.pool);
+    Worker worker(options, queues, place, dispatcher);
+    BecomeIdle(place);
+    kill(place.supervisor, SIGUSR1);
     started = true;
-    return Serve(options, dispatcher, listener, signals.get(), lifeline);
+    worker.Serve(listener, signals.get());
+    return 0;
   } catch (const std::exception& error) {
     syslog(LOG_ERR, "%s", error.what());
     return started ? 1 : kBadConfiguration;

@@ -27,7 +27,7 @@ ROUNDS = 7
 
 
 class Constant:
-    """The constant answer behind its own lighttpd, with as many processes as the demonstration has workers."""
+    """The constant answer behind its own lighttpd, with a process for each core."""
 
     def __init__(self, demo, build, folder):
         self.port = free_port()

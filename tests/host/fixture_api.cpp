@@ -57,6 +57,19 @@ void Hang(APIRequest* request, APIResponse* response) {
   response->SetSuccess("finished");
 }
 
+// As long as the file is there.
+void Wait(APIRequest* request, APIResponse* response) {
+  const std::string path = request->GetParam("value", "").asString();
+  while (access(path.c_str(), F_OK) == 0) usleep(5000);
+  response->SetSuccess(getpid());
+}
+
+void Touch(APIRequest* request, APIResponse* response) {
+  const std::string path = request->GetParam("value", "").asString();
+  if (FILE* file = std::fopen(path.c_str(), "we"); file != nullptr) std::fclose(file);
+  response->SetSuccess(path);
+}
+
 void Throw(APIRequest*, APIResponse* response) {
   response->SetSuccess("half done");
   throw std::runtime_error("planted secret");
@@ -91,19 +104,11 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {"echo", Echo, Pass},
-    {"raw", Raw, Pass},
-    {"print", Print, Pass},
-    {"crash", Crash, Pass},
-    {"throw", Throw, Pass},
-    {"throw_int", ThrowInt, Pass},
-    {"silent", Silent, Pass},
-    {"flood", Flood, Pass},
-    {"elevate", Elevate, Pass},
-    {"user_post", Echo, Pass},
-    {"for_token", Echo, Pass},
-    {"unlisted", Echo, Pass},
-    {"hang", Hang, RefuseWithoutValue},
+    {"echo", Echo, Pass},         {"raw", Raw, Pass},        {"print", Print, Pass},
+    {"crash", Crash, Pass},       {"throw", Throw, Pass},    {"throw_int", ThrowInt, Pass},
+    {"silent", Silent, Pass},     {"flood", Flood, Pass},    {"elevate", Elevate, Pass},
+    {"user_post", Echo, Pass},    {"for_token", Echo, Pass}, {"unlisted", Echo, Pass},
+    {"wait", Wait, Pass},         {"touch", Touch, Pass},    {"hang", Hang, RefuseWithoutValue},
     {"unchecked", Echo, nullptr},
 };
 

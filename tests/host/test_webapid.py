@@ -190,8 +190,8 @@ class Workers(unittest.TestCase):
             host.register("fixture.json", "{")
             start = time.monotonic()
             host.signal(signal.SIGHUP)
-            host.wait_for_log("left with status 78", times=4)  # tried again and again,
-            self.assertGreater(time.monotonic() - start, 0.7)  # after 0.1, 0.2 and 0.4 seconds
+            host.wait_for_log("left with status 78", times=5)  # one of each pool, and then again
+            self.assertGreater(time.monotonic() - start, 0.7)  # after a pause that four deaths made longer
             self.assertIn(host.worker(), old)  # meanwhile the old ones serve
             registry = fixture_registry()
             registry["methods"].append(
@@ -204,8 +204,9 @@ class Workers(unittest.TestCase):
     def test_a_request_that_takes_too_long_ends_its_worker_only(self):
         with Host("--request-timeout", "1") as host:
             with self.hanging(host) as connection:
-                self.assertEqual(host.finish(connection).text, "")
-            host.wait_for_log("took too long over a request")
+                answer = host.finish(connection)
+            self.assertEqual(dict(answer.headers)["Status"], "504 Gateway Timeout")
+            host.wait_for_log("took too long over a request and was ended")
             self.assertEqual(host.call("echo").code, 0)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs root")
@@ -250,12 +251,67 @@ class Workers(unittest.TestCase):
             (fixture_registry(methods=[{**row, "access": ["guest"]}]), '"access" may hold'),
             (fixture_registry(methods=[{**row, "access": []}]), '"access" must be a list'),
             (fixture_registry(methods=[{**row, "post_only": "yes"}]), '"post_only" must be'),
+            (fixture_registry(methods=[{**row, "pool": "front"}]), '"pool" must be'),
             (fixture_registry(methods=[row, row]), "registered twice"),
         ]:
             with self.subTest(reason), Host(modules={"one.json": content}, workers=2) as host:
                 self.assertEqual(host.wait(), 78)
                 self.assertIn(f"{host.registry}/one.json: ", "".join(host.log))
                 self.assertIn(reason, "".join(host.log))
+
+
+class Pools(unittest.TestCase):
+    """Calls that take long have workers of their own, and pools grow and shrink."""
+
+    @contextlib.contextmanager
+    def waiting(self, host, count, method="wait"):
+        """Connections of `count` calls that go on until the block ends."""
+        path = os.path.join(host.folder.name, "wait")
+        with open(path, "wb"):
+            pass
+        try:
+            yield [host.begin(method, value=path) for _ in range(count)]
+        finally:
+            os.unlink(path)
+
+    def test_slow_calls_never_stand_before_fast_ones(self):
+        with Host("--max-pool-workers", "2", workers=1) as host:
+            with self.waiting(host, 20) as slow:
+                for _ in range(20):
+                    self.assertEqual(host.call("echo").code, 0)
+            answers = [host.finish(connection) for connection in slow]
+            self.assertEqual([answer.code for answer in answers], [0] * 20)
+            self.assertEqual(len({answer.json["data"] for answer in answers}), 2)
+
+    def test_calls_beyond_what_the_queue_holds_are_told_to_come_back(self):
+        with Host("--max-pool-workers", "1", workers=1) as host:
+            with self.waiting(host, 400) as slow:
+                self.assertEqual(host.call("echo").code, 0)
+            codes = [host.finish(connection).code for connection in slow]
+            self.assertEqual(set(codes), {0, 100})
+            self.assertGreater(codes.count(0), 100)
+            host.wait_for_log("too many calls wait for the workers of pool long")
+
+    def test_a_call_whose_client_has_left_is_not_made(self):
+        with Host("--max-pool-workers", "1", workers=1) as host:
+            left, stayed = (os.path.join(host.folder.name, name) for name in ("left", "stayed"))
+            with self.waiting(host, 1) as slow:
+                host.begin("touch", value=left).close()
+                last = host.begin("touch", value=stayed)
+                self.assertEqual(host.call("echo").code, 0)
+            self.assertEqual([host.finish(each).code for each in (*slow, last)], [0, 0])
+            self.assertTrue(os.path.exists(stayed))
+            self.assertFalse(os.path.exists(left))
+
+    def test_a_pool_grows_with_its_work_and_shrinks_again(self):
+        with Host("--max-pool-workers", "4", workers=1) as host:
+            host.call("echo")
+            wait_until(lambda: len(host.workers()) == 4)  # one of each pool
+            with self.waiting(host, 3) as slow:
+                wait_until(lambda: len(host.workers()) == 7)
+            self.assertEqual(len({host.finish(connection).json["data"] for connection in slow}), 3)
+            wait_until(lambda: len(host.workers()) == 4)
+            self.assertEqual(host.call("wait", value="/none").code, 0)
 
 
 if __name__ == "__main__":

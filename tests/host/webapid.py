@@ -77,7 +77,7 @@ class Host:
             self.register(name, text)
         command = [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
         command += ["--database", "sqlite3 " + os.path.join(self.folder.name, "sharing.db")]
-        command += ["--workers", str(workers), *options]
+        command += ["--min-workers", str(workers), "--max-workers", str(workers), *options]
         self.log = []
         self._news = threading.Condition()
         self.process = subprocess.Popen(
@@ -180,10 +180,18 @@ class Host:
     def ask(self, variables=None, body=b""):
         return self.finish(self.start(variables or {}, body))
 
-    def call(self, method, variables=None, **parameters):
-        """Calls a method of the fixture module as a logged-in user."""
+    def begin(self, method, variables=None, **parameters):
+        """Begins a call of the fixture module as a logged-in user; `finish` reads its answer."""
         form = {"api": "Test.Host", "version": 1, "method": method, **parameters}
-        return self.ask(variables, urllib.parse.urlencode(form).encode())
+        return self.start(variables or {}, urllib.parse.urlencode(form).encode())
+
+    def call(self, method, variables=None, **parameters):
+        return self.finish(self.begin(method, variables, **parameters))
+
+    def workers(self):
+        """The process ids of all workers, of every pool."""
+        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children", encoding="ascii") as file:
+            return [int(pid) for pid in file.read().split()]
 
     def worker(self):
         """The process id of a worker that is up."""
@@ -200,4 +208,8 @@ def fixture_registry(**changes):
         {"api": "Test.Host", "version": 1, "method": "user_post", "access": ["user"], "post_only": True}
     )
     rows.append({"api": "Test.Host", "version": 1, "method": "for_token", "access": ["token"]})
+    rows += [
+        {"api": "Test.Host", "version": 1, "method": name, "access": ["user"], "pool": "long"}
+        for name in ["wait", "touch"]
+    ]
     return {"library": os.path.join(FIXTURES, "fixture_api.so"), "methods": rows, **changes}

@@ -1,0 +1,109 @@
+#include "Deadline.h"
+
+#include <link.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+#include "Answer.h"
+
+namespace VELT::host {
+namespace {
+
+// What the signal handler needs, which may neither allocate nor lock.
+struct Current {
+  Seat* seat = nullptr;
+  volatile sig_atomic_t connection = -1;
+  std::size_t libraries = 0;  // that were open when the request began
+  int request_id = 0;
+  std::string answer;  // framed for it
+};
+
+Current& TheCurrent() {
+  static Current current;
+  return current;
+}
+
+int CountLibraries(dl_phdr_info* info, std::size_t /*size*/, void* count) {
+  *static_cast<std::size_t*>(count) = static_cast<std::size_t>(info->dlpi_adds - info->dlpi_subs);
+  return 1;  // every call tells the same
+}
+
+struct Search {
+  std::size_t skip;
+  const char* name;
+};
+
+// Libraries are listed in the order in which they were opened.
+int FindLibrary(dl_phdr_info* info, std::size_t /*size*/, void* search) {
+  auto& state = *static_cast<Search*>(search);
+  if (state.skip > 0) {
+    --state.skip;
+    return 0;
+  }
+  state.name = info->dlpi_name;
+  return 1;
+}
+
+void TellSeat(const Current& current) {
+  Search search{current.libraries, nullptr};
+  dl_iterate_phdr(FindLibrary, &search);
+  if (search.name == nullptr) return;
+  auto& text = current.seat->stuck_in;
+  const std::size_t length = std::min(std::strlen(search.name), text.size() - 1);
+  std::memcpy(text.data(), search.name, length);
+  text[length] = '\0';
+}
+
+void End(int /*signal*/) {
+  // Should the handler get stuck itself, in the loader's lock say, the next alarm has no handler.
+  alarm(1);
+  const Current& current = TheCurrent();
+  if (current.connection >= 0) {
+    send(current.connection, current.answer.data(), current.answer.size(),
+         MSG_NOSIGNAL | MSG_DONTWAIT);
+  }
+  TellSeat(current);
+  raise(SIGALRM);
+}
+
+}  // namespace
+
+Deadline::Deadline(unsigned int seconds, Seat& seat) : seconds_(seconds) {
+  TheCurrent().seat = &seat;
+  struct sigaction action {};
+  action.sa_handler = End;
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+  sigaction(SIGALRM, &action, nullptr);
+}
+
+void Deadline::Start() {
+  dl_iterate_phdr(CountLibraries, &TheCurrent().libraries);
+  alarm(seconds_);
+}
+
+void Deadline::Tell(const ReplyChannel* client) {
+  Current& current = TheCurrent();
+  current.connection = -1;
+  if (client == nullptr) return;
+  if (current.answer.empty() || current.request_id != client->request_id()) {
+    current.request_id = client->request_id();
+    current.answer =
+        FrameAnswer(PlainAnswer("504 Gateway Timeout", "This took too long and was given up."),
+                    current.request_id);
+  }
+  current.connection = client->connection();
+}
+
+void Deadline::Stop() {
+  alarm(0);
+  Tell(nullptr);
+}
+
+}  // namespace VELT::host

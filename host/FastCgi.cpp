@@ -1,0 +1,127 @@
+#include "FastCgi.h"
+
+#include <fcgiapp.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <stdexcept>
+
+#include "Limits.h"
+
+namespace VELT::host {
+namespace {
+
+// Record types (section 8).
+constexpr char kEndRequest = 3;
+constexpr char kStdout = 6;
+constexpr std::size_t kLargestRecord = 65528;  // the largest that needs no padding
+
+void AppendHeader(std::string& frame, char type, int request_id, std::size_t length) {
+  const auto high = [](std::size_t value) { return static_cast<char>(value >> 8 & 0xFF); };
+  const auto low = [](std::size_t value) { return static_cast<char>(value & 0xFF); };
+  const auto id = static_cast<std::size_t>(request_id);
+  frame += {1, type, high(id), low(id), high(length), low(length), 0, 0};
+}
+
+std::size_t AnnouncedLength(const WebRequest& request) {
+  const std::string text = request.Variable("CONTENT_LENGTH");
+  std::size_t length = 0;
+  std::from_chars(text.data(), text.data() + text.size(), length);
+  return length;
+}
+
+// A body that is too large is still read to its end: the web server has it in hand, and takes an
+// answer that comes earlier for a failure.
+void ReadBody(FCGX_Stream* input, WebRequest& request) {
+  char chunk[16384];
+  std::size_t length = 0;
+  for (;;) {
+    const int got = FCGX_GetStr(chunk, sizeof chunk, input);
+    if (got <= 0) break;
+    length += static_cast<std::size_t>(got);
+    if (request.body.size() <= kLargestBody) {
+      request.body.append(chunk, static_cast<std::size_t>(got));
+    }
+  }
+  request.body_complete = length == AnnouncedLength(request);
+}
+
+WebRequest ReadRequest(const FCGX_Request& fcgi) {
+  WebRequest request;
+  for (char** variable = fcgi.envp; variable != nullptr && *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    const std::size_t equals = text.find('=');
+    if (equals == std::string_view::npos) continue;
+    request.variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+  }
+  ReadBody(fcgi.in, request);
+  return request;
+}
+
+}  // namespace
+
+std::string FrameAnswer(std::string_view answer, int request_id) {
+  std::string frame;
+  frame.reserve(answer.size() + answer.size() / kLargestRecord * 8 + 64);
+  while (!answer.empty()) {
+    const std::string_view piece = answer.substr(0, kLargestRecord);
+    AppendHeader(frame, kStdout, request_id, piece.size());
+    frame += piece;
+    answer.remove_prefix(piece.size());
+  }
+  AppendHeader(frame, kStdout, request_id, 0);
+  AppendHeader(frame, kEndRequest, request_id, 8);
+  return frame.append(8, '\0');  // status 0, request complete
+}
+
+void ReplyChannel::Send(std::string_view answer) const {
+  const std::string frame = FrameAnswer(answer, id_);
+  for (std::string_view rest = frame; !rest.empty();) {
+    const ssize_t sent = send(connection(), rest.data(), rest.size(), MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return;
+    rest.remove_prefix(static_cast<std::size_t>(sent));
+  }
+}
+
+bool ReplyChannel::ClientHasLeft() const {
+  pollfd watched{connection(), 0, 0};  // a hang-up is reported without being asked for
+  return poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+struct FastCgiListener::Library {
+  FCGX_Request fcgi;
+};
+
+FastCgiListener::FastCgiListener(int listener) : library_(std::make_unique<Library>()) {
+  if (FCGX_Init() != 0 ||
+      FCGX_InitRequest(&library_->fcgi, listener, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
+    throw std::runtime_error("cannot set FastCGI up");
+  }
+}
+
+FastCgiListener::~FastCgiListener() = default;
+
+std::optional<Incoming> FastCgiListener::Take() {
+  FCGX_Request& fcgi = library_->fcgi;
+  const int status = FCGX_Accept_r(&fcgi);
+  if (status == -EAGAIN) return std::nullopt;
+  if (status != 0) {
+    throw std::runtime_error("cannot take a connection: " + std::to_string(status));
+  }
+  fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
+  WebRequest request = ReadRequest(fcgi);
+  // The answer doesn't go through the library, which would wait for the web server to close first.
+  ReplyChannel reply(fcgi.ipcFd, fcgi.requestId);
+  fcgi.ipcFd = -1;
+  fcgi.keepConnection = 1;
+  FCGX_Free(&fcgi, 0);
+  return Incoming{std::move(request), std::move(reply)};
+}
+
+}  // namespace VELT::host
