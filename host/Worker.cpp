@@ -34,7 +34,7 @@ namespace VELT::host {
 namespace {
 
 // A slow call gives way to pages on a busy machine, and so do the programs that it starts.
-constexpr int kNiceness = 5;
+constexpr int kNiceness = 10;
 
 // The descriptor from which the signals to leave are read. They stay blocked, so that they neither
 // disturb a request in hand nor get lost between two.

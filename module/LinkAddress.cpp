@@ -1,14 +1,12 @@
 #include "module/LinkAddress.h"
 
-#include <syslog.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
 #include <vector>
 
-#include "sharing/LogPlaces.h"
+#include "sharing/Log.h"
 #include "veltsys/Base64.h"
 #include "veltsys/Process.h"
 
@@ -49,8 +47,7 @@ bool GenerateQRCode(const std::string& url, std::string& qrcode) {
   const std::unique_ptr<FILE, ClosePipe> pipe(VLIBCPopen(
       kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-", static_cast<const char*>(nullptr)));
   if (!pipe) {
-    syslog(LOG_ERR, "%s:%d VLIBCPopen failed, key=%s", log_place::kQRCodeStart.source,
-           log_place::kQRCodeStart.line, url.c_str());
+    LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
     return false;
   }
 

@@ -18,7 +18,12 @@ int SharingAPIBase::FormOutput() { return 0; }
 
 int SharingAPIBase::RunSteps() {
   const char* prefix = "Parse Param Error: ";
-  int code = ParseParams();
+  int code = 0;
+  try {
+    code = ParseParams();
+  } catch (const std::exception& error) {
+    code = Fail(kErrorParam, error.what());
+  }
   if (code == 0) {
     prefix = "Execute Error: ";
     code = Execute();
@@ -34,6 +39,30 @@ int SharingAPIBase::RunSteps() {
 int SharingAPIBase::Fail(int code, const char* message) {
   error_message_ = message;
   return code;
+}
+
+std::string SharingAPIBase::Read(const params::Text& param) const {
+  return request_->GetParam(param.name, param.fallback).asString();
+}
+
+int SharingAPIBase::Read(const params::Int& param) const {
+  return request_->GetParam(param.name, param.fallback).asInt();
+}
+
+bool SharingAPIBase::Read(const params::Bool& param) const {
+  return request_->GetParam(param.name, param.fallback).asBool();
+}
+
+Json::Value SharingAPIBase::Read(const params::Object& param) const {
+  return request_->GetParam(param.name, Json::objectValue);
+}
+
+Json::Value SharingAPIBase::Read(const params::Names& param) const {
+  return request_->GetParam(param.name, Json::arrayValue);
+}
+
+Json::Value SharingAPIBase::Read(const params::AnyValue& param) const {
+  return request_->GetParam(param.name, Json::nullValue);
 }
 
 void SharingAPIBase::Run() {

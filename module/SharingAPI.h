@@ -2,7 +2,6 @@
 #pragma once
 
 #include <json/value.h>
-#include <syslog.h>
 
 #include <exception>
 #include <memory>
@@ -10,7 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "sharing/LogPlaces.h"
+#include "module/Parameters.h"
+#include "sharing/Log.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
 #include "veltwebapi/APIRequest.h"
@@ -18,24 +18,24 @@
 
 namespace VELT {
 
+// What callers tell failures apart by; the texts beside them are for people.
 enum ErrorCode : int {
-  kErrorParam = 101,
-  kErrorDatabase = 117,
-  kErrorLoginInternal = 117,
-  kErrorCheck = 120,
-  kErrorLogin = 1000,
-  kErrorProtectPassword = 1001,
-  kErrorProtectUser = 1002,
-  kErrorUserLogin = 1003,
-  kErrorLogout = 1004,
-  kErrorSharingID = 1005,
-  kErrorSharingSession = 1006,
-  kErrorOwner = 1007,
-  kErrorAddress = 1008,
-  kErrorNoUsers = 1009,
-  kErrorNoPassword = 1010,
-  kErrorNoRedirectURI = 1011,
-  kErrorExpireTimes = 1012,
+  kErrorParam = 101,   // a parameter can't be read, or the request is not allowed in its form
+  kErrorStore = 117,   // the database can't be used, or refused, or a login failed inside it
+  kErrorCheck = 120,   // a pre-check refused a parameter; the detail tells which and why
+  kErrorLogin = 1000,  // no link that lets visitors in
+  kErrorProtectPassword = 1001,  // wrong link password
+  kErrorProtectUser = 1002,      // the account is not among the link's
+  kErrorUserLogin = 1003,        // wrong account or account password
+  kErrorLogout = 1004,           // there was no visit to end
+  kErrorSharingID = 1005,        // no such link, or a visit of another one
+  kErrorSharingSession = 1006,   // no visit, or it has ended
+  kErrorOwner = 1007,            // somebody else's link
+  kErrorAddress = 1008,          // not from this address, or not now
+  kErrorNoUsers = 1009,          // protection by accounts without any
+  kErrorNoPassword = 1010,       // protection by a password without one
+  kErrorNoRedirectURI = 1011,    // a redirect without an address
+  kErrorExpireTimes = 1012,      // no visit left
 };
 
 // One request to one method: made for it, run once, destroyed with it. A step returns 0 or the
@@ -52,6 +52,7 @@ class SharingAPIBase {
   // Takes the three steps and answers with result_, or with the code and text of the first that
   // failed.
   virtual void Run();
+  // May throw what reading a parameter throws: the request then ends with kErrorParam and its text.
   virtual int ParseParams();
   virtual int Execute();
   virtual int FormOutput();
@@ -61,6 +62,14 @@ class SharingAPIBase {
   // error_message_.
   int RunSteps();
   int Fail(int code, const char* message);
+
+  // The parameter, or its fallback. Throw what JsonCpp's conversions throw.
+  std::string Read(const params::Text& param) const;
+  int Read(const params::Int& param) const;
+  bool Read(const params::Bool& param) const;
+  Json::Value Read(const params::Object& param) const;
+  Json::Value Read(const params::Names& param) const;
+  Json::Value Read(const params::AnyValue& param) const;
 
   APIRequest* request_;
   APIResponse* response_;
@@ -77,8 +86,7 @@ void SharingAPIHandler(APIRequest* request, APIResponse* response) {
     method = std::make_unique<T>(request, response);
     method->Run();
   } catch (const std::exception& error) {
-    syslog(LOG_ERR, "%s:%d Fatal Error: %s", log_place::kFatalError.source,
-           log_place::kFatalError.line, error.what());
+    LOG_AT(log_place::kFatalError, LOG_ERR, "Fatal Error: %s", error.what());
   }
 }
 
@@ -108,7 +116,6 @@ class SharingSet : public SharingAPIBase {
  private:
   using Entry = sharing::record::Entry;
 
-  void ParseFields();
   int LoadForUpdate(Entry& entry);
   int SetEntryFields(Entry& entry, bool update);
   void SetAccessFields(Entry& entry, bool update);
@@ -118,12 +125,12 @@ class SharingSet : public SharingAPIBase {
   std::string sharing_id_;
   std::string project_name_;
   unsigned int owner_uid_ = 0xFFFFFFFF;
-  bool enabled_ = true;
-  bool auto_gc_ = false;
-  bool enable_match_ip_ = true;
+  bool enabled_ = params::set::kEnabled.fallback;
+  bool auto_gc_ = params::set::kAutoGC.fallback;
+  bool enable_match_ip_ = params::set::kEnableMatchIP.fallback;
   std::string start_at_;
   std::string expire_at_;
-  int expire_times_ = 0;
+  int expire_times_ = params::set::kExpireTimes.fallback;
   Entry::ProtectType protect_type_ = Entry::ProtectType::kNone;
   std::string protect_title_;
   std::string protect_password_;
@@ -165,10 +172,10 @@ class SharingList : public SharingAPIBase {
   std::string project_name_;
   std::string sort_by_;
   std::string sort_direction_;
-  int offset_ = -1;
-  int limit_ = -1;
-  bool all_entry_ = false;
-  bool share_with_me_ = false;
+  int offset_ = params::list::kOffset.fallback;
+  int limit_ = params::list::kLimit.fallback;
+  bool all_entry_ = params::list::kAllEntry.fallback;
+  bool share_with_me_ = params::list::kShareWithMe.fallback;
   int total_ = 0;
   unsigned int login_uid_ = 0xFFFFFFFF;
   std::set<unsigned int> group_ids_;
@@ -186,7 +193,7 @@ class SharingTriggerGC : public SharingAPIBase {
 
  private:
   std::string project_name_;
-  bool all_entry_ = false;
+  bool all_entry_ = params::trigger_gc::kAllEntry.fallback;
 };
 
 }  // namespace VELT

@@ -1,8 +1,12 @@
 #include "module/SharingAPIChecks.h"
 
 #include <algorithm>
+#include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltwebapi/APIParameter.h"
 #include "veltwebapi/APIValidator.h"
@@ -14,37 +18,27 @@ namespace {
 using StringParameter = APIParameter<std::string>;
 using JsonParameter = APIParameter<Json::Value>;
 
+// Why a parameter is refused.
+constexpr const char* kRequired = "required";
+constexpr const char* kType = "type";
+constexpr const char* kCondition = "condition";
+
 // Reads the rows of one check; all are read before Judge looks at the first.
 class ParamCheck {
  public:
   ParamCheck(APIRequest* request, APIResponse* response) : request_(request), response_(response) {}
 
-  StringParameter RequiredString(const char* name) {
-    return Row(name, request_->GetAndCheckString(name, PARAM_REQUIRED, nullptr));
-  }
-  StringParameter String(const char* name, const char* fallback) {
-    return Row(name, request_->GetAndCheckString(name, PARAM_OPTIONAL, nullptr), {fallback});
-  }
-  APIParameter<int> Int(const char* name, int fallback) {
-    return Row(name, request_->GetAndCheckInt(name, PARAM_OPTIONAL, nullptr), fallback);
-  }
-  APIParameter<bool> Bool(const char* name, bool fallback) {
-    return Row(name, request_->GetAndCheckBool(name, PARAM_OPTIONAL, nullptr), fallback);
-  }
-  JsonParameter Object(const char* name) {
-    return Row(name, request_->GetAndCheckObject(name, PARAM_OPTIONAL, nullptr),
-               Json::Value(Json::objectValue));
-  }
-  JsonParameter UnitArray(const char* name) {
-    return Row(name, request_->GetAndCheckUnitArray(name, PARAM_OPTIONAL, nullptr),
-               Json::Value(Json::arrayValue));
+  // Reads them in their order.
+  template <typename... Params>
+  auto ReadAll(const std::tuple<Params...>& all) {
+    return std::apply([this](const Params&... each) { return std::tuple{Read(each)...}; }, all);
   }
 
   // Reports the first invalid row, if any.
   bool Judge() {
     const auto bad = std::ranges::find_if(rows_, &Verdict::invalid);
     if (bad == rows_.end()) return true;
-    return Refuse(bad->name, bad->set ? "type" : "required");
+    return Refuse(bad->name, bad->set ? kType : kRequired);
   }
 
   bool Refuse(const char* name, const char* reason) {
@@ -62,15 +56,33 @@ class ParamCheck {
     bool invalid;
   };
 
+  StringParameter Read(const params::Text& row) {
+    return Note(row.name, request_->GetAndCheckString(row.name, row.necessity, nullptr),
+                std::string(row.fallback), row.necessity);
+  }
+  APIParameter<int> Read(const params::Int& row) {
+    return Note(row.name, request_->GetAndCheckInt(row.name, row.necessity, nullptr), row.fallback,
+                row.necessity);
+  }
+  APIParameter<bool> Read(const params::Bool& row) {
+    return Note(row.name, request_->GetAndCheckBool(row.name, row.necessity, nullptr), row.fallback,
+                row.necessity);
+  }
+  JsonParameter Read(const params::Object& row) {
+    return Note(row.name, request_->GetAndCheckObject(row.name, PARAM_OPTIONAL, nullptr),
+                Json::Value(Json::objectValue), PARAM_OPTIONAL);
+  }
+  JsonParameter Read(const params::Names& row) {
+    return Note(row.name, request_->GetAndCheckUnitArray(row.name, PARAM_OPTIONAL, nullptr),
+                Json::Value(Json::arrayValue), PARAM_OPTIONAL);
+  }
+
   template <typename T>
-  APIParameter<T> Row(const char* name, APIParameter<T> parameter) {
+  APIParameter<T> Note(const char* name, APIParameter<T> parameter, const T& fallback,
+                       PARAM_NECESSITY necessity) {
+    if (necessity == PARAM_OPTIONAL) parameter.SetDefault(fallback);
     rows_.push_back({name, parameter.IsSet(), parameter.IsInvalid()});
     return parameter;
-  }
-  template <typename T>
-  APIParameter<T> Row(const char* name, APIParameter<T> parameter, const T& fallback) {
-    parameter.SetDefault(fallback);
-    return Row(name, std::move(parameter));
   }
 
   APIRequest* request_;
@@ -86,6 +98,14 @@ bool HasOnlyStrings(const JsonParameter& array) {
   return std::ranges::all_of(array.Get(), &Json::Value::isString);
 }
 
+// The whole check of a method that has no rules for values.
+template <typename... Params>
+bool CheckTypes(const std::tuple<Params...>& all, APIRequest* request, APIResponse* response) {
+  ParamCheck check(request, response);
+  check.ReadAll(all);
+  return check.Judge();
+}
+
 }  // namespace
 
 bool CheckSharingSessionParams(APIRequest* /*request*/, APIResponse* /*response*/) { return true; }
@@ -93,93 +113,64 @@ bool CheckSharingSessionParams(APIRequest* /*request*/, APIResponse* /*response*
 bool CheckSharingLogoutParams(APIRequest* /*request*/, APIResponse* /*response*/) { return true; }
 
 bool CheckSharingInitdataParams(APIRequest* request, APIResponse* response) {
-  ParamCheck check(request, response);
-  check.String("action", "");
-  return check.Judge();
+  return CheckTypes(params::initdata::kAll, request, response);
 }
 
 bool CheckSharingLoginParams(APIRequest* request, APIResponse* response) {
-  ParamCheck check(request, response);
-  check.String("password", "");
-  check.RequiredString("sharing_id");
-  check.String("mosk_password", "");
-  check.String("mosk_username", "");
-  return check.Judge();
+  return CheckTypes(params::login::kAll, request, response);
 }
 
 bool CheckSharingGetParams(APIRequest* request, APIResponse* response) {
-  ParamCheck check(request, response);
-  check.String("sharing_id", "");
-  return check.Judge();
+  return CheckTypes(params::get::kAll, request, response);
 }
 
 bool CheckSharingDeleteParams(APIRequest* request, APIResponse* response) {
-  ParamCheck check(request, response);
-  check.RequiredString("sharing_id");
-  return check.Judge();
+  return CheckTypes(params::remove::kAll, request, response);
 }
 
 bool CheckSharingTriggerGCParams(APIRequest* request, APIResponse* response) {
-  ParamCheck check(request, response);
-  check.Bool("all_entry", false);
-  check.String("project_name", "");
-  return check.Judge();
+  return CheckTypes(params::trigger_gc::kAll, request, response);
 }
 
 bool CheckSharingListParams(APIRequest* request, APIResponse* response) {
   ParamCheck check(request, response);
-  check.Bool("share_with_me", false);
-  check.Bool("all_entry", false);
-  const StringParameter sort_direction = check.String("sort_direction", "ASC");
-  check.String("sort_by", "");
-  check.Int("offset", -1);
-  check.Int("limit", -1);
-  check.String("project_name", "");
+  const auto [share_with_me, all_entry, sort_direction, sort_by, offset, limit, project_name] =
+      check.ReadAll(params::list::kAll);
   if (!check.Judge()) return false;
 
   if (sort_direction.IsSet() && !IsOneOf(sort_direction, R"(["ASC", "DESC"])")) {
-    return check.Refuse("sort_direction", "condition");
+    return check.Refuse(params::list::kSortDirection.name, kCondition);
   }
   return true;
 }
 
 bool CheckSharingSetParams(APIRequest* request, APIResponse* response) {
+  namespace set = params::set;
   ParamCheck check(request, response);
-  const StringParameter project_name = check.RequiredString("project_name");
-  check.String("sharing_id", "");
-  check.Object("app");
-  check.Object("private_data");
-  check.String("redirect_uri", "");
-  const StringParameter redirect_type = check.String("redirect_type", "none");
-  const JsonParameter protect_groups = check.UnitArray("protect_groups");
-  const JsonParameter protect_users = check.UnitArray("protect_users");
-  const StringParameter protect_password = check.String("protect_password", "");
-  const StringParameter protect_type = check.String("protect_type", "none");
-  check.String("protect_title", "");
-  check.Bool("enable_match_ip", true);
-  const APIParameter<int> expire_times = check.Int("expire_times", 0);
-  check.String("start_at", "");
-  check.String("expire_at", "");
-  check.Bool("auto_gc", false);
-  check.Bool("enabled", true);
+  const auto [project_name, sharing_id, app, private_data, redirect_uri, redirect_type,
+              protect_groups, protect_users, protect_password, protect_type, protect_title,
+              enable_match_ip, expire_times, start_at, expire_at, auto_gc, enabled] =
+      check.ReadAll(set::kAll);
   if (!check.Judge()) return false;
 
-  if (!HasOnlyStrings(protect_groups)) return check.Refuse("protect_groups", "type");
-  if (!HasOnlyStrings(protect_users)) return check.Refuse("protect_users", "type");
-  if (APIValidator::IsEqual(project_name, "")) return check.Refuse("project_name", "condition");
+  if (!HasOnlyStrings(protect_groups)) return check.Refuse(set::kProtectGroups.name, kType);
+  if (!HasOnlyStrings(protect_users)) return check.Refuse(set::kProtectUsers.name, kType);
+  if (APIValidator::IsEqual(project_name, "")) {
+    return check.Refuse(set::kProjectName.name, kCondition);
+  }
   if (redirect_type.IsSet() && !IsOneOf(redirect_type, R"(["none", "url_param", "always"])")) {
-    return check.Refuse("redirect_type", "condition");
+    return check.Refuse(set::kRedirectType.name, kCondition);
   }
   // Present and empty, or absent: the default is the empty text.
   if (APIValidator::IsEqual(protect_type, "password") &&
       APIValidator::IsEqual(protect_password, "")) {
-    return check.Refuse("protect_password", "condition");
+    return check.Refuse(set::kProtectPassword.name, kCondition);
   }
   if (protect_type.IsSet() && !IsOneOf(protect_type, R"(["none", "password", "user"])")) {
-    return check.Refuse("protect_type", "condition");
+    return check.Refuse(set::kProtectType.name, kCondition);
   }
   if (expire_times.IsSet() && !APIValidator::IsGreater(expire_times, -1)) {
-    return check.Refuse("expire_times", "condition");
+    return check.Refuse(set::kExpireTimes.name, kCondition);
   }
   return true;
 }

@@ -1,15 +1,10 @@
 #include "module/SharingAPI.h"
-#include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT {
 
 int SharingDelete::ParseParams() {
-  try {
-    sharing_id_ = request_->GetParam(sharing::SZK_SHARING_ID, "").asString();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  sharing_id_ = Read(params::remove::kSharingID);
   return 0;
 }
 
@@ -19,7 +14,7 @@ int SharingDelete::Execute() {
   sharing::record::Entry entry;
   const unsigned int uid = request_->GetLoginUID();
 
-  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+  if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
   if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID, "invalid sharing id");
   if (!request_->IsAdmin() && uid != entry.get_owner_uid()) {
     return Fail(kErrorOwner, "invalid owner");
@@ -29,7 +24,7 @@ int SharingDelete::Execute() {
   if (database->IsGood() && !entry_db.GetByHash(sharing_id_, entry)) {
     return Fail(kErrorSharingID, "invalid sharing id");
   }
-  return Fail(kErrorDatabase, "db delete entry fail");
+  return Fail(kErrorStore, "db delete entry fail");
 }
 
 int SharingDelete::FormOutput() {

@@ -1,18 +1,13 @@
 #include "module/LinkAddress.h"
 #include "module/SharingAPI.h"
-#include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT {
 
 int SharingGet::ParseParams() {
-  try {
-    // A visitor that names no link means the one that it came by.
-    sharing_id_ = request_->GetSharingID();
-    sharing_id_ = request_->GetParam(sharing::SZK_SHARING_ID, sharing_id_).asString();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  // A visitor that names no link means the one that it came by.
+  const std::string own = request_->GetSharingID();
+  sharing_id_ = Read(params::Text{params::get::kSharingID.name, own.c_str()});
   return 0;
 }
 
@@ -21,7 +16,7 @@ int SharingGet::Execute() {
   sharing::db::EntryDB entry_db(*database);
   const unsigned int uid = request_->GetLoginUID();
 
-  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+  if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
   if (!entry_db.GetByHash(sharing_id_, entry_)) return Fail(kErrorSharingID, "invalid sharing id");
   if (request_->IsSharing()) return AdmitVisitor();
   if (!request_->IsAdmin() && uid != entry_.get_owner_uid()) {

@@ -11,17 +11,13 @@
 namespace VELT {
 
 int SharingList::ParseParams() {
-  try {
-    project_name_ = request_->GetParam(sharing::SZK_PROJECT_NAME, "").asString();
-    sort_by_ = request_->GetParam("sort_by", "").asString();
-    sort_direction_ = request_->GetParam("sort_direction", "ASC").asString();
-    offset_ = request_->GetParam("offset", -1).asInt();
-    limit_ = request_->GetParam("limit", -1).asInt();
-    all_entry_ = request_->GetParam("all_entry", false).asBool();
-    share_with_me_ = request_->GetParam("share_with_me", false).asBool();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  project_name_ = Read(params::list::kProjectName);
+  sort_by_ = Read(params::list::kSortBy);
+  sort_direction_ = Read(params::list::kSortDirection);
+  offset_ = Read(params::list::kOffset);
+  limit_ = Read(params::list::kLimit);
+  all_entry_ = Read(params::list::kAllEntry);
+  share_with_me_ = Read(params::list::kShareWithMe);
   return 0;
 }
 
@@ -29,16 +25,16 @@ int SharingList::Execute() {
   sharing::db::SharingDB* database = sharing::db::SharingDB::Instance();
   const sharing::db::EntryDB entry_db(*database);
 
-  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+  if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
 
   sharing::db::Condition* condition = entry_db.GetCondition();
   PrepareCondition(condition);
-  if (!entry_db.Count(total_)) return Fail(kErrorDatabase, "db conut entries fail");
+  if (!entry_db.Count(total_)) return Fail(kErrorStore, "db conut entries fail");
 
   // A store may clear the condition with the count or keep it: prepared anew, it says the same.
   PrepareCondition(condition);
   if (!share_with_me_) condition->Limit(offset_, limit_);
-  if (!entry_db.Query(entries_)) return Fail(kErrorDatabase, "db get entries fail");
+  if (!entry_db.Query(entries_)) return Fail(kErrorStore, "db get entries fail");
 
   if (share_with_me_) {
     PrepareUserInfo();

@@ -1,15 +1,24 @@
 #include "module/SharingLoginAPI.h"
 
-#include <syslog.h>
-
 #include "module/AppConfig.h"
-#include "module/RunAsGuard.h"
 #include "sharing/InitDataHandler.h"
+#include "sharing/RunAsGuard.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Login.h"
 
 namespace VELT {
 namespace {
+
+// What VeltSharingLogin returns.
+enum LoginResult : int {
+  kLoggedIn = 1,
+  kWrongAccount = -2,
+  kNotServed = -3,
+  kAddressDenied = -8,
+  kWrongPassword = -9,
+  kNotListed = -10,
+  kUsedUp = -11,
+};
 
 struct LoginFailure {
   int code;
@@ -18,35 +27,31 @@ struct LoginFailure {
 
 LoginFailure FailureOf(int result) {
   switch (result) {
-    case -2:
+    case kWrongAccount:
       return {kErrorUserLogin, "invalid mosk user login"};
-    case -3:
+    case kNotServed:
       return {kErrorLogin, "login fail"};
-    case -8:
+    case kAddressDenied:
       return {kErrorAddress, "denied IP"};
-    case -9:
+    case kWrongPassword:
       return {kErrorProtectPassword, "wrong protect passwd"};
-    case -10:
+    case kNotListed:
       return {kErrorProtectUser, "wrong protect user"};
-    case -11:
+    case kUsedUp:
       return {kErrorExpireTimes, "exceed expire times"};
     default:
-      return {kErrorLoginInternal, "login internal error"};
+      return {kErrorStore, "login internal error"};
   }
 }
 
 }  // namespace
 
 int SharingLogin::ParseParams() {
-  try {
-    sharing_id_ = request_->GetParam(sharing::SZK_SHARING_ID, "").asString();
-    password_ = request_->GetParam(sharing::SZK_PASSWORD_, "").asString();
-    mosk_username_ = request_->GetParam(sharing::SZK_MOSK_USERNAME, "").asString();
-    mosk_password_ = request_->GetParam(sharing::SZK_MOSK_PASSWORD, "").asString();
-    sid_ = request_->GetCookie(sharing::SZK_SHARING_SID, "");
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  sharing_id_ = Read(params::login::kSharingID);
+  password_ = Read(params::login::kPassword);
+  mosk_username_ = Read(params::login::kMoskUsername);
+  mosk_password_ = Read(params::login::kMoskPassword);
+  sid_ = request_->GetCookie(sharing::SZK_SHARING_SID, "");
   return 0;
 }
 
@@ -64,14 +69,13 @@ int SharingLogin::Login() {
                                          mosk_username_.c_str(), mosk_password_.c_str(),
                                          sid_.empty() ? nullptr : sid_.c_str()};
   std::string sid;
-  if (const int result = VeltSharingLogin(sid, &params, false); result != 1) {
+  if (const int result = VeltSharingLogin(sid, &params, false); result != kLoggedIn) {
     const LoginFailure failure = FailureOf(result);
     return Fail(failure.code, failure.message);
   }
 
   if (!response_->AddCookie("/", sharing::SZK_SHARING_SID, sid, 0, "", false, false)) {
-    syslog(LOG_ERR, "%s:%d AddCookie fail", log_place::kLoginCookie.source,
-           log_place::kLoginCookie.line);
+    LOG_AT(log_place::kLoginCookie, LOG_ERR, "AddCookie fail");
   }
   sid_ = sid;
   LoadSharingAppConfig();
@@ -102,7 +106,7 @@ int SharingLogin::FormOutput() {
 
 int SharingLogout::Execute() {
   const std::string sharing_id = request_->GetSharingID();
-  std::string sid = request_->GetParam(sharing::SZK_SHARING_SID, "").asString();
+  std::string sid = Read(params::logout::kSharingSID);
   if (sid.empty()) sid = request_->GetSharingSID();
 
   if (!request_->IsSharing()) return Fail(kErrorParam, "only allow sharing request");
@@ -116,11 +120,7 @@ SharingInitdata::SharingInitdata(APIRequest* request, APIResponse* response)
 SharingInitdata::~SharingInitdata() = default;
 
 int SharingInitdata::ParseParams() {
-  try {
-    action_ = request_->GetParam(sharing::SZK_ACTION, "").asString();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  action_ = Read(params::initdata::kAction);
   return 0;
 }
 

@@ -16,26 +16,18 @@ namespace {
 
 constexpr char kSystemInfoFile[] = "/etc.defaults/veltinfo.conf";
 constexpr char kScriptHeader[] = "Content-Type: application/javascript; charset=\"UTF-8\"\r\n\r\n";
-constexpr int kNoError = -1;
 
 }  // namespace
 
 int SharingSession::ParseParams() {
-  try {
-    sharing_id_ = request_->GetParam("sharing_id", "").asString();
-    sharing_status_ =
-        request_->GetParam("sharing_status", sharing::SZK_PROTECT_PROTECT_NONE).asString();
-    sharing_error_ = request_->GetParam("sharing_error", kNoError).asInt();
-    preview_ = request_->GetParam("preview", false).asBool();
-    if (!preview_) return 0;
-
-    sharing_preview_status_ = request_->GetParam("sharing_preview_status", "").asString();
-    sharing_preview_params_ = request_->GetParam("sharing_preview_params", Json::Value());
-    sharing_preview_project_name_ =
-        request_->GetParam("sharing_preview_project_name", "").asString();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  sharing_id_ = Read(params::session::kSharingID);
+  sharing_status_ = Read(params::session::kSharingStatus);
+  sharing_error_ = Read(params::session::kSharingError);
+  preview_ = Read(params::session::kPreview);
+  if (!preview_) return 0;
+  sharing_preview_status_ = Read(params::session::kPreviewStatus);
+  sharing_preview_params_ = Read(params::session::kPreviewParams);
+  sharing_preview_project_name_ = Read(params::session::kPreviewProjectName);
   return 0;
 }
 
@@ -97,7 +89,8 @@ void SharingSession::CollectSharingSession() {
     session_["protect_title"] = configured ? app_config_.get("protect_title", "") : Json::Value("");
   }
 
-  if (sharing_error_ != kNoError) session_["sharing_error"] = sharing_error_;
+  if (sharing_error_ != params::session::kSharingError.fallback)
+    session_["sharing_error"] = sharing_error_;
   if (preview_) {
     for (const char* key :
          {"preview", "sharing_status", "sharing_preview_params", "sharing_preview_project_name"}) {

@@ -7,7 +7,6 @@
 
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
-#include "veltsharing/Keys.h"
 
 namespace VELT {
 
@@ -30,9 +29,9 @@ class SharingSession : public SharingAPIBase {
   void RunRenderPlugins();
 
   std::string sharing_id_;
-  std::string sharing_status_ = sharing::SZK_PROTECT_PROTECT_NONE;
-  int sharing_error_ = -1;
-  bool preview_ = false;
+  std::string sharing_status_ = params::session::kSharingStatus.fallback;
+  int sharing_error_ = params::session::kSharingError.fallback;
+  bool preview_ = params::session::kPreview.fallback;
   std::string sharing_preview_status_;
   Json::Value sharing_preview_params_;
   std::string sharing_preview_project_name_;

@@ -35,46 +35,26 @@ void AppendNames(const Json::Value& array, const char* error, std::vector<std::s
 }  // namespace
 
 int SharingSet::ParseParams() {
-  try {
-    ParseFields();
-  } catch (const std::exception& error) {
-    return Fail(kErrorParam, error.what());
-  }
+  sharing_id_ = Read(params::set::kSharingID);
+  project_name_ = Read(params::set::kProjectName);
+  enabled_ = Read(params::set::kEnabled);
+  auto_gc_ = Read(params::set::kAutoGC);
+  enable_match_ip_ = Read(params::set::kEnableMatchIP);
+  start_at_ = Read(params::set::kStartAt);
+  expire_at_ = Read(params::set::kExpireAt);
+  expire_times_ = Read(params::set::kExpireTimes);
+  protect_type_ = ProtectTypeOf(Read(params::set::kProtectType));
+  protect_title_ = Read(params::set::kProtectTitle);
+  protect_password_ = Read(params::set::kProtectPassword);
+  AppendNames(Read(params::set::kProtectUsers), "bad protect_users", protect_users_);
+  AppendNames(Read(params::set::kProtectGroups), "bad protect_groups", protect_groups_);
+  redirect_type_ = RedirectTypeOf(Read(params::set::kRedirectType));
+  redirect_uri_ = Read(params::set::kRedirectURI);
+  app_ = Read(params::set::kApp);
+  private_data_ = Read(params::set::kPrivateData);
   if (expire_times_ < 0) return Fail(kErrorParam, "invalid expire times");
   owner_uid_ = request_->GetLoginUID();
   return 0;
-}
-
-void SharingSet::ParseFields() {
-  const auto text = [this](const char* name, const char* fallback) {
-    return request_->GetParam(name, fallback).asString();
-  };
-  const auto flag = [this](const char* name, bool fallback) {
-    return request_->GetParam(name, fallback).asBool();
-  };
-  const Json::Value no_names(Json::arrayValue);
-  const Json::Value no_data(Json::objectValue);
-
-  sharing_id_ = text(sharing::SZK_SHARING_ID, "");
-  project_name_ = text(sharing::SZK_PROJECT_NAME, "");
-  enabled_ = flag(sharing::SZK_ENABLED_, true);
-  auto_gc_ = flag(sharing::SZK_AUTO_GC, false);
-  enable_match_ip_ = flag(sharing::SZK_ENABLE_MATCH_IP, true);
-  start_at_ = text(sharing::SZK_START_AT, "");
-  expire_at_ = text(sharing::SZK_EXPIRE_AT, "");
-  expire_times_ = request_->GetParam(sharing::SZK_EXPIRE_TIMES, 0).asInt();
-  protect_type_ = ProtectTypeOf(text(sharing::SZK_PROTECT_TYPE, sharing::SZK_PROTECT_PROTECT_NONE));
-  protect_title_ = text(sharing::SZK_PROTECT_TITLE, "");
-  protect_password_ = text(sharing::SZK_PROTECT_PASSWORD, "");
-  AppendNames(request_->GetParam(sharing::SZK_PROTECT_USERS, no_names), "bad protect_users",
-              protect_users_);
-  AppendNames(request_->GetParam(sharing::SZK_PROTECT_GROUPS, no_names), "bad protect_groups",
-              protect_groups_);
-  redirect_type_ =
-      RedirectTypeOf(text(sharing::SZK_REDIRECT_TYPE, sharing::SZK_REDIRECT_REDIRECT_NONE));
-  redirect_uri_ = text(sharing::SZK_REDIRECT_URI, "");
-  app_ = request_->GetParam(sharing::SZK_APP, no_data);
-  private_data_ = request_->GetParam(sharing::SZK_PRIVATE_DATA, no_data);
 }
 
 int SharingSet::Execute() {
@@ -83,7 +63,7 @@ int SharingSet::Execute() {
   sharing::db::TokenDB token_db(*database);
   Entry entry;
 
-  if (!database->IsGood()) return Fail(kErrorDatabase, "db open fail");
+  if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
 
   const bool update = !sharing_id_.empty();
   if (update) {
@@ -96,14 +76,14 @@ int SharingSet::Execute() {
     entry.set_private_data(private_data_);
     // Not yet protected: should this process die before the update below, nobody may open the link.
     entry.set_enabled(false);
-    if (!entry_db.CreateWithHash(entry)) return Fail(kErrorDatabase, "db create entry fail");
+    if (!entry_db.CreateWithHash(entry)) return Fail(kErrorStore, "db create entry fail");
   }
 
   int code = SetEntryFields(entry, update);
   if (code != 0) {
     Fail(code, "set entry fields fail");
   } else if (!entry_db.Update(entry)) {
-    code = Fail(kErrorDatabase, "db update entry fail");
+    code = Fail(kErrorStore, "db update entry fail");
   }
   if (code != 0) {
     if (!update) entry_db.Delete(entry);

@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "module/RunAsGuard.h"
 #include "sharing/LogPlaces.h"
+#include "sharing/RunAsGuard.h"
 #include "veltsharing/Users.h"
 #include "veltsys/PackageManager.h"
 #include "veltweb/InitUIFileHandler.h"

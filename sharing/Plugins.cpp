@@ -1,10 +1,9 @@
 #include "sharing/Plugins.h"
 
 #include <dlfcn.h>
-#include <syslog.h>
 
 #include "sharing/CustomPagePlugin.h"
-#include "sharing/LogPlaces.h"
+#include "sharing/Log.h"
 #include "sharing/OpenGraphPlugin.h"
 
 namespace VELT::sharing {
@@ -43,14 +42,13 @@ PluginRunnerFunc GetSharingPlugin(const std::string& kind, const std::string& na
 bool OpenPluginLib(const std::string& path, void** handle) {
   if (handle == nullptr) return false;
   if (path.empty()) {
-    syslog(LOG_ERR, "%s:%d error plugin lib", log_place::kPluginPath.source,
-           log_place::kPluginPath.line);
+    LOG_AT(log_place::kPluginPath, LOG_ERR, "error plugin lib");
     return false;
   }
   *handle = dlopen(path.c_str(), RTLD_LAZY);
   if (*handle == nullptr) {
-    syslog(LOG_ERR, "%s:%d cannot open library: %s. error = %s", log_place::kPluginOpen.source,
-           log_place::kPluginOpen.line, path.c_str(), dlerror());
+    LOG_AT(log_place::kPluginOpen, LOG_ERR, "cannot open library: %s. error = %s", path.c_str(),
+           dlerror());
     return false;
   }
   return true;
@@ -62,8 +60,7 @@ bool GetPluginLibFunc(void* handle, const std::string& symbol, void** func) {
   *func = dlsym(handle, symbol.c_str());
   const char* error = dlerror();
   if (error == nullptr) return true;
-  syslog(LOG_DEBUG, "%s:%d cannot load Func %s: %s", log_place::kPluginSymbol.source,
-         log_place::kPluginSymbol.line, symbol.c_str(), error);
+  LOG_AT(log_place::kPluginSymbol, LOG_DEBUG, "cannot load Func %s: %s", symbol.c_str(), error);
   return false;
 }
 

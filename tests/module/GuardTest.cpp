@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "module/RunAsGuard.h"
+#include "sharing/RunAsGuard.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
-#include "module/RunAsGuard.h"
+#include "sharing/RunAsGuard.h"
 
-#include <syslog.h>
 #include <unistd.h>
+
+#include "sharing/Log.h"
 
 namespace VELT {
 namespace {
@@ -28,20 +29,20 @@ RunAsGuard::RunAsGuard(uid_t uid, gid_t gid, const char* source, int line)
       line_(line),
       ok_(SwitchTo(uid, gid)) {
   if (!ok_) {
-    syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: %s(%d, %d)", file_, line_, name_,
+    LOG_AT((LogPlace{file_, line_}), LOG_AUTH | LOG_ERR, "ERROR: %s(%d, %d)", name_,
            static_cast<int>(uid), static_cast<int>(gid));
   }
 }
 
 RunAsGuard::~RunAsGuard() {
   if (!SwitchTo(saved_euid_, saved_egid_)) {
-    syslog(LOG_AUTH | LOG_CRIT, "%s:%d ERROR: ~%s(%d, %d)", file_, line_, name_,
+    LOG_AT((LogPlace{file_, line_}), LOG_AUTH | LOG_CRIT, "ERROR: ~%s(%d, %d)", name_,
            static_cast<int>(saved_euid_), static_cast<int>(saved_egid_));
   }
 }
 
 void LogPermissionDenied(const LogPlace& place) {
-  syslog(LOG_ERR, "%s:%d Permssion denied. uid=%u", place.source, place.line, getuid());
+  LOG_AT(place, LOG_ERR, "Permssion denied. uid=%u", getuid());
 }
 
 }  // namespace VELT

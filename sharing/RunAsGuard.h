@@ -32,7 +32,7 @@ class RunAsGuard {
   bool ok_;
 };
 
-// Logs that the block of a guard did not run.
+// Logs that the block of a guard did not run. Log watchers match the text as it is spelt.
 void LogPermissionDenied(const LogPlace& place);
 
 }  // namespace VELT

@@ -1,0 +1,120 @@
+// What each method reads of its request, said once: pre-checks, ParseParams and the test of the
+// documents take names, types, defaults and order from here.
+#pragma once
+
+#include <tuple>
+
+#include "veltsharing/Keys.h"
+#include "veltwebapi/APIParameter.h"
+
+namespace VELT::params {
+
+// `fallback` is the value of a request that lacks the parameter.
+template <typename T>
+struct Param {
+  const char* name;
+  T fallback;
+  PARAM_NECESSITY necessity = PARAM_OPTIONAL;
+};
+
+using Text = Param<const char*>;
+using Int = Param<int>;
+using Bool = Param<bool>;
+
+// Without the parameter these are empty, or null.
+struct Object {
+  const char* name;
+};
+struct Names {  // an array of texts
+  const char* name;
+};
+struct AnyValue {
+  const char* name;
+};
+
+// Each kAll stands in the order in which the method's pre-check judges.
+
+namespace get {
+inline const Text kSharingID{sharing::SZK_SHARING_ID, ""};
+inline const std::tuple kAll{kSharingID};
+}  // namespace get
+
+namespace remove {
+inline const Text kSharingID{sharing::SZK_SHARING_ID, "", PARAM_REQUIRED};
+inline const std::tuple kAll{kSharingID};
+}  // namespace remove
+
+namespace trigger_gc {
+inline const Bool kAllEntry{"all_entry", false};
+inline const Text kProjectName{sharing::SZK_PROJECT_NAME, ""};
+inline const std::tuple kAll{kAllEntry, kProjectName};
+}  // namespace trigger_gc
+
+namespace list {
+inline const Bool kShareWithMe{"share_with_me", false};
+inline const Bool kAllEntry{"all_entry", false};
+inline const Text kSortDirection{"sort_direction", "ASC"};
+inline const Text kSortBy{"sort_by", ""};
+inline const Int kOffset{"offset", -1};
+inline const Int kLimit{"limit", -1};
+inline const Text kProjectName{sharing::SZK_PROJECT_NAME, ""};
+inline const std::tuple kAll{kShareWithMe, kAllEntry, kSortDirection, kSortBy,
+                             kOffset,      kLimit,    kProjectName};
+}  // namespace list
+
+namespace set {
+inline const Text kProjectName{sharing::SZK_PROJECT_NAME, "", PARAM_REQUIRED};
+inline const Text kSharingID{sharing::SZK_SHARING_ID, ""};
+inline const Object kApp{sharing::SZK_APP};
+inline const Object kPrivateData{sharing::SZK_PRIVATE_DATA};
+inline const Text kRedirectURI{sharing::SZK_REDIRECT_URI, ""};
+inline const Text kRedirectType{sharing::SZK_REDIRECT_TYPE, sharing::SZK_REDIRECT_REDIRECT_NONE};
+inline const Names kProtectGroups{sharing::SZK_PROTECT_GROUPS};
+inline const Names kProtectUsers{sharing::SZK_PROTECT_USERS};
+inline const Text kProtectPassword{sharing::SZK_PROTECT_PASSWORD, ""};
+inline const Text kProtectType{sharing::SZK_PROTECT_TYPE, sharing::SZK_PROTECT_PROTECT_NONE};
+inline const Text kProtectTitle{sharing::SZK_PROTECT_TITLE, ""};
+inline const Bool kEnableMatchIP{sharing::SZK_ENABLE_MATCH_IP, true};
+inline const Int kExpireTimes{sharing::SZK_EXPIRE_TIMES, 0};
+inline const Text kStartAt{sharing::SZK_START_AT, ""};
+inline const Text kExpireAt{sharing::SZK_EXPIRE_AT, ""};
+inline const Bool kAutoGC{sharing::SZK_AUTO_GC, false};
+inline const Bool kEnabled{sharing::SZK_ENABLED_, true};
+inline const std::tuple kAll{kProjectName,     kSharingID,    kApp,           kPrivateData,
+                             kRedirectURI,     kRedirectType, kProtectGroups, kProtectUsers,
+                             kProtectPassword, kProtectType,  kProtectTitle,  kEnableMatchIP,
+                             kExpireTimes,     kStartAt,      kExpireAt,      kAutoGC,
+                             kEnabled};
+}  // namespace set
+
+namespace login {
+inline const Text kPassword{sharing::SZK_PASSWORD_, ""};
+inline const Text kSharingID{sharing::SZK_SHARING_ID, "", PARAM_REQUIRED};
+inline const Text kMoskPassword{sharing::SZK_MOSK_PASSWORD, ""};
+inline const Text kMoskUsername{sharing::SZK_MOSK_USERNAME, ""};
+inline const std::tuple kAll{kPassword, kSharingID, kMoskPassword, kMoskUsername};
+}  // namespace login
+
+namespace logout {  // not pre-checked
+inline const Text kSharingSID{sharing::SZK_SHARING_SID, ""};
+inline const std::tuple kAll{kSharingSID};
+}  // namespace logout
+
+namespace session {  // not pre-checked
+inline const Text kSharingID{"sharing_id", ""};
+inline const Text kSharingStatus{"sharing_status", sharing::SZK_PROTECT_PROTECT_NONE};
+inline const Int kSharingError{"sharing_error", -1};
+inline const Bool kPreview{"preview", false};
+inline const Text kPreviewStatus{"sharing_preview_status", ""};
+inline const AnyValue kPreviewParams{"sharing_preview_params"};
+inline const Text kPreviewProjectName{"sharing_preview_project_name", ""};
+inline const std::tuple kAll{kSharingID,     kSharingStatus, kSharingError,      kPreview,
+                             kPreviewStatus, kPreviewParams, kPreviewProjectName};
+}  // namespace session
+
+namespace initdata {
+inline const Text kAction{sharing::SZK_ACTION, ""};
+inline const std::tuple kAll{kAction};
+}  // namespace initdata
+
+}  // namespace VELT::params
