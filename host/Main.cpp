@@ -134,6 +134,9 @@ void Describe(CLI::App& app, CommandLine& line) {
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
+  app.set_config("--config", "",
+                 "File with any of these, a line NAME=VALUE each; # begins a comment");
+  app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
 int Main(int argc, char** argv) {
