@@ -47,7 +47,7 @@ void KeepMembers(Json::Value& object, const std::set<std::string>& modules, cons
   if (object.isObject()) {
     for (const std::string& name : object.getMemberNames()) {
       std::string module;
-      if (Extractor(name, module, delim, kModulePiece) && modules.count(module) != 0) {
+      if (Extractor(name, module, delim, kModulePiece) && modules.contains(module)) {
         kept[name].swap(object[name]);
       }
     }
@@ -110,7 +110,7 @@ void InitDataHandler::AppendAllowSharing(Json::Value& config) {
   if (!config.isObject()) return;
   for (const std::string& name : config.getMemberNames()) {
     std::string module;
-    if (!Extractor(name, module, "/", kModulePiece) || allowModules.count(module) != 0) continue;
+    if (!Extractor(name, module, "/", kModulePiece) || allowModules.contains(module)) continue;
     Json::Value& classes = config[name];
     if (!classes.isObject()) continue;
     for (auto member = classes.begin(); member != classes.end(); ++member) {
@@ -136,7 +136,7 @@ void InitDataHandler::FilterCSSFiles(Json::Value& files) {
     for (const Json::Value& file : files) {
       std::string module;
       if (file.isString() && Extractor(file.asString(), module, "/", kModulePiece) &&
-          allowModules.count(module) != 0) {
+          allowModules.contains(module)) {
         kept.append(file);
       }
     }
