@@ -3,9 +3,13 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <string_view>
+
+#include "veltsys/Text.h"
 
 namespace VELT {
 namespace {
@@ -28,8 +32,8 @@ std::size_t TakeDigits(std::string_view& text) {
   return count;
 }
 
-// RFC 8259, section 6.
-bool IsNumber(std::string_view text) {
+// Takes a number (RFC 8259, section 6) off the head of `text`.
+bool TakeNumber(std::string_view& text) {
   if (text.starts_with('-')) text.remove_prefix(1);
   const bool zero = text.starts_with('0');
   const std::size_t whole = TakeDigits(text);
@@ -43,38 +47,82 @@ bool IsNumber(std::string_view text) {
     if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
     if (TakeDigits(text) == 0) return false;
   }
-  return text.empty();
+  return true;
 }
 
-// Takes a string, but for its opening quote, off the head of `text`. False when there is a control
-// character in it, or no end.
+// The UTF-16 code unit whose four digits begin at `at`. What is no four digits gives some other
+// number than a surrogate's; JsonCpp refuses it.
+unsigned int CodeUnit(std::string_view text, std::size_t at) {
+  unsigned int unit = 0;
+  const std::string_view digits = text.substr(at, 4);
+  std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+  return unit;
+}
+
+// Whether the escape whose 'u' stands at `at` means a character, alone or together with the one
+// that follows, at whose end `at` is left then. JsonCpp would make another character of a high
+// surrogate and anything that is no low one, and broken UTF-8 of a low one alone.
+bool TakeCodePoint(std::string_view text, std::size_t& at) {
+  const unsigned int unit = CodeUnit(text, at + 1);
+  if (unit < 0xD800 || unit > 0xDFFF) return true;
+  if (unit > 0xDBFF || text.substr(at + 5, 2) != "\\u") return false;
+  const unsigned int low = CodeUnit(text, at + 7);
+  at += 10;
+  return low >= 0xDC00 && low <= 0xDFFF;
+}
+
+// Takes a string, but for its opening quote, off the head of `text`. False when it has no end or
+// holds a control character, invalid UTF-8 or half a surrogate pair. Other escapes are JsonCpp's to
+// judge.
 bool TakeString(std::string_view& text) {
+  unsigned char bits = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
-    if (static_cast<unsigned char>(text[at]) < 0x20) return false;
-    if (text[at] == '\\') {
-      ++at;
-    } else if (text[at] == '"') {
+    const auto c = static_cast<unsigned char>(text[at]);
+    if (c < 0x20) return false;
+    bits |= c;
+    if (c == '"') {
+      if (bits >= 0x80 && !IsCleanText(text.substr(0, at))) return false;
       text.remove_prefix(at + 1);
       return true;
     }
+    if (c == '\\' && text.substr(++at, 1) == "u" && !TakeCodePoint(text, at)) return false;
   }
   return false;
 }
 
-// Whether the numbers and strings are as JSON has them. JsonCpp would read "-" as 0 and "01" as 1,
-// and so make a number of a slip.
+bool TakeWord(std::string_view& text) {
+  for (const std::string_view word : {"true", "false", "null"}) {
+    if (!text.starts_with(word)) continue;
+    text.remove_prefix(word.size());
+    return true;
+  }
+  return false;
+}
+
+// Whether `text` consists of JSON's tokens (RFC 8259, section 2) and white space alone. JsonCpp
+// would read "-" as 0 and "01" as 1, and so make a number of a slip; it takes comments in spite of
+// its settings, and a byte order mark, and reads no further than a NUL character.
 bool HasStrictTokens(std::string_view text) {
   while (!text.empty()) {
-    const char c = text.front();
-    if (c == '"') {
-      text.remove_prefix(1);
-      if (!TakeString(text)) return false;
-    } else if (IsDigit(c) || c == '-' || c == '+') {
-      const std::size_t end = std::min(text.find_first_not_of("0123456789+-.eE"), text.size());
-      if (!IsNumber(text.substr(0, end))) return false;
-      text.remove_prefix(end);
-    } else {
-      text.remove_prefix(1);
+    switch (text.front()) {
+      case '{':
+      case '}':
+      case '[':
+      case ']':
+      case ':':
+      case ',':
+      case ' ':
+      case '\t':
+      case '\r':
+      case '\n':
+        text.remove_prefix(1);
+        break;
+      case '"':
+        text.remove_prefix(1);
+        if (!TakeString(text)) return false;
+        break;
+      default:
+        if (!TakeWord(text) && !TakeNumber(text)) return false;
     }
   }
   return true;

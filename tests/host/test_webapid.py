@@ -59,6 +59,8 @@ class Requests(unittest.TestCase):
                 ("nested too deeply", JSON, body(value=0)[:-2] + b"[" * 64 + b"]" * 64 + b"}", 106),
                 ("NUL in JSON", JSON, body(value=[{"a\0": 1}]), 106),
                 ("half a surrogate pair", JSON, body(value="\udc00"), 106),
+                ("comment in JSON", JSON, body()[:-1] + b"/* x */}", 106),
+                ("byte order mark before JSON", JSON, b"\xef\xbb\xbf" + body(), 106),
                 ("JSON with 257 members", JSON, body(**{f"p{n}": 1 for n in range(254)}), 106),
                 ("unknown kind of body", {"CONTENT_TYPE": "text/plain"}, FORM, 106),
                 ("no Host", {"HTTP_HOST": ""}, FORM, 106),

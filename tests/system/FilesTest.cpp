@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -41,6 +42,7 @@ TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
   Write("in/deepest", Nested(64));
   Write("in/deeper", Nested(65));
   Write("in/comment", "[1] // one");
+  Write("in/marked", "\xef\xbb\xbf[1]");
   Write("in/comma", "[1,]");
   Write("in/twice", R"({"a": 1, "a": 2})");
   Write("in/empty", "");
@@ -58,6 +60,7 @@ TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
       {"larger", false},
       {"deeper", false},
       {"comment", false},
+      {"marked", false},
       {"comma", false},
       {"twice", false},
       {"empty", false},
@@ -101,18 +104,46 @@ TEST_F(Files, KeyFilesAreReadLineByLine) {
   EXPECT_EQ(VLIBCFileCheckKeyValue((path + "x").c_str(), "a", "", 0), 0);
 }
 
-TEST(JsonText, NumbersAndStringsAreAsJsonHasThem) {
-  for (const char* good : {"0", "-0", "10", "1.50", "-1.5e+10", "2E3", "1e-7", R"("-")",
-                           R"("\"01")", R"({"a-1": [1, -2, "\\"], "e": true})", " 5 "}) {
+TEST(JsonText, IsWhatTheStandardAllows) {
+  for (const char* good :
+       {"0", "-0", "10", "1.50", "-1.5e+10", "2E3", "1e-7", R"("-")", R"("\"01 // /* NaN")",
+        R"({"a-1": [1, -2, "\\"], "e": true})", " 5 ", "\t[null,\r\nfalse]\n", R"({"": {}})",
+        R"("\b\f\n\r\t\/\u00e9\uD83D\ude00")", "\"\xc3\xa4\x7f\""}) {
     Json::Value value;
     EXPECT_TRUE(VELT::ParseJsonText(good, value)) << good;
   }
-  for (const char* bad : {"-",        "+1",     "01",     "-01",   "1.",  ".5",      "1e",
-                          "1e+",      "1.e5",   "1-2",    "--1",   "0x1", "[1, -]",  R"({"a": 01})",
-                          "\"a\nb\"", "\"\t\"", "\"open", R"("\)", "NaN", "Infinity"}) {
+  for (const string bad :
+       {"-", "+1", "01", "-01", "1.", ".5", "1e", "1e+", "1.e5", "1-2", "--1", "0x1", "[1, -]",
+        R"({"a": 01})", "\"a\nb\"", "\"\t\"", "\"open", R"("\)", "NaN", "Infinity", "-Infinity",
+        // comments and a byte order mark
+        "1 // one", "1/**/", "/**/1", "[1, /* two */ 2]", "[1 // one\n]", "{/**/}",
+        R"({"a": /* one */ 1})", R"({"a" /**/: 1})", R"({"a": 1 // one
+        })",
+        "# one\n1",
+        "\xef\xbb\xbf"
+        "1",
+        "[\xef\xbb\xbf"
+        "1]",
+        // marks, names and words
+        "", " ", "[1,]", "[,1]", "[1,,2]", R"({"a": 1,})", "{,}", "1 2", "[1 2]", "[1]]", "{a: 1}",
+        "{1: 1}", "{'a': 1}", "'a'", R"({"a"})", R"({"a":})", R"({"a": 1, "\u0061": 2})", "nul",
+        "True", "truefalse", "-true", "[1.null]", "undefined", "[1;2]",
+        // white space and characters
+        "[\f1]", "[\v1]",
+        "[\xc2\xa0"
+        "1]",
+        "1\x1a", "\"\xff\"", "\"\xed\xa0\x80\"", "{\"\xc3\": 1}", R"("\x41")", R"("\'")",
+        R"("\u12")", R"("\u00g0")", R"("\ud800")", R"("\udc00")", R"("\ud800\u0041")",
+        R"("\ud800\ud800")", R"({"\ud800\n": 1})"}) {
     Json::Value value = "before";
     EXPECT_FALSE(VELT::ParseJsonText(bad, value)) << bad;
     EXPECT_TRUE(value.isNull()) << bad;
+  }
+  for (const char* with_nul : {"1 #", "1#x", "#1 ", "[#]", "\"#\""}) {
+    string text = with_nul;
+    std::replace(text.begin(), text.end(), '#', '\0');
+    Json::Value value;
+    EXPECT_FALSE(VELT::ParseJsonText(text, value)) << with_nul;
   }
 }
 
