@@ -15,6 +15,9 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   Connection& connection = Connection::Of(db_);
   return IsLinkId(hash) && connection.Run("read a link", [&](soci::session&) {
     const EntryRow* row = connection.kept().FindLink(hash);
+    if (row != nullptr && HasVisitor() && !(row->enabled != 0 && OwnerExists(row->owner_uid))) {
+      return false;
+    }
     if (row != nullptr) entry = row->ToEntry();
     return row != nullptr;
   });

@@ -13,6 +13,7 @@ namespace {
 struct Context {
   StoreOptions options;
   std::string address;
+  bool has_visitor = false;
 };
 
 Context& TheContext() {
@@ -28,6 +29,18 @@ void ConfigureStore(StoreOptions options) {
 }
 
 void SetVisitorAddress(const std::string& address) { TheContext().address = address; }
+
+void SetVisitor(const std::string& address) {
+  TheContext().address = address;
+  TheContext().has_visitor = true;
+}
+
+void SetNoVisitor() {
+  TheContext().address.clear();
+  TheContext().has_visitor = false;
+}
+
+bool HasVisitor() { return TheContext().has_visitor; }
 
 const std::string& ConnectionText() { return TheContext().options.connection; }
 

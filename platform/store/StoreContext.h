@@ -13,5 +13,6 @@ const std::string& ConnectionText();
 std::int64_t Now();
 
 const std::string& VisitorAddress();
+bool HasVisitor();
 
 }  // namespace VELT::sharing

@@ -21,6 +21,11 @@ void ConfigureStore(StoreOptions options);
 // The address of the visitor whose request is served from now on, as text; empty: none.
 void SetVisitorAddress(const std::string& address);
 
+// From now on requests are a visitor's who comes from `address`, or nobody's. To a visitor a link
+// that is off or whose owner is gone is as good as none: EntryDB::GetByHash doesn't find it.
+void SetVisitor(const std::string& address);
+void SetNoVisitor();
+
 // For a first start: creates the database of the options, empty, schema included, unless there is
 // one; its folder, or the PostgreSQL database, must exist. An SQLite file belongs to the process's
 // effective user, is closed again and readable to nobody else, so this is called with the ids that
