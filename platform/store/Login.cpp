@@ -244,7 +244,8 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
 int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
   using VELT::sharing::db::Connection;
   using VELT::sharing::db::SharingDB;
-  return Connection::Of(*SharingDB::Instance()).Run("log a visitor out", [&](soci::session& sql) {
+  SharingDB& database = *SharingDB::Instance();
+  const bool ended = Connection::Of(database).Run("log a visitor out", [&](soci::session& sql) {
     const std::string hash = VELT::sharing::HashSessionId(sid);
     soci::statement statement =
         (sql.prepare << "delete from visitor_session where sid_hash = :hash and id in "
@@ -254,4 +255,7 @@ int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
     statement.execute(true);
     return statement.get_affected_rows() == 1;
   });
+  // Nor does the end of a visit tell a link that has been turned off from one that is gone.
+  VELT::sharing::record::Entry link;
+  return ended && VELT::sharing::db::EntryDB(database).GetByHash(sharing_id, link);
 }
