@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 
+#include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 
@@ -67,6 +68,16 @@ bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid) {
          session.IsLegal() &&
          sharing::db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
          token.IsLegal() && token.get_entry_id() == entry.get_id();
+}
+
+bool AsksForAnotherLink(const RequestContext& context) {
+  const auto found = context.parameters.find(sharing::SZK_SHARING_ID);
+  if (!context.is_sharing || found == context.parameters.end()) return false;
+  const RawParameter& raw = found->second;
+  // No method takes a list or an object for an id.
+  if (raw.typed && !raw.json.isConvertibleTo(Json::stringValue)) return true;
+  const std::string id = raw.typed ? raw.json.asString() : raw.text;
+  return !id.empty() && id != context.sharing_id;
 }
 
 bool MayCall(const Access& access, const RequestContext& context, bool is_user) {

@@ -19,6 +19,10 @@ bool IdentifyUser(const WebRequest& request, RequestContext& context);
 // `entry`.
 bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid);
 
+// Whether a visitor names another link than that of the address. Who may ask about a link has its
+// address.
+bool AsksForAnotherLink(const RequestContext& context);
+
 // Whether the caller that `context` describes may call a method with this access. `is_user` tells
 // that IdentifyUser found one.
 bool MayCall(const Access& access, const RequestContext& context, bool is_user);

@@ -109,9 +109,11 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
 
 Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request) {
   const Address address = AddressOf(request);
-  const bool is_owner = address.kind == Address::Kind::kOwner;
-  // What the store does for an owner is bound to no address.
-  sharing::SetVisitorAddress(is_owner ? std::string() : request.Variable("REMOTE_ADDR"));
+  if (address.kind == Address::Kind::kOwner) {
+    sharing::SetNoVisitor();
+  } else {
+    sharing::SetVisitor(request.Variable("REMOTE_ADDR"));
+  }
   switch (address.kind) {
     case Address::Kind::kOwner:
       return AnswerApi(request, nullptr);
@@ -171,8 +173,11 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
   if (method->post_only && request.Variable("REQUEST_METHOD") != "POST") {
     return ErrorAnswer(kNotAllowed, "this method needs POST");
   }
-  if (method->post_only && IsFromOtherSite(request, context->base_url)) {
+  if (IsFromOtherSite(request, context->base_url)) {
     return ErrorAnswer(kNotAllowed, "another site's page may not call this method");
+  }
+  if (AsksForAnotherLink(*context)) {
+    return ErrorAnswer(kNotAllowed, "only this address's own link can be asked about");
   }
   const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
   if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");

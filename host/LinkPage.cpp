@@ -110,9 +110,6 @@ State FindState(const PageRequest& request, bool error_given, Entry& entry, Json
   }
   entry.ToJSON(form);
   const std::string status = form["status"].asString();
-  if (status == "disabled" || entry.get_owner_user().empty()) {
-    return State::kUnknown;
-  }
   // An application that turns a visitor away sends him back with an error to show. The session he
   // has didn't do: he logs in anew, and no redirect sends him round in circles.
   if (HoldsToken(entry, request.sharing_sid)) {
@@ -243,6 +240,8 @@ PageAnswer Page(int status, const std::string& id, const Document& document) {
   answer.status = status;
   answer.headers = {{"Content-Type", "text/html; charset=UTF-8"},
                     {"Content-Security-Policy", kContentSecurityPolicy},
+                    {"Cross-Origin-Opener-Policy", "same-origin"},
+                    {"Cross-Origin-Resource-Policy", "same-origin"},
                     {"Referrer-Policy", "no-referrer"},
                     {"X-Content-Type-Options", "nosniff"},
                     {"X-Robots-Tag", "noindex"},
@@ -271,8 +270,7 @@ PageAnswer Page(int status, const std::string& id, const Document& document) {
 PageAnswer EndingPage(const std::string& id, const Ending& ending, const std::string& opens) {
   Document document;
   document.title = ending.heading;
-  // Without the link's id: the script of a link that is turned off would tell it from one that
-  // isn't there.
+  // Without the link's id: a page that ends here shows nothing of the link.
   document.session = std::string("&sharing_error=") + ending.error;
   document.body = " data-state=\"ended\"";
   document.main = std::string("<p>") + ending.text + "</p>\n";

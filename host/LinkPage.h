@@ -29,9 +29,9 @@ class LinkPage {
  public:
   explicit LinkPage(PluginLookup lookup);
 
-  // The answer to a GET; that to a HEAD is the same, its body left unsent. The visitor's address
-  // must be known to the store (SetVisitorAddress), for a token may be bound to it. Throws only
-  // std::bad_alloc.
+  // The answer to a GET; that to a HEAD is the same, its body left unsent. The store must know of
+  // the visitor (SetVisitor): a token may be bound to his address, and links that are off are to be
+  // hidden from him. Throws only std::bad_alloc.
   PageAnswer Answer(const PageRequest& request) const;
 
  private:

@@ -22,7 +22,7 @@ struct Method {
   APIHandler handler = nullptr;
   APICheck check = nullptr;
   Access access;
-  bool post_only = false;    // it changes something: only by POST, and not from another site's page
+  bool post_only = false;    // it changes something: only by POST
   Pool pool = Pool::kFront;  // whose workers run it
 };
 

@@ -54,11 +54,10 @@ std::string BaseURL(const WebRequest& request, const std::string& external_url) 
 }
 
 bool IsFromOtherSite(const WebRequest& request, const std::string& base_url) {
-  // "none": the user, by a bookmark or the address bar.
+  // "none": the user, by a bookmark or the address bar. "same-site" is another port of this host, or
+  // a neighbour's name: somebody else's page.
   const std::string relation = request.Variable("HTTP_SEC_FETCH_SITE");
-  if (relation == "same-origin" || relation == "none") return false;
-  // The same site on another port, or under a neighbour's name, is judged by its origin.
-  if (!relation.empty() && relation != "same-site") return true;
+  if (!relation.empty()) return relation != "same-origin" && relation != "none";
   const std::string origin = request.Variable("HTTP_ORIGIN");
   if (origin.empty() || origin == base_url) return false;
   // Within the local network the appliance has other names than its external one.

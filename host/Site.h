@@ -17,8 +17,9 @@ bool IsSiteURL(const std::string& text);
 // when its Host header is none or no plain host, for then it can't stand in a link.
 std::string BaseURL(const WebRequest& request, const std::string& external_url);
 
-// Whether the browser says that a page of another site makes this request. Programs that are no
-// browser say nothing.
+// Whether the browser says that a page of another origin makes this request, by Sec-Fetch-Site
+// (https://www.w3.org/TR/fetch-metadata/), which no page can set, or else by Origin. Programs that
+// are no browser say nothing.
 bool IsFromOtherSite(const WebRequest& request, const std::string& base_url);
 
 }  // namespace VELT::host

@@ -104,16 +104,63 @@ class Matrix(unittest.TestCase):
                     self.assertEqual(set(h for h, in query("select hash from link")), ids)
 
 
+class Doors(unittest.TestCase):
+    """What the address of a link gives away of this link and of others."""
+
+    def asked(self, visitor, link):
+        """Every answer that the visitor gets at the link's address, with the id that he knows struck out."""
+        visitor = visitor.at(link)
+        script = f"/webapi?api={SESSION}&version=1&method=get"
+        got = {"page": visitor.page(), "head": visitor.request("HEAD"),
+               "page with an error": visitor.request("GET", "?sharing_error=5"),
+               "script": visitor.request("GET", script),
+               "link's script": visitor.request("GET", f"{script}&sharing_id={link}&sharing_status=password")}
+        for api, method, params in ((SHARING, "get", {}), (SHARING, "get", {"sharing_id": link}), (INIT, "get", {}),
+                                    (LOGIN, "login", {"sharing_id": link, "password": "0123"}),
+                                    (SHARING, "logout", {})):
+            body = {"api": api, "version": 1, "method": method, **params}
+            got[f"{api} {method} {list(params)}"] = visitor.request("POST", "/webapi", body)
+        return {name: (answer.status, {**answer.headers, "date": ""}, answer.text.replace(link, "ID"))
+                for name, answer in got.items()}
+
+    def test_a_link_that_is_off_is_as_good_as_none(self):
+        fields = {"project_name": "photo-album", "protect_title": "Hidden", "app": {"title": "Hidden"},
+                  "protect_type": "password", "protect_password": "0123", "enable_match_ip": False}
+        for name, change in (("disabled", "enabled = 0"), ("without an owner", "owner_uid = 4242"),
+                             ("disabled and expired", "enabled = 0, expire_at = 1")):
+            link = DEMO.create(**fields)
+            callers = {"stranger": DEMO.visitor(link), "former visitor": admitted(link, password="0123")}
+            with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
+                sql.execute(f"update link set {change} where hash = ?", (link,))
+            for caller, visitor in callers.items():
+                off, none = self.asked(visitor, link), self.asked(visitor, "x" * 22)
+                for door, answer in none.items():
+                    with self.subTest(name, caller=caller, door=door):
+                        self.assertEqual(answer, off[door])
+
+    def test_no_other_link_can_be_asked_about(self):
+        here = admitted(DEMO.create())
+        others = (DEMO.create(protect_title="There"), DEMO.links["disabled"], "x" * 22)
+        refusals = set()
+        for api, method in MATRIX:
+            if method in ("set", "delete", "list", "trigger_gc"):
+                continue
+            for other in others:
+                refusals.add(json.dumps(here.call(api, method, {"sharing_id": other})))
+                path = f"/webapi?api={api}&version=1&method={method}&sharing_id={other}"
+                refusals.add(json.dumps(here.request("POST", path).json))
+        refusal = {"code": 105, "errors": "only this address's own link can be asked about"}
+        self.assertEqual({json.dumps({"error": refusal, "success": False})}, refusals)
+        self.assertTrue(here.call(SHARING, "get")["success"])
+
+
 class Tokens(unittest.TestCase):
     def test_a_token_is_for_its_link_alone(self):
         link, other = DEMO.create(), DEMO.create()
         visitor = admitted(link)
-        for name, answer in {
-            "through its own address": visitor.call(SHARING, "get", {"sharing_id": other}),
-            "through the other's": visitor.at(other).call(SHARING, "get"),
-        }.items():
-            with self.subTest(name):
-                self.assertEqual({"code": 1006, "errors": "Execute Error: no token"}, answer["error"])
+        self.assertEqual(105, visitor.call(SHARING, "get", {"sharing_id": other})["error"]["code"])
+        self.assertEqual({"code": 1006, "errors": "Execute Error: no token"},
+                         visitor.at(other).call(SHARING, "get")["error"])
         self.assertEqual(105, visitor.at(other).call(INIT, "get", {"action": "jsconfig"})["error"]["code"])
         self.assertEqual(link, visitor.call(SHARING, "get")["data"]["sharing_id"])
         # The next link must not inherit the visitors of a deleted one.
@@ -178,7 +225,7 @@ class EndOfAVisit(unittest.TestCase):
                 else:
                     DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, **change})
                 get, init, page = self.doors(visitor)
-                self.assertEqual((1006 if change else 1005, 105), (get, init))
+                self.assertEqual((1005 if name in ("disabled", "deleted") else 1006, 105), (get, init))
                 self.assertNotEqual(302, page)
 
     def test_other_changes_leave_it(self):

@@ -2,12 +2,14 @@
 
 import base64
 import contextlib
+import http.server
 import json
 import os
 import re
 import sqlite3
 import subprocess
 import tempfile
+import threading
 import unittest
 
 from demo import SHARING, Demo
@@ -24,6 +26,26 @@ def setUpModule():
     unittest.addModuleCleanup(DEMO.stop)
     BROWSER = Browser(900, 700)
     unittest.addModuleCleanup(BROWSER.quit)
+
+
+@contextlib.contextmanager
+def serving(folder):
+    """Another web server of this machine, which serves the folder; gives its address."""
+    class Handler(http.server.SimpleHTTPRequestHandler):
+        def __init__(self, *args):
+            super().__init__(*args, directory=folder)
+
+        def log_message(self, *_):
+            pass
+
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler) as server:
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield f"http://127.0.0.1:{server.server_port}/"
+        finally:
+            server.shutdown()
+            thread.join()
 
 
 class LinkPage(unittest.TestCase):
@@ -235,6 +257,36 @@ class LinkPage(unittest.TestCase):
             "x-content-type-options", "cache-control", "cross-origin-resource-policy")])
         self.assertEqual(["no-referrer", "nosniff", "no-store"], [
             headers[name] for name in ("referrer-policy", "x-content-type-options", "cache-control")])
+
+    def test_another_sites_page_reaches_the_page_and_no_method(self):
+        link = DEMO.create(protect_title="Trip")
+        self.open(link)
+        self.is_open(link, 1)
+        address = f"{DEMO.url}/sharing/{link}"
+        call = f"{address}/webapi?version=1&api={SHARING}"
+        with tempfile.TemporaryDirectory() as folder, serving(folder) as neighbour:  # the cookies are for every port
+            with open(folder + "/index.html", "w", encoding="utf-8") as file:
+                file.write(f'<img src="{call}&method=logout">'
+                           f'<script>window.VELT = {{TALD: {{}}}}</script>'
+                           f'<script src="{call}.Session&method=get&sharing_id={link}"></script>'
+                           f'<a href="{address}">Trip</a>')
+            BROWSER.open(neighbour)
+            self.assertEqual({}, BROWSER.script("return window.VELT.TALD"))
+            BROWSER.find("a").click()
+            BROWSER.console()
+            self.is_open(link, 1)
+        headers = DEMO.visitor(link).page().headers
+        self.assertEqual(["same-origin"] * 2, [
+            headers[f"cross-origin-{name}-policy"] for name in ("opener", "resource")])
+
+    def test_under_another_name_of_the_device(self):
+        link = DEMO.create(protect_type="password", protect_password="0123")
+        BROWSER.open(f"http://localhost:{DEMO.port}/sharing/{link}")
+        BROWSER.wait_for("#login [type=password]")
+        self.log_in("0123")
+        self.is_open(link, 1)
+        BROWSER.open(f"http://localhost:{DEMO.port}/", DEMO.login("alice"))
+        BROWSER.wait_for("[data-key^='delete ']")
 
     def test_fetching_changes_nothing(self):
         robot = DEMO.visitor(DEMO.create(project_name="photo-album", expire_times=3))

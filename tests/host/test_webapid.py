@@ -98,16 +98,55 @@ class Requests(unittest.TestCase):
                 ("POST", {}, post, 0),
                 ("GET", {"REQUEST_METHOD": "GET", "QUERY_STRING": post.decode()}, b"", 105),
                 ("GET with a body", {"REQUEST_METHOD": "GET"}, post, 105),
-                ("own page", {"HTTP_SEC_FETCH_SITE": "same-origin"}, post, 0),
-                ("a page of the same site", {"HTTP_SEC_FETCH_SITE": "same-site"}, post, 0),
-                ("a page on another port", {"HTTP_SEC_FETCH_SITE": "same-site", "HTTP_ORIGIN": "http://nas:9999"},
-                 post, 105),
-                ("the user's own doing", {"HTTP_SEC_FETCH_SITE": "none"}, post, 0),
-                ("another site's page", {"HTTP_SEC_FETCH_SITE": "cross-site"}, post, 105),
-                ("own origin", {"HTTP_ORIGIN": "http://nas:5000"}, post, 0),
-                ("other origin", {"HTTP_ORIGIN": "http://nas.example"}, post, 105),
-                ("sandboxed page", {"HTTP_ORIGIN": "null"}, post, 105),
                 ("refused by its check", {}, form(method="hang"), 120),
+            ]
+        )
+
+    def test_no_method_runs_for_another_sites_page(self):
+        for caller, variables, content in [
+            ("a user who reads", {}, FORM),
+            ("a user who changes", {}, FORM.replace(b"echo", b"user_post")),
+            ("a visitor", VISITOR, FORM),
+            ("by GET", {"REQUEST_METHOD": "GET", "QUERY_STRING": FORM.decode()}, b""),
+        ]:
+            self.check(
+                [
+                    (f"{caller}, {name}", {**variables, **headers}, content, code)
+                    for name, headers, code in [
+                        ("own page", {"HTTP_SEC_FETCH_SITE": "same-origin"}, 0),
+                        ("own page that tells no referrer",
+                         {"HTTP_SEC_FETCH_SITE": "same-origin", "HTTP_ORIGIN": "null"}, 0),
+                        ("the user's own doing", {"HTTP_SEC_FETCH_SITE": "none"}, 0),
+                        ("a page of the same site", {"HTTP_SEC_FETCH_SITE": "same-site"}, 105),
+                        ("a page on another port",
+                         {"HTTP_SEC_FETCH_SITE": "same-site", "HTTP_ORIGIN": "http://nas:9999"}, 105),
+                        ("another site's page", {"HTTP_SEC_FETCH_SITE": "cross-site"}, 105),
+                        ("a relation that is none yet", {"HTTP_SEC_FETCH_SITE": "x"}, 105),
+                        ("own origin", {"HTTP_ORIGIN": "http://nas:5000"}, 0),
+                        ("other origin", {"HTTP_ORIGIN": "http://nas.example"}, 105),
+                        ("other port", {"HTTP_ORIGIN": "http://nas:5001"}, 105),
+                        ("other scheme", {"HTTP_ORIGIN": "https://nas:5000"}, 105),
+                        ("sandboxed page", {"HTTP_ORIGIN": "null"}, 105),
+                    ]
+                ]
+            )
+
+    def test_a_links_address_answers_for_that_link_alone(self):
+        query = {"QUERY_STRING": "sharing_id=abd"}
+        self.check(
+            [
+                ("its own id", VISITOR, FORM + b"&sharing_id=abc", 0),
+                ("an empty id", VISITOR, FORM + b"&sharing_id=", 0),
+                ("another id", VISITOR, FORM + b"&sharing_id=abd", 105),
+                ("one that begins alike", VISITOR, FORM + b"&sharing_id=abcd", 105),
+                ("in the query", {**VISITOR, **query}, FORM, 105),
+                ("in the query, outdone by the body", {**VISITOR, **query}, FORM + b"&sharing_id=abc", 0),
+                ("in JSON", {**VISITOR, **JSON}, body(sharing_id="abd"), 105),
+                ("its own in JSON", {**VISITOR, **JSON}, body(sharing_id="abc"), 0),
+                ("null in JSON", {**VISITOR, **JSON}, body(sharing_id=None), 0),
+                ("a number in JSON", {**VISITOR, **JSON}, body(sharing_id=5), 105),
+                ("a list in JSON", {**VISITOR, **JSON}, body(sharing_id=["abc"]), 105),
+                ("an owner", {}, FORM + b"&sharing_id=abd", 0),
             ]
         )
 
