@@ -25,6 +25,9 @@ constexpr const char* kContentSecurityPolicy =
     "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "object-src 'none'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'";
 
+// Seconds.
+constexpr const char* kRetryAfter = "120";
+
 enum class State { kUnavailable, kUnknown, kPending, kExpired, kUsedUp, kLogin, kOpen };
 
 // What a state without content says, and the error code under which the session script tells it.
@@ -278,7 +281,11 @@ PageAnswer EndingPage(const std::string& id, const Ending& ending, const std::st
     document.main +=
         "<p><time>" + Escaped(opens) + "</time> (by the clock of the device that keeps it)</p>\n";
   }
-  return Page(ending.status, id, document);
+  PageAnswer answer = Page(ending.status, id, document);
+  if (ending.status == 503) {
+    answer.headers.emplace_back("Retry-After", kRetryAfter);
+  }
+  return answer;
 }
 
 }  // namespace

@@ -150,6 +150,15 @@ class Requests(unittest.TestCase):
             ]
         )
 
+    def test_a_page_without_a_database_tells_when_to_come_back(self):
+        with Host() as host:
+            host.worker()
+            os.remove(os.path.join(host.folder.name, "sharing.db"))
+            page = host.ask({"SCRIPT_NAME": "/sharing/abc", "REQUEST_METHOD": "GET"})
+        headers = dict(page.headers)
+        self.assertEqual(["503", "120"], [headers["Status"][:3], headers.get("Retry-After")])
+        self.assertIn("Try again in a few minutes", page.body)
+
     def test_what_a_handler_learns(self):
         owner = self.host.call("echo", {"HTTP_ACCEPT_LANGUAGE": "xx, fr;q=0.5, de-CH;q=0.8"}, value="1e5")
         data = owner.json["data"]
