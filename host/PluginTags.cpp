@@ -115,13 +115,15 @@ Json::Value RunPlugins(const PluginLookup& lookup, const Json::Value& configurat
     try {
       run(params, entry, status, Json::Value(), trial);
     } catch (...) {
-      syslog(LOG_ERR, "link page: plugin %u of a configuration threw an exception", i);
+      syslog(LOG_ERR, "link page: plugin %u of the configuration of %s threw an exception", i + 1,
+             entry.get_project_name().c_str());
       continue;
     }
     if (trial.isObject() && TextSize(trial) <= kOutputLimit) {
       output.swap(trial);
     } else {
-      syslog(LOG_ERR, "link page: the output of plugin %u of a configuration is too large", i);
+      syslog(LOG_ERR, "link page: the output of plugin %u of the configuration of %s is too large",
+             i + 1, entry.get_project_name().c_str());
     }
   }
   return output;

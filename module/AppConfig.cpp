@@ -11,6 +11,24 @@ namespace {
 
 constexpr char kConfigFolder[] = "/usr/velt/etc.defaults/sharing/";
 
+// What of an element of "plugins" keeps it from being run; null: nothing.
+const char* FaultOf(const Json::Value& plugin) {
+  if (!plugin.isObject()) return "it is no object";
+  if (!plugin.get("name", "").isString()) return "\"name\" is no text";
+  if (!plugin.get("params", Json::Value(Json::objectValue)).isObject()) {
+    return "\"params\" is no object";
+  }
+  return nullptr;
+}
+
+// For the application's author. A configuration is read only under a file's name, so the project
+// is one here.
+void LogFault(Json::ArrayIndex index, const sharing::record::Entry& entry, const char* fault) {
+  syslog(LOG_ERR, "%s:%d plugin %u of the configuration of %s: %s",
+         log_place::kPluginElement.source, log_place::kPluginElement.line, index + 1,
+         entry.get_project_name().c_str(), fault);
+}
+
 }  // namespace
 
 bool FindSharingEntry(const std::string& sharing_id, sharing::record::Entry& entry) {
@@ -33,16 +51,20 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
     return false;
   }
 
-  for (const Json::Value& plugin : plugins) {
+  for (Json::ArrayIndex i = 0; i < plugins.size(); ++i) {
+    const Json::Value& plugin = plugins[i];
     // An element of another shape is its application's mistake and costs nobody else's plugin.
-    if (!plugin.isObject()) continue;
-    const Json::Value name = plugin.get("name", "");
+    if (const char* fault = FaultOf(plugin); fault != nullptr) {
+      LogFault(i, input.entry, fault);
+      continue;
+    }
+    const std::string name = plugin.get("name", "").asString();
+    if (only_name != nullptr && name != only_name) continue;
+    const sharing::PluginRunnerFunc runner = sharing::GetSharingPlugin("render", name);
+    if (runner == nullptr) continue;
     const Json::Value params = plugin.get("params", Json::Value(Json::objectValue));
-    if (!name.isString() || !params.isObject()) continue;
-    if (only_name != nullptr && name.asString() != only_name) continue;
-
-    const sharing::PluginRunnerFunc runner = sharing::GetSharingPlugin("render", name.asString());
-    if (runner != nullptr) runner(params, input.entry, input.status, input.extra, output);
+    if (!params.get("lib", "").isString()) LogFault(i, input.entry, "\"lib\" is no text");
+    runner(params, input.entry, input.status, input.extra, output);
   }
   return true;
 }

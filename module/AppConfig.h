@@ -27,8 +27,8 @@ struct RenderPluginInput {
 
 // Runs the render plugins of `config` in their order, all of them or those called `only_name`
 // (null: all), each writing into `output`. False when there is nothing to walk: no configuration,
-// or "plugins" is no array, which is logged under `place`. Exceptions of a plugin pass on to the
-// caller.
+// or "plugins" is no array, which is logged under `place`. An element of "plugins" whose shape is
+// wrong is logged and passed over. Exceptions of a plugin pass on to the caller.
 bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
                            const RenderPluginInput& input, const LogPlace& place,
                            Json::Value& output);

@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "host/PluginTags.h"
 #include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 
 namespace VELT::host {
 namespace {
@@ -26,7 +29,9 @@ std::string TagsOf(const Json::Value& configuration) {
   const auto lookup = [](const std::string& kind, const std::string& name) -> PluginRunner {
     return kind == "render" && name == "known" ? Run : nullptr;
   };
-  return PluginTags(lookup, configuration, Entry(), "user");
+  Entry entry;
+  entry.set_project_name("album");
+  return PluginTags(lookup, configuration, entry, "user");
 }
 
 std::string TagsOfOutput(const std::string& key, const std::string& text) {
@@ -67,6 +72,16 @@ TEST(PluginTags, KeepTheirFormOrStayAway) {
       {"beyond the limit", "OPEN_GRAPH", meta + std::string((1 << 20) - meta.size() + 1, 'x'), ""},
   };
   for (const auto& row : rows) EXPECT_EQ(row.kept, TagsOfOutput(row.key, row.text)) << row.name;
+}
+
+TEST(PluginTags, FaultsAreLoggedForTheirAuthor) {
+  Log().clear();
+  TagsOf(Parse(R"({"plugins": [{"name": "known"}, {"name": "known", "params": {"throw": ""}}]})"));
+  TagsOfOutput("CSS", std::string((1 << 20) + 1, 'x'));
+  EXPECT_EQ(Log(),
+            (std::vector<std::string>{
+                "3 link page: plugin 2 of the configuration of album threw an exception",
+                "3 link page: the output of plugin 1 of the configuration of album is too large"}));
 }
 
 TEST(PluginTags, OneFaultLeavesTheOthers) {
