@@ -22,6 +22,7 @@ inline constexpr LogPlace kPluginPath{"Plugins", 53};
 inline constexpr LogPlace kPluginOpen{"Plugins", 58};
 inline constexpr LogPlace kPluginSymbol{"Plugins", 80};
 inline constexpr LogPlace kPluginOutput{"Plugins", 104};
+inline constexpr LogPlace kPluginPrinted{"Plugins", 112};
 inline constexpr LogPlace kPluginElement{"AppConfig", 54};
 inline constexpr LogPlace kPackageGuard{"InitDataHandler", 114};
 inline constexpr LogPlace kPackageDenied{"InitDataHandler", 123};

@@ -65,10 +65,10 @@ bool CallLibFunc(PluginLibFunc func, const record::Entry& entry, const char* sta
 }  // namespace
 
 PluginCall::PluginCall(const Json::Value& params, const char* symbol, const record::Entry& entry,
-                       const char* status, const Json::Value& extra) {
-  const std::string path = LibraryPath(params);
+                       const char* status, const Json::Value& extra)
+    : path_(LibraryPath(params)), output_(path_) {
   void* handle = nullptr;
-  if (!OpenPluginLib(path, &handle)) return;
+  if (!OpenPluginLib(path_, &handle)) return;
   library_.reset(handle);
 
   void* address = nullptr;
@@ -84,7 +84,7 @@ PluginCall::PluginCall(const Json::Value& params, const char* symbol, const reco
   used_ = TextSize(result_, kLargestResult) <= kLargestResult;
   if (!used_) {
     syslog(LOG_ERR, "%s:%d plugin output exceeds %zu bytes: %s", log_place::kPluginOutput.source,
-           log_place::kPluginOutput.line, kLargestResult, path.c_str());
+           log_place::kPluginOutput.line, kLargestResult, path_.c_str());
   }
 }
 

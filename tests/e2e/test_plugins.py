@@ -1,5 +1,6 @@
 """Faulty plugin libraries behind a link: each costs at most the request that runs it."""
 
+import glob
 import json
 import os
 import shutil
@@ -43,6 +44,15 @@ def outcome(answer):
     return answer.json["data"]["private"] if answer.json["success"] else answer.json["error"]["code"]
 
 
+def logged(text):
+    """How many lines of the demonstration's logs hold the text."""
+    lines = []
+    for path in glob.glob(DEMO.path("/usr/velt/var/log/*")):
+        with open(path, encoding="utf-8", errors="replace") as file:
+            lines += file
+    return sum(text in line for line in lines)
+
+
 class Plugins(unittest.TestCase):
     def test_a_fault_costs_its_own_request(self):
         for fault, *expected in (
@@ -56,7 +66,7 @@ class Plugins(unittest.TestCase):
                 ("wrong_type", "page", "script", ""),
                 ("ten_mebibytes_of_tags", "page", "script", ""),
                 ("throws", "page", 100, 100),
-                ("prints_to_stdout", "page", 502, {}),
+                ("prints_to_stdout", "page", "script", {}),
                 ("crashes", 500, 500, 500)):
             with self.subTest(fault):
                 visitor = publish(fault)
@@ -67,6 +77,8 @@ class Plugins(unittest.TestCase):
                        outcome(visitor.request("POST", "/webapi", {**login, "sharing_id": visitor.link_id}))]
                 self.assertEqual(expected, got)
                 self.assertEqual("script", outcome(sound.request("GET", script + sound.link_id)))
+                if fault == "prints_to_stdout":
+                    self.assertEqual(5, logged("Plugins:112 printed text was dropped: /usr/velt/lib/sharing/prints"))
 
     def test_login_that_a_plugin_breaks_keeps_its_session(self):
         visitor = publish("throws")

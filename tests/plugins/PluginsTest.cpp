@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -116,6 +120,30 @@ TEST_F(PluginsTest, FaultyLibrariesAddNothingAndAreClosed) {
       EXPECT_THAT(Log(), testing::ElementsAreArray(lines));
       EXPECT_FALSE(row.params.isObject() && IsLoaded(row.params["lib"]));
     }
+  }
+}
+
+TEST_F(PluginsTest, PrintedTextIsDroppedAndLogged) {
+  const std::string library = LibPath("prints_to_stdout");
+  for (const char* plugin : kPlugins) {
+    SCOPED_TRACE(plugin);
+    Log().clear();
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    // Makes the stream a new one, which has taken no characters of either width yet.
+    ASSERT_NE(std::freopen("/usr/velt/printed", "w", stdout), nullptr);
+    EXPECT_EQ(write(STDOUT_FILENO, "before, ", 8), 8);
+    Json::Value output(Json::objectValue);
+    RunPlugin(plugin, ParamsOf(library), Json::Value(), output);
+    std::printf("after");
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    std::ostringstream printed;
+    printed << std::ifstream("/usr/velt/printed").rdbuf();
+    EXPECT_EQ(printed.str(), "before, after");
+    EXPECT_THAT(Log(), testing::ElementsAre("4 Plugins:112 printed text was dropped: " + library));
+    EXPECT_FALSE(output.empty());
   }
 }
 

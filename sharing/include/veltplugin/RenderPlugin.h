@@ -21,9 +21,9 @@
 //   result   the caller's, null at first; the function fills it. The caller uses and frees it after
 //            the library is closed, so it must not point into the library: no Json::StaticString.
 //
-// A plugin does not write to standard output, which is the web server's answer, starts no thread
-// that outlives the call, and may run with root's effective ids (after a login): it takes no file
-// name from the visitor.
+// A plugin does not write to standard output, which is the web server's answer (the text would be
+// dropped), starts no thread that outlives the call, and may run with root's effective ids (after a
+// login): it takes no file name from the visitor.
 //
 // The interface passes C++ objects, so a plugin is built against the same libstdc++ (GCC 12's or a
 // later one's ABI, which is the same) and the same libjsoncpp.so.25 that the appliance has, shares

@@ -1,6 +1,21 @@
+#include <unistd.h>
+
 #include <cstdio>
+#include <cwchar>
+#include <iostream>
 
 #include "Fault.h"
 
-FAULT(std::puts("a stray line");
+namespace {
+
+// The library's end is its last occasion.
+struct Closing {
+  ~Closing() { std::printf("\r\n\r\nclosed"); }
+} const closing;
+
+}  // namespace
+
+FAULT(std::fputws(L"in wide characters", stdout); std::printf("a stray line");
+      std::cout << "another"; if (write(STDOUT_FILENO, "a third", 7) != 7) return false;
+      std::printf("left in the buffer");
       result = Json::Value(is_page ? Json::objectValue : Json::arrayValue); return true;)
