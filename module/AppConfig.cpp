@@ -1,7 +1,6 @@
 #include "module/AppConfig.h"
 
-#include <syslog.h>
-
+#include "sharing/Log.h"
 #include "sharing/Plugins.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/JsonFile.h"
@@ -24,8 +23,7 @@ const char* FaultOf(const Json::Value& plugin) {
 // For the application's author. A configuration is read only under a file's name, so the project
 // is one here.
 void LogFault(Json::ArrayIndex index, const sharing::record::Entry& entry, const char* fault) {
-  syslog(LOG_ERR, "%s:%d plugin %u of the configuration of %s: %s",
-         log_place::kPluginElement.source, log_place::kPluginElement.line, index + 1,
+  LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s", index + 1,
          entry.get_project_name().c_str(), fault);
 }
 
@@ -47,7 +45,7 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
   if (!config.isObject()) return false;
   const Json::Value plugins = config.get("plugins", Json::Value(Json::arrayValue));
   if (!plugins.isArray()) {
-    syslog(LOG_ERR, "%s:%d Error plugins config", place.source, place.line);
+    LOG_AT(place, LOG_ERR, "Error plugins config");
     return false;
   }
 

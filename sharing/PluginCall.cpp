@@ -1,13 +1,11 @@
 #include "sharing/PluginCall.h"
 
-#include <syslog.h>
-
 #include <cstddef>
 #include <exception>
 #include <stdexcept>
 #include <string>
 
-#include "sharing/LogPlaces.h"
+#include "sharing/Log.h"
 #include "veltplugin/RenderPlugin.h"
 
 namespace VELT::sharing {
@@ -74,8 +72,8 @@ PluginCall::PluginCall(const Json::Value& params, const char* symbol, const reco
   void* address = nullptr;
   if (!GetPluginLibFunc(handle, symbol, &address)) return;
   if (address == nullptr) {
-    syslog(LOG_DEBUG, "%s:%d cannot load Func %s: %s", log_place::kPluginSymbol.source,
-           log_place::kPluginSymbol.line, symbol, "its address is null");
+    LOG_AT(log_place::kPluginSymbol, LOG_DEBUG, "cannot load Func %s: %s", symbol,
+           "its address is null");
     return;
   }
   const auto func = reinterpret_cast<PluginLibFunc>(address);
@@ -83,8 +81,8 @@ PluginCall::PluginCall(const Json::Value& params, const char* symbol, const reco
 
   used_ = TextSize(result_, kLargestResult) <= kLargestResult;
   if (!used_) {
-    syslog(LOG_ERR, "%s:%d plugin output exceeds %zu bytes: %s", log_place::kPluginOutput.source,
-           log_place::kPluginOutput.line, kLargestResult, path_.c_str());
+    LOG_AT(log_place::kPluginOutput, LOG_ERR, "plugin output exceeds %zu bytes: %s", kLargestResult,
+           path_.c_str());
   }
 }
 

@@ -1,13 +1,12 @@
 #include "sharing/StrayOutput.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cwchar>
 #include <iostream>
 
-#include "sharing/LogPlaces.h"
+#include "sharing/Log.h"
 
 namespace VELT::sharing {
 namespace {
@@ -28,8 +27,7 @@ StrayOutput::StrayOutput(const std::string& library) : library_(library), begin_
 
 StrayOutput::~StrayOutput() {
   if (begin_ < 0 || Position() == begin_) return;
-  syslog(LOG_WARNING, "%s:%d printed text was dropped: %s", log_place::kPluginPrinted.source,
-         log_place::kPluginPrinted.line, library_.c_str());
+  LOG_AT(log_place::kPluginPrinted, LOG_WARNING, "printed text was dropped: %s", library_.c_str());
   lseek(STDOUT_FILENO, begin_, SEEK_SET);
   // Who reads the file to its position and not to its end may have made its length unchangeable.
   static_cast<void>(ftruncate(STDOUT_FILENO, begin_) == 0);
