@@ -11,6 +11,7 @@ import unittest
 from demo import REPOSITORY, SHARING, Demo, free_port
 
 RUN = os.path.join(REPOSITORY, "run")
+IN_NAMESPACE = os.path.join(REPOSITORY, "scripts/in-namespace")
 # Gives the caller another number than root's, and the rights of an ordinary user with it.
 ORDINARY = ("unshare", "--user", "--map-user=1000", "--map-group=1000")
 KINDS = ("open", "password", "user", "expired", "used_up", "disabled", "pending", "redirect", "plugin")
@@ -26,6 +27,13 @@ def namespace_members(name):
         except OSError:  # ended meanwhile
             pass
     return found
+
+
+def replace_by_itself(path):
+    """What installing a package does to a file of accounts, with the same text."""
+    new = path + ".velt-test"
+    subprocess.run(["cp", "--preserve=all", path, new], check=True)
+    os.rename(new, path)
 
 
 class Demonstration(unittest.TestCase):
@@ -52,6 +60,32 @@ class Demonstration(unittest.TestCase):
         demo = Demo(under=ORDINARY)
         self.addCleanup(demo.stop)
         self.check_links(demo)
+
+    @unittest.skipIf(os.geteuid(), "needs the right to install packages")
+    def test_packages_installed_meanwhile_take_no_accounts_away(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        for path in ("/etc/passwd", "/etc/group"):
+            replace_by_itself(path)
+        self.check_links(demo)
+        if not os.path.exists("/run/nscd"):  # a cache of the machine's accounts
+            os.mkdir("/run/nscd")
+            self.addCleanup(os.rmdir, "/run/nscd")
+        self.assertFalse(os.path.exists(f"/proc/{demo.pid}/root/run/nscd"))
+
+    def test_own_etc_is_the_folders_over_the_machines(self):
+        with tempfile.TemporaryDirectory(prefix="velt-demo-") as folder:
+            os.makedirs(folder + "/etc/pam.d")
+            for name in ("passwd", "pam.d/other", "pam.d/of-the-folder"):
+                with open(f"{folder}/etc/{name}", "w", encoding="ascii") as file:
+                    file.write("folder")
+            script = """cd /etc; cat passwd pam.d/other pam.d/of-the-folder; echo
+                cmp pam.d/common-auth /etc.machine/pam.d/common-auth; cmp hosts /etc.machine/hosts; readlink -e mtab
+                touch velt-test pam.d/velt-test; ls /etc.*/velt-test /etc.*/pam.d/velt-test 2>&- | wc -l"""
+            for caller in ((), ORDINARY):
+                done = subprocess.run([*caller, IN_NAMESPACE, folder, "sh", "-c", script], stdout=subprocess.PIPE,
+                                      stderr=subprocess.STDOUT, text=True, check=False)
+                self.assertRegex(done.stdout, r"\A(folder){3}\n/proc/\d+/mounts\n0\n\Z", caller)
 
     def test_two_side_by_side(self):
         one, two = Demo(), Demo()
