@@ -127,6 +127,7 @@ class Demonstration(unittest.TestCase):
                     (["--port", "65536"], 2, "./run: no port number: 65536\n"),
                 (["--port"], 2, "./run: --port needs a value\n"),
                 (["--state", ""], 2, "./run: --state needs a value\n"),
+                    (["--state", demo.output], 1, f"./run: no folder to write to: {demo.output}\n"),
                     (["--port", str(demo.port), "--state", state], 1,
                      f"./run: port {demo.port}: Address already in use\n"),
                     (["--port", "1", "--state", demo.state], 1,
