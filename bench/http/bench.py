@@ -32,15 +32,14 @@ class Constant:
     def __init__(self, demo, build, folder):
         self.port = free_port()
         socket = os.path.join(folder, "constant.sock")
-        text = webserver.configuration(self.port, None)
-        text = text.replace(webserver.SOCKET, socket).replace(webserver.PASSWORDS, demo.path(webserver.PASSWORDS))
-        text = text.replace("/usr/velt/web", demo.path("/usr/velt/web"))
+        text = webserver.configuration(self.port, None).replace(webserver.SOCKET, socket)
         path = os.path.join(folder, "lighttpd.conf")
         with open(path, "w", encoding="utf-8") as file:
             file.write(text)
         self.processes = [
             subprocess.Popen([os.path.join(build, "bin/constant-fcgi"), socket, str(os.cpu_count())]),
-            subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", path])]
+            # Among the demonstration's own accounts and files.
+            subprocess.Popen([os.path.join(TOP, "scripts/in-namespace"), demo.path("/"), "lighttpd", "-D", "-f", path])]
         while subprocess.run(["curl", "-fs", "-o", "/dev/null", f"http://127.0.0.1:{self.port}/sharing/x"],
                              check=False).returncode:
             time.sleep(0.05)

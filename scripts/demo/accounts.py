@@ -10,11 +10,37 @@ import string
 import subprocess
 import sys
 
+import webserver
+
 _NAMES = ("admin", "alice", "bob")
 _ADMINISTRATOR = "admin"
 _FIRST_UID = 70001
 _USERS_GID = 100  # Debian's group "users"
 _ADMINISTRATORS_GID = 70000
+# pam_unix can't be asked for an owner's password: it reads /etc/shadow, and the web server may not.
+_WEB_SERVICE = f"""\
+auth requisite pam_faillock.so preauth
+auth sufficient pam_pwdfile.so pwdfile={webserver.PASSWORDS} nodelay
+auth [default=die] pam_faillock.so authfail
+account required pam_faillock.so
+"""
+_BRAKE = f"""\
+# The brake on guesses at an owner's password, faillock.conf(5). It is read at every login, so a change holds at
+# once; the demonstration never writes this file again.
+#
+# An administrator changes these three: after so many wrong passwords in a row ...
+deny = 10
+# ... within so many seconds, the account is refused, with the right password too ...
+fail_interval = 900
+# ... for so many seconds after the last that counted.
+unlock_time = 900
+#
+# One file for each account: to let one in at once, remove it. A restart of the demonstration removes them all.
+dir = {webserver.FAILURES}
+# The web server waits for nobody: a delay here would be everybody's.
+nodelay
+silent
+"""
 
 
 class Accounts:
@@ -36,22 +62,27 @@ class Accounts:
                 for name, password in self.passwords.items()]
 
     def write_etc(self, folder):
-        """Writes account files with the machine's system accounts and ours, and the PAM service of visitors."""
+        """Writes account files with the machine's system accounts and ours, and the PAM services of both sides."""
         users = [f"{name}:x:{_FIRST_UID + i}:{_USERS_GID}::/nonexistent:/usr/sbin/nologin"
                  for i, name in enumerate(_NAMES)]
         groups = [f"administrators:x:{_ADMINISTRATORS_GID}:{_ADMINISTRATOR}"]
         shadow = [f"{name}:{hashed}:20000::::::" for name, hashed in self._hashes.items()]
         pam = "auth required pam_unix.so nodelay\naccount required pam_unix.so\n"
-        os.makedirs(os.path.join(folder, "pam.d"), exist_ok=True)
+        for name in ("pam.d", "security"):
+            os.makedirs(os.path.join(folder, name), exist_ok=True)
         for name, text in {
             "passwd": _lines(_system_entries("/etc/passwd") + users),
             "group": _lines(_system_entries("/etc/group") + groups),
             "shadow": _lines(shadow),
             "nsswitch.conf": "passwd: files\ngroup: files\nshadow: files\nhosts: files\n",
             "pam.d/velt-sharing": pam,
+            f"pam.d/{webserver.PAM_SERVICE}": _WEB_SERVICE,
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
             write_private(os.path.join(folder, name), text, 0o600 if name == "shadow" else 0o644)
+        brake = os.path.join(folder, "security/faillock.conf")
+        if not os.path.exists(brake):
+            write_private(brake, _BRAKE, 0o644)
 
     def htpasswd(self):
         return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
@@ -81,9 +112,10 @@ def write_private(path, text, mode=0o600):
 
 
 def _hash(password):
-    # SHA-512 crypt at its default cost, about 2 ms: enough for 119 random bits, and both lighttpd and
-    # pam_unix take it.
-    return subprocess.run(["openssl", "passwd", "-6", "-stdin"], input=password, text=True, check=True,
+    # SHA-512 crypt, which both pam_pwdfile and pam_unix take, at its lowest cost: every request of an owner pays
+    # it, and 119 random bits need no more.
+    salt = "rounds=1000$" + secrets.token_hex(8)
+    return subprocess.run(["openssl", "passwd", "-6", "-salt", salt, "-stdin"], input=password, text=True, check=True,
                           stdout=subprocess.PIPE).stdout.strip()
 
 

@@ -9,6 +9,7 @@ import fcntl
 import json
 import os
 import pwd
+import shutil
 import signal
 import socket
 import subprocess
@@ -24,7 +25,6 @@ STOP_SECONDS = 15
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
-NAME_CACHE = "/run/nscd"  # would answer with the machine's accounts
 
 
 class Failure(Exception):
@@ -113,8 +113,6 @@ class Demonstration:
         os.chmod(DATA, 0o700)
         # Sockets end with us, whatever ends us.
         _mount_empty(SOCKETS)
-        if os.path.exists(NAME_CACHE):
-            _mount_empty(NAME_CACHE)
         done = subprocess.run(["cmake", "--install", self.build, "--prefix", "/usr/velt"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, text=True, check=False)
         if done.returncode:
@@ -122,9 +120,14 @@ class Demonstration:
         self.accounts = Accounts(self.state)
         write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
         write_private(webserver.PASSWORDS, self.accounts.htpasswd())
+        for path, text in webserver.error_pages():
+            write_private(path, text, 0o644)
+        shutil.rmtree(webserver.FAILURES, ignore_errors=True)
+        os.mkdir(webserver.FAILURES, 0o700)
         if self.account:
             user = pwd.getpwnam(self.account[0])
-            for path in (DATA, webserver.PASSWORDS, *(entry.path for entry in os.scandir(DATA))):
+            for path in (DATA, webserver.PASSWORDS, webserver.FAILURES,
+                         *(entry.path for entry in os.scandir(DATA))):
                 os.chown(path, user.pw_uid, user.pw_gid)
 
     def _run(self, name, *command):

@@ -1,0 +1,163 @@
+"""What the web server in front takes upon itself: guesses, connections, large bodies, headers, clients that leave."""
+
+import concurrent.futures
+import contextlib
+import os
+import re
+import resource
+import socket
+import subprocess
+import unittest
+
+from demo import SHARING, Demo
+from test_demo import ORDINARY
+
+ENTRY = "/webapi/entry.cgi"
+GUESSES = 10
+CROWD = 2000
+
+
+def setUpModule():
+    global DEMO
+    DEMO = Demo()
+    unittest.addModuleCleanup(DEMO.stop)
+    _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
+
+
+class Guesses(unittest.TestCase):
+    def check_brake(self, demo):
+        def status(account, path="/"):
+            return demo.request("GET", path, account=account).status
+
+        right = demo.accounts["bob"]
+        self.assertEqual(200, status("bob"))  # a login that went well before doesn't help a guesser
+        # The server lets each of these wait for a moment, so they come at once.
+        with concurrent.futures.ThreadPoolExecutor(GUESSES) as pool:
+            demo.accounts["bob"] = "guess"
+            self.assertEqual([401] * GUESSES, list(pool.map(lambda _: status("bob"), range(GUESSES))))
+        demo.accounts["bob"] = right
+        self.assertEqual([401, 401], [status("bob"), status("bob", ENTRY)])
+        self.assertEqual([200, 200], [status("alice"), status("admin")])
+        for name in ("nobody", "root", "stranger"):  # no owners, so nothing to guess
+            demo.accounts[name] = ""
+            self.assertEqual(401, status(name), name)
+        demo.restart()
+        self.assertEqual(200, status("bob"))
+
+    def test_one_account_is_refused_for_a_while(self):
+        self.check_brake(DEMO)
+
+    @unittest.skipIf(subprocess.run([*ORDINARY, "true"], check=False).returncode, "needs user namespaces")
+    def test_as_an_ordinary_user(self):
+        demo = Demo(under=ORDINARY)
+        self.addCleanup(demo.stop)
+        self.check_brake(demo)
+
+    def test_numbers_of_an_administrator_hold_at_once_and_stay(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        path = demo.path("/etc/security/faillock.conf")
+        with open(path, encoding="ascii") as file:
+            text = file.read()
+        self.assertRegex(text, rf"(?m)^deny = {GUESSES}\n(.|\n)*^unlock_time = 900$")
+        with open(path, "w", encoding="ascii") as file:
+            file.write(text.replace(f"deny = {GUESSES}", "deny = 1"))
+        demo.restart()
+        right, demo.accounts["bob"] = demo.accounts["bob"], "guess"
+        demo.request("GET", "/", account="bob")
+        demo.accounts["bob"] = right
+        self.assertEqual(401, demo.request("GET", "/", account="bob").status)
+        os.unlink(demo.path("/usr/velt/var/failures/bob"))
+        self.assertEqual(200, demo.request("GET", "/", account="bob").status)
+
+
+class Connections(unittest.TestCase):
+    def test_a_crowd_that_sends_no_request_keeps_nobody_out(self):
+        head = f"POST /sharing/{DEMO.links['open']}/webapi HTTP/1.1\r\nHost: x\r\n".encode()
+        for what, sent in (("idle", b""), ("half a header", head),
+                           ("half a body", head + b"Content-Length: 60000\r\n\r\n" + b"x" * 30000)):
+            with self.subTest(what), contextlib.ExitStack() as crowd:
+                for _ in range(CROWD):
+                    client = crowd.enter_context(socket.create_connection(("127.0.0.1", DEMO.port), timeout=10))
+                    client.sendall(sent)
+                visitor = DEMO.connect()
+                visitor.timeout = 5
+                visitor.request("GET", f"/sharing/{DEMO.links['open']}")
+                self.assertEqual(200, visitor.getresponse().status)
+                visitor.close()
+
+
+class LargeBodies(unittest.TestCase):
+    def test_the_answer_is_the_apis(self):
+        answer = {"error": {"code": 106, "errors": None}, "success": False}
+        for side, path, limit in (("owner", ENTRY, "1 MiB"),
+                                  ("visitor", f"/sharing/{DEMO.links['open']}/webapi", "64 KiB")):
+            answer["error"]["errors"] = f"request body is larger than {limit}"
+            for mib in (2, 200):
+                for form in ("announced", "chunked"):
+                    with self.subTest(side=side, mib=mib, form=form):
+                        done = self.send(path, mib, form)
+                        self.assertEqual((413, "application/json"), (done.status, done.headers["content-type"][:16]))
+                        self.assertEqual(answer, done.json)
+
+    def send(self, path, mib, form):
+        piece = b"x" * (1 << 16)
+        headers = {"Authorization": DEMO.authorization("alice"), "Content-Type": "application/json"}
+        if form == "announced":
+            headers["Content-Length"] = str(mib << 20)
+        return DEMO.request("POST", path, (piece for _ in range(mib << 4)), headers)
+
+
+class Headers(unittest.TestCase):
+    def test_owners_page(self):
+        for path in ("/", "/index.html"):
+            page = DEMO.request("GET", path, account="alice")
+            policy = page.headers["content-security-policy"]
+            own = re.search(r'Content-Security-Policy"\s+content="([^"]+)"', page.text)[1]
+            self.assertEqual(own + "; frame-ancestors 'none'", policy)
+            self.assertEqual(["same-origin"] * 2, [page.headers[f"cross-origin-{name}-policy"]
+                                                   for name in ("opener", "resource")])
+        # An application's files are for pages of any policy.
+        file = DEMO.request("GET", "/pkg/photo-album/photos/lighthouse.svg")
+        self.assertEqual((200, "nosniff", None), (file.status, file.headers["x-content-type-options"],
+                                                  file.headers.get("content-security-policy")))
+
+
+class Worker(unittest.TestCase):
+    """The test itself in the workers' place: the server connects anew for each request."""
+
+    def setUp(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        path = f"/proc/{demo.pid}/root/usr/velt/var/run/webapid.sock"
+        os.unlink(path)
+        self.listener = self.enterContext(socket.socket(socket.AF_UNIX))
+        self.listener.bind(path)
+        os.chmod(path, 0o666)
+        self.listener.listen()
+        self.listener.settimeout(10)
+        self.client = self.enterContext(socket.create_connection(("127.0.0.1", demo.port), timeout=10))
+        # The server watches for a client's end on a connection that it has waited for before, which it has for all but
+        # a first request that arrives with its connection.
+        self.client.sendall(b"HEAD /shared/icon.svg HTTP/1.1\r\nHost: x\r\n\r\n")
+        self.assertRegex(self.client.recv(65536), rb"^HTTP/1\.1 200 ")
+        self.client.sendall(b"POST /sharing/x/webapi HTTP/1.1\r\nHost: x\r\nContent-Length: 4\r\n\r\nbody")
+        self.worker = self.enterContext(self.listener.accept()[0])
+        self.worker.settimeout(10)
+        got = b""
+        while b"body" not in got:
+            got += self.worker.recv(65536)
+
+    def test_sees_that_its_client_has_left(self):
+        self.client.close()
+        while self.worker.recv(65536):  # the rest of the request, then the end
+            pass
+
+    def test_that_dies_is_told_at_once(self):
+        self.worker.close()
+        self.assertRegex(self.client.recv(65536), rb"^HTTP/1\.1 50[03] ")
+
+
+if __name__ == "__main__":
+    unittest.main()
