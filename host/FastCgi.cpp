@@ -90,8 +90,8 @@ void ReplyChannel::Send(std::string_view answer) const {
 }
 
 bool ReplyChannel::ClientHasLeft() const {
-  pollfd watched{connection(), 0, 0};  // a hang-up is reported without being asked for
-  return poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) != 0;
+  pollfd watched{connection(), POLLRDHUP, 0};
+  return poll(&watched, 1, 0) > 0 && (watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
 struct FastCgiListener::Library {

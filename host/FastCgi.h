@@ -18,7 +18,7 @@ class ReplyChannel {
 
   // Sends the whole answer, header included. The client may be gone: that is not reported.
   void Send(std::string_view answer) const;
-  // Whether the web server has closed the connection, because its client left.
+  // Whether the web server has closed the connection or its sending half, because its client left.
   bool ClientHasLeft() const;
 
   int connection() const { return connection_.get(); }

@@ -7,6 +7,7 @@ import json
 import os
 import pwd
 import signal
+import socket
 import time
 import unittest
 
@@ -347,9 +348,12 @@ class Pools(unittest.TestCase):
             left, stayed = (os.path.join(host.folder.name, name) for name in ("left", "stayed"))
             with self.waiting(host, 1) as slow:
                 host.begin("touch", value=left).close()
+                half = host.begin("touch", value=left)
+                half.shutdown(socket.SHUT_WR)
                 last = host.begin("touch", value=stayed)
                 self.assertEqual(host.call("echo").code, 0)
             self.assertEqual([host.finish(each).code for each in (*slow, last)], [0, 0])
+            self.assertEqual(host.finish(half).text, "")
             self.assertTrue(os.path.exists(stayed))
             self.assertFalse(os.path.exists(left))
 
