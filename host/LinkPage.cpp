@@ -1,13 +1,11 @@
 #include "LinkPage.h"
 
-#include <algorithm>
 #include <charconv>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string_view>
 
 #include "Access.h"
+#include "Redirect.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/JsonFile.h"
@@ -76,32 +74,6 @@ const Ending* EndingOf(State state) {
 
 std::string Escaped(const std::string& text) { return WebUtils::EncodeHtml(text, true); }
 
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return lower;
-}
-
-// RFC 3986, section 2.3: everything but the unreserved characters, percent-encoded.
-std::string PercentEncoded(std::string_view text, std::string_view also_kept = "") {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const bool kept = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                      std::string_view("-._~").find(c) != std::string_view::npos ||
-                      also_kept.find(c) != std::string_view::npos;
-    if (kept) {
-      encoded += c;
-    } else {
-      const auto byte = static_cast<unsigned char>(c);
-      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-  }
-  return encoded;
-}
-
 // The link as this visitor finds it. `form` becomes the link's JSON form when there is a link.
 State FindState(const PageRequest& request, bool error_given, Entry& entry, Json::Value& form) {
   sharing::db::SharingDB& db = *sharing::db::SharingDB::Instance();
@@ -125,43 +97,6 @@ State FindState(const PageRequest& request, bool error_given, Entry& entry, Json
     return State::kExpired;
   }
   return status == "used_up" ? State::kUsedUp : State::kLogin;
-}
-
-// The address that a link with a redirect leads to, fit for a header; none when it isn't to be
-// followed. Browsers take a backslash for a slash, drop line breaks and tabs, and read `//host` as
-// another site's address: what they could read in two ways is refused.
-std::optional<std::string> RedirectTarget(const Entry& entry) {
-  const std::string& uri = entry.get_redirect_uri();
-  const bool plain = std::none_of(uri.begin(), uri.end(), [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || c == '\\';
-  });
-  const auto has_host_after = [&uri](std::string_view scheme) {
-    return uri.size() > scheme.size() && Lower(uri.substr(0, scheme.size())) == scheme &&
-           std::string_view("/?# ").find(uri[scheme.size()]) == std::string_view::npos;
-  };
-  const bool in_site = uri.starts_with('/') && !uri.starts_with("//");
-  if (!plain || !(in_site || has_host_after("http://") || has_host_after("https://"))) {
-    return std::nullopt;
-  }
-  std::string target = PercentEncoded(uri, ":/?#[]@!$&'()*+,;=%");
-  switch (entry.get_redirect_type()) {
-    case Entry::RedirectType::kNone:
-      return std::nullopt;
-    case Entry::RedirectType::kAlways:
-      break;
-    case Entry::RedirectType::kUrlParam: {
-      const std::size_t end = std::min(target.find('#'), target.size());
-      const std::size_t query = target.find('?');
-      std::string parameter = query < end ? "&" : "?";
-      if (query < end && (target[end - 1] == '?' || target[end - 1] == '&')) {
-        parameter.clear();
-      }
-      target.insert(end,
-                    parameter + sharing::SZK_SHARING_ID + "=" + PercentEncoded(entry.get_hash()));
-      break;
-    }
-  }
-  return target;
 }
 
 const char* StatusText(const Entry& entry) {
