@@ -60,7 +60,7 @@ std::optional<std::string> RedirectTarget(const Entry& entry) {
       const std::size_t end = std::min(target.find('#'), target.size());
       const std::size_t query = target.find('?');
       std::string parameter = query < end ? "&" : "?";
-      if (query < end && (target[end - 1] == '?' || target[end - 1] == '&')) {
+      if (query + 1 == end || (query < end && target[end - 1] == '&')) {
         parameter.clear();
       }
       target.insert(end,

@@ -185,6 +185,7 @@ class LinkPage(unittest.TestCase):
                     ("url_param", "https://example.org/a?b=c#d?e", "https://example.org/a?b=c&sharing_id={}#d?e"),
                     ("url_param", "/pkg/a#d?e", "/pkg/a?sharing_id={}#d?e"),
                     ("url_param", "/pkg/a?", "/pkg/a?sharing_id={}"),
+                    ("url_param", "/pkg/a?b?", "/pkg/a?b?&sharing_id={}"),
                     ("url_param", "/pkg/a?b&", "/pkg/a?b&sharing_id={}")]
         refused = ("javascript:alert(1)", "data:text/html,x", "//example.org/", "/\\example.org/", "example.org",
                    "https:\\\\example.org/", "https:///example.org", "/\t/example.org", "/a\r\nSet-Cookie: a=b",
