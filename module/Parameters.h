@@ -32,22 +32,23 @@ struct AnyValue {
   const char* name;
 };
 
-// Each kAll stands in the order in which the method's pre-check judges.
+// Each kAll stands in the order in which the method's pre-check judges. It refers to its rows, for
+// compilers differ in which of two such variables they make first.
 
 namespace get {
 inline const Text kSharingID{sharing::SZK_SHARING_ID, ""};
-inline const std::tuple kAll{kSharingID};
+inline constexpr auto kAll = std::tie(kSharingID);
 }  // namespace get
 
 namespace remove {
 inline const Text kSharingID{sharing::SZK_SHARING_ID, "", PARAM_REQUIRED};
-inline const std::tuple kAll{kSharingID};
+inline constexpr auto kAll = std::tie(kSharingID);
 }  // namespace remove
 
 namespace trigger_gc {
 inline const Bool kAllEntry{"all_entry", false};
 inline const Text kProjectName{sharing::SZK_PROJECT_NAME, ""};
-inline const std::tuple kAll{kAllEntry, kProjectName};
+inline constexpr auto kAll = std::tie(kAllEntry, kProjectName);
 }  // namespace trigger_gc
 
 namespace list {
@@ -58,8 +59,8 @@ inline const Text kSortBy{"sort_by", ""};
 inline const Int kOffset{"offset", -1};
 inline const Int kLimit{"limit", -1};
 inline const Text kProjectName{sharing::SZK_PROJECT_NAME, ""};
-inline const std::tuple kAll{kShareWithMe, kAllEntry, kSortDirection, kSortBy,
-                             kOffset,      kLimit,    kProjectName};
+inline constexpr auto kAll =
+    std::tie(kShareWithMe, kAllEntry, kSortDirection, kSortBy, kOffset, kLimit, kProjectName);
 }  // namespace list
 
 namespace set {
@@ -80,11 +81,10 @@ inline const Text kStartAt{sharing::SZK_START_AT, ""};
 inline const Text kExpireAt{sharing::SZK_EXPIRE_AT, ""};
 inline const Bool kAutoGC{sharing::SZK_AUTO_GC, false};
 inline const Bool kEnabled{sharing::SZK_ENABLED_, true};
-inline const std::tuple kAll{kProjectName,     kSharingID,    kApp,           kPrivateData,
-                             kRedirectURI,     kRedirectType, kProtectGroups, kProtectUsers,
-                             kProtectPassword, kProtectType,  kProtectTitle,  kEnableMatchIP,
-                             kExpireTimes,     kStartAt,      kExpireAt,      kAutoGC,
-                             kEnabled};
+inline constexpr auto kAll =
+    std::tie(kProjectName, kSharingID, kApp, kPrivateData, kRedirectURI, kRedirectType,
+             kProtectGroups, kProtectUsers, kProtectPassword, kProtectType, kProtectTitle,
+             kEnableMatchIP, kExpireTimes, kStartAt, kExpireAt, kAutoGC, kEnabled);
 }  // namespace set
 
 namespace login {
@@ -92,12 +92,12 @@ inline const Text kPassword{sharing::SZK_PASSWORD_, ""};
 inline const Text kSharingID{sharing::SZK_SHARING_ID, "", PARAM_REQUIRED};
 inline const Text kMoskPassword{sharing::SZK_MOSK_PASSWORD, ""};
 inline const Text kMoskUsername{sharing::SZK_MOSK_USERNAME, ""};
-inline const std::tuple kAll{kPassword, kSharingID, kMoskPassword, kMoskUsername};
+inline constexpr auto kAll = std::tie(kPassword, kSharingID, kMoskPassword, kMoskUsername);
 }  // namespace login
 
 namespace logout {  // not pre-checked
 inline const Text kSharingSID{sharing::SZK_SHARING_SID, ""};
-inline const std::tuple kAll{kSharingSID};
+inline constexpr auto kAll = std::tie(kSharingSID);
 }  // namespace logout
 
 namespace session {  // not pre-checked
@@ -108,13 +108,13 @@ inline const Bool kPreview{"preview", false};
 inline const Text kPreviewStatus{"sharing_preview_status", ""};
 inline const AnyValue kPreviewParams{"sharing_preview_params"};
 inline const Text kPreviewProjectName{"sharing_preview_project_name", ""};
-inline const std::tuple kAll{kSharingID,     kSharingStatus, kSharingError,      kPreview,
-                             kPreviewStatus, kPreviewParams, kPreviewProjectName};
+inline constexpr auto kAll = std::tie(kSharingID, kSharingStatus, kSharingError, kPreview,
+                                      kPreviewStatus, kPreviewParams, kPreviewProjectName);
 }  // namespace session
 
 namespace initdata {
 inline const Text kAction{sharing::SZK_ACTION, ""};
-inline const std::tuple kAll{kAction};
+inline constexpr auto kAll = std::tie(kAction);
 }  // namespace initdata
 
 }  // namespace VELT::params
