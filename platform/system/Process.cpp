@@ -1,128 +1,168 @@
 #include "veltsys/Process.h"
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdarg>
 #include <cstring>
 #include <exception>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "RequestPrograms.h"
+#include "Spawn.h"
+#include "veltsys/ChildProcess.h"
 #include "veltsys/Descriptor.h"
+#include "veltsys/ProgramRules.h"
 
 namespace {
 
-// The open streams and their programs. Never destroyed: a stream may outlive static destruction.
-class Children {
+using VELT::ChildProcess;
+
+constexpr std::size_t kLargestOutput = std::size_t{16} << 20;
+
+// One start of a program, from which its stream reads. Without the start it prints nothing.
+class Program {
  public:
-  static Children& Instance() {
-    static auto* children = new Children;
-    return *children;
+  explicit Program(const char* path) : path_(path) {}
+
+  // False, with errno set, when it could not be started; nothing is left of it then.
+  bool Start(char* const* argv);
+  std::size_t Read(char* buffer, std::size_t size);
+  // The wait status, or -1 with errno set.
+  int Close();
+
+ private:
+  void Gather();
+  void EndEarly(const char* why);
+
+  const std::string path_;  // no argument is kept: they may be secret
+  std::optional<ChildProcess> child_;
+  std::optional<VELT::Descriptor> pipe_;  // until its end has been read
+  std::string output_;
+  std::size_t position_ = 0;
+};
+
+bool Program::Start(char* const* argv) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  pipe_.emplace(ends[0]);
+  const VELT::Descriptor output(ends[1]);
+  const VELT::ProgramRules rules = VELT::CurrentProgramRules();
+  const bool settled = rules.uid != 0;
+  const auto deadline = ChildProcess::Clock::now() + rules.time_limit;
+  const pid_t pid = VELT::StartProgram(
+      {path_.c_str(), argv, output.get(), settled ? rules.uid : geteuid(),
+       settled ? rules.gid : getegid(),
+       std::chrono::ceil<std::chrono::seconds>(rules.time_limit) + std::chrono::seconds(1)});
+  if (pid < 0) return false;
+  child_.emplace(pid, deadline);
+  if (!child_->IsWatched()) {
+    const int error = errno;
+    child_.reset();
+    errno = error;
+    return false;
   }
-  void Add(FILE* stream, pid_t pid) {
-    const std::lock_guard lock(mutex_);
-    pids_[stream] = pid;
+  return true;
+}
+
+std::size_t Program::Read(char* buffer, std::size_t size) {
+  if (pipe_) Gather();
+  const std::size_t count = std::min(size, output_.size() - position_);
+  std::memcpy(buffer, output_.data() + position_, count);
+  position_ += count;
+  return count;
+}
+
+void Program::Gather() {
+  switch (child_->Read(pipe_->get(), kLargestOutput, output_)) {
+    case ChildProcess::Output::kWhole:
+      break;
+    case ChildProcess::Output::kTooLate:
+      EndEarly("took too long");
+      break;
+    case ChildProcess::Output::kTooMuch:
+      EndEarly("printed too much");
+      break;
   }
-  // The program of `stream`, which is forgotten; -1 when there is none.
-  pid_t Take(FILE* stream) {
+  pipe_.reset();
+}
+
+void Program::EndEarly(const char* why) {
+  output_.clear();
+  VELT::GiveUpPrograms();
+  child_->End();
+  syslog(LOG_ERR, "program %s %s and was ended", path_.c_str(), why);
+}
+
+int Program::Close() {
+  if (!child_) {
+    errno = ECANCELED;
+    return -1;
+  }
+  // First, so that a program that still writes ends instead of being waited for in vain.
+  pipe_.reset();
+  if (!child_->EndsInTime()) EndEarly("took too long");
+  return child_->End();
+}
+
+ssize_t ReadProgram(void* program, char* buffer, std::size_t size) {
+  return static_cast<ssize_t>(static_cast<Program*>(program)->Read(buffer, size));
+}
+
+// The open streams and their programs. Never destroyed: a stream may outlive static destruction.
+class Programs {
+ public:
+  static Programs& Instance() {
+    static auto* programs = new Programs;
+    return *programs;
+  }
+  void Add(FILE* stream, std::unique_ptr<Program> program) {
     const std::lock_guard lock(mutex_);
-    const auto found = pids_.find(stream);
-    if (found == pids_.end()) return -1;
-    const pid_t pid = found->second;
-    pids_.erase(found);
-    return pid;
+    programs_[stream] = std::move(program);
+  }
+  // The program of `stream`, which is forgotten; null when there is none.
+  std::unique_ptr<Program> Take(FILE* stream) {
+    const std::lock_guard lock(mutex_);
+    const auto found = programs_.find(stream);
+    if (found == programs_.end()) return nullptr;
+    auto program = std::move(found->second);
+    programs_.erase(found);
+    return program;
   }
 
  private:
   std::mutex mutex_;
-  std::map<FILE*, pid_t> pids_;
+  std::map<FILE*, std::unique_ptr<Program>> programs_;
 };
 
-// What posix_spawn(3) needs to start a program with a clean slate.
-class SpawnPlan {
- public:
-  SpawnPlan() {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawnattr_init(&attributes_);
-  }
-  ~SpawnPlan() {
-    posix_spawn_file_actions_destroy(&actions_);
-    posix_spawnattr_destroy(&attributes_);
-  }
-  SpawnPlan(const SpawnPlan&) = delete;
-  SpawnPlan& operator=(const SpawnPlan&) = delete;
-
-  // Both return an errno value, 0 on success. Standard output is set first: `output` may be the
-  // descriptor 0 when the caller runs without standard input.
-  int Prepare(int output) {
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setsigdefault(&attributes_, &all);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    int error = posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
-    if (error == 0) {
-      error = posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    }
-    if (error == 0) {
-      error = posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-    }
-    return error;
-  }
-  int Start(const char* path, char* const* argv, pid_t& pid) const {
-    return posix_spawn(&pid, path, &actions_, &attributes_, argv, environ);
-  }
-
- private:
-  posix_spawn_file_actions_t actions_{};
-  posix_spawnattr_t attributes_{};
+struct CloseStream {
+  void operator()(FILE* stream) const { std::fclose(stream); }
 };
 
-int Wait(pid_t pid) {
-  int status = -1;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
-}
-
-// Everything that can fail for want of memory happens before the program is started.
 FILE* Open(const char* path, char* const* argv) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return nullptr;
-  VELT::Descriptor input(ends[0]);
-  const VELT::Descriptor output(ends[1]);
-  SpawnPlan plan;
-  int error = plan.Prepare(output.get());
-  FILE* stream = error == 0 ? fdopen(input.get(), "r") : nullptr;
-  if (stream == nullptr) {
-    if (error != 0) errno = error;
-    return nullptr;
-  }
-  input.Release();
-  pid_t pid = -1;
-  try {
-    Children::Instance().Add(stream, pid);
-    error = plan.Start(path, argv, pid);
-  } catch (const std::exception&) {
-    error = ENOMEM;
-  }
-  if (error != 0) {
-    Children::Instance().Take(stream);
-    std::fclose(stream);
-    errno = error;
-    return nullptr;
-  }
-  Children::Instance().Add(stream, pid);  // the node is there: nothing is allocated
-  return stream;
+  const bool wanted = VELT::ProgramsAreWanted();
+  auto program = std::make_unique<Program>(path);
+  // The program last: when anything else fails there is none to be ended.
+  std::unique_ptr<FILE, CloseStream> stream(
+      fopencookie(program.get(), "r", {ReadProgram, nullptr, nullptr, nullptr}));
+  if (!stream) return nullptr;
+  Program& added = *program;
+  Programs::Instance().Add(stream.get(), std::move(program));
+  if (!wanted || added.Start(argv)) return stream.release();
+  const int error = errno;
+  Programs::Instance().Take(stream.get());
+  stream.reset();
+  errno = error;
+  return nullptr;
 }
 
 }  // namespace
@@ -150,12 +190,11 @@ FILE* VLIBCPopen(const char* path, const char* mode, ...) {
 }
 
 int VLIBCPclose(FILE* stream) {
-  const pid_t pid = stream != nullptr ? Children::Instance().Take(stream) : -1;
-  if (pid < 0) {
+  const auto program = stream != nullptr ? Programs::Instance().Take(stream) : nullptr;
+  if (!program) {
     errno = EINVAL;
     return -1;
   }
-  // Closed first, so that a program that still writes ends instead of being waited for in vain.
   std::fclose(stream);
-  return Wait(pid);
+  return program->Close();
 }

@@ -1,0 +1,66 @@
+#include "veltsys/ProgramRules.h"
+
+#include <mutex>
+#include <utility>
+
+#include "RequestPrograms.h"
+
+namespace VELT {
+namespace {
+
+struct State {
+  std::mutex mutex;
+  ProgramRules rules;
+  std::function<bool()> wanted;
+  bool in_request = false;
+  bool given_up = false;
+};
+
+// Never destroyed: programs may run during static destruction.
+State& TheState() {
+  static auto* state = new State;
+  return *state;
+}
+
+}  // namespace
+
+void SetProgramRules(const ProgramRules& rules) {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  state.rules = rules;
+}
+
+void BeginProgramsOfRequest(std::function<bool()> wanted) {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  state.wanted = std::move(wanted);
+  state.in_request = true;
+  state.given_up = false;
+}
+
+ProgramRules CurrentProgramRules() {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  return state.rules;
+}
+
+bool ProgramsAreWanted() {
+  State& state = TheState();
+  std::function<bool()> wanted;
+  {
+    const std::lock_guard lock(state.mutex);
+    if (state.given_up) return false;
+    wanted = state.wanted;
+  }
+  if (!wanted || wanted()) return true;
+  GiveUpPrograms();
+  return false;
+}
+
+void GiveUpPrograms() {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  state.given_up = state.in_request;
+}
+
+}  // namespace VELT
