@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "veltsys/ForkedCall.h"
+
 namespace VELT::sharing {
 namespace {
 
@@ -29,7 +31,49 @@ int Answer(int count, const pam_message** messages, pam_response** responses, vo
 // Wrong guesses are counted by the store; a delay would hold up the other visitors of the process.
 void NoDelay(int /*status*/, unsigned int /*microseconds*/, void* /*password*/) {}
 
-AccountCheck Outcome(pam_handle_t* handle, int status) {
+int Authenticate(pam_handle_t* handle, const std::string& address, std::string& name) {
+  int status = pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(NoDelay));
+  if (status == PAM_SUCCESS) status = pam_set_item(handle, PAM_RHOST, address.c_str());
+  if (status == PAM_SUCCESS) status = pam_authenticate(handle, PAM_SILENT);
+  if (status == PAM_SUCCESS) status = pam_acct_mgmt(handle, PAM_SILENT);
+  const void* user = nullptr;
+  if (status == PAM_SUCCESS) status = pam_get_item(handle, PAM_USER, &user);
+  if (user != nullptr) name = static_cast<const char*>(user);
+  return status;
+}
+
+struct Verdict {
+  int status = PAM_SYSTEM_ERR;
+  std::string name;  // that PAM knows the account by
+};
+
+Verdict AskPam(const std::string& name, const std::string& password, const std::string& address) {
+  std::string secret = password;
+  const pam_conv conversation{Answer, &secret};
+  pam_handle_t* handle = nullptr;
+  Verdict verdict{pam_start(kService, name.c_str(), &conversation, &handle), name};
+  if (verdict.status != PAM_SUCCESS) return verdict;
+  verdict.status = Authenticate(handle, address, verdict.name);
+  pam_end(handle, verdict.status);
+  return verdict;
+}
+
+// How a verdict comes out of the process that it is found in.
+std::string Packed(const Verdict& verdict) {
+  std::string text(sizeof verdict.status, '\0');
+  std::memcpy(text.data(), &verdict.status, sizeof verdict.status);
+  return text + verdict.name;
+}
+
+Verdict Unpacked(const std::string& text) {
+  Verdict verdict;
+  if (text.size() < sizeof verdict.status) return verdict;
+  std::memcpy(&verdict.status, text.data(), sizeof verdict.status);
+  verdict.name = text.substr(sizeof verdict.status);
+  return verdict;
+}
+
+AccountCheck CheckOf(int status) {
   switch (status) {
     case PAM_SUCCESS:
       return AccountCheck::kRight;
@@ -44,20 +88,9 @@ AccountCheck Outcome(pam_handle_t* handle, int status) {
       return AccountCheck::kWrong;
     default:
       syslog(LOG_ERR, "sharing store: PAM service %s failed: %s", kService,
-             pam_strerror(handle, status));
+             pam_strerror(nullptr, status));
       return AccountCheck::kFailed;
   }
-}
-
-int Authenticate(pam_handle_t* handle, const std::string& address, std::string& name) {
-  int status = pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(NoDelay));
-  if (status == PAM_SUCCESS) status = pam_set_item(handle, PAM_RHOST, address.c_str());
-  if (status == PAM_SUCCESS) status = pam_authenticate(handle, PAM_SILENT);
-  if (status == PAM_SUCCESS) status = pam_acct_mgmt(handle, PAM_SILENT);
-  const void* user = nullptr;
-  if (status == PAM_SUCCESS) status = pam_get_item(handle, PAM_USER, &user);
-  if (user != nullptr) name = static_cast<const char*>(user);
-  return status;
 }
 
 // PAM's modules write the name into the log, some of them as it stands.
@@ -70,17 +103,28 @@ bool IsLoggable(const std::string& name) {
 }  // namespace
 
 AccountCheck CheckAccount(std::string& name, const std::string& password,
-                          const std::string& address) {
+                          const std::string& address, std::chrono::milliseconds limit) {
   if (!IsLoggable(name)) return AccountCheck::kWrong;
-  std::string secret = password;
-  const pam_conv conversation{Answer, &secret};
-  pam_handle_t* handle = nullptr;
-  int status = pam_start(kService, name.c_str(), &conversation, &handle);
-  if (status != PAM_SUCCESS) return Outcome(handle, status);
-  status = Authenticate(handle, address, name);
-  const AccountCheck outcome = Outcome(handle, status);
-  pam_end(handle, status);
-  return outcome;
+  std::string reply;
+  const char* fault = nullptr;
+  switch (CallInFork([&] { return Packed(AskPam(name, password, address)); }, limit, reply)) {
+    case ForkedCall::kReturned: {
+      const Verdict verdict = Unpacked(reply);
+      if (verdict.status == PAM_SUCCESS) name = verdict.name;
+      return CheckOf(verdict.status);
+    }
+    case ForkedCall::kNotStarted:
+      fault = "could not be asked";
+      break;
+    case ForkedCall::kTooLate:
+      fault = "took too long and was ended";
+      break;
+    case ForkedCall::kDied:
+      fault = "died of a login";
+      break;
+  }
+  syslog(LOG_ERR, "sharing store: PAM service %s %s", kService, fault);
+  return AccountCheck::kFailed;
 }
 
 }  // namespace VELT::sharing

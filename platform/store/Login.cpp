@@ -166,7 +166,7 @@ Result VisitorLogin::CheckSecret() const {
 
 Result VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
   std::string name = account_;
-  switch (CheckAccount(name, account_password_, VisitorAddress())) {
+  switch (CheckAccount(name, account_password_, VisitorAddress(), LoginTimeout())) {
     case AccountCheck::kRight:
       break;
     case AccountCheck::kWrong:

@@ -51,4 +51,6 @@ std::int64_t Now() {
 
 const std::string& VisitorAddress() { return TheContext().address; }
 
+std::chrono::milliseconds LoginTimeout() { return TheContext().options.login_timeout; }
+
 }  // namespace VELT::sharing

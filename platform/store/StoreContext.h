@@ -1,6 +1,7 @@
 // What the host has told the store: options, clock, the visitor's address.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -14,5 +15,7 @@ std::int64_t Now();
 
 const std::string& VisitorAddress();
 bool HasVisitor();
+
+std::chrono::milliseconds LoginTimeout();
 
 }  // namespace VELT::sharing

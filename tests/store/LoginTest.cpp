@@ -1,8 +1,11 @@
 // Who gets in to a link, and for how long.
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
 #include "Fixture.h"
+#include "tests/support/Orphans.h"
 
 namespace VELT::sharing {
 
@@ -51,6 +54,39 @@ TEST_P(LoginTest, AsksForTheLinksPasswordOrAListedAccount) {
   const std::vector<std::pair<const char*, const char*>> wrong = {
       {"alice", "bob's own"}, {"alice", ""}, {"gone", "x"}, {"", ""}, {"family", "carol's own"}};
   for (const auto& [account, password] : wrong) ExpectLogIn(-2, listed, password, account);
+}
+
+TEST_P(LoginTest, PamThatHangsOrCrashesFailsTheLoginAndNothingElse) {
+  const Entry listed = Make(ForUsers({"alice"}, {}));
+  const struct {
+    const char* account;
+    std::chrono::milliseconds limit;
+    int want;
+    std::vector<std::string> log;
+  } rows[] = {
+      {"hangs", std::chrono::milliseconds(200), -1, {"took too long and was ended"}},
+      {"ignores SIGTERM", std::chrono::seconds(1), -1, {"took too long and was ended"}},
+      {"crashes", std::chrono::seconds(30), -1, {"died of a login"}},
+      {"exits", std::chrono::seconds(30), -1, {"failed: System error"}},
+      {"renames", std::chrono::seconds(30), 1, {}},
+      {"alice", std::chrono::seconds(30), 1, {}},
+  };
+  const Orphans orphans;
+  const auto old_action = std::signal(SIGPIPE, SIG_IGN);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.account);
+    ConfigureStore({connection_, [] { return now_; }, row.limit});
+    Log().clear();
+    ExpectLogIn(row.want, listed, "alice's own", row.account);
+    Log().pop_back();  // of every login
+    std::vector<std::string> log;
+    for (const auto& line : row.log) {
+      log.push_back("3 sharing store: PAM service velt-sharing " + line);
+    }
+    EXPECT_EQ(Log(), log);
+    EXPECT_TRUE(orphans.AreGone());
+  }
+  std::signal(SIGPIPE, old_action);
 }
 
 TEST_P(LoginTest, GivesANewSessionThatTakesTheTokensAlong) {

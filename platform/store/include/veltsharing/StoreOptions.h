@@ -1,6 +1,7 @@
 // The host's half of the store: where it is, what time it is, who is asking.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -12,6 +13,8 @@ struct StoreOptions {
   std::string connection = "sqlite3 /var/lib/velt/sharing.db";
   // Seconds since 1970; the system's clock when empty.
   std::function<std::int64_t()> clock;
+  // How long PAM may take over a visitor's account; then the login fails (-1).
+  std::chrono::milliseconds login_timeout{15000};
 };
 
 // To be called before the first use of SharingDB in a process, and by tests to move on to another
