@@ -133,6 +133,14 @@ void Describe(CLI::App& app, CommandLine& line) {
   app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
+  app.add_option("--program-timeout", options.program_timeout,
+                 "Seconds that a program started for a request may run; it is ended then")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  app.add_option("--login-timeout", options.login_timeout,
+                 "Seconds that PAM may take over a visitor's account; the login fails then")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
   app.set_config("--config", "",
                  "File with any of these, a line NAME=VALUE each; # begins a comment");

@@ -24,7 +24,10 @@ struct Options {
   std::string registry;
   std::string database;
   std::string external_url;  // without a slash at the end; empty: the address that the browser used
-  unsigned int request_timeout = 120;  // seconds
+  // Seconds, each. The latter two are for what a request waits for.
+  unsigned int request_timeout = 120;
+  unsigned int program_timeout = 5;
+  unsigned int login_timeout = 15;
 };
 
 }  // namespace VELT::host

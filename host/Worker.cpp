@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -29,6 +30,7 @@
 #include "Registry.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsys/Descriptor.h"
+#include "veltsys/ProgramRules.h"
 
 namespace VELT::host {
 namespace {
@@ -153,6 +155,7 @@ class Worker {
   void Answer(const Incoming& incoming) {
     if (incoming.reply.ClientHasLeft()) return;
     deadline_.Tell(&incoming.reply);
+    BeginProgramsOfRequest([&incoming] { return !incoming.reply.ClientHasLeft(); });
     Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request);
     // An answer that is half sent can't be followed by another.
     deadline_.Tell(nullptr);
@@ -182,7 +185,9 @@ int RunWorker(const Options& options, int listener, const std::array<Handover, k
   try {
     const Descriptor signals(WatchSignals());
     if (place.pool != Pool::kFront) setpriority(PRIO_PROCESS, 0, kNiceness);
-    sharing::ConfigureStore({options.database, {}});
+    sharing::ConfigureStore({options.database, {}, std::chrono::seconds(options.login_timeout)});
+    SetProgramRules(
+        {options.ids.uid, options.ids.gid, std::chrono::seconds(options.program_timeout)});
     OutputCapture output;
     const Registry registry = Registry::Load(options.registry);
     LowerTo(options.ids);

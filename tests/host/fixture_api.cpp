@@ -1,4 +1,5 @@
 // An API module with one method for each way in which a handler can go right or wrong.
+#include <syslog.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "veltsys/Process.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
@@ -47,14 +49,30 @@ void Print(APIRequest* request, APIResponse* response) {
 
 void Crash(APIRequest*, APIResponse*) { std::raise(SIGKILL); }
 
-// Until somebody who reads the file connects, or the time limit is over.
-void Hang(APIRequest* request, APIResponse* response) {
-  const std::string path = request->GetParam("value", "").asString();
+// Until somebody who writes to the pipe has come and gone, or the time limit is over.
+bool Await(const std::string& path) {
   FILE* file = std::fopen(path.c_str(), "re");
-  if (file == nullptr) return;
+  if (file == nullptr) return false;
   std::fgetc(file);
   std::fclose(file);
-  response->SetSuccess("finished");
+  return true;
+}
+
+void Hang(APIRequest* request, APIResponse* response) {
+  if (Await(request->GetParam("value", "").asString())) response->SetSuccess("finished");
+}
+
+// What a shell prints.
+void Program(APIRequest* request, APIResponse* response) {
+  if (request->HasParam("after")) Await(request->GetParam("after", "").asString());
+  const std::string script = request->GetParam("value", "").asString();
+  FILE* stream = VLIBCPopen("/bin/sh", "r", "-c", script.c_str(), nullptr);
+  if (stream == nullptr) return;
+  char text[4096];
+  const std::size_t size = std::fread(text, 1, sizeof text, stream);
+  VLIBCPclose(stream);
+  syslog(LOG_INFO, "a program printed %zu bytes", size);
+  response->SetSuccess(std::string(text, size));
 }
 
 // As long as the file is there.
@@ -104,11 +122,22 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {"echo", Echo, Pass},         {"raw", Raw, Pass},        {"print", Print, Pass},
-    {"crash", Crash, Pass},       {"throw", Throw, Pass},    {"throw_int", ThrowInt, Pass},
-    {"silent", Silent, Pass},     {"flood", Flood, Pass},    {"elevate", Elevate, Pass},
-    {"user_post", Echo, Pass},    {"for_token", Echo, Pass}, {"unlisted", Echo, Pass},
-    {"wait", Wait, Pass},         {"touch", Touch, Pass},    {"hang", Hang, RefuseWithoutValue},
+    {"echo", Echo, Pass},
+    {"raw", Raw, Pass},
+    {"print", Print, Pass},
+    {"crash", Crash, Pass},
+    {"throw", Throw, Pass},
+    {"throw_int", ThrowInt, Pass},
+    {"silent", Silent, Pass},
+    {"flood", Flood, Pass},
+    {"elevate", Elevate, Pass},
+    {"user_post", Echo, Pass},
+    {"for_token", Echo, Pass},
+    {"unlisted", Echo, Pass},
+    {"wait", Wait, Pass},
+    {"touch", Touch, Pass},
+    {"hang", Hang, RefuseWithoutValue},
+    {"program", Program, RefuseWithoutValue},
     {"unchecked", Echo, nullptr},
 };
 

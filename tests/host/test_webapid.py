@@ -210,11 +210,11 @@ class Requests(unittest.TestCase):
 
 class Workers(unittest.TestCase):
     @contextlib.contextmanager
-    def hanging(self, host):
+    def hanging(self, host, form="method=hang&value="):
         """A request whose handler is at work until the block ends."""
         path = os.path.join(host.folder.name, "fifo")
         os.mkfifo(path)
-        form = f"api=Test.Host&version=1&method=hang&value={path}"
+        form = f"api=Test.Host&version=1&{form}{path}"
         connection = host.start({}, form.encode())
         with open(path, "wb"):  # waits for the handler
             yield connection
@@ -259,6 +259,22 @@ class Workers(unittest.TestCase):
             self.assertEqual(dict(answer.headers)["Status"], "504 Gateway Timeout")
             host.wait_for_log("took too long over a request and was ended")
             self.assertEqual(host.call("echo").code, 0)
+
+    def test_programs_are_ended_in_time_and_started_only_for_clients_that_stay(self):
+        with Host("--program-timeout", "1") as host:
+            self.assertEqual(host.call("program", value="echo x; sleep 100").json["data"], "")
+            host.wait_for_log("program /bin/sh took too long and was ended")
+            self.assertEqual(host.call("program", value="echo x").json["data"], "x\n")
+            with self.hanging(host, "method=program&value=echo+x&after=") as connection:
+                connection.close()
+            host.wait_for_log("a program printed 0 bytes", times=2)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root")
+    def test_programs_have_the_services_ids_only(self):
+        with Host("--user", "nobody") as host:
+            ids = host.call("program", value="grep -E '^[UG]id:' /proc/self/status").json["data"].split()
+            nobody = pwd.getpwnam("nobody")
+            self.assertEqual(ids, ["Uid:"] + 4 * [str(nobody.pw_uid)] + ["Gid:"] + 4 * [str(nobody.pw_gid)])
 
     @unittest.skipUnless(os.geteuid() == 0, "needs root")
     def test_a_worker_left_with_other_ids_answers_and_leaves(self):

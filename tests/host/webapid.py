@@ -199,7 +199,7 @@ class Host:
 
 
 def fixture_registry(**changes):
-    methods = ["echo", "raw", "print", "crash", "hang", "throw", "throw_int", "silent", "flood"]
+    methods = ["echo", "raw", "print", "crash", "hang", "program", "throw", "throw_int", "silent", "flood"]
     rows = [
         {"api": "Test.Host", "version": 1, "method": name, "access": ["user", "visitor"]}
         for name in methods + ["elevate"]
