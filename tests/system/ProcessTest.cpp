@@ -114,10 +114,8 @@ TEST_F(Process, ChildHasTheServicesIdsAndNoWayToMore) {
     for (int kind = 0; kind < 4; ++kind) ids += "\t" + std::to_string(row.want);
     EXPECT_THAT(status, HasSubstr("\nUid:" + ids + "\nGid:" + ids + "\n"));
     EXPECT_THAT(status, ContainsRegex("\nGroups:[ \t]*\n"));
-    for (const char* set : {"Inh", "Prm", "Eff", "Amb"}) {
-      EXPECT_THAT(status, ContainsRegex(std::string("\nCap") + set + ":\t0+\n"));
-    }
-    EXPECT_THAT(status, HasSubstr("\nNoNewPrivs:\t1\n"));
+    EXPECT_THAT(status, ContainsRegex("\nCapInh:\t0+\nCapPrm:\t0+\nCapEff:\t0+\nCapBnd:.*\n"
+                                      "CapAmb:\t0+\nNoNewPrivs:\t1\n"));
   }
   setgroups(0, nullptr);
   // Ours was given up by seteuid; a start alone leaves it as it is.
