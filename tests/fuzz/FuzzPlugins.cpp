@@ -1,0 +1,147 @@
+// Anything as an application's configuration (first line), its plugins' result (second) and their tags (the
+// rest): only whole tags of the three kinds reach a page, and only JSON its script.
+#include <cctype>
+#include <map>
+#include <string_view>
+
+#include "host/PluginTags.h"
+#include "module/AppConfig.h"
+#include "sharing/Plugins.h"
+#include "tests/fuzz/Fuzz.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsys/JsonText.h"
+#include "veltsys/Text.h"
+
+namespace VELT {
+namespace {
+
+using sharing::record::Entry;
+
+// What the plugins give in this run. A plugin of the host gets no "extra", so it is handed in here.
+Json::Value result;
+std::string raw_tags;
+std::string plugin_name;
+
+// A configuration may name the one library that there is, and none of the machine's.
+void ConfineLibraries(Json::Value& config) {
+  if (!config.isObject() || !config["plugins"].isArray()) return;
+  for (Json::Value& plugin : config["plugins"]) {
+    if (!plugin.isObject() || !plugin["params"].isObject()) continue;
+    Json::Value& library = plugin["params"]["lib"];
+    if (library == "echo")
+      library = VELT_ECHO;
+    else if (library.isString() && library != "")
+      library = "/nonexistent/" + library.asString();
+  }
+}
+
+void RunPlugin(const Json::Value& params, const Entry& entry, const char* status,
+               const Json::Value& /*extra*/, Json::Value& output) {
+  if (plugin_name != "raw") {
+    sharing::GetSharingPlugin("render", plugin_name)(params, entry, status, result, output);
+    return;
+  }
+  for (const char* key : {"OPEN_GRAPH", "CSS", "JSFILE"}) output[key] = raw_tags;
+}
+
+host::PluginRunner FindPlugin(const std::string& kind, const std::string& name) {
+  plugin_name = name;
+  return name == "raw" || sharing::GetSharingPlugin(kind, name) != nullptr ? RunPlugin : nullptr;
+}
+
+// A scanner for HTML tags in general (name, attributes in double quotes), ignorant of what makes them.
+bool TakeTag(std::string_view& rest, std::string& name,
+             std::map<std::string, std::string>& attributes) {
+  const auto take = [&rest](std::string_view text) {
+    const bool taken = rest.starts_with(text);
+    if (taken) rest.remove_prefix(text.size());
+    return taken;
+  };
+  const auto take_name = [&rest](std::string& word) {
+    word.clear();
+    while (!rest.empty() && (std::isalpha(static_cast<unsigned char>(rest[0])) || rest[0] == '-')) {
+      word += rest[0];
+      rest.remove_prefix(1);
+    }
+    return !word.empty();
+  };
+  if (!take("<") || !take_name(name)) return false;
+  std::string attribute;
+  for (;;) {
+    while (take(" ")) continue;
+    if (take("/>") || take(">")) break;
+    if (!take_name(attribute) || !take("=\"")) return false;
+    const std::size_t end = rest.find('"');
+    if (end == std::string_view::npos) return false;
+    const std::string value(rest.substr(0, end));
+    if (value.find_first_of("<>") != std::string::npos) return false;
+    // HTML takes the first of two attributes of one name, so each must do.
+    attributes[attribute] += value;
+    if (name == "meta" && attribute == "name" && strcasecmp(value.c_str(), "referrer") == 0)
+      return false;
+    rest.remove_prefix(end + 1);
+  }
+  return name != "script" || take("</script>");
+}
+
+bool IsAllowed(const std::string& name, const std::map<std::string, std::string>& attributes) {
+  const std::string allowed = name == "meta"     ? ",name,property,content,"
+                              : name == "link"   ? ",rel,type,href,"
+                              : name == "script" ? ",type,src,"
+                                                 : "";
+  for (const auto& [attribute, value] : attributes) {
+    if (allowed.find("," + attribute + ",") == std::string::npos) return false;
+  }
+  if (name == "link")
+    return attributes.at("rel") == "stylesheet" && attributes.at("type") == "text/css";
+  if (name == "script")
+    return attributes.at("type") == "text/javascript" && attributes.count("src") == 1;
+  return attributes.count("name") == 0 || attributes.at("name").find('&') == std::string::npos;
+}
+
+void RequireTags(std::string_view tags) {
+  while (!tags.empty()) {
+    std::string name;
+    std::map<std::string, std::string> attributes;
+    Require(TakeTag(tags, name, attributes) && IsAllowed(name, attributes),
+            "only good tags come out");
+    Require(tags.starts_with("\n"), "every tag has a line");
+    tags.remove_prefix(1);
+  }
+}
+
+void RequireScript(std::string_view script) {
+  constexpr std::string_view kStart = "VELT.TALD.ExtraSession = ";
+  while (!script.empty()) {
+    const std::size_t end = script.find("\n;");
+    Require(script.starts_with(kStart) && end != std::string_view::npos, "a script assigns");
+    Json::Value value;
+    Require(ParseJsonText(std::string(script.substr(kStart.size(), end - kStart.size())), value),
+            "what is assigned is JSON");
+    script.remove_prefix(end + 2);
+  }
+}
+
+}  // namespace
+
+void Try(const std::string& input) {
+  std::string text = input;
+  Json::Value config;
+  if (!ParseJsonText(TakeLine(text), config)) return;
+  ConfineLibraries(config);
+  ParseJsonText(TakeLine(text), result);
+  raw_tags = text;
+
+  const Entry entry;
+  RequireTags(host::PluginTags(FindPlugin, config, entry, "none"));
+  Json::Value output(Json::objectValue);
+  try {
+    DispatchRenderPlugins(config, nullptr, {entry, "none", result}, log_place::kSessionPlugins,
+                          output);
+  } catch (const Json::Exception&) {  // of a result that has no text
+  }
+  if (output.isMember("SESSION")) RequireScript(output["SESSION"].asString());
+  Log().clear();
+}
+
+}  // namespace VELT

@@ -1,0 +1,101 @@
+// Anything as an owner's parameters: the pre-checks refuse in their one form, a handler knows its codes whatever
+// it gets, and what a pre-check lets through comes as far as the store, which can't be used here.
+#include "host/RequestReader.h"
+#include "module/SharingAPI.h"
+#include "tests/fuzz/Fuzz.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltwebapi/APITable.h"
+#include "veltwebapi/RequestContext.h"
+#include "veltwebapi/ResponseState.h"
+
+extern "C" const VELT::APITableEntry* GetAPITable();
+extern "C" const VELT::APICheckTableEntry* GetAPICheckTable();
+
+namespace VELT {
+namespace {
+
+using sharing::record::Entry;
+
+bool ReadContext(const std::string& text, RequestContext& context) {
+  host::WebRequest request;
+  request.body = text;
+  request.body_complete = true;
+  request.variables["CONTENT_TYPE"] =
+      text.starts_with('{') ? "application/json" : "application/x-www-form-urlencoded";
+  return host::ReadParameters(request, context.parameters).empty();
+}
+
+void RequireRefusal(const ResponseState& state) {
+  Require(state.outcome == ResponseState::Outcome::kError && state.error_code == 120,
+          "it is a 120");
+  Require(state.body.isObject() && state.body.size() == 2 && state.body["name"].isString(),
+          "a 120 has name and reason");
+  const std::string reason = state.body["reason"].asString();
+  Require(reason == "required" || reason == "type" || reason == "condition", "a reason is known");
+}
+
+// A judge of its own over JSON parameters, which keep their types.
+void RequireGoodSet(const RequestContext& context) {
+  Json::Value all;
+  for (const auto& [name, parameter] : context.parameters) {
+    if (!parameter.typed) return;
+    all[name] = parameter.json;
+  }
+  const auto belongs = [&all](const char* name, const char* allowed) {
+    return !all.isMember(name) || std::string(allowed).find("," + all[name].asString() + ",") < 99;
+  };
+  Require(all["project_name"].isString() && all["project_name"] != "", "a project has a name");
+  Require(belongs("protect_type", ",none,password,user,") &&
+              belongs("redirect_type", ",none,always,url_param,"),
+          "a choice is one of the known");
+  Require(all["protect_type"] != "password" || !all["protect_password"].asString().empty(),
+          "no password means none");
+  Require(all["expire_times"].asInt() >= 0, "visits are counted from 0");
+  for (const char* names : {"protect_users", "protect_groups"}) {
+    for (const Json::Value& name : all[names]) Require(name.isString(), "names are texts");
+  }
+}
+
+// A time that is taken is shown as one that would be taken again, and means the same.
+void TryTime(const RequestContext& context) {
+  const APIRequest request(std::make_unique<RequestContext>(context));
+  const Json::Value text = request.GetParam("expire_at", "");
+  if (!text.isString()) return;
+  Json::Value shown[2];
+  shown[0]["expire_at"] = text;
+  for (Json::Value& json : shown) {
+    Entry entry;
+    entry.set_expire_at_str(shown[0]["expire_at"].asString(), "%Y-%m-%d %H:%M:%S");
+    entry.ToJSON(json);
+  }
+  Require(shown[0]["expire_at"] == shown[1]["expire_at"], "a time is shown as it is given");
+}
+
+}  // namespace
+
+void Try(const std::string& text) {
+  static const bool configured = (sharing::ConfigureStore({"sqlite3 /nonexistent", {}}), true);
+  RequestContext context;
+  if (!configured || !ReadContext(text, context)) return;
+  TryTime(context);
+  for (const auto* check = GetAPICheckTable(); check->api != nullptr; ++check) {
+    const APIRequest request(std::make_unique<RequestContext>(context));
+    APIResponse response;
+    const bool passed = check->check(const_cast<APIRequest*>(&request), &response);
+    const ResponseState& state = response.state();
+    if (!passed) RequireRefusal(state);
+    if (check->api != std::string("VELT.Core.Sharing") || check->method == std::string("logout"))
+      continue;
+    if (passed && check->method == std::string("set")) RequireGoodSet(context);
+    const auto* row = GetAPITable();
+    while (row->api != std::string(check->api) || row->method != std::string(check->method)) ++row;
+    row->handler(const_cast<APIRequest*>(&request), &response);
+    Require(state.outcome == ResponseState::Outcome::kError, "a handler answers");
+    Require(state.error_code == 117 || (!passed && state.error_code == 101), "a code is known");
+    Require(state.body.isString(), "an error has a text");
+  }
+  Log().clear();
+}
+
+}  // namespace VELT
