@@ -1,9 +1,6 @@
-"""Many clients at once, and workers that are killed under them."""
+"""Many clients at once."""
 
 import contextlib
-import http.client
-import os
-import signal
 import sqlite3
 import threading
 import unittest
@@ -28,51 +25,7 @@ def hashes():
         return [row[0] for row in sql.execute("select hash from link")]
 
 
-def children(pid):
-    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
-        return [int(child) for child in file.read().split()]
-
-
-def name_of(pid):
-    with open(f"/proc/{pid}/comm", encoding="ascii") as file:
-        return file.read().strip()
-
-
-def workers():
-    host = next(pid for pid in children(DEMO.pid) if name_of(pid).startswith("velt-webapid"))
-    return children(host)
-
-
 class Faults(unittest.TestCase):
-    def test_killed_workers_lose_no_link_that_was_told(self):
-        told, failed, killed = [], [], []
-        lock = threading.Lock()
-
-        def create(number):
-            if number % 50 == 49:
-                with contextlib.suppress(IndexError, ProcessLookupError):  # none there at this moment
-                    os.kill(victim := workers()[0], signal.SIGKILL)
-                    killed.append(victim)
-            try:
-                answer = DEMO.request("POST", "/webapi/entry.cgi", {
-                    "api": SHARING, "version": 1, "method": "set", "project_name": "faults"}, account="alice")
-            except (OSError, http.client.HTTPException):
-                answer = None
-            with lock:
-                if answer and answer.status == 200 and answer.json["success"]:
-                    told.append(answer.json["data"]["sharing_id"])
-                else:
-                    failed.append(answer.status if answer else None)
-
-        with ThreadPoolExecutor(8) as pool:
-            list(pool.map(create, range(1000)))
-        self.assertEqual(1000, len(told) + len(failed))
-        self.assertGreater(len(killed), 10)
-        self.assertGreater(len(told), 900, failed)
-        self.assertEqual(len(told), len(set(told)))
-        self.assertEqual(set(), set(told) - set(hashes()))
-        DEMO.data(SHARING, "get", {"sharing_id": told[-1]})
-
     def test_one_of_ten_deletes_succeeds(self):
         for _ in range(5):
             link = DEMO.create()

@@ -154,7 +154,7 @@ class Requests(unittest.TestCase):
     def test_a_page_without_a_database_tells_when_to_come_back(self):
         with Host() as host:
             host.worker()
-            os.remove(os.path.join(host.folder.name, "sharing.db"))
+            os.remove(host.database)
             page = host.ask({"SCRIPT_NAME": "/sharing/abc", "REQUEST_METHOD": "GET"})
         headers = dict(page.headers)
         self.assertEqual(["503", "120"], [headers["Status"][:3], headers.get("Retry-After")])

@@ -66,17 +66,21 @@ def _read_exactly(connection, count):
 
 
 class Host:
-    """One running velt-webapid. `log` holds its log lines so far."""
+    """One running velt-webapid. `log` holds its log lines so far. `under` is a command that starts it, in which
+    "{}" stands for the folder."""
 
-    def __init__(self, *options, modules=None, workers=1, at=None):
+    def __init__(self, *options, modules=None, workers=1, at=None, under=()):
         self.folder = tempfile.TemporaryDirectory(prefix="webapid-")
         self.socket = at or os.path.join(self.folder.name, "socket")
         self.registry = os.path.join(self.folder.name, "webapi.d")
         os.mkdir(self.registry)
         for name, text in (modules or {"fixture.json": fixture_registry()}).items():
             self.register(name, text)
-        command = [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
-        command += ["--database", "sqlite3 " + os.path.join(self.folder.name, "sharing.db")]
+        self.database = os.path.join(self.folder.name, "data", "sharing.db")
+        os.mkdir(os.path.dirname(self.database))
+        command = [part.replace("{}", self.folder.name) for part in under]
+        command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
+        command += ["--database", "sqlite3 " + self.database]
         command += ["--min-workers", str(workers), "--max-workers", str(workers), *options]
         self.log = []
         self._news = threading.Condition()
