@@ -10,14 +10,13 @@ std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* 
   const char* end = format == nullptr ? nullptr : strptime(text.c_str(), format, &parts);
   if (end != text.c_str() + text.size()) return std::nullopt;
 
-  // mktime(3) moves a time that never was to one that is.
-  std::tm real = parts;
-  real.tm_isdst = -1;
-  const std::time_t time = std::mktime(&real);
-  const bool moved = real.tm_sec != parts.tm_sec || real.tm_min != parts.tm_min ||
-                     real.tm_hour != parts.tm_hour || real.tm_mday != parts.tm_mday ||
-                     real.tm_mon != parts.tm_mon || real.tm_year != parts.tm_year;
-  if (time <= 0 || moved) return std::nullopt;
+  // strptime(3) takes blanks for zeros and leaves blanks out, mktime(3) moves a time that never was
+  // to one that is: only what reads the same when it is written again was meant so.
+  parts.tm_isdst = -1;
+  const std::time_t time = std::mktime(&parts);
+  std::string again(text.size() + 1, '\0');
+  again.resize(std::strftime(again.data(), again.size(), format, &parts));
+  if (time <= 0 || again != text) return std::nullopt;
   return time;
 }
 

@@ -9,9 +9,9 @@ namespace VELT::sharing {
 
 inline constexpr const char* kTimeFormat = "%Y-%m-%d %H:%M:%S";
 
-// Seconds since 1970 UTC, always above 0. Empty when `text` does not match strptime(3)'s `format`
-// to its end or names a time that never was (30 February, an hour that summer time skips) or was
-// before 1970 was a second old.
+// Seconds since 1970 UTC, always above 0. Empty when `text` is not exactly what strftime(3) writes
+// in `format` for that time: so are a missing zero or blank, a time that never was (30 February, an
+// hour that summer time skips), and one before 1970 was a second old.
 std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* format);
 
 // `time` in kTimeFormat; empty for 0, which stands for no limit.
