@@ -19,12 +19,8 @@ int SharingDelete::Execute() {
   if (!request_->IsAdmin() && uid != entry.get_owner_uid()) {
     return Fail(kErrorOwner, "invalid owner");
   }
-  if (entry_db.Delete(entry)) return 0;
-  // Another request may have deleted the link since it was looked up.
-  if (database->IsGood() && !entry_db.GetByHash(sharing_id_, entry)) {
-    return Fail(kErrorSharingID, "invalid sharing id");
-  }
-  return Fail(kErrorStore, "db delete entry fail");
+  if (!entry_db.Delete(entry)) return Fail(kErrorStore, "db delete entry fail");
+  return 0;
 }
 
 int SharingDelete::FormOutput() {

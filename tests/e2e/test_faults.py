@@ -38,7 +38,9 @@ class Faults(unittest.TestCase):
 
             with ThreadPoolExecutor(10) as pool:
                 codes = sorted(pool.map(delete, range(10)))
-            self.assertEqual([0] + [1005] * 9, codes)
+            self.assertEqual(0, codes[0])
+            # Those that had found the link before it went fail to delete it, the others find none.
+            self.assertLessEqual(set(codes[1:]), {117, 1005})
             self.assertNotIn(link, hashes())
 
     def test_lists_during_creates_and_deletes_are_whole(self):

@@ -185,6 +185,18 @@ TEST_F(SetTest, WriteThatTheDatabaseRefusesIsTold) {
   EXPECT_EQ(Sharing("list", "{}").body, "Execute Error: db get entries fail");
 }
 
+// The trigger stands for another request that deletes the link once it was looked up.
+TEST_F(SetTest, DeleteThatComesSecondIsTold) {
+  const std::string link = R"({"sharing_id": ")" + Create() + "\"}";
+  ExecuteSql(
+      "create trigger first before delete on link begin delete from link where id = old.id; end");
+  const Answer answer = Sharing("delete", link);
+  EXPECT_EQ(answer.code, 117);
+  EXPECT_EQ(answer.body, "Execute Error: db delete entry fail");
+  EXPECT_EQ(Rows("link"), 0);
+  EXPECT_EQ(Sharing("delete", link).code, 1005);
+}
+
 // An empty file in the program's place, in the test's own mount namespace.
 TEST_F(SetTest, LinksWithoutAQRCodeAreAnswered) {
   Create();
