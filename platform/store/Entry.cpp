@@ -50,20 +50,21 @@ bool Entry::IsPasswordValid(const std::string& password) const {
 
 void Entry::set_start_at_str(const std::string& text, const char* format) {
   const auto time = text.empty() ? 0 : ParseLocalTime(text, format);
-  start_at_ = time.value_or(0);
+  Set(Field::kStartAt, start_at_, time.value_or(0));
   writable_ = writable_ && time.has_value();
 }
 
 void Entry::set_expire_at_str(const std::string& text, const char* format) {
   const auto time = text.empty() ? 0 : ParseLocalTime(text, format);
-  expire_at_ = time.value_or(0);
+  Set(Field::kExpireAt, expire_at_, time.value_or(0));
   writable_ = writable_ && time.has_value();
 }
 
 void Entry::set_protect_password(const std::string& password, bool plain,
                                  PasswordEncryptAlgo algo) {
   const bool known = plain && algo == PasswordEncryptAlgo::kArgon2id && IsCleanText(password);
-  password_hash_ = known && !password.empty() ? HashPassword(password) : std::string();
+  Set(Field::kPassword, password_hash_,
+      known && !password.empty() ? HashPassword(password) : std::string());
   password_refused_ = !known || password_hash_.empty() != password.empty();
 }
 

@@ -37,9 +37,15 @@ bool EntryDB::CreateWithHash(record::Entry& entry) {
 
 bool EntryDB::Update(const record::Entry& entry) {
   Connection& connection = Connection::Of(db_);
-  return connection.Run("update a link", [&](soci::session&) {
-    const auto row = EntryRow::From(entry);
-    return row && connection.kept().Update(*row);
+  return connection.Run("update a link", [&](soci::session& sql) {
+    auto row = EntryRow::From(entry);
+    if (!row) return false;
+    Transaction transaction(sql);
+    const EntryRow* present = connection.kept().LockLink(row->hash);
+    if (present == nullptr || !row->MergeOnto(*present)) return false;
+    connection.kept().Update(*row);
+    transaction.Commit();
+    return true;
   });
 }
 

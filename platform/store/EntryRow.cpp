@@ -15,6 +15,8 @@ namespace {
 
 using record::Entry;
 
+constexpr const char* kEmptyList = "[]";  // as WriteList writes it
+
 std::string WriteJson(const Json::Value& value) {
   static const Json::StreamWriterBuilder builder = [] {
     Json::StreamWriterBuilder compact;
@@ -83,7 +85,8 @@ std::optional<EntryRow> EntryRow::From(const Entry& entry) {
   }
   EntryRow row;
   row.id = entry.id_;
-  row.revision = entry.revision_;
+  row.hash = entry.hash_;
+  row.changed = entry.changed_;
   row.owner_uid = entry.owner_uid_;
   row.project_name = entry.project_name_;
   row.enabled = entry.enabled_ ? 1 : 0;
@@ -120,7 +123,6 @@ Entry EntryRow::ToEntry() const {
   entry.hash_ = hash;
   entry.visits_ = static_cast<int>(visits);
   entry.created_at_ = created_at;
-  entry.revision_ = revision;
   entry.owner_uid_ = static_cast<unsigned int>(owner_uid);
   entry.project_name_ = project_name;
   entry.enabled_ = enabled != 0;
@@ -157,7 +159,34 @@ void EntryRow::Identify(Entry& entry) const {
   entry.hash_ = hash;
   entry.visits_ = static_cast<int>(visits);
   entry.created_at_ = created_at;
-  entry.revision_ = revision;
+  entry.changed_ = 0;
+}
+
+bool EntryRow::MergeOnto(const EntryRow& present) {
+  id = present.id;
+  revision = present.revision + 1;
+  VisitSettable([this, &present](Field field, const char*, auto column) {
+    if ((changed & Entry::Bit(field)) == 0) this->*column = present.*column;
+  });
+  const char* missing = Missing();
+  if (missing != nullptr) {
+    syslog(LOG_ERR, "sharing store: an update would leave a link without %s", missing);
+  }
+  return missing == nullptr;
+}
+
+const char* EntryRow::Missing() const {
+  if (protect_type == static_cast<int>(Entry::ProtectType::kPassword) && password_hash.empty()) {
+    return "its password";
+  }
+  if (protect_type == static_cast<int>(Entry::ProtectType::kUser) && protect_users == kEmptyList &&
+      protect_groups == kEmptyList) {
+    return "its users";
+  }
+  if (redirect_type != static_cast<int>(Entry::RedirectType::kNone) && redirect_uri.empty()) {
+    return "its redirect address";
+  }
+  return nullptr;
 }
 
 std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) {
@@ -170,22 +199,21 @@ std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) 
     statement.exchange(soci::use(value, name));
   };
   VisitOwn(add);
-  VisitSettable(add);
+  VisitSettable([this, &add](Field, const char* name, auto column) { add(name, this->*column); });
   statement.exchange(soci::into(new_id));
   return "insert into link (" + names + ") values (" + values + ") returning id";
 }
 
 std::string EntryRow::BindUpdate(soci::statement& statement) {
   std::string changes;
-  VisitSettable([&](const std::string& name, auto& value) {
-    changes += name + " = :" + name + ", ";
+  const auto add = [&](const std::string& name, auto& value) {
+    changes += (changes.empty() ? "" : ", ") + name + " = :" + name;
     statement.exchange(soci::use(value, name));
-  });
+  };
+  VisitSettable([this, &add](Field, const char* name, auto column) { add(name, this->*column); });
+  add("revision", revision);
   statement.exchange(soci::use(id, "id"));
-  statement.exchange(soci::use(revision, "revision"));
-  // A link that was changed since this row was read is left alone: the row would undo that change.
-  return "update link set " + changes +
-         "revision = revision + 1 where id = :id and revision = :revision";
+  return "update link set " + changes + " where id = :id";
 }
 
 const std::string& EntryRow::Select() {
@@ -196,7 +224,7 @@ const std::string& EntryRow::Select() {
     };
     EntryRow row;
     row.VisitOwn(add);
-    row.VisitSettable(add);
+    VisitSettable([&](Field, const char* name, auto column) { add(name, row.*column); });
     return "select " + names + " from link";
   }();
   return select;
@@ -207,7 +235,7 @@ void EntryRow::ReadFrom(soci::statement& statement) {
     statement.exchange(soci::into(value));
   };
   VisitOwn(into);
-  VisitSettable(into);
+  VisitSettable([this, &into](Field, const char* name, auto column) { into(name, this->*column); });
 }
 
 }  // namespace VELT::sharing::db

@@ -31,6 +31,11 @@ class EntryRow {
   // Gives the entry the stored link's identity.
   void Identify(record::Entry& entry) const;
 
+  // Makes this row, which is From an entry, what an update with that entry makes of the `present`
+  // row: the fields that were set in it, and all else as it is. False, with a log line, when that
+  // would lack something that the link's types ask for: two updates that were each right can do so.
+  bool MergeOnto(const EntryRow& present);
+
   // Bind this row to a statement that stores it, under an id that goes to `new_id`, or that writes
   // it over the stored link with its id. Both return the statement's text.
   std::string BindInsert(soci::statement& statement, long long& new_id);
@@ -60,7 +65,18 @@ class EntryRow {
   std::string app;
   std::string private_data;
 
-  // Every column with its name, in one order: those that the store alone writes, and the others.
+  unsigned int changed = 0;  // Entry::changed_
+
+  // "select <every column> from link", for ReadFrom.
+  static const std::string& Select();
+  // Binds every column of a Select to this row.
+  void ReadFrom(soci::statement& statement);
+
+ private:
+  using Field = record::Entry::Field;
+
+  // Every column with its name, in one order: those that the store alone writes, and the others,
+  // with the field that they hold.
   template <typename Visitor>
   void VisitOwn(Visitor&& visit) {
     visit("id", id);
@@ -70,34 +86,30 @@ class EntryRow {
     visit("revision", revision);
   }
   template <typename Visitor>
-  void VisitSettable(Visitor&& visit) {
-    visit("owner_uid", owner_uid);
-    visit("project_name", project_name);
-    visit("enabled", enabled);
-    visit("auto_gc", auto_gc);
-    visit("enable_match_ip", enable_match_ip);
-    visit("start_at", start_at);
-    visit("expire_at", expire_at);
-    visit("expire_times", expire_times);
-    visit("protect_type", protect_type);
-    visit("protect_title", protect_title);
-    visit("password_hash", password_hash);
-    visit("protect_users", protect_users);
-    visit("protect_groups", protect_groups);
-    visit("redirect_type", redirect_type);
-    visit("redirect_uri", redirect_uri);
-    visit("app", app);
-    visit("private_data", private_data);
+  static void VisitSettable(Visitor&& visit) {
+    visit(Field::kOwnerUid, "owner_uid", &EntryRow::owner_uid);
+    visit(Field::kProjectName, "project_name", &EntryRow::project_name);
+    visit(Field::kEnabled, "enabled", &EntryRow::enabled);
+    visit(Field::kAutoGc, "auto_gc", &EntryRow::auto_gc);
+    visit(Field::kEnableMatchIp, "enable_match_ip", &EntryRow::enable_match_ip);
+    visit(Field::kStartAt, "start_at", &EntryRow::start_at);
+    visit(Field::kExpireAt, "expire_at", &EntryRow::expire_at);
+    visit(Field::kExpireTimes, "expire_times", &EntryRow::expire_times);
+    visit(Field::kProtectType, "protect_type", &EntryRow::protect_type);
+    visit(Field::kProtectTitle, "protect_title", &EntryRow::protect_title);
+    visit(Field::kPassword, "password_hash", &EntryRow::password_hash);
+    visit(Field::kProtectUsers, "protect_users", &EntryRow::protect_users);
+    visit(Field::kProtectGroups, "protect_groups", &EntryRow::protect_groups);
+    visit(Field::kRedirectType, "redirect_type", &EntryRow::redirect_type);
+    visit(Field::kRedirectUri, "redirect_uri", &EntryRow::redirect_uri);
+    visit(Field::kApp, "app", &EntryRow::app);
+    visit(Field::kPrivateData, "private_data", &EntryRow::private_data);
   }
 
-  // "select <every column> from link", for ReadFrom.
-  static const std::string& Select();
-  // Binds every column of a Select to this row.
-  void ReadFrom(soci::statement& statement);
-
- private:
   // What of the entry must not be stored, in words; null: nothing.
   static const char* Unstorable(const record::Entry& entry);
+  // What the link's types ask for and the row lacks, the same way.
+  const char* Missing() const;
 };
 
 }  // namespace VELT::sharing::db

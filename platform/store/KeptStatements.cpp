@@ -1,5 +1,7 @@
 #include "KeptStatements.h"
 
+#include "Dialect.h"
+
 namespace VELT::sharing::db {
 
 void Prepare(soci::statement& statement, const std::string& text) {
@@ -16,12 +18,11 @@ bool RunToEnd(soci::statement& statement) {
 }
 
 KeptStatements::KeptStatements(soci::session& sql)
-    : read_version_(sql), read_link_(sql), insert_(sql), update_(sql) {
+    : read_version_(sql), read_link_(sql), lock_link_(sql), insert_(sql), update_(sql) {
   read_version_.exchange(soci::into(version_));
   Prepare(read_version_, "select version from schema_version");
-  read_.ReadFrom(read_link_);
-  read_link_.exchange(soci::use(hash_));
-  Prepare(read_link_, EntryRow::Select() + " where hash = :hash");
+  PrepareRead(read_link_, "");
+  PrepareRead(lock_link_, DialectOf(sql).row_lock);
   Prepare(insert_, written_.BindInsert(insert_, new_id_));
   Prepare(update_, written_.BindUpdate(update_));
 }
@@ -31,10 +32,9 @@ int KeptStatements::SchemaVersion() {
   return version_;
 }
 
-const EntryRow* KeptStatements::FindLink(const std::string& hash) {
-  hash_ = hash;
-  return RunToEnd(read_link_) ? &read_ : nullptr;
-}
+const EntryRow* KeptStatements::FindLink(const std::string& hash) { return Read(read_link_, hash); }
+
+const EntryRow* KeptStatements::LockLink(const std::string& hash) { return Read(lock_link_, hash); }
 
 long long KeptStatements::Insert(const EntryRow& row) {
   written_ = row;
@@ -42,10 +42,20 @@ long long KeptStatements::Insert(const EntryRow& row) {
   return new_id_;
 }
 
-bool KeptStatements::Update(const EntryRow& row) {
+void KeptStatements::Update(const EntryRow& row) {
   written_ = row;
   update_.execute(true);
-  return update_.get_affected_rows() == 1;
+}
+
+void KeptStatements::PrepareRead(soci::statement& statement, const char* more) {
+  read_.ReadFrom(statement);
+  statement.exchange(soci::use(hash_));
+  Prepare(statement, EntryRow::Select() + " where hash = :hash" + more);
+}
+
+const EntryRow* KeptStatements::Read(soci::statement& statement, const std::string& hash) {
+  hash_ = hash;
+  return RunToEnd(statement) ? &read_ : nullptr;
 }
 
 }  // namespace VELT::sharing::db

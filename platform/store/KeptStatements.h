@@ -26,14 +26,19 @@ class KeptStatements {
 
   // Throws when there is none.
   int SchemaVersion();
-  // Null when no link has this hash. Valid until the next call.
+  // Each null when no link has this hash; valid until the next call. LockLink's stays as
+  // it is until the transaction's end.
   const EntryRow* FindLink(const std::string& hash);
+  const EntryRow* LockLink(const std::string& hash);
   // Stores a new link and returns the id that it was given.
   long long Insert(const EntryRow& row);
-  // False when the link is gone, or changed since the row was read.
-  bool Update(const EntryRow& row);
+  // Writes what an update may change over the link with the row's id, which must be locked.
+  void Update(const EntryRow& row);
 
  private:
+  void PrepareRead(soci::statement& statement, const char* more);
+  const EntryRow* Read(soci::statement& statement, const std::string& hash);
+
   int version_ = 0;
   std::string hash_;
   EntryRow read_;
@@ -41,6 +46,7 @@ class KeptStatements {
   long long new_id_ = 0;
   soci::statement read_version_;
   soci::statement read_link_;
+  soci::statement lock_link_;
   soci::statement insert_;
   soci::statement update_;
 };

@@ -124,7 +124,7 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
 Result VisitorLogin::CheckGate(soci::session& sql) {
   now_ = Now();
   const char* lock = DialectOf(sql).row_lock;
-  const EntryRow* link = Statements().LockLink(hash_);
+  const EntryRow* link = Connection::Of(*SharingDB::Instance()).kept().LockLink(hash_);
   if (link == nullptr) return Result::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);

@@ -1,21 +1,15 @@
 #include "LoginStatements.h"
 
-#include "Dialect.h"
 #include "KeptStatements.h"
 
 namespace VELT::sharing::db {
 
 LoginStatements::LoginStatements(soci::session& sql)
-    : lock_link_(sql),
-      count_visit_(sql),
+    : count_visit_(sql),
       remove_dead_(sql),
       remove_surplus_(sql),
       insert_session_(sql),
       insert_token_(sql) {
-  row_.ReadFrom(lock_link_);
-  lock_link_.exchange(soci::use(hash_));
-  Prepare(lock_link_, EntryRow::Select() + " where hash = :hash" + DialectOf(sql).row_lock);
-
   count_visit_.exchange(soci::use(link_));
   Prepare(count_visit_,
           "update link set visits = visits + 1 "
@@ -48,11 +42,6 @@ LoginStatements::LoginStatements(soci::session& sql)
           "insert into visitor_token (session_id, link_id, address) "
           "values (:session, :link, :address) "
           "on conflict (session_id, link_id) do update set address = excluded.address");
-}
-
-const EntryRow* LoginStatements::LockLink(const std::string& hash) {
-  hash_ = hash;
-  return RunToEnd(lock_link_) ? &row_ : nullptr;
 }
 
 bool LoginStatements::CountVisit(long long link) {

@@ -16,9 +16,6 @@ class LoginStatements {
   LoginStatements(const LoginStatements&) = delete;
   LoginStatements& operator=(const LoginStatements&) = delete;
 
-  // The link with this hash, locked until the transaction's end where the database locks rows; null
-  // when there is none. Valid until the next call.
-  const EntryRow* LockLink(const std::string& hash);
   // Counts a visit of the link. False, counting nothing, when it has none left.
   bool CountVisit(long long link);
   // Returns the id of the new session, which is for `link`. So that visitors fill nothing up where
@@ -37,8 +34,6 @@ class LoginStatements {
   long long session_ = 0;
   long long now_ = 0;
   long long unused_since_ = 0;
-  EntryRow row_;
-  soci::statement lock_link_;
   soci::statement count_visit_;
   soci::statement remove_dead_;
   soci::statement remove_surplus_;

@@ -11,8 +11,7 @@ namespace VELT::sharing::db {
 namespace {
 
 // Booleans are 0 or 1, times seconds since 1970 UTC with 0 for no limit, lists and objects JSON.
-// `revision` counts the link's updates: a login or another update that was overtaken by one notices
-// it. A token keeps the address of the login that made it, since a session moves on with the
+// `revision` counts the link's updates: a login that was overtaken by one notices it. A token keeps the address of the login that made it, since a session moves on with the
 // visitor.
 const std::vector<std::string> kVersion1 = {
     R"(create table link (

@@ -92,16 +92,79 @@ TEST_P(LinkTest, RefusesWhatCanNotBeKeptAndChangesNothing) {
   EXPECT_TRUE(Change(link, Set(&Entry::set_protect_title, std::string(1 << 20, 'x'))));
 }
 
-TEST_P(LinkTest, OfTwoUpdatesAtOnceTheLaterUndoesNothing) {
+// Each late update is compared with the same one made after the early one.
+TEST_P(LinkTest, TwoUpdatesAtOnceBothStand) {
+  using Texts = std::vector<std::string>;
+  const std::vector<std::pair<const char*, Edit>> edits = {
+      {"owner", Set(&Entry::set_owner_uid, kBob)},
+      {"project", Set(&Entry::set_project_name, "notes")},
+      {"state", Set(&Entry::set_enabled, false)},
+      {"collection", Set(&Entry::set_auto_gc, true)},
+      {"address check", Set(&Entry::set_enable_match_ip, true)},
+      {"start", StartingAt("2026-01-02 03:04:05")},
+      {"end", EndingAt("2031-12-31 23:59:59")},
+      {"allowed visits", WithVisits(7)},
+      {"password", WithPassword()},
+      {"users", Set(&Entry::set_protect_users, Texts{"bob"})},
+      {"groups", Set(&Entry::set_protect_groups, Texts{"family"})},
+      {"redirect", Set(&Entry::set_redirect_type, Entry::RedirectType::kAlways)},
+      {"address", Set(&Entry::set_redirect_uri, "/elsewhere")},
+      {"data", Set(&Entry::set_app, Json::Value("data"))},
+      {"private data", Set(&Entry::set_private_data, Json::Value("data"))},
+  };
+  const auto update = [this](const Edit& edit, bool at_once) {
+    Entry late = Make(Set(&Entry::set_redirect_uri, "/here"));
+    Visitor visitor;
+    EXPECT_TRUE(Change(late, Set(&Entry::set_redirect_uri, "/there")));
+    EXPECT_EQ(LogIn(visitor, late), 1);
+    if (!at_once) late = Read(late);
+    edit(late);
+    EXPECT_TRUE(links_.Update(late));
+    Json::Value form = Shown(late);
+    form["sharing_id"] = Select("select private_data from link order by id desc limit 1");
+    return form;
+  };
+  for (const auto& [name, edit] : edits) EXPECT_EQ(update(edit, true), update(edit, false)) << name;
+
   const Entry link = Make();
-  Entry disabling = Read(link);
-  Entry titling = Read(link);
-  disabling.set_enabled(false);
-  titling.set_protect_title("Ours");
-  EXPECT_TRUE(links_.Update(disabling));
-  EXPECT_FALSE(links_.Update(titling));
-  EXPECT_EQ(Shown(link)["status"], "disabled");
-  EXPECT_EQ(Shown(link)["protect_title"], "");
+  Entry late = Read(link);
+  ASSERT_TRUE(Change(link, WithPassword("early")));
+  WithPassword()(late);
+  ASSERT_TRUE(links_.Update(late));
+  EXPECT_TRUE(Read(link).IsPasswordValid(kPassword)) << "of one field the later wins";
+}
+
+TEST_P(LinkTest, TwoUpdatesMayNotMakeALinkThatNeitherAskedFor) {
+  using Texts = std::vector<std::string>;
+  const Edit no_password = [](Entry& link) {
+    link.set_protect_password("", true, Entry::PasswordEncryptAlgo::kArgon2id);
+  };
+  const Edit stored = [](Entry& link) {
+    WithPassword()(link);
+    link.set_protect_type(ProtectType::kNone);
+    link.set_redirect_uri("/here");
+  };
+  const std::vector<std::tuple<const char*, Edit, Edit, Edit>> rows = {
+      {"password", stored, Set(&Entry::set_protect_type, ProtectType::kPassword), no_password},
+      {"names", ForUsers({"alice"}, {"family"}), Set(&Entry::set_protect_users, Texts{}),
+       Set(&Entry::set_protect_groups, Texts{})},
+      {"address", stored, Set(&Entry::set_redirect_type, Entry::RedirectType::kUrlParam),
+       Set(&Entry::set_redirect_uri, "")},
+  };
+  for (const auto& [name, first, one, other] : rows) {
+    for (const auto& [early, late] : {std::pair(one, other), std::pair(other, one)}) {
+      const Entry link = Make(first);
+      Entry overtaken = Read(link);
+      ASSERT_TRUE(Change(link, early)) << name;
+      const Json::Value before = Shown(link);
+      late(overtaken);
+      Log().clear();
+      EXPECT_FALSE(links_.Update(overtaken)) << name;
+      EXPECT_THAT(Log(), testing::ElementsAre(testing::HasSubstr("would leave a link without")))
+          << name;
+      EXPECT_EQ(Shown(link), before) << name;
+    }
+  }
 }
 
 TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {

@@ -46,6 +46,23 @@ TEST_P(ProcessTest, GuessesAreCountedOverAllProcesses) {
   EXPECT_EQ(LogIn(visitor, link, kPassword), -8);
 }
 
+TEST_P(ProcessTest, UpdatesOfSeveralProcessesAllStand) {
+  const Entry link = Make();
+  const auto changed = InProcesses(3, [&](int index) {
+    int changes = 0;
+    for (int value = 1; value <= 25; ++value) {
+      const std::vector<Edit> edits = {WithVisits(value), Set(&Entry::set_app, Json::Value(value)),
+                                       Set(&Entry::set_protect_title, std::to_string(value))};
+      changes += Change(link, edits.at(index)) ? 1 : 0;
+    }
+    return changes;
+  });
+  EXPECT_THAT(changed, testing::Each(25));
+  const Json::Value shown = Shown(link);
+  EXPECT_TRUE(shown["expire_times"] == 25 && shown["app"] == 25 && shown["protect_title"] == "25")
+      << shown;
+}
+
 TEST_P(ProcessTest, OneOfTenDeletesSucceeds) {
   const Entry link = Make();
   const auto deleted = InProcesses(10, [&](int) { return links_.Delete(link) ? 1 : 0; });

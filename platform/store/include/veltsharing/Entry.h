@@ -42,29 +42,35 @@ class Entry {
   // Whether `password` opens the link. A link without a password is opened by the empty text only.
   bool IsPasswordValid(const std::string& password) const;
 
-  void set_owner_uid(unsigned int uid) { owner_uid_ = uid; }
-  void set_project_name(const std::string& name) { project_name_ = name; }
-  void set_enabled(const bool& enabled) { enabled_ = enabled; }
-  void set_auto_gc(const bool& auto_gc) { auto_gc_ = auto_gc; }
-  void set_enable_match_ip(bool match) { enable_match_ip_ = match; }
+  void set_owner_uid(unsigned int uid) { Set(Field::kOwnerUid, owner_uid_, uid); }
+  void set_project_name(const std::string& name) { Set(Field::kProjectName, project_name_, name); }
+  void set_enabled(const bool& enabled) { Set(Field::kEnabled, enabled_, enabled); }
+  void set_auto_gc(const bool& auto_gc) { Set(Field::kAutoGc, auto_gc_, auto_gc); }
+  void set_enable_match_ip(bool match) { Set(Field::kEnableMatchIp, enable_match_ip_, match); }
   // `text` is the appliance's local time in strptime(3)'s `format`; empty: no limit. A text that
   // does not parse whole, or names no real time, leaves the record unwritable: Update and
   // CreateWithHash then return false.
   void set_start_at_str(const std::string& text, const char* format);
   void set_expire_at_str(const std::string& text, const char* format);
   // The number of visits that the link serves; 0: no limit.
-  void set_expire_times(const int& times) { expire_times_ = times; }
-  void set_protect_type(ProtectType type) { protect_type_ = type; }
-  void set_protect_title(const std::string& title) { protect_title_ = title; }
+  void set_expire_times(const int& times) { Set(Field::kExpireTimes, expire_times_, times); }
+  void set_protect_type(ProtectType type) { Set(Field::kProtectType, protect_type_, type); }
+  void set_protect_title(const std::string& title) {
+    Set(Field::kProtectTitle, protect_title_, title);
+  }
   // Keeps only a hash of `password`; the empty text is no password. `plain` tells that the text is
   // the password itself and must be true: anything else leaves the record unwritable.
   void set_protect_password(const std::string& password, bool plain, PasswordEncryptAlgo algo);
-  void set_protect_users(const std::vector<std::string>& users) { protect_users_ = users; }
-  void set_protect_groups(const std::vector<std::string>& groups) { protect_groups_ = groups; }
-  void set_redirect_type(RedirectType type) { redirect_type_ = type; }
-  void set_redirect_uri(const std::string& uri) { redirect_uri_ = uri; }
-  void set_app(const Json::Value& app) { app_ = app; }
-  void set_private_data(const Json::Value& data) { private_data_ = data; }
+  void set_protect_users(const std::vector<std::string>& users) {
+    Set(Field::kProtectUsers, protect_users_, users);
+  }
+  void set_protect_groups(const std::vector<std::string>& groups) {
+    Set(Field::kProtectGroups, protect_groups_, groups);
+  }
+  void set_redirect_type(RedirectType type) { Set(Field::kRedirectType, redirect_type_, type); }
+  void set_redirect_uri(const std::string& uri) { Set(Field::kRedirectUri, redirect_uri_, uri); }
+  void set_app(const Json::Value& app) { Set(Field::kApp, app_, app); }
+  void set_private_data(const Json::Value& data) { Set(Field::kPrivateData, private_data_, data); }
 
   // Makes `out` the link's JSON form, which visitors may read: neither the private data nor the
   // password in any form is in it. Times are local, "%Y-%m-%d %H:%M:%S", or "" for no limit.
@@ -72,6 +78,33 @@ class Entry {
 
  private:
   friend class db::EntryRow;  // reads and writes the stored form
+
+  enum class Field {
+    kOwnerUid,
+    kProjectName,
+    kEnabled,
+    kAutoGc,
+    kEnableMatchIp,
+    kStartAt,
+    kExpireAt,
+    kExpireTimes,
+    kProtectType,
+    kProtectTitle,
+    kPassword,
+    kProtectUsers,
+    kProtectGroups,
+    kRedirectType,
+    kRedirectUri,
+    kApp,
+    kPrivateData,
+  };
+
+  static constexpr unsigned int Bit(Field field) { return 1U << static_cast<unsigned int>(field); }
+  template <typename Value>
+  void Set(Field field, Value& place, const Value& value) {
+    place = value;
+    changed_ |= Bit(field);
+  }
 
   std::int64_t id_ = 0;
   std::string hash_;
@@ -94,7 +127,7 @@ class Entry {
   Json::Value app_{Json::objectValue};
   Json::Value private_data_{Json::objectValue};
   std::int64_t created_at_ = 0;
-  std::int64_t revision_ = 0;      // of the stored link that this was read from
+  unsigned int changed_ = 0;       // the Bit of every field set since this was stored or read
   bool writable_ = true;           // false once a setter refused its value
   bool password_refused_ = false;  // the last one that was set
 };

@@ -60,9 +60,9 @@ class EntryDB {
   // Stores the entry as a new link and gives it a new id and hash, which stand in the entry
   // afterwards. A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
-  // Writes every field of the entry but its visits over the stored link with the same id. False
-  // when that link is gone or was updated since the entry was read: of two who change a link at
-  // once, one is told. The entry is not one to update again; read it anew.
+  // Writes the fields that were set since the entry was read or stored over those of the stored
+  // link; what others have written meanwhile stays. False when the link is gone, and when it would
+  // be left without the password, the users or the redirect address that it asks for.
   bool Update(const record::Entry& entry);
   // Removes the link and its visitors' tokens. False when it is gone already.
   bool Delete(const record::Entry& entry);
