@@ -147,7 +147,7 @@ double Compare(bool password, int runs, double aim) {
   ByHand by_hand(folder.File("hand.db"), MakeLink(password));
   bench::MakeStore(folder.File("library.db"));
   const std::string link = MakeLink(password);
-  VELT::sharing::SetVisitorAddress(kAddress);
+  VELT::sharing::SetVisitor(kAddress);
 
   // Turn about, so that what else the machine does falls on both.
   std::vector<double> floor;

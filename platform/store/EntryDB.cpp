@@ -14,12 +14,11 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   entry = record::Entry();
   Connection& connection = Connection::Of(db_);
   return IsLinkId(hash) && connection.Run("read a link", [&](soci::session&) {
-    const EntryRow* row = connection.kept().FindLink(hash);
-    if (row != nullptr && HasVisitor() && !(row->enabled != 0 && OwnerExists(row->owner_uid))) {
-      return false;
-    }
-    if (row != nullptr) entry = row->ToEntry();
-    return row != nullptr;
+    const EntryRow* row =
+        IsVisitor() ? connection.kept().FindEnabledLink(hash) : connection.kept().FindLink(hash);
+    if (row == nullptr || (IsVisitor() && !OwnerExists(row->owner_uid))) return false;
+    entry = row->ToEntry();
+    return true;
   });
 }
 

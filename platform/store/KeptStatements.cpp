@@ -18,10 +18,16 @@ bool RunToEnd(soci::statement& statement) {
 }
 
 KeptStatements::KeptStatements(soci::session& sql)
-    : read_version_(sql), read_link_(sql), lock_link_(sql), insert_(sql), update_(sql) {
+    : read_version_(sql),
+      read_link_(sql),
+      read_enabled_link_(sql),
+      lock_link_(sql),
+      insert_(sql),
+      update_(sql) {
   read_version_.exchange(soci::into(version_));
   Prepare(read_version_, "select version from schema_version");
   PrepareRead(read_link_, "");
+  PrepareRead(read_enabled_link_, " and enabled = 1");
   PrepareRead(lock_link_, DialectOf(sql).row_lock);
   Prepare(insert_, written_.BindInsert(insert_, new_id_));
   Prepare(update_, written_.BindUpdate(update_));
@@ -33,6 +39,10 @@ int KeptStatements::SchemaVersion() {
 }
 
 const EntryRow* KeptStatements::FindLink(const std::string& hash) { return Read(read_link_, hash); }
+
+const EntryRow* KeptStatements::FindEnabledLink(const std::string& hash) {
+  return Read(read_enabled_link_, hash);
+}
 
 const EntryRow* KeptStatements::LockLink(const std::string& hash) { return Read(lock_link_, hash); }
 

@@ -26,9 +26,11 @@ class KeptStatements {
 
   // Throws when there is none.
   int SchemaVersion();
-  // Each null when no link has this hash; valid until the next call. LockLink's stays as
-  // it is until the transaction's end.
+  // Each null when no link has this hash; valid until the next call. A link that is disabled is as
+  // none to FindEnabledLink, which takes no longer to say so. LockLink's stays as it is until the
+  // transaction's end.
   const EntryRow* FindLink(const std::string& hash);
+  const EntryRow* FindEnabledLink(const std::string& hash);
   const EntryRow* LockLink(const std::string& hash);
   // Stores a new link and returns the id that it was given.
   long long Insert(const EntryRow& row);
@@ -46,6 +48,7 @@ class KeptStatements {
   long long new_id_ = 0;
   soci::statement read_version_;
   soci::statement read_link_;
+  soci::statement read_enabled_link_;
   soci::statement lock_link_;
   soci::statement insert_;
   soci::statement update_;

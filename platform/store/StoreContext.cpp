@@ -12,8 +12,8 @@ namespace {
 
 struct Context {
   StoreOptions options;
+  bool is_visitor = false;
   std::string address;
-  bool has_visitor = false;
 };
 
 Context& TheContext() {
@@ -28,19 +28,15 @@ void ConfigureStore(StoreOptions options) {
   TheContext().options = std::move(options);
 }
 
-void SetVisitorAddress(const std::string& address) { TheContext().address = address; }
-
 void SetVisitor(const std::string& address) {
+  TheContext().is_visitor = true;
   TheContext().address = address;
-  TheContext().has_visitor = true;
 }
 
 void SetNoVisitor() {
+  TheContext().is_visitor = false;
   TheContext().address.clear();
-  TheContext().has_visitor = false;
 }
-
-bool HasVisitor() { return TheContext().has_visitor; }
 
 const std::string& ConnectionText() { return TheContext().options.connection; }
 
@@ -48,6 +44,8 @@ std::int64_t Now() {
   const auto& clock = TheContext().options.clock;
   return clock ? clock() : std::time(nullptr);
 }
+
+bool IsVisitor() { return TheContext().is_visitor; }
 
 const std::string& VisitorAddress() { return TheContext().address; }
 

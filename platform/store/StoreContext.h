@@ -1,4 +1,4 @@
-// What the host has told the store: options, clock, the visitor's address.
+// What the host has told the store: options, clock, whether a visitor asks and from where.
 #pragma once
 
 #include <chrono>
@@ -13,8 +13,10 @@ const std::string& ConnectionText();
 // Seconds since 1970 UTC.
 std::int64_t Now();
 
+bool IsVisitor();
+
+// Empty where no visitor asks.
 const std::string& VisitorAddress();
-bool HasVisitor();
 
 std::chrono::milliseconds LoginTimeout();
 

@@ -76,7 +76,7 @@ void ModuleTest::As(unsigned int uid, bool admin) {
   caller_.login_uid = uid;
   caller_.is_admin = admin;
   caller_.base_url = "https://nas.example";
-  sharing::SetVisitorAddress("");
+  sharing::SetNoVisitor();
 }
 
 void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
@@ -87,7 +87,7 @@ void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
   caller_.sharing_sid = sid;
   caller_.base_url = "https://nas.example";
   if (!sid.empty()) caller_.cookies["sharing_sid"] = sid;
-  sharing::SetVisitorAddress(address);
+  sharing::SetVisitor(address);
 }
 
 Answer ModuleTest::Call(const std::string& api, const std::string& method,

@@ -100,22 +100,26 @@ Json::Value StoreTest::Shown(const Entry& link) {
 
 int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& password,
                      const std::string& account) {
-  SetVisitorAddress(visitor.address);
+  SetVisitor(visitor.address);
   const std::string sid = visitor.sid;
   const _tag_sharing_login_params params{link.get_hash().c_str(), password.c_str(), account.c_str(),
                                          password.c_str(), sid.empty() ? nullptr : sid.c_str()};
   const int result = VeltSharingLogin(visitor.sid, &params, false);
+  SetNoVisitor();
   if (result == 1) secrets_.push_back(visitor.sid);
   return result;
 }
 
 bool StoreTest::MayEnter(const Visitor& visitor, const Entry& link) {
-  SetVisitorAddress(visitor.address);
+  SetVisitor(visitor.address);
   record::Session session;
   record::Token token;
-  return db::SessionDB(db_).GetBySessionId(visitor.sid, session) && session.IsLegal() &&
-         db::TokenDB(db_).GetBySessionEntry(session, link, token) && token.IsLegal() &&
-         token.get_entry_id() == link.get_id();
+  const bool may_enter = db::SessionDB(db_).GetBySessionId(visitor.sid, session) &&
+                         session.IsLegal() &&
+                         db::TokenDB(db_).GetBySessionEntry(session, link, token) &&
+                         token.IsLegal() && token.get_entry_id() == link.get_id();
+  SetNoVisitor();
+  return may_enter;
 }
 
 std::vector<int> StoreTest::InProcesses(int count, const std::function<int(int)>& work) const {

@@ -167,6 +167,27 @@ TEST_P(LinkTest, TwoUpdatesMayNotMakeALinkThatNeitherAskedFor) {
   }
 }
 
+TEST_P(LinkTest, VisitorFindsNoLinkThatIsOffOrWithoutItsOwner) {
+  const std::vector<std::pair<Edit, bool>> rows = {
+      {WithPassword(), true},
+      {StartingAt(TimeText(now_ + 1)), true},
+      {EndingAt(TimeText(now_ - 1)), true},
+      {Set(&Entry::set_enabled, false), false},
+      {Set(&Entry::set_owner_uid, 4999), false},
+  };
+  for (const auto& [edit, found] : rows) {
+    const Entry link = Make(edit);
+    SetVisitor("192.0.2.1");
+    Entry read = link;
+    EXPECT_EQ(links_.GetByHash(link.get_hash(), read), found);
+    EXPECT_EQ(read.get_hash(), found ? link.get_hash() : "");
+    SetVisitor("");
+    EXPECT_EQ(Exists(link), found) << "a visitor without an address";
+    SetNoVisitor();
+    EXPECT_TRUE(Exists(link));
+  }
+}
+
 TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {
   Visitor visitor;
   const Entry old = Make();

@@ -21,12 +21,11 @@ struct StoreOptions {
 // database: an open connection is closed.
 void ConfigureStore(StoreOptions options);
 
-// The address of the visitor whose request is served from now on, as text; empty: none.
-void SetVisitorAddress(const std::string& address);
-
-// From now on requests are a visitor's who comes from `address`, or nobody's. To a visitor a link
-// that is off or whose owner is gone is as good as none: EntryDB::GetByHash doesn't find it.
+// From now on a visitor's request is served, who comes from `address`, a text. Meanwhile
+// EntryDB::GetByHash finds no link that is disabled, which takes no longer than for one that never
+// was, and none whose owner has no account any more.
 void SetVisitor(const std::string& address);
+// From now on a request is served that is no visitor's, as at the start of a process.
 void SetNoVisitor();
 
 // For a first start: creates the database of the options, empty, schema included, unless there is
