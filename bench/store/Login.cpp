@@ -94,8 +94,8 @@ class ByHand {
       "begin immediate",
       "select id, password_hash, enabled, start_at, expire_at, expire_times, visits from link "
       "where hash = ?",
-      "select count(*) from login_failure where link_id = ? and address = ? and failed_at > 1",
-      "delete from login_failure where link_id = ? and address = ?",
+      "select count(*) from failed_login where link_id = ? and address = ? and failed_at > 1",
+      "delete from failed_login where link_id = ? and address = ? and account = ''",
       "update link set visits = visits + 1 where id = ? and (expire_times = 0 or visits < "
       "expire_times)",
       "insert into visitor_session (sid_hash, address, last_used) values (?, ?, 1700000000) "

@@ -12,14 +12,8 @@ namespace {
 constexpr std::string_view kSqlite = "sqlite3 ";
 constexpr std::string_view kPostgresql = "postgresql ";
 
-constexpr Dialect kSqliteDialect{
-    "begin immediate", "", "integer primary key autoincrement", "text",
-    ", project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, visits, "
-    "protect_type, protect_title, redirect_type, redirect_uri, created_at, hash"};
-
-constexpr Dialect kPostgresqlDialect{"begin", " for update",
-                                     "bigint generated always as identity primary key",
-                                     "text collate \"C\"", ""};
+constexpr Dialect kSqliteDialect{"begin immediate", ""};
+constexpr Dialect kPostgresqlDialect{"begin", " for update"};
 
 // SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says
 // no. Escaping everything unusual keeps the path out of SOCI's own syntax as well.

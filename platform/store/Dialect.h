@@ -1,4 +1,5 @@
-// Where SQLite and PostgreSQL want different words for the same thing. All other SQL is plain.
+// Where SQLite and PostgreSQL want different words for the same thing; those of the tables stand in
+// Schema.cpp. All other SQL is plain.
 #pragma once
 
 #include <memory>
@@ -9,14 +10,8 @@
 namespace VELT::sharing::db {
 
 struct Dialect {
-  const char* begin;      // opens a transaction that is going to write
-  const char* row_lock;   // ends a select within one, so that nobody changes the row meanwhile
-  const char* id_column;  // a primary key whose values never come back
-  const char* text_type;  // texts ordered by their bytes
-  // The columns, behind the owner, of the index that serves an owner's lists. In SQLite it holds
-  // all that a list can sort by, so that a page is sorted without touching the table: an owner's
-  // rows lie together in the index but all over the table. PostgreSQL can't index long texts.
-  const char* list_index;
+  const char* begin;     // opens a transaction that is going to write
+  const char* row_lock;  // ends a select within one, so that nobody changes the row meanwhile
 };
 
 const Dialect& DialectOf(soci::session& session);

@@ -168,6 +168,7 @@ bool EntryRow::MergeOnto(const EntryRow& present) {
   VisitSettable([this, &present](Field field, const char*, auto column) {
     if ((changed & Entry::Bit(field)) == 0) this->*column = present.*column;
   });
+  protection = present.protection + (ProtectsAs(present) ? 0 : 1);
   const char* missing = Missing();
   if (missing != nullptr) {
     syslog(LOG_ERR, "sharing store: an update would leave a link without %s", missing);
@@ -187,6 +188,20 @@ const char* EntryRow::Missing() const {
     return "its redirect address";
   }
   return nullptr;
+}
+
+// Whether whoever was let in by the other would be let in by this in the same way.
+bool EntryRow::ProtectsAs(const EntryRow& other) const {
+  if (protect_type != other.protect_type) return false;
+  switch (ReadEnum<Entry::ProtectType>(protect_type)) {
+    case Entry::ProtectType::kNone:
+      return true;
+    case Entry::ProtectType::kPassword:
+      return password_hash == other.password_hash;
+    case Entry::ProtectType::kUser:
+      return protect_users == other.protect_users && protect_groups == other.protect_groups;
+  }
+  return false;
 }
 
 std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) {
@@ -211,6 +226,7 @@ std::string EntryRow::BindUpdate(soci::statement& statement) {
     statement.exchange(soci::use(value, name));
   };
   VisitSettable([this, &add](Field, const char* name, auto column) { add(name, this->*column); });
+  add("protection", protection);
   add("revision", revision);
   statement.exchange(soci::use(id, "id"));
   return "update link set " + changes + " where id = :id";

@@ -46,6 +46,7 @@ class EntryRow {
   long long visits = 0;
   long long created_at = 0;
   long long revision = 0;
+  long long protection = 0;
 
   long long owner_uid = 0;
   std::string project_name;
@@ -84,6 +85,7 @@ class EntryRow {
     visit("visits", visits);
     visit("created_at", created_at);
     visit("revision", revision);
+    visit("protection", protection);
   }
   template <typename Visitor>
   static void VisitSettable(Visitor&& visit) {
@@ -110,6 +112,7 @@ class EntryRow {
   static const char* Unstorable(const record::Entry& entry);
   // What the link's types ask for and the row lacks, the same way.
   const char* Missing() const;
+  bool ProtectsAs(const EntryRow& other) const;
 };
 
 }  // namespace VELT::sharing::db

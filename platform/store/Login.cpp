@@ -14,6 +14,7 @@
 #include "Connection.h"
 #include "Dialect.h"
 #include "EntryRow.h"
+#include "FailedLogins.h"
 #include "LogText.h"
 #include "Secrets.h"
 #include "StoreContext.h"
@@ -24,7 +25,8 @@
 namespace VELT::sharing::db {
 namespace {
 
-constexpr long long kAllowedFailures = 10;
+using ProtectType = record::Entry::ProtectType;
+
 constexpr int kRounds = 3;  // how often a link may change under a login before that gives up
 
 enum class Result {
@@ -38,7 +40,8 @@ enum class Result {
   kUsedUp = -11,
 };
 
-LoginStatements& Statements() { return Connection::Of(*SharingDB::Instance()).login(); }
+Connection& TheConnection() { return Connection::Of(*SharingDB::Instance()); }
+LoginStatements& Statements() { return TheConnection().login(); }
 
 class VisitorLogin {
  public:
@@ -47,7 +50,9 @@ class VisitorLogin {
         password_(params.password),
         account_(params.mosk_username),
         account_password_(params.mosk_password),
-        old_sid_(params.sid == nullptr ? "" : params.sid) {}
+        old_sid_(params.sid == nullptr ? "" : params.sid),
+        account_key_(AccountKey(account_)),
+        source_key_(SourceKey(VisitorAddress())) {}
 
   Result Run();
   const std::string& new_sid() const { return new_sid_; }
@@ -56,11 +61,10 @@ class VisitorLogin {
   // One transaction; empty when the secret must be checked before the next one.
   std::optional<Result> Round(soci::session& sql);
   Result CheckGate(soci::session& sql);
-  long long CountFailures(soci::session& sql) const;
+  LoginTry Try() const;
   Result CheckSecret() const;
   Result CheckListedAccount(const record::Entry& entry) const;
   Result Admit(soci::session& sql);
-  void RecordFailure(soci::session& sql) const;
   void RenewSession(soci::session& sql);
 
   const std::string hash_;
@@ -68,6 +72,8 @@ class VisitorLogin {
   const std::string account_;
   const std::string account_password_;
   const std::string old_sid_;
+  const std::string account_key_;
+  const std::string source_key_;
   std::string new_sid_;
 
   // What the present round has read.
@@ -84,11 +90,10 @@ class VisitorLogin {
 Result VisitorLogin::Run() {
   for (int round = 0; round < kRounds; ++round) {
     std::optional<Result> result;
-    const bool ran = Connection::Of(*SharingDB::Instance())
-                         .Run("log a visitor in", [this, &result](soci::session& sql) {
-                           result = Round(sql);
-                           return true;
-                         });
+    const bool ran = TheConnection().Run("log a visitor in", [this, &result](soci::session& sql) {
+      result = Round(sql);
+      return true;
+    });
     if (!ran) return Result::kInternal;
     if (result) return *result;
     verdict_ = CheckSecret();
@@ -111,7 +116,8 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
       break;
     case Result::kWrongPassword:
     case Result::kWrongAccount:
-      RecordFailure(sql);
+    case Result::kNotListed:  // which tells that the password was right
+      CountFailure(sql, Try(), now_);
       break;
     default:
       return result;
@@ -124,7 +130,7 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
 Result VisitorLogin::CheckGate(soci::session& sql) {
   now_ = Now();
   const char* lock = DialectOf(sql).row_lock;
-  const EntryRow* link = Connection::Of(*SharingDB::Instance()).kept().LockLink(hash_);
+  const EntryRow* link = TheConnection().kept().LockLink(hash_);
   if (link == nullptr) return Result::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);
@@ -136,29 +142,25 @@ Result VisitorLogin::CheckGate(soci::session& sql) {
   if (session_ && match_ip && session_->address != VisitorAddress()) return Result::kDenied;
 
   const auto token = session_ ? FindToken(sql, session_->id, link_.id) : std::nullopt;
-  holds_token_ = token && (!match_ip || *token == VisitorAddress());
-  if (link_.protect_type != 0 && CountFailures(sql) >= kAllowedFailures) return Result::kDenied;
+  holds_token_ = token && token->Fits(link_);
+  if (link_.protect_type != 0 && IsShutOut(sql, Try(), now_)) return Result::kDenied;
   if (status == LinkStatus::kUsedUp && !holds_token_) return Result::kUsedUp;
   return Result::kLoggedIn;
 }
 
-long long VisitorLogin::CountFailures(soci::session& sql) const {
-  long long count = 0;
-  const long long since = now_ - kFailureWindow;
-  sql << "select count(*) from login_failure "
-         "where link_id = :link and address = :address and failed_at > :since",
-      soci::into(count), soci::use(link_.id), soci::use(VisitorAddress()), soci::use(since);
-  return count;
+LoginTry VisitorLogin::Try() const {
+  const bool for_accounts = link_.protect_type == static_cast<int>(ProtectType::kUser);
+  return {link_.id, for_accounts ? account_key_ : std::string(), source_key_};
 }
 
 Result VisitorLogin::CheckSecret() const {
   const record::Entry entry = link_.ToEntry();
   switch (entry.get_protect_type()) {
-    case record::Entry::ProtectType::kNone:
+    case ProtectType::kNone:
       return Result::kLoggedIn;
-    case record::Entry::ProtectType::kPassword:
+    case ProtectType::kPassword:
       return entry.IsPasswordValid(password_) ? Result::kLoggedIn : Result::kWrongPassword;
-    case record::Entry::ProtectType::kUser:
+    case ProtectType::kUser:
       return CheckListedAccount(entry);
   }
   return Result::kInternal;
@@ -187,26 +189,16 @@ Result VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
 
 Result VisitorLogin::Admit(soci::session& sql) {
   if (!holds_token_ && !Statements().CountVisit(link_.id)) return Result::kUsedUp;
-  if (link_.protect_type != 0) {
-    sql << "delete from login_failure where link_id = :link and address = :address",
-        soci::use(link_.id), soci::use(VisitorAddress());
-  }
+  if (link_.protect_type != 0) ForgetFailures(sql, Try());
   RenewSession(sql);
-  Statements().InsertToken(session_->id, link_.id, VisitorAddress());
+  Statements().InsertToken(session_->id, link_, VisitorAddress());
   return Result::kLoggedIn;
-}
-
-void VisitorLogin::RecordFailure(soci::session& sql) const {
-  const long long over = now_ - kFailureWindow;
-  sql << "delete from login_failure where failed_at <= :time", soci::use(over);
-  sql << "insert into login_failure (link_id, address, failed_at) values (:link, :address, :now)",
-      soci::use(link_.id), soci::use(VisitorAddress()), soci::use(now_);
 }
 
 // A session that lives on under a new id takes its other tokens along; nobody else knows that id.
 void VisitorLogin::RenewSession(soci::session& sql) {
   new_sid_ = NewSessionId();
-  const std::string hash = HashSessionId(new_sid_);
+  const std::string hash = Digest(new_sid_);
   if (session_) {
     sql << "update visitor_session set sid_hash = :hash, address = :address, last_used = :now "
            "where id = :id",
@@ -246,7 +238,7 @@ int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
   using VELT::sharing::db::SharingDB;
   SharingDB& database = *SharingDB::Instance();
   const bool ended = Connection::Of(database).Run("log a visitor out", [&](soci::session& sql) {
-    const std::string hash = VELT::sharing::HashSessionId(sid);
+    const std::string hash = VELT::sharing::Digest(sid);
     soci::statement statement =
         (sql.prepare << "delete from visitor_session where sid_hash = :hash and id in "
                         "(select t.session_id from visitor_token t join link l on l.id = t.link_id "

@@ -38,10 +38,12 @@ LoginStatements::LoginStatements(soci::session& sql)
   insert_token_.exchange(soci::use(session_));
   insert_token_.exchange(soci::use(link_));
   insert_token_.exchange(soci::use(address_));
+  insert_token_.exchange(soci::use(protection_));
   Prepare(insert_token_,
-          "insert into visitor_token (session_id, link_id, address) "
-          "values (:session, :link, :address) "
-          "on conflict (session_id, link_id) do update set address = excluded.address");
+          "insert into visitor_token (session_id, link_id, address, protection) "
+          "values (:session, :link, :address, :protection) "
+          "on conflict (session_id, link_id) do update "
+          "set address = excluded.address, protection = excluded.protection");
 }
 
 bool LoginStatements::CountVisit(long long link) {
@@ -63,9 +65,11 @@ long long LoginStatements::InsertSession(const std::string& sid_hash, const std:
   return session_;
 }
 
-void LoginStatements::InsertToken(long long session, long long link, const std::string& address) {
+void LoginStatements::InsertToken(long long session, const EntryRow& link,
+                                  const std::string& address) {
   session_ = session;
-  link_ = link;
+  link_ = link.id;
+  protection_ = link.protection;
   address_ = address;
   insert_token_.execute(true);
 }

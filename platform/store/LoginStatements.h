@@ -24,13 +24,14 @@ class LoginStatements {
   // for others wait meanwhile, but more than one: no backlog lasts.
   long long InsertSession(const std::string& sid_hash, const std::string& address, long long link,
                           long long now, long long unused_since);
-  // Also moves a token that the session has already to `address`.
-  void InsertToken(long long session, long long link, const std::string& address);
+  // A token that the session has already is made one like the new one.
+  void InsertToken(long long session, const EntryRow& link, const std::string& address);
 
  private:
   std::string hash_;
   std::string address_;
   long long link_ = 0;
+  long long protection_ = 0;
   long long session_ = 0;
   long long now_ = 0;
   long long unused_since_ = 0;

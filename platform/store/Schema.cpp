@@ -10,6 +10,25 @@
 namespace VELT::sharing::db {
 namespace {
 
+// What stands for the words in braces. Databases that exist were made of these, so they change no
+// more than the statements do.
+struct Words {
+  const char* id;    // a primary key whose values never come back
+  const char* text;  // texts ordered by their bytes
+  // The columns, behind the owner, of the index that serves an owner's lists. In SQLite it holds
+  // all that a list can sort by, so that a page is sorted without touching the table: an owner's
+  // rows lie together in the index but all over the table. PostgreSQL can't index long texts.
+  const char* list;
+};
+
+constexpr Words kSqlite{
+    "integer primary key autoincrement", "text",
+    ", project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, visits, "
+    "protect_type, protect_title, redirect_type, redirect_uri, created_at, hash"};
+
+constexpr Words kPostgresql{"bigint generated always as identity primary key", "text collate \"C\"",
+                            ""};
+
 // Booleans are 0 or 1, times seconds since 1970 UTC with 0 for no limit, lists and objects JSON.
 // `revision` counts the link's updates: a login that was overtaken by one notices it. A token keeps the address of the login that made it, since a session moves on with the
 // visitor.
@@ -45,14 +64,31 @@ const std::vector<std::string> kVersion2 = {
     "create index visitor_token_address on visitor_token (link_id, address, session_id)",
 };
 
-// What leads from each version to the next.
-const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {&kVersion1,
-                                                                                 &kVersion2};
+// `protection` counts the changes of who is let in. A token keeps what the link had when it was
+// made; where the link has another by now, the token is void. Failed logins outlive their link, or
+// one could go on guessing at an account by making and deleting links.
+const std::vector<std::string> kVersion3 = {
+    "alter table link add column protection bigint not null default 0",
+    "alter table visitor_token add column protection bigint not null default 0",
+    R"(create table failed_login (
+         link_id bigint not null, account {text} not null, address {text} not null,
+         failed_at bigint not null))",
+    R"(insert into failed_login (link_id, account, address, failed_at)
+         select link_id, '', address, failed_at from login_failure)",
+    "drop table login_failure",
+    "create index failed_login_link on failed_login (link_id, address, failed_at)",
+    "create index failed_login_account on failed_login (account, failed_at)",
+    "create index failed_login_time on failed_login (failed_at)",
+};
 
-std::string Translate(std::string statement, const Dialect& dialect) {
-  const std::array<std::pair<std::string_view, const char*>, 3> words = {
-      {{"{id}", dialect.id_column}, {"{text}", dialect.text_type}, {"{list}", dialect.list_index}}};
-  for (const auto& [word, translation] : words) {
+// What leads from each version to the next.
+const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {
+    &kVersion1, &kVersion2, &kVersion3};
+
+std::string Translate(std::string statement, const Words& words) {
+  const std::array<std::pair<std::string_view, const char*>, 3> translations = {
+      {{"{id}", words.id}, {"{text}", words.text}, {"{list}", words.list}}};
+  for (const auto& [word, translation] : translations) {
     for (std::size_t at = 0; (at = statement.find(word)) != std::string::npos;) {
       statement.replace(at, word.size(), translation);
     }
@@ -62,9 +98,9 @@ std::string Translate(std::string statement, const Dialect& dialect) {
 
 }  // namespace
 
-int SchemaVersion(soci::session& session) {
+int SchemaVersion(soci::session& session, const char* lock) {
   int version = 0;
-  session << "select version from schema_version", soci::into(version);
+  session << "select version from schema_version" << lock, soci::into(version);
   if (!session.got_data()) throw soci::soci_error("The schema version is missing.");
   return version;
 }
@@ -75,11 +111,13 @@ void CreateVersionTable(soci::session& session) {
 }
 
 void Migrate(soci::session& session) {
-  const int version = SchemaVersion(session);
+  // Another process may be at it; with the lock, this one finds what that has left.
+  const int version = SchemaVersion(session, DialectOf(session).row_lock);
   if (version < 0) throw soci::soci_error("The schema version is not one of ours.");
+  const Words& words = session.get_backend_name() == "sqlite3" ? kSqlite : kPostgresql;
   for (int next = version; next < kSchemaVersion; ++next) {
     for (const std::string& statement : *kMigrations.at(static_cast<std::size_t>(next))) {
-      session << Translate(statement, DialectOf(session));
+      session << Translate(statement, words);
     }
   }
   session << "update schema_version set version = :version", soci::use(kSchemaVersion);

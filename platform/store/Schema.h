@@ -5,10 +5,11 @@
 
 namespace VELT::sharing::db {
 
-inline constexpr int kSchemaVersion = 2;
+inline constexpr int kSchemaVersion = 3;
 
 // The version of the tables that the database holds. Throws soci::soci_error when it holds none.
-int SchemaVersion(soci::session& session);
+// `lock` is empty or, in a transaction, the dialect's row lock.
+int SchemaVersion(soci::session& session, const char* lock = "");
 
 // Makes the version table in a database that has no tables of ours yet.
 void CreateVersionTable(soci::session& session);

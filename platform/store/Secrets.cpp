@@ -45,11 +45,11 @@ std::string NewSessionId() {
   return sodium_bin2base64(text.data(), text.size(), bits.data(), bits.size(), kVariant);
 }
 
-std::string HashSessionId(const std::string& sid) {
+std::string Digest(const std::string& text) {
   std::array<unsigned char, crypto_hash_sha256_BYTES> hash{};
-  crypto_hash_sha256(hash.data(), reinterpret_cast<const unsigned char*>(sid.data()), sid.size());
-  std::array<char, 2 * crypto_hash_sha256_BYTES + 1> text{};
-  return sodium_bin2hex(text.data(), text.size(), hash.data(), hash.size());
+  crypto_hash_sha256(hash.data(), reinterpret_cast<const unsigned char*>(text.data()), text.size());
+  std::array<char, 2 * crypto_hash_sha256_BYTES + 1> digits{};
+  return sodium_bin2hex(digits.data(), digits.size(), hash.data(), hash.size());
 }
 
 std::string HashPassword(const std::string& password) {

@@ -12,8 +12,8 @@ bool IsLinkId(const std::string& text);
 
 // 256 bits as base64url (RFC 4648, section 5).
 std::string NewSessionId();
-// What the database keeps of a session id: its SHA-256 in hexadecimal digits.
-std::string HashSessionId(const std::string& sid);
+// SHA-256 in hexadecimal digits: what the database keeps of a session id.
+std::string Digest(const std::string& text);
 
 // Argon2id with 19 MiB and two passes. Empty when the memory for it is lacking.
 std::string HashPassword(const std::string& password);

@@ -1,7 +1,7 @@
 #include "Visitors.h"
 
 #include "Connection.h"
-#include "EntryRow.h"
+#include "FailedLogins.h"
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "veltsharing/SharingDB.h"
@@ -24,9 +24,9 @@ void NoteUse(soci::session& sql, const SessionRow& session, std::int64_t now) {
   }
 }
 
-bool IsTokenLegal(const EntryRow& link, const std::string& address, std::int64_t now) {
-  return ServesVisitors(StatusAt(link.Limits(), now)) && OwnerExists(link.owner_uid) &&
-         (link.enable_match_ip == 0 || address == VisitorAddress());
+bool IsTokenLegal(const EntryRow& link, const TokenRow& token, std::int64_t now) {
+  return token.Fits(link) && ServesVisitors(StatusAt(link.Limits(), now)) &&
+         OwnerExists(link.owner_uid);
 }
 
 }  // namespace
@@ -34,30 +34,35 @@ bool IsTokenLegal(const EntryRow& link, const std::string& address, std::int64_t
 std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid,
                                       const char* lock) {
   SessionRow row;
-  const std::string hash = HashSessionId(sid);
+  const std::string hash = Digest(sid);
   sql << "select id, address, last_used from visitor_session where sid_hash = :hash" << lock,
       soci::into(row.id), soci::into(row.address), soci::into(row.last_used), soci::use(hash);
   if (!sql.got_data()) return std::nullopt;
   return row;
 }
 
-std::optional<std::string> FindToken(soci::session& sql, long long session, long long link) {
-  std::string address;
-  sql << "select address from visitor_token where session_id = :session and link_id = :link",
-      soci::into(address), soci::use(session), soci::use(link);
+bool TokenRow::Fits(const EntryRow& link) const {
+  return protection == link.protection &&
+         (link.enable_match_ip == 0 || address == VisitorAddress());
+}
+
+std::optional<TokenRow> FindToken(soci::session& sql, long long session, long long link) {
+  TokenRow row;
+  sql << "select address, protection from visitor_token "
+         "where session_id = :session and link_id = :link",
+      soci::into(row.address), soci::into(row.protection), soci::use(session), soci::use(link);
   if (!sql.got_data()) return std::nullopt;
-  return address;
+  return row;
 }
 
 bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(uid)).has_value(); }
 
 void PurgeVisitors(soci::session& sql, std::int64_t now) {
   const long long unused_since = now - kSessionLife;
-  const long long failed_before = now - kFailureWindow;
   sql << "delete from visitor_session where id in (select id from visitor_session "
          "where last_used <= :time order by last_used limit 1000)",
       soci::use(unused_since);
-  sql << "delete from login_failure where failed_at <= :time", soci::use(failed_before);
+  PruneFailures(sql, now);
 }
 
 SessionDB::SessionDB(BaseDB& db) : db_(db) {}
@@ -81,11 +86,11 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
                                 record::Token& token) const {
   token = record::Token();
   return Connection::Of(db_).Run("read a token", [&](soci::session& sql) {
-    const auto address = FindToken(sql, session.id_, entry.get_id());
+    const auto held = FindToken(sql, session.id_, entry.get_id());
     const auto link = EntryRow::FindById(sql, entry.get_id());
-    if (!address || !link) return false;
+    if (!held || !link) return false;
     token.entry_id_ = link->id;
-    token.legal_ = session.legal_ && IsTokenLegal(*link, *address, Now());
+    token.legal_ = session.legal_ && IsTokenLegal(*link, *held, Now());
     return true;
   });
 }

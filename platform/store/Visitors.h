@@ -5,14 +5,12 @@
 #include <optional>
 #include <string>
 
-#include "LinkStatus.h"
+#include "EntryRow.h"
 #include "Soci.h"
 
 namespace VELT::sharing::db {
 
 inline constexpr std::int64_t kSessionLife = std::int64_t{24} * 60 * 60;  // seconds without use
-inline constexpr std::int64_t kFailureWindow =
-    std::int64_t{15} * 60;  // seconds that a wrong guess counts
 
 struct SessionRow {
   long long id = 0;
@@ -26,13 +24,22 @@ struct SessionRow {
 std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid,
                                       const char* lock = "");
 
-// The address of the login that made the session's token for the link; empty: there is no token.
-std::optional<std::string> FindToken(soci::session& sql, long long session, long long link);
+struct TokenRow {
+  std::string address;  // of the login that made it
+  long long protection = 0;
+
+  // For what it was made: the link's present protection and, where the link asks for that, the
+  // address of the visitor.
+  bool Fits(const EntryRow& link) const;
+};
+
+// The session's token for the link; empty: there is none.
+std::optional<TokenRow> FindToken(soci::session& sql, long long session, long long link);
 
 // Whether the user database has the account.
 bool OwnerExists(long long uid);
 
-// Removes wrong guesses that no longer count and sessions past their life, of these a thousand at
+// Removes failed logins that no longer count and sessions past their life, of these a thousand at
 // most, since everybody waits meanwhile.
 void PurgeVisitors(soci::session& sql, std::int64_t now);
 

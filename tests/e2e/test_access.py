@@ -212,6 +212,8 @@ class EndOfAVisit(unittest.TestCase):
                 ("password", password, {"password": "0123"}, {"protect_password": "123"}),
                 ("users", user, bob, {"protect_users": ["alice"]}),
                 ("groups", user, bob, {"protect_groups": ["administrators"]}),
+                ("now for users", {"protect_users": ["bob"]}, {}, {"protect_type": "user"}),
+                ("no longer for users", user, bob, {"protect_type": "none"}),
                 ("disabled", password, {"password": "0123"}, {"enabled": False}),
                 ("expired", {}, {}, {"expire_at": "2020-01-01 00:00:00"}),
                 ("not started", {}, {}, {"start_at": "2099-01-01 00:00:00"}),

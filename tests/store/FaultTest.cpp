@@ -89,26 +89,36 @@ TEST_P(FaultTest, DamageBehindTheHeadFailsOnlyWhatMeetsIt) {
 }
 
 TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneBroughtUp) {
-  const Entry link = Make();
-  Execute("update schema_version set version = 3");
+  const Entry link = Make(ForUsers({"alice"}, {}));
+  Visitor visitor;
+  ASSERT_EQ(LogIn(visitor, link, "alice's own", "alice"), 1);
+  Execute("update schema_version set version = 4");
   EXPECT_FALSE(IsGood()) << "while it is open";
   Reopen();
   ExpectRefused();
   Execute("update schema_version set version = -1");
   ExpectRefused();
-  Execute("drop index visitor_token_address");
-  Execute("create index visitor_token_link on visitor_token (link_id)");
-  Execute("update schema_version set version = 1");
-  EXPECT_TRUE(Exists(link));
-  EXPECT_EQ(Select("select version || '' from schema_version"), "2");
 
-  for (const char* table : {"login_failure", "visitor_token", "visitor_session", "link"}) {
-    Execute(std::string("drop table ") + table);
+  for (const char* back_to_version_2 : {
+           "alter table link drop column protection",
+           "alter table visitor_token drop column protection",
+           "drop table failed_login",
+           R"(create table login_failure (link_id bigint not null
+                references link (id) on delete cascade, address text not null,
+                failed_at bigint not null))",
+           "create index login_failure_address on login_failure (link_id, address, failed_at)",
+           "create index login_failure_time on login_failure (failed_at)",
+           "insert into login_failure select id, '192.0.2.1', 1800000000 from link",
+           "update schema_version set version = 2",
+       }) {
+    Execute(back_to_version_2);
   }
-  Execute("update schema_version set version = 0");
-  Reopen();
-  EXPECT_TRUE(IsGood());
-  EXPECT_TRUE(Exists(Make()));
+  EXPECT_TRUE(MayEnter(visitor, link));
+  EXPECT_EQ(Select("select version || '' from schema_version"), "3");
+  for (int count = 0; count < 9; ++count) EXPECT_EQ(LogIn(visitor, link, "guess", "alice"), -2);
+  EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8) << "the old failure counts";
+  EXPECT_TRUE(Change(link, ForUsers({"bob"}, {})));
+  EXPECT_FALSE(MayEnter(visitor, link));
 }
 
 TEST_P(FaultTest, LockedDatabaseFailsAndIsUsedAgain) {

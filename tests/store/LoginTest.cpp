@@ -1,4 +1,8 @@
 // Who gets in to a link, and for how long.
+#include <dlfcn.h>
+#include <pwd.h>
+
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -6,6 +10,16 @@
 
 #include "Fixture.h"
 #include "tests/support/Orphans.h"
+
+// The user database finds accounts in any case, as a directory may.
+extern "C" int getpwnam_r(const char* name, passwd* account, char* buffer, std::size_t size,
+                          passwd** found) {
+  static const auto next = reinterpret_cast<decltype(&getpwnam_r)>(dlsym(RTLD_NEXT, "getpwnam_r"));
+  std::string lower = name;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return next(lower.c_str(), account, buffer, size, found);
+}
 
 namespace VELT::sharing {
 
@@ -279,29 +293,148 @@ TEST_P(LoginTest, AddressIsThatOfTheLoginWhereTheLinkAsksForIt) {
 TEST_P(LoginTest, TenWrongGuessesShutTheAddressOutForAQuarterOfAnHour) {
   const Entry link = Make(ForUsers({"alice"}, {}));
   Visitor guesser;
-  const auto guess = [&](int want) { EXPECT_EQ(LogIn(guesser, link, "guess", "alice"), want); };
-  for (int count = 0; count < 9; ++count) guess(-2);
-  EXPECT_EQ(LogIn(guesser, link, "alice's own", "alice"), 1) << "which clears the count";
-  for (int count = 0; count < 5; ++count) guess(-2);
-  EXPECT_EQ(LogIn(guesser, link, "bob's own", "bob"), -10) << "which is no wrong guess";
+  for (int count = 0; count < 4; ++count) {
+    EXPECT_EQ(LogIn(guesser, link, "guess", "alice"), -2);
+  }
+  ASSERT_TRUE(Change(link, WithPassword()));
+  const auto guess = [&](int times, int want) {
+    for (int count = 0; count < times; ++count) EXPECT_EQ(LogIn(guesser, link, "guess"), want);
+  };
+  guess(5, -9);
+  EXPECT_EQ(LogIn(guesser, link, kPassword), 1) << "which forgets the five, not the four";
+  guess(3, -9);
   ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, false)));
-  guess(-3);
-  ASSERT_TRUE(Change(link, [](Entry& e) { WithPassword()(e), e.set_enabled(true); }));
+  guess(5, -3);
+  ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, true)));
   now_ += kMinute;
-  for (int count = 0; count < 5; ++count) EXPECT_EQ(LogIn(guesser, link, "guess"), -9);
+  guess(3, -9);
   const auto shut_out = [&] {
     return LogIn(guesser, link, "guess") == -8 && LogIn(guesser, link, kPassword) == -8;
   };
   EXPECT_TRUE(shut_out());
   Reopen();
   EXPECT_TRUE(shut_out());
+  EXPECT_EQ(Select("select count(*) || '' from failed_login"), "10")
+      << "what is refused counts not";
   Visitor other{.address = "192.0.2.2"};
   EXPECT_EQ(LogIn(other, link, kPassword), 1);
   EXPECT_EQ(LogIn(guesser, Make(WithPassword()), kPassword), 1) << "on another link";
   now_ += 14 * kMinute - 1;
   EXPECT_TRUE(shut_out());
   now_ += 1;
+  EXPECT_EQ(LogIn(guesser, link, "guess"), -9);
+  EXPECT_EQ(Select("select count(*) || '' from failed_login"), "4") << "the others are over";
   EXPECT_EQ(LogIn(guesser, link, kPassword), 1);
+}
+
+TEST_P(LoginTest, AccountIsGuessedAtTenTimesFromAnAddressAndThirtyFromAll) {
+  const Edit listed = ForUsers({"alice", "bob"}, {});
+  const auto guess = [&](Visitor guesser, const char* name) {
+    Entry link = Make(listed);
+    EXPECT_EQ(LogIn(guesser, link, "guess", name), -2) << guesser.address;
+    return link;
+  };
+  const auto own = [&](const char* address) {
+    Visitor alice{.address = address};
+    return LogIn(alice, Make(listed), "alice's own", "alice");
+  };
+  Visitor guesser;
+  for (const char* name : {"alice", "ALICE", "Alice", "alice", "alice"}) {
+    EXPECT_EQ(LogIn(guesser, guess({}, name), "bob's own", "bob"), 1) << "which forgets nothing";
+    EXPECT_TRUE(links_.Delete(guess({}, name))) << "which neither does";
+  }
+  EXPECT_EQ(own("192.0.2.1"), -8);
+  EXPECT_EQ(LogIn(guesser, Make(listed), "bob's own", "bob"), 1);
+  for (int count = 0; count < 9; ++count) guess({.address = "192.0.2.2"}, "alice");
+  EXPECT_EQ(own("192.0.2.2"), 1) << "which forgets those of its address alone";
+  EXPECT_EQ(own("192.0.2.1"), -8);
+  for (const char* address : {"192.0.2.3", "192.0.2.4"}) {
+    for (int count = 0; count < 10; ++count) guess({.address = address}, "alice");
+  }
+  EXPECT_EQ(own("192.0.2.5"), -8);
+  now_ += 15 * kMinute;
+  EXPECT_EQ(own("192.0.2.1"), 1);
+}
+
+TEST_P(LoginTest, WhateverTellsOfAPasswordIsAGuess) {
+  const std::vector<std::tuple<int, const char*, std::string>> rows = {
+      {-10, "bob's own", "bob"},  // that it is right
+      {-2, "guess", "\xFF"},
+      {-2, "guess", ""},
+      {-2, "guess", std::string(3000, 'x')},
+  };
+  for (const auto& [want, password, account] : rows) {
+    for (int count = 0; count < 10; ++count) {
+      ExpectLogIn(want, Make(ForUsers({"alice"}, {})), password, account);
+    }
+    ExpectLogIn(-8, Make(ForUsers({"alice"}, {})), password, account);
+  }
+  EXPECT_EQ(Select("select max(length(account)) || '' from failed_login"), "64");
+}
+
+TEST_P(LoginTest, GuessesOfOneNetworkCountTogether) {
+  const std::vector<std::tuple<const char*, const char*, bool>> rows = {
+      {"192.0.2.1", "192.0.2.2", false},
+      {"192.0.2.1", "::ffff:192.0.2.1", true},
+      {"::ffff:192.0.2.1", "::ffff:192.0.2.2", false},
+      {"2001:db8:0:1::1", "2001:DB8:0:1:f000:0:0:2", true},
+      {"2001:db8:0:1::1", "2001:db8:0:2::1", false},
+      {"no address", "no address", true},
+      {"no address", "", false},
+  };
+  for (const auto& [first, second, together] : rows) {
+    const Entry link = Make(ForUsers({"alice"}, {}));
+    const std::string account = std::string(first) + second;
+    Visitor guesser{.address = first};
+    for (int count = 0; count < 10; ++count) EXPECT_EQ(LogIn(guesser, link, "guess", account), -2);
+    Visitor other{.address = second};
+    EXPECT_EQ(LogIn(other, link, "alice's own", "alice"), together ? -8 : 1) << account;
+  }
+}
+
+TEST_P(LoginTest, VisitHoldsForTheProtectionThatItWasGivenFor) {
+  const Edit open = Set(&Entry::set_protect_type, ProtectType::kNone);
+  const Edit password = Set(&Entry::set_protect_type, ProtectType::kPassword);
+  const Edit user = Set(&Entry::set_protect_type, ProtectType::kUser);
+  const Edit stored = [&](Entry& e) { WithPassword()(e), ForUsers({"alice"}, {})(e), open(e); };
+  const Edit bob = Set(&Entry::set_protect_users, std::vector<std::string>{"alice", "bob"});
+  const Edit family = Set(&Entry::set_protect_groups, std::vector<std::string>{"family"});
+  const struct {
+    const char* name;
+    Edit first;
+    std::vector<Edit> changes;
+    bool holds;
+  } rows[] = {
+      {"open, then with its password", stored, {password}, false},
+      {"open, then for its users", stored, {user}, false},
+      {"password, then users", WithPassword(), {ForUsers({"alice"}, {})}, false},
+      {"password, then open", WithPassword(), {open}, false},
+      {"open for a while", WithPassword(), {open, password}, false},
+      {"the same password anew", WithPassword(), {WithPassword()}, false},
+      {"other users", ForUsers({"alice"}, {}), {bob}, false},
+      {"other groups", ForUsers({"alice"}, {}), {family}, false},
+      {"title and visits",
+       WithPassword(),
+       {WithVisits(5), Set(&Entry::set_protect_title, "x")},
+       true},
+      {"what an open link keeps", Edit(open), {stored, bob, family}, true},
+      {"users that a password link keeps", WithPassword(), {bob, family}, true},
+  };
+  for (const auto& row : rows) {
+    const Entry link = Make(row.first);
+    Visitor visitor;
+    const auto log_in = [&] {
+      const bool for_users = Read(link).get_protect_type() == ProtectType::kUser;
+      return LogIn(visitor, link, for_users ? "alice's own" : kPassword, "alice");
+    };
+    ASSERT_EQ(log_in(), 1) << row.name;
+    EXPECT_TRUE(MayEnter(visitor, link)) << row.name;
+    for (const Edit& change : row.changes) EXPECT_TRUE(Change(link, change)) << row.name;
+    EXPECT_EQ(MayEnter(visitor, link), row.holds) << row.name;
+    EXPECT_EQ(log_in(), 1) << row.name;
+    EXPECT_TRUE(MayEnter(visitor, link)) << row.name;
+    EXPECT_EQ(Shown(link)["visits"], row.holds ? 1 : 2) << row.name;
+  }
 }
 
 }  // namespace VELT::sharing

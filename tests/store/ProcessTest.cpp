@@ -35,15 +35,19 @@ TEST_P(ProcessTest, FiftyLoginsOnTenVisitsAreTen) {
 }
 
 TEST_P(ProcessTest, GuessesAreCountedOverAllProcesses) {
-  const Entry link = Make(WithPassword());
+  const std::vector<Entry> links = {Make(ForUsers({"alice"}, {})), Make(ForUsers({"alice"}, {}))};
   Visitor visitor;
-  const auto answered = InProcesses(4, [&](int) {
+  const auto answered = InProcesses(4, [&](int index) {
     int wrong = 0;
-    for (int guess = 0; guess < 5; ++guess) wrong += LogIn(visitor, link, "guess") == -9 ? 1 : 0;
+    for (int guess = 0; guess < 9; ++guess) {
+      wrong += LogIn(visitor, links.at(index % 2), "guess", "alice") == -2 ? 1 : 0;
+    }
     return wrong;
   });
-  EXPECT_EQ(std::accumulate(answered.begin(), answered.end(), 0), 10);
-  EXPECT_EQ(LogIn(visitor, link, kPassword), -8);
+  const int sum = std::accumulate(answered.begin(), answered.end(), 0);
+  EXPECT_GE(sum, 10);
+  EXPECT_LE(sum, 13) << "no more than the three that were under way beside the tenth";
+  for (const Entry& link : links) EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8);
 }
 
 TEST_P(ProcessTest, UpdatesOfSeveralProcessesAllStand) {
@@ -84,7 +88,6 @@ TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
   }
   std::ofstream answer(pipe);  // returns when the visitor reads
   ASSERT_TRUE(Change(link, ForUsers({"alice"}, {})));
-  ASSERT_TRUE(db::TokenDB(db_).PurgeByEntry(link));
   // From the next look on it is a file.
   fs::copy_file(Environment("PAM_MATRIX_PASSWD"), folder_ + "/file");
   fs::rename(folder_ + "/file", pipe);

@@ -62,8 +62,9 @@ class EntryDB {
   // afterwards. A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
   // Writes the fields that were set since the entry was read or stored over those of the stored
-  // link; what others have written meanwhile stays. False when the link is gone, and when it would
-  // be left without the password, the users or the redirect address that it asks for.
+  // link; what others have written meanwhile stays. Where it changes who is let in, the link's
+  // visitors must log in again. False when the link is gone, and when it would be left without the
+  // password, the users or the redirect address that it asks for.
   bool Update(const record::Entry& entry);
   // Removes the link and its visitors' tokens. False when it is gone already.
   bool Delete(const record::Entry& entry);

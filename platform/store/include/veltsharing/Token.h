@@ -13,8 +13,8 @@ namespace VELT::sharing::record {
 class Token {
  public:
   // When it was read, the token's session was alive, its link enabled, within its times, its owner
-  // in the user database, and the visitor's address the one that logged in, where the link asks for
-  // that.
+  // in the user database, its protection that under which the visitor logged in, and the visitor's
+  // address the one that logged in, where the link asks for that.
   bool IsLegal() const { return legal_; }
   // Entry::get_id of the link that the token opens.
   std::int64_t get_entry_id() const { return entry_id_; }

@@ -1,0 +1,81 @@
+#include "FailedLogins.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "Secrets.h"
+#include "veltsys/Accounts.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr std::int64_t kWindow = std::int64_t{15} * 60;  // seconds that a failure counts
+constexpr long long kFromOneSource = 10;
+constexpr long long kAtOneAccount = 30;
+
+std::string AddressText(int family, const void* address) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(family, address, text.data(), text.size());
+  return text.data();
+}
+
+}  // namespace
+
+std::string AccountKey(const std::string& name) {
+  const auto user = name.empty() ? std::nullopt : accounts::FindUser(name);
+  return Digest(user ? user->name : name);
+}
+
+std::string SourceKey(const std::string& address) {
+  in6_addr parsed{};
+  if (inet_pton(AF_INET6, address.c_str(), &parsed) != 1) return address;
+  auto& bytes = parsed.s6_addr;
+  if (IN6_IS_ADDR_V4MAPPED(&parsed)) return AddressText(AF_INET, &bytes[12]);
+  std::fill(&bytes[8], std::end(bytes), std::uint8_t{0});
+  return AddressText(AF_INET6, &parsed) + "/64";
+}
+
+bool IsShutOut(soci::session& sql, const LoginTry& login, std::int64_t now) {
+  const long long since = now - kWindow;
+  long long here = 0;
+  sql << "select count(*) from failed_login "
+         "where link_id = :link and address = :source and failed_at > :since",
+      soci::into(here), soci::use(login.link), soci::use(login.source), soci::use(since);
+  if (here >= kFromOneSource) return true;
+  if (login.account.empty()) return false;
+  long long everywhere = 0;
+  sql << "select count(*), count(case when address = :source then 1 end) from failed_login "
+         "where account = :account and failed_at > :since",
+      soci::into(everywhere), soci::into(here), soci::use(login.source), soci::use(login.account),
+      soci::use(since);
+  return here >= kFromOneSource || everywhere >= kAtOneAccount;
+}
+
+void CountFailure(soci::session& sql, const LoginTry& login, std::int64_t now) {
+  const long long time = now;
+  PruneFailures(sql, now);
+  sql << "insert into failed_login (link_id, account, address, failed_at) "
+         "values (:link, :account, :source, :now)",
+      soci::use(login.link), soci::use(login.account), soci::use(login.source), soci::use(time);
+}
+
+void ForgetFailures(soci::session& sql, const LoginTry& login) {
+  if (login.account.empty()) {
+    sql << "delete from failed_login "
+           "where link_id = :link and address = :source and account = ''",
+        soci::use(login.link), soci::use(login.source);
+    return;
+  }
+  sql << "delete from failed_login where account = :account and address = :source",
+      soci::use(login.account), soci::use(login.source);
+}
+
+void PruneFailures(soci::session& sql, std::int64_t now) {
+  const long long over = now - kWindow;
+  sql << "delete from failed_login where failed_at <= :time", soci::use(over);
+}
+
+}  // namespace VELT::sharing::db
