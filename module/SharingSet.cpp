@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <stdexcept>
+#include <string_view>
 
 #include "module/LinkAddress.h"
 #include "module/SharingAPI.h"
@@ -12,7 +14,17 @@ using sharing::record::Entry;
 
 constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
 
-// These two are called while parameters are read, where an exception's text becomes the error's.
+// Whether `text` is empty or of the form of kTimeFormat. strptime(3), which looks at it next, is not
+// so strict, and whether there is such a time is for the store to tell.
+bool IsTimeText(const std::string& text) {
+  constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
+  return text.empty() ||
+         std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char is, char form) {
+           return form == 'd' ? '0' <= is && is <= '9' : is == form;
+         });
+}
+
+// From here on: called while parameters are read, where an exception's text becomes the error's.
 Entry::ProtectType ProtectTypeOf(const std::string& text) {
   if (text == sharing::SZK_PROTECT_PROTECT_NONE) return Entry::ProtectType::kNone;
   if (text == sharing::SZK_PROTECT_PROTECT_PASSWORD) return Entry::ProtectType::kPassword;
@@ -41,7 +53,9 @@ int SharingSet::ParseParams() {
   auto_gc_ = Read(params::set::kAutoGC);
   enable_match_ip_ = Read(params::set::kEnableMatchIP);
   start_at_ = Read(params::set::kStartAt);
+  if (!IsTimeText(start_at_)) return Fail(kErrorParam, "bad start_at");
   expire_at_ = Read(params::set::kExpireAt);
+  if (!IsTimeText(expire_at_)) return Fail(kErrorParam, "bad expire_at");
   expire_times_ = Read(params::set::kExpireTimes);
   protect_type_ = ProtectTypeOf(Read(params::set::kProtectType));
   protect_title_ = Read(params::set::kProtectTitle);

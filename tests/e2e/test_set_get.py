@@ -162,9 +162,9 @@ class BadRequests(unittest.TestCase):
                 ({"redirect_type": "always"}, 1011, execute + "set entry fields fail"),
                 ({"sharing_id": QUOTES}, 1005, execute + "invalid sharing id"),
                 ({"sharing_id": self.before[0][1], "project_name": QUOTES}, 101, execute + "invalid project name"),
-                ({"start_at": QUOTES}, 117, execute + "db update entry fail"),
+                ({"start_at": QUOTES}, 101, "Parse Param Error: bad start_at"),
                 ({"expire_at": "2030-02-30 00:00:00"}, 117, execute + "db update entry fail"),
-                ({"expire_at": "tomorrow"}, 117, execute + "db update entry fail")):
+                ({"expire_at": "2030-02-28 0:00:00"}, 101, "Parse Param Error: bad expire_at")):
             with self.subTest(fields):
                 self.refused(code, detail, self.set(**fields))
         self.refused(1005, execute + "invalid sharing id", DEMO.call(SHARING, "get", {"sharing_id": QUOTES}))

@@ -108,12 +108,16 @@ INSTANTIATE_TEST_SUITE_P(
                     RefusedCase{"no_uri", R"(, "redirect_type": "url_param", "protect_title": "x")",
                                 1011, "Execute Error: set entry fields fail"},
                     RefusedCase{"no_date", R"(, "expire_at": "tomorrow", "protect_title": "x")",
-                                117, "Execute Error: db update entry fail"},
+                                101, "Parse Param Error: bad expire_at"},
+                    RefusedCase{"loose_form", R"(, "start_at": "  2030-2-8   1:0:0")", 101,
+                                "Parse Param Error: bad start_at"},
+                    RefusedCase{"no_blank", R"(, "start_at": "2030-02-28T10:00:00")", 101,
+                                "Parse Param Error: bad start_at"},
                     RefusedCase{"no_day",
                                 R"(, "start_at": "2030-02-30 00:00:00", "enabled": false)", 117,
                                 "Execute Error: db update entry fail"},
-                    RefusedCase{"trailing_text", R"(, "expire_at": "2030-01-01 00:00:00Z")", 117,
-                                "Execute Error: db update entry fail"}),
+                    RefusedCase{"trailing_text", R"(, "expire_at": "2030-01-01 00:00:00Z")", 101,
+                                "Parse Param Error: bad expire_at"}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(SetTest, NewCredentialsEndVisits) {
@@ -146,8 +150,8 @@ TEST_F(SetTest, UpdateMayNotLeaveAPasswordLinkWithoutOne) {
   const std::string id =
       Create(R"({"project_name": "album", "protect_type": "password", "protect_password": "pw"})");
   const Json::Value before = Read(id);
-  for (const char* members :
-       {R"(, "protect_password": "")", R"(, "protect_password": "", "start_at": "tomorrow")"}) {
+  for (const char* members : {R"(, "protect_password": "")",
+                              R"(, "protect_password": "", "start_at": "2030-02-30 00:00:00")"}) {
     const Answer answer = Update(id, members);
     EXPECT_EQ(answer.code, 1010) << members;
     EXPECT_EQ(answer.body, "Execute Error: set entry fields fail");
