@@ -75,16 +75,21 @@ void Program(APIRequest* request, APIResponse* response) {
   response->SetSuccess(std::string(text, size));
 }
 
-// As long as the file is there.
+void TouchFile(const std::string& path) {
+  if (FILE* file = std::fopen(path.c_str(), "we"); file != nullptr) std::fclose(file);
+}
+
+// As long as the file is there, which gets a neighbour named after this process.
 void Wait(APIRequest* request, APIResponse* response) {
   const std::string path = request->GetParam("value", "").asString();
+  TouchFile(path + "." + std::to_string(getpid()));
   while (access(path.c_str(), F_OK) == 0) usleep(5000);
   response->SetSuccess(getpid());
 }
 
 void Touch(APIRequest* request, APIResponse* response) {
   const std::string path = request->GetParam("value", "").asString();
-  if (FILE* file = std::fopen(path.c_str(), "we"); file != nullptr) std::fclose(file);
+  TouchFile(path);
   response->SetSuccess(path);
 }
 
