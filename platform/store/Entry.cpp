@@ -24,6 +24,16 @@ std::string Entry::get_owner_user() const {
   return owner ? owner->name : "";
 }
 
+LinkStatus Entry::get_status() const {
+  return StatusAt({enabled_, start_at_, expire_at_, expire_times_, visits_}, Now());
+}
+
+std::string Entry::get_start_at_str() const { return FormatLocalTime(start_at_); }
+
+const char* Entry::get_protect_type_str() const {
+  return kProtectTypeTexts.at(static_cast<std::size_t>(protect_type_));
+}
+
 std::vector<unsigned int> Entry::get_protect_uids() const {
   std::vector<unsigned int> uids;
   for (const std::string& name : protect_users_) {
@@ -69,7 +79,6 @@ void Entry::set_protect_password(const std::string& password, bool plain,
 }
 
 void Entry::ToJSON(Json::Value& out) const {
-  const LinkLimits limits{enabled_, start_at_, expire_at_, expire_times_, visits_};
   out = Json::Value(Json::objectValue);
   out["sharing_id"] = hash_;
   out["project_name"] = project_name_;
@@ -78,11 +87,11 @@ void Entry::ToJSON(Json::Value& out) const {
   out["enabled"] = enabled_;
   out["auto_gc"] = auto_gc_;
   out["enable_match_ip"] = enable_match_ip_;
-  out["start_at"] = FormatLocalTime(start_at_);
+  out["start_at"] = get_start_at_str();
   out["expire_at"] = FormatLocalTime(expire_at_);
   out["expire_times"] = expire_times_;
   out["visits"] = visits_;
-  out["protect_type"] = kProtectTypeTexts.at(static_cast<std::size_t>(protect_type_));
+  out["protect_type"] = get_protect_type_str();
   out["protect_title"] = protect_title_;
   out["has_password"] = !password_hash_.empty();
   out["protect_users"] = ToArray(protect_users_);
@@ -91,7 +100,7 @@ void Entry::ToJSON(Json::Value& out) const {
   out["redirect_uri"] = redirect_uri_;
   out["app"] = app_;
   out["created_at"] = FormatLocalTime(created_at_);
-  out["status"] = StatusText(StatusAt(limits, Now()));
+  out["status"] = StatusText(get_status());
 }
 
 }  // namespace VELT::sharing::record

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-namespace VELT::sharing {
+#include "veltsharing/LinkStatus.h"
 
-enum class LinkStatus { kActive, kDisabled, kExpired, kPending, kUsedUp };
+namespace VELT::sharing {
 
 struct LinkLimits {
   bool enabled;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "veltsharing/LinkStatus.h"
+
 namespace VELT::sharing::db {
 class EntryRow;
 }
@@ -29,7 +31,12 @@ class Entry {
   // The owner's account name, empty when the user database has no such account.
   std::string get_owner_user() const;
   const std::string& get_project_name() const { return project_name_; }
+  // The state at this moment.
+  LinkStatus get_status() const;
+  // From when the link works, in the appliance's local time as in ToJSON; empty: no limit.
+  std::string get_start_at_str() const;
   ProtectType get_protect_type() const { return protect_type_; }
+  const char* get_protect_type_str() const;  // "none", "password" or "user"
   const std::string& get_protect_title() const { return protect_title_; }
   const std::vector<std::string>& get_protect_users() const { return protect_users_; }
   const std::vector<std::string>& get_protect_groups() const { return protect_groups_; }

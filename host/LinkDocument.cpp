@@ -1,0 +1,104 @@
+#include "LinkDocument.h"
+
+#include <ctemplate/template.h>
+#include <syslog.h>
+
+#include "Redirect.h"
+
+namespace VELT::host {
+namespace {
+
+using sharing::record::Entry;
+
+constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
+
+// A state in which the page says all there is.
+struct Ending {
+  int status;
+  const char* error;  // the code under which the session script tells it
+  const char* title;
+  const char* section;  // of the template
+};
+
+// One ending for a link that never was and one that is turned off: nobody learns which ids exist.
+const Ending* EndingOf(LinkState state) {
+  static constexpr Ending kUnavailable{503, "117", "Links can’t be opened just now", "UNAVAILABLE"};
+  static constexpr Ending kUnknown{404, "1000", "This link doesn’t work", "UNKNOWN"};
+  static constexpr Ending kPending{403, "1000", "This link isn’t open yet", "PENDING"};
+  static constexpr Ending kExpired{410, "1000", "This link has expired", "EXPIRED"};
+  static constexpr Ending kUsedUp{410, "1012", "This link is used up", "USED_UP"};
+  switch (state) {
+    case LinkState::kUnavailable:
+      return &kUnavailable;
+    case LinkState::kUnknown:
+      return &kUnknown;
+    case LinkState::kPending:
+      return &kPending;
+    case LinkState::kExpired:
+      return &kExpired;
+    case LinkState::kUsedUp:
+      return &kUsedUp;
+    case LinkState::kLogin:
+    case LinkState::kOpen:
+      break;
+  }
+  return nullptr;
+}
+
+// The session script's address. A page that ends here names no link: it shows nothing of one.
+std::string SessionScript(const LinkDocument& document, const Ending* ending) {
+  std::string address = "/sharing/" + PercentEncoded(document.id) +
+                        "/webapi?api=VELT.Core.Sharing.Session&version=1&method=get";
+  if (ending != nullptr) return address + "&sharing_error=" + ending->error;
+  address += "&sharing_id=" + PercentEncoded(document.entry.get_hash()) +
+             "&sharing_status=" + document.entry.get_protect_type_str();
+  return document.error.empty() ? address : address + "&sharing_error=" + document.error;
+}
+
+void FillServed(const LinkDocument& document, ctemplate::TemplateDictionary& page) {
+  page.ShowSection("SERVED");
+  page.ShowSection("PROTECT");
+  page.SetValue("PROTECT_TYPE", document.entry.get_protect_type_str());
+  page.SetValue("LINK", document.entry.get_hash());
+  switch (document.entry.get_protect_type()) {
+    case Entry::ProtectType::kNone:
+      break;
+    case Entry::ProtectType::kPassword:
+      page.ShowSection("PASSWORD");
+      break;
+    case Entry::ProtectType::kUser:
+      page.ShowSection("USER");
+      break;
+  }
+  if (document.leads_on) page.ShowSection("LEADS_ON");
+  if (document.unsafe_redirect) page.ShowSection("UNSAFE_REDIRECT");
+}
+
+}  // namespace
+
+int StatusOf(LinkState state) {
+  const Ending* ending = EndingOf(state);
+  return ending != nullptr ? ending->status : 200;
+}
+
+std::optional<std::string> Expand(const LinkDocument& document) {
+  const Ending* ending = EndingOf(document.state);
+  ctemplate::TemplateDictionary page("link page");
+  page.SetValue("TITLE", ending != nullptr ? ending->title : document.title);
+  page.SetValue("SESSION_SCRIPT", SessionScript(document, ending));
+  page.SetValue("TAGS", document.tags);
+  page.SetValue("OPENS", document.opens);
+  if (ending != nullptr) {
+    page.SetValue("STATE", "ended");
+    page.ShowSection(ending->section);
+  } else {
+    page.SetValue("STATE", document.state == LinkState::kOpen ? "open" : "login");
+    FillServed(document, page);
+  }
+  std::string html;
+  if (ctemplate::ExpandTemplate(kTemplate, ctemplate::STRIP_BLANK_LINES, &page, &html)) return html;
+  syslog(LOG_ERR, "link page: the template %s can't be read", kTemplate);
+  return std::nullopt;
+}
+
+}  // namespace VELT::host
