@@ -12,7 +12,7 @@
 #include "Answer.h"
 #include "Language.h"
 #include "Limits.h"
-#include "PageDoor.h"
+#include "PageRoute.h"
 #include "RequestReader.h"
 #include "Site.h"
 #include "veltsharing/Keys.h"

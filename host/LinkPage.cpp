@@ -3,18 +3,17 @@
 #include <charconv>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "LinkDocument.h"
 #include "LinkState.h"
+#include "PluginTags.h"
 #include "Redirect.h"
-#include "veltsys/JsonFile.h"
 
 namespace VELT::host {
 namespace {
 
 using sharing::record::Entry;
-
-constexpr const char* kConfigurationFolder = "/usr/velt/etc.defaults/sharing";
 
 // Application pages may use everything of this site but frames around the page and inline code.
 constexpr const char* kContentSecurityPolicy =
@@ -72,7 +71,7 @@ PageAnswer Page(const LinkDocument& document) {
 
 }  // namespace
 
-LinkPage::LinkPage(PluginLookup lookup) : lookup_(std::move(lookup)) {}
+LinkPage::LinkPage(VisitPagePluginsFunc plugins) : plugins_(plugins) {}
 
 PageAnswer LinkPage::Answer(const PageRequest& request) const {
   LinkDocument document;
@@ -90,9 +89,9 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
   document.leads_on = target.has_value();
   document.unsafe_redirect = !target && entry.get_redirect_type() != Entry::RedirectType::kNone;
 
-  const Json::Value configuration = ReadJsonFile(kConfigurationFolder, entry.get_project_name());
-  document.title = TitleOf(entry, configuration);
-  document.tags = PluginTags(lookup_, configuration, entry, entry.get_protect_type_str());
+  PluginPage plugins = RunPagePlugins(plugins_, entry, entry.get_protect_type_str());
+  document.title = TitleOf(entry, plugins.configuration);
+  document.tags = std::move(plugins.tags);
   return Page(document);
 }
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "PluginTags.h"
+#include "veltwebapi/PagePlugins.h"
 
 namespace VELT::host {
 
@@ -27,7 +27,8 @@ struct PageAnswer {
 // request; one thread at a time, for the store's connection is one per process.
 class LinkPage {
  public:
-  explicit LinkPage(PluginLookup lookup);
+  // `plugins` finds an application's plugins; null: there are none.
+  explicit LinkPage(VisitPagePluginsFunc plugins);
 
   // The answer to a GET; that to a HEAD is the same, its body left unsent. The store must know of
   // the visitor (SetVisitor): a token may be bound to his address, and links that are off are to be
@@ -35,7 +36,7 @@ class LinkPage {
   PageAnswer Answer(const PageRequest& request) const;
 
  private:
-  PluginLookup lookup_;
+  VisitPagePluginsFunc plugins_;
 };
 
 }  // namespace VELT::host

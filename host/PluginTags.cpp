@@ -96,46 +96,52 @@ std::size_t TextSize(const Json::Value& output) {
   return size;
 }
 
-// What the plugins of the application's configuration add together. One that throws, or that would
-// make the output too large, adds nothing.
-Json::Value RunPlugins(const PluginLookup& lookup, const Json::Value& configuration,
-                       const Entry& entry, const char* status) {
-  Json::Value output(Json::objectValue);
-  const Json::Value plugins = configuration.isObject() ? configuration["plugins"] : Json::Value();
-  for (Json::ArrayIndex i = 0; plugins.isArray() && i < plugins.size(); ++i) {
-    if (!plugins[i].isObject() || !plugins[i]["name"].isString()) {
-      continue;
-    }
-    const Json::Value params = plugins[i].get("params", Json::objectValue);
-    const PluginRunner run = lookup("render", plugins[i]["name"].asString());
-    if (run == nullptr || !params.isObject()) {
-      continue;
-    }
-    Json::Value trial = output;
+// What the plugins add together. One that throws, or that would make the output too large, adds
+// nothing.
+class Collector final : public PagePluginVisitor {
+ public:
+  Collector(const Entry& entry, const char* status) : entry_(entry), status_(status) {}
+
+  void VisitConfiguration(const Json::Value& configuration) override {
+    configuration_ = configuration;
+  }
+
+  void VisitPlugin(unsigned int number, Runner runner, const Json::Value& params) override {
+    Json::Value trial = output_;
     try {
-      run(params, entry, status, Json::Value(), trial);
+      runner(params, entry_, status_, Json::Value(), trial);
     } catch (...) {
-      syslog(LOG_ERR, "link page: plugin %u of the configuration of %s threw an exception", i + 1,
-             entry.get_project_name().c_str());
-      continue;
+      syslog(LOG_ERR, "link page: plugin %u of the configuration of %s threw an exception", number,
+             entry_.get_project_name().c_str());
+      return;
     }
     if (trial.isObject() && TextSize(trial) <= kOutputLimit) {
-      output.swap(trial);
+      output_.swap(trial);
     } else {
       syslog(LOG_ERR, "link page: the output of plugin %u of the configuration of %s is too large",
-             i + 1, entry.get_project_name().c_str());
+             number, entry_.get_project_name().c_str());
     }
   }
-  return output;
-}
+
+  const Json::Value& configuration() const { return configuration_; }
+  const Json::Value& output() const { return output_; }
+
+ private:
+  const Entry& entry_;
+  const char* status_;
+  Json::Value configuration_;
+  Json::Value output_{Json::objectValue};
+};
 
 }  // namespace
 
-std::string PluginTags(const PluginLookup& lookup, const Json::Value& configuration,
-                       const Entry& entry, const char* status) {
-  const Json::Value output = RunPlugins(lookup, configuration, entry, status);
-  return KeptTags(output, "OPEN_GRAPH", TakeMeta) + KeptTags(output, "CSS", TakeStylesheet) +
-         KeptTags(output, "JSFILE", TakeScript);
+PluginPage RunPagePlugins(VisitPagePluginsFunc visit, const Entry& entry, const char* status) {
+  Collector collector(entry, status);
+  if (visit != nullptr) visit(entry, collector);
+  const Json::Value& output = collector.output();
+  return {collector.configuration(), KeptTags(output, "OPEN_GRAPH", TakeMeta) +
+                                         KeptTags(output, "CSS", TakeStylesheet) +
+                                         KeptTags(output, "JSFILE", TakeScript)};
 }
 
 }  // namespace VELT::host

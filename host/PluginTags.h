@@ -1,29 +1,25 @@
-// The tags that an application's plugins add to the pages of its links.
+// What an application's plugins add to the page of one of its links.
 #pragma once
 
 #include <json/value.h>
 
-#include <functional>
 #include <string>
 
 #include "veltsharing/Entry.h"
+#include "veltwebapi/PagePlugins.h"
 
 namespace VELT::host {
 
-// One run of an application's plugin: adds what it gives to `output`. May throw what the plugin
-// throws.
-using PluginRunner = void (*)(const Json::Value& params, const sharing::record::Entry& entry,
-                              const char* status, const Json::Value& extra, Json::Value& output);
+struct PluginPage {
+  Json::Value configuration;  // the application's; null where there is none
+  std::string tags;           // fit to stand in the page's head
+};
 
-// The runner of the plugin of this kind ("render") and name, or null. Kind and name come from a
-// configuration file: any text.
-using PluginLookup = std::function<PluginRunner(const std::string& kind, const std::string& name)>;
-
-// Runs the plugins that the application's `configuration` lists, in order, and returns their Open
-// Graph, stylesheet and script tags, fit to stand in the page's head. A configuration or a plugin
-// that is malformed, throws or gives more than 1 MiB adds nothing; the others still count. `status`
-// is the link's protection as plugins are told it.
-std::string PluginTags(const PluginLookup& lookup, const Json::Value& configuration,
-                       const sharing::record::Entry& entry, const char* status);
+// Runs the plugins that `visit` knows for the link, in order, and keeps their Open Graph, stylesheet
+// and script tags. A plugin that throws or gives more than 1 MiB adds nothing; the others still
+// count. `visit` may be null: there are none then. `status` is the link's protection as plugins are
+// told it.
+PluginPage RunPagePlugins(VisitPagePluginsFunc visit, const sharing::record::Entry& entry,
+                          const char* status);
 
 }  // namespace VELT::host

@@ -1,30 +1,46 @@
 #include "module/AppConfig.h"
 
+#include "sharing/Export.h"
 #include "sharing/Log.h"
 #include "sharing/Plugins.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/JsonFile.h"
+#include "veltwebapi/PagePlugins.h"
 
 namespace VELT {
 namespace {
 
 constexpr char kConfigFolder[] = "/usr/velt/etc.defaults/sharing/";
 
+Json::Value PluginsOf(const Json::Value& config) {
+  return config.get("plugins", Json::Value(Json::arrayValue));
+}
+
+Json::Value ParamsOf(const Json::Value& plugin) {
+  return plugin.get("params", Json::Value(Json::objectValue));
+}
+
 // What of an element of "plugins" keeps it from being run; null: nothing.
 const char* FaultOf(const Json::Value& plugin) {
   if (!plugin.isObject()) return "it is no object";
   if (!plugin.get("name", "").isString()) return "\"name\" is no text";
-  if (!plugin.get("params", Json::Value(Json::objectValue)).isObject()) {
-    return "\"params\" is no object";
-  }
-  return nullptr;
+  return ParamsOf(plugin).isObject() ? nullptr : "\"params\" is no object";
 }
 
 // For the application's author. A configuration is read only under a file's name, so the project
 // is one here.
-void LogFault(Json::ArrayIndex index, const sharing::record::Entry& entry, const char* fault) {
-  LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s", index + 1,
+void LogFault(unsigned int number, const sharing::record::Entry& entry, const char* fault) {
+  LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s", number,
          entry.get_project_name().c_str(), fault);
+}
+
+// Calls `visit` for each element with its number, counted from 1, and its fault. An element of
+// another shape is its application's mistake and costs nobody else's plugin.
+template <typename Visit>
+void ForEachPlugin(const Json::Value& plugins, Visit visit) {
+  for (Json::ArrayIndex index = 0; index < plugins.size(); ++index) {
+    visit(index + 1, plugins[index], FaultOf(plugins[index]));
+  }
 }
 
 }  // namespace
@@ -43,28 +59,40 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
                            const RenderPluginInput& input, const LogPlace& place,
                            Json::Value& output) {
   if (!config.isObject()) return false;
-  const Json::Value plugins = config.get("plugins", Json::Value(Json::arrayValue));
+  const Json::Value plugins = PluginsOf(config);
   if (!plugins.isArray()) {
     LOG_AT(place, LOG_ERR, "Error plugins config");
     return false;
   }
 
-  for (Json::ArrayIndex i = 0; i < plugins.size(); ++i) {
-    const Json::Value& plugin = plugins[i];
-    // An element of another shape is its application's mistake and costs nobody else's plugin.
-    if (const char* fault = FaultOf(plugin); fault != nullptr) {
-      LogFault(i, input.entry, fault);
-      continue;
-    }
+  ForEachPlugin(plugins, [&](unsigned int number, const Json::Value& plugin, const char* fault) {
+    if (fault != nullptr) return LogFault(number, input.entry, fault);
     const std::string name = plugin.get("name", "").asString();
-    if (only_name != nullptr && name != only_name) continue;
+    if (only_name != nullptr && name != only_name) return;
     const sharing::PluginRunnerFunc runner = sharing::GetSharingPlugin("render", name);
-    if (runner == nullptr) continue;
-    const Json::Value params = plugin.get("params", Json::Value(Json::objectValue));
-    if (!params.get("lib", "").isString()) LogFault(i, input.entry, "\"lib\" is no text");
+    if (runner == nullptr) return;
+    const Json::Value params = ParamsOf(plugin);
+    if (!params.get("lib", "").isString()) LogFault(number, input.entry, "\"lib\" is no text");
     runner(params, input.entry, input.status, input.extra, output);
-  }
+  });
   return true;
 }
 
 }  // namespace VELT
+
+// The page's faults are logged by the session script, which every page loads.
+extern "C" VELT_EXPORT void VisitPagePlugins(const VELT::sharing::record::Entry& link,
+                                             VELT::PagePluginVisitor& visitor) {
+  const Json::Value config = VELT::ReadSharingAppConfig(link);
+  visitor.VisitConfiguration(config.isObject() ? config : Json::Value());
+  if (!config.isObject()) return;
+  const Json::Value plugins = VELT::PluginsOf(config);
+  if (!plugins.isArray()) return;
+  VELT::ForEachPlugin(
+      plugins, [&](unsigned int number, const Json::Value& plugin, const char* fault) {
+        if (fault != nullptr) return;
+        const auto runner =
+            VELT::sharing::GetSharingPlugin("render", plugin.get("name", "").asString());
+        if (runner != nullptr) visitor.VisitPlugin(number, runner, VELT::ParamsOf(plugin));
+      });
+}

@@ -44,9 +44,18 @@ void RunPlugin(const Json::Value& params, const Entry& entry, const char* status
   for (const char* key : {"OPEN_GRAPH", "CSS", "JSFILE"}) output[key] = raw_tags;
 }
 
-host::PluginRunner FindPlugin(const std::string& kind, const std::string& name) {
-  plugin_name = name;
-  return name == "raw" || sharing::GetSharingPlugin(kind, name) != nullptr ? RunPlugin : nullptr;
+Json::Value config;
+
+void Visit(const Entry& /*link*/, PagePluginVisitor& visitor) {
+  visitor.VisitConfiguration(config);
+  if (!config.isObject() || !config["plugins"].isArray()) return;
+  for (const Json::Value& plugin : config["plugins"]) {
+    if (!plugin.isObject() || !plugin["name"].isString() || !plugin["params"].isObject()) continue;
+    plugin_name = plugin["name"].asString();
+    const bool known =
+        plugin_name == "raw" || sharing::GetSharingPlugin("render", plugin_name) != nullptr;
+    if (known) visitor.VisitPlugin(1, RunPlugin, plugin["params"]);
+  }
 }
 
 // A scanner for HTML tags in general (name, attributes in double quotes), ignorant of what makes them.
@@ -126,14 +135,13 @@ void RequireScript(std::string_view script) {
 
 void Try(const std::string& input) {
   std::string text = input;
-  Json::Value config;
   if (!ParseJsonText(TakeLine(text), config)) return;
   ConfineLibraries(config);
   ParseJsonText(TakeLine(text), result);
   raw_tags = text;
 
   const Entry entry;
-  RequireTags(host::PluginTags(FindPlugin, config, entry, "none"));
+  RequireTags(host::RunPagePlugins(Visit, entry, "none").tags);
   Json::Value output(Json::objectValue);
   try {
     DispatchRenderPlugins(config, nullptr, {entry, "none", result}, log_place::kSessionPlugins,

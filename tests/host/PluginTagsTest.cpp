@@ -25,17 +25,26 @@ void Run(const Json::Value& params, const Entry& /*entry*/, const char* status,
   if (params.isMember("throw")) throw std::runtime_error("a plugin's own");
 }
 
+Json::Value configured;
+
+void Visit(const Entry& /*link*/, PagePluginVisitor& visitor) {
+  visitor.VisitConfiguration(configured);
+  for (Json::ArrayIndex index = 0; index < configured["plugins"].size(); ++index) {
+    visitor.VisitPlugin(index + 1, Run, configured["plugins"][index]["params"]);
+  }
+}
+
 std::string TagsOf(const Json::Value& configuration) {
-  const auto lookup = [](const std::string& kind, const std::string& name) -> PluginRunner {
-    return kind == "render" && name == "known" ? Run : nullptr;
-  };
   Entry entry;
   entry.set_project_name("album");
-  return PluginTags(lookup, configuration, entry, "user");
+  configured = configuration;
+  const PluginPage page = RunPagePlugins(Visit, entry, "user");
+  EXPECT_EQ(configuration, page.configuration);
+  return page.tags;
 }
 
 std::string TagsOfOutput(const std::string& key, const std::string& text) {
-  Json::Value configuration = Parse(R"({"plugins": [{"name": "known"}]})");
+  Json::Value configuration;
   configuration["plugins"][0]["params"][key] = text;
   return TagsOf(configuration);
 }
@@ -76,7 +85,7 @@ TEST(PluginTags, KeepTheirFormOrStayAway) {
 
 TEST(PluginTags, FaultsAreLoggedForTheirAuthor) {
   Log().clear();
-  TagsOf(Parse(R"({"plugins": [{"name": "known"}, {"name": "known", "params": {"throw": ""}}]})"));
+  TagsOf(Parse(R"({"plugins": [{"params": {}}, {"params": {"throw": ""}}]})"));
   TagsOfOutput("CSS", std::string((1 << 20) + 1, 'x'));
   EXPECT_EQ(Log(),
             (std::vector<std::string>{
@@ -87,20 +96,15 @@ TEST(PluginTags, FaultsAreLoggedForTheirAuthor) {
 TEST(PluginTags, OneFaultLeavesTheOthers) {
   const std::string tag = "<meta content=\"a\" />\n";
   Json::Value good;
-  good["name"] = "known";
   good["params"]["OPEN_GRAPH"] = tag;
-  for (const char* bad :
-       {"1", "null", "[]", "{}", R"({"name": 5})", R"({"name": "unknown"})",
-        R"({"name": "known", "params": 5})", R"({"name": "known", "params": {"OPEN_GRAPH": {}}})",
-        R"({"name": "known", "params": {"OPEN_GRAPH": "<meta name=\"b\" />", "throw": ""}})"}) {
+  for (const char* bad : {R"({"params": {"OPEN_GRAPH": {}}})",
+                          R"({"params": {"OPEN_GRAPH": "<meta name=\"b\" />", "throw": ""}})"}) {
     Json::Value configuration;
     for (const Json::Value& plugin : {good, Parse(bad), good})
       configuration["plugins"].append(plugin);
     EXPECT_EQ(tag + tag, TagsOf(configuration)) << bad;
   }
-  for (const char* none : {"null", "[]", "5", R"({"plugins": {"name": "known"}})"}) {
-    EXPECT_EQ("", TagsOf(Parse(none))) << none;
-  }
+  EXPECT_EQ("", RunPagePlugins(nullptr, Entry(), "user").tags);
 }
 
 }  // namespace

@@ -1,24 +1,13 @@
-#include "PageDoor.h"
+#include "PageRoute.h"
 
 #include "Answer.h"
 #include "RequestReader.h"
 #include "veltsharing/Keys.h"
 
 namespace VELT::host {
-namespace {
 
-// VELT::sharing::GetSharingPlugin(const std::string&, const std::string&): as C++ function it has
-// no plain name to look up.
-constexpr const char* kGetSharingPlugin =
-    "_ZN4VELT7sharing16GetSharingPluginERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES8_";
-
-}  // namespace
-
-PluginLookup FindPluginsIn(const Registry& registry) {
-  using Lookup = PluginRunner (*)(const std::string& kind, const std::string& name);
-  const auto lookup = reinterpret_cast<Lookup>(registry.Symbol(kGetSharingPlugin));
-  if (lookup != nullptr) return lookup;
-  return [](const std::string&, const std::string&) -> PluginRunner { return nullptr; };
+VisitPagePluginsFunc FindPluginsIn(const Registry& registry) {
+  return reinterpret_cast<VisitPagePluginsFunc>(registry.Symbol("VisitPagePlugins"));
 }
 
 std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id) {

@@ -9,8 +9,9 @@
 
 namespace VELT::host {
 
-// Finds plugins through the first module of `registry` that has them. The registry must outlive it.
-PluginLookup FindPluginsIn(const Registry& registry);
+// The function of the first module of `registry` that knows plugins; null: none does. Valid as long
+// as the registry.
+VisitPagePluginsFunc FindPluginsIn(const Registry& registry);
 
 // The whole answer to a GET or HEAD of the page of the link `id`.
 std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id);
