@@ -25,6 +25,7 @@ STOP_SECONDS = 15
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
+SETTINGS = "/usr/velt/etc/webapid.conf"  # velt-webapid's options, where the user wants others than ours
 
 
 class Failure(Exception):
@@ -98,9 +99,11 @@ class Demonstration:
             except OSError as error:
                 raise Failure(f"port {self.port}: {error.strerror}") from None
         self._lay_out()
-        ids = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
+        options = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
+        if os.path.exists(SETTINGS):
+            options += ["--config", SETTINGS]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
-                  "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *ids)
+                  "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *options)
         self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
         self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
         self._wait_ready()

@@ -1,0 +1,101 @@
+"""What hangs is ended in time, and holds up nobody else meanwhile: programs, PAM and plugins, twenty calls at once."""
+
+import contextlib
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+from demo import REPOSITORY, SHARING, Demo
+
+CALLS = 20
+DEMO = None
+
+
+def setUpModule():
+    global DEMO
+    DEMO = Demo()
+    unittest.addModuleCleanup(lambda: DEMO.stop())
+    with open(DEMO.path("/usr/velt/etc/webapid.conf"), "w", encoding="utf-8") as file:
+        file.write("request-timeout=4\nprogram-timeout=1\nlogin-timeout=1\n")
+    DEMO.restart()
+
+
+def log():
+    with open(DEMO.path("/usr/velt/var/log/velt-webapid.log"), encoding="utf-8") as file:
+        return file.read()
+
+
+class Hangs(unittest.TestCase):
+    def while_hanging(self, call):
+        """The answers of `call`, made many times at once. Others are served all the while."""
+        with ThreadPoolExecutor(CALLS) as pool:
+            calls = [pool.submit(call) for _ in range(CALLS)]
+            served = 0
+            while not all(each.done() for each in calls):
+                visitor = DEMO.visitor(DEMO.links["open"])
+                self.assertEqual(200, visitor.page().status)
+                self.assertTrue(visitor.login()["success"])
+                served += 1
+        self.assertGreater(served, 10)
+        return [each.result() for each in calls]
+
+    @contextlib.contextmanager
+    def program(self, path, text):
+        """Another program in place of one of the machine's, in the demonstration's namespace alone."""
+        enter = ["nsenter", "--mount", "--root", "--target", str(DEMO.pid)]
+        if os.geteuid():
+            enter[1:1] = ["--user", "--preserve-credentials"]
+        with tempfile.NamedTemporaryFile("w", dir=DEMO.path("/usr/velt/bin"), delete=False) as file:
+            file.write(text)
+        os.chmod(file.name, 0o755)
+        inside = "/usr/velt/bin/" + os.path.basename(file.name)
+        subprocess.run([*enter, "mount", "--bind", inside, path], check=True)
+        try:
+            yield
+        finally:
+            subprocess.run([*enter, "umount", path], check=True)
+
+    def test_a_program(self):
+        for _ in range(5):
+            DEMO.create("bob")
+        with self.program("/usr/bin/qrencode", "#!/bin/sh\necho half a picture; sleep 60\n"):
+            for method, params in (("set", {"project_name": "album"}), ("list", {"project_name": "album"})):
+                answers = self.while_hanging(lambda m=method, p=params: DEMO.data(SHARING, m, p, "bob"))
+                self.assertNotIn("qrcode", json.dumps(answers))
+        self.assertIn("program /usr/bin/qrencode took too long and was ended", log())
+        self.assertIn("qrcode", DEMO.data(SHARING, "set", {"project_name": "album"}))
+
+    def test_pam(self):
+        service = DEMO.path("/etc/pam.d/velt-sharing")
+        with open(service, encoding="utf-8") as file:
+            before = file.read()
+        link = DEMO.create(protect_type="user", protect_users=["bob"])
+        login = {"mosk_username": "bob", "mosk_password": DEMO.accounts["bob"]}
+        try:
+            with open(service, "w", encoding="utf-8") as file:
+                file.write("auth required pam_exec.so quiet /bin/sleep 60\n" + before)
+            answers = self.while_hanging(lambda: DEMO.visitor(link).login(**login))
+        finally:
+            with open(service, "w", encoding="utf-8") as file:
+                file.write(before)
+        self.assertEqual([{"code": 117, "errors": "Execute Error: login internal error"}] * CALLS,
+                         [answer["error"] for answer in answers])
+        self.assertTrue(DEMO.visitor(link).login(**login)["success"])
+
+    def test_a_plugin(self):
+        library = "/usr/velt/lib/sharing/hangs.so"
+        build = os.path.join(REPOSITORY, os.environ.get("VELT_BUILD", "build/release"))
+        shutil.copy(os.path.join(build, "tests/plugins/libs/hangs.so"), DEMO.path(library))
+        with open(DEMO.path("/usr/velt/etc.defaults/sharing/hangs"), "w", encoding="utf-8") as file:
+            json.dump({"plugins": [{"name": "custom_page", "params": {"lib": library}}]}, file)
+        link = DEMO.create(project_name="hangs")
+        self.assertEqual([504] * CALLS, [answer.status for answer in self.while_hanging(DEMO.visitor(link).page)])
+        self.assertIn(f"took too long over a request in {library} and was ended", log())
+
+
+if __name__ == "__main__":
+    unittest.main()
