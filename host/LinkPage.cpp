@@ -1,5 +1,6 @@
 #include "LinkPage.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -64,7 +65,7 @@ PageAnswer Page(const LinkDocument& document) {
   if (auto html = Expand(document)) {
     answer.body = std::move(*html);
   } else {
-    answer.status = 500;
+    answer.status = std::max(answer.status, 500);
   }
   return answer;
 }

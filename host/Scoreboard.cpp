@@ -8,7 +8,9 @@
 namespace VELT::host {
 namespace {
 
-static_assert(std::atomic<Seat::State>::is_always_lock_free, "shared between processes");
+static_assert(decltype(Seat::state)::is_always_lock_free &&
+                  decltype(Seat::since)::is_always_lock_free,
+              "shared between processes");
 
 Seat* MapSeats(std::size_t count) {
   void* memory = mmap(nullptr, count * sizeof(Seat), PROT_READ | PROT_WRITE,

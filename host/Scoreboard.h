@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,6 +16,8 @@ struct Seat {
   enum class State : std::uint8_t { kEmpty, kStarting, kIdle, kBusy };
 
   std::atomic<State> state{State::kEmpty};
+  // Since when it is busy.
+  std::atomic<std::chrono::steady_clock::time_point> since{};
   // Where the request was stuck that the worker ended itself over; empty: not told.
   std::array<char, 256> stuck_in{};
 };

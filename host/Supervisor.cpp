@@ -25,6 +25,7 @@ constexpr milliseconds kShortestPause{100};
 constexpr milliseconds kLongestPause{10000};
 constexpr seconds kSurplusKept{10};
 constexpr seconds kShrinkPause{1};
+constexpr seconds kStuck{10};
 
 sigset_t Signals() {
   sigset_t signals;
@@ -92,6 +93,7 @@ void Supervisor::Adjust(WorkerPool& pool) {
   Replace(pool);
   Grow(pool);
   Shrink(pool);
+  if (pool.pool == Pool::kFront) Relieve(pool);
 }
 
 // An outdated worker leaves only when its successor is ready.
@@ -145,12 +147,27 @@ void Supervisor::Shrink(WorkerPool& pool) {
   }
 }
 
+bool Supervisor::IsFull(const WorkerPool& pool) {
+  return Count(pool.workers, [](const Worker& worker) {
+           return !worker.leaving && worker.ready && worker.seat->state == Seat::State::kBusy;
+         }) >= pool.limits.max;
+}
+
+// A short call that takes this long hangs, in a plugin for instance, and when every worker does no
+// page is served any more. Its deadline then comes early.
+void Supervisor::Relieve(const WorkerPool& pool) {
+  if (!IsFull(pool)) return;
+  const auto longest = std::ranges::min_element(
+      pool.workers, {}, [](const Worker& worker) { return worker.seat->since.load(); });
+  if (Clock::now() - longest->seat->since.load() >= kStuck) kill(longest->pid, SIGALRM);
+}
+
 Supervisor::Clock::duration Supervisor::LongestWait() const {
   // Long enough to cost nothing, when nothing is due.
   Clock::duration wait = seconds(60);
   if (stopping_) return wait;
   for (const WorkerPool& pool : pools_) {
-    if (pool.workers.size() > pool.limits.min) wait = kShrinkPause;
+    if (pool.workers.size() > pool.limits.min || IsFull(pool)) wait = kShrinkPause;
   }
   const auto due = next_start_ - Clock::now();
   return due > Clock::duration::zero() ? std::min(wait, due) : wait;

@@ -36,9 +36,10 @@ class Supervisor {
   // Keeps workers running until SIGTERM or SIGINT, and returns the exit status of the program when
   // the last has left. A worker that dies is replaced: at once, or after a pause that grows when
   // they die young. Surplus workers are told to leave, one a second, when a pool has had some for
-  // ten seconds. SIGHUP replaces all of them one by one, each only when the next is ready. When a
-  // first worker ends with kBadConfiguration before any was ready, all are ended and that is
-  // returned.
+  // ten seconds. When all of the front's are busy and it may have no more, the one that has been
+  // busy longest is sent SIGALRM once that is ten seconds. SIGHUP replaces all of them one by one,
+  // each only when the next is ready. When a first worker ends with kBadConfiguration before any
+  // was ready, all are ended and that is returned.
   int Run();
 
  private:
@@ -72,6 +73,8 @@ class Supervisor {
   void Replace(WorkerPool& pool);
   void Grow(WorkerPool& pool);
   void Shrink(WorkerPool& pool);
+  static bool IsFull(const WorkerPool& pool);
+  static void Relieve(const WorkerPool& pool);
   void TellToLeave(Worker& worker);
   bool HasWorkers() const;
 

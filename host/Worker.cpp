@@ -102,6 +102,7 @@ void BecomeIdle(const WorkerPlace& place) { place.seat->state = Seat::State::kId
 
 // The supervisor is woken when the pool has too few idle workers left and may have more.
 void BecomeBusy(const WorkerPlace& place) {
+  place.seat->since = std::chrono::steady_clock::now();
   place.seat->state = Seat::State::kBusy;
   std::size_t idle = 0;
   std::size_t taken = 0;

@@ -157,6 +157,16 @@ class LinkPage(unittest.TestCase):
         self.assertEqual(unknown, disabled)
         self.assertNotIn("sharing_id", unknown[2])
 
+    def test_without_a_database_it_tells_when_to_come_back(self):
+        os.rename(DEMO.database, DEMO.database + ".away")
+        try:
+            page = DEMO.visitor(DEMO.links["open"]).page()
+        finally:
+            os.rename(DEMO.database + ".away", DEMO.database)
+        self.assertEqual((503, "120"), (page.status, page.headers["retry-after"]))
+        self.assertIn("Try again in a few minutes", page.text)
+        self.assertEqual(200, DEMO.visitor(DEMO.links["open"]).page().status)
+
     def test_a_link_used_up_by_its_visitor_stays_open(self):
         link = DEMO.create(expire_times=1)
         self.open(link)

@@ -152,15 +152,6 @@ class Requests(unittest.TestCase):
             ]
         )
 
-    def test_a_page_without_a_database_tells_when_to_come_back(self):
-        with Host() as host:
-            host.worker()
-            os.remove(host.database)
-            page = host.ask({"SCRIPT_NAME": "/sharing/abc", "REQUEST_METHOD": "GET"})
-        headers = dict(page.headers)
-        self.assertEqual(["503", "120"], [headers["Status"][:3], headers.get("Retry-After")])
-        self.assertIn("Try again in a few minutes", page.body)
-
     def test_what_a_handler_learns(self):
         owner = self.host.call("echo", {"HTTP_ACCEPT_LANGUAGE": "xx, fr;q=0.5, de-CH;q=0.8"}, value="1e5")
         data = owner.json["data"]
@@ -374,6 +365,19 @@ class Pools(unittest.TestCase):
             self.assertEqual(host.finish(half).text, "")
             self.assertTrue(os.path.exists(stayed))
             self.assertFalse(os.path.exists(left))
+
+    def test_hanging_calls_in_every_worker_are_ended_early(self):
+        with Host(workers=2) as host:
+            paths = [os.path.join(host.folder.name, name) for name in ("first", "second")]
+            for path in paths:
+                os.mkfifo(path)
+            hanging = [host.begin("hang", value=path) for path in paths]
+            self.assertEqual(host.call("echo").code, 0)
+            for path in paths:
+                with contextlib.suppress(OSError):  # nobody waits there any more
+                    os.close(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
+            answers = [host.finish(each).text for each in hanging]
+            self.assertEqual(sum("504 Gateway Timeout" in answer for answer in answers), 1, answers)
 
     def test_a_pool_grows_with_its_work_and_shrinks_again(self):
         with Host("--max-pool-workers", "4", workers=1) as host:
