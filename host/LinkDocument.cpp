@@ -3,7 +3,7 @@
 #include <ctemplate/template.h>
 #include <syslog.h>
 
-#include "Redirect.h"
+#include "veltsys/Text.h"
 
 namespace VELT::host {
 namespace {
@@ -47,10 +47,10 @@ const Ending* EndingOf(LinkState state) {
 
 // The session script's address. A page that ends here names no link: it shows nothing of one.
 std::string SessionScript(const LinkDocument& document, const Ending* ending) {
-  std::string address = "/sharing/" + PercentEncoded(document.id) +
+  std::string address = "/sharing/" + EncodePercent(document.id) +
                         "/webapi?api=VELT.Core.Sharing.Session&version=1&method=get";
   if (ending != nullptr) return address + "&sharing_error=" + ending->error;
-  address += "&sharing_id=" + PercentEncoded(document.entry.get_hash()) +
+  address += "&sharing_id=" + EncodePercent(document.entry.get_hash()) +
              "&sharing_status=" + document.entry.get_protect_type_str();
   return document.error.empty() ? address : address + "&sharing_error=" + document.error;
 }

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 #include "veltsharing/Keys.h"
+#include "veltsys/Text.h"
 
 namespace VELT::host {
 namespace {
@@ -20,23 +22,6 @@ std::string Lower(std::string_view text) {
 
 }  // namespace
 
-std::string PercentEncoded(std::string_view text, std::string_view also_kept) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const bool kept = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-                      std::string_view("-._~").find(c) != std::string_view::npos ||
-                      also_kept.find(c) != std::string_view::npos;
-    if (kept) {
-      encoded += c;
-    } else {
-      const auto byte = static_cast<unsigned char>(c);
-      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-  }
-  return encoded;
-}
-
 std::optional<std::string> RedirectTarget(const Entry& entry) {
   const std::string& uri = entry.get_redirect_uri();
   const bool plain = std::none_of(uri.begin(), uri.end(), [](char c) {
@@ -50,7 +35,7 @@ std::optional<std::string> RedirectTarget(const Entry& entry) {
   if (!plain || !(in_site || has_host_after("http://") || has_host_after("https://"))) {
     return std::nullopt;
   }
-  std::string target = PercentEncoded(uri, ":/?#[]@!$&'()*+,;=%");
+  std::string target = EncodePercent(uri, ":/?#[]@!$&'()*+,;=%");
   switch (entry.get_redirect_type()) {
     case Entry::RedirectType::kNone:
       return std::nullopt;
@@ -64,7 +49,7 @@ std::optional<std::string> RedirectTarget(const Entry& entry) {
         parameter.clear();
       }
       target.insert(end,
-                    parameter + sharing::SZK_SHARING_ID + "=" + PercentEncoded(entry.get_hash()));
+                    parameter + sharing::SZK_SHARING_ID + "=" + EncodePercent(entry.get_hash()));
       break;
     }
   }

@@ -2,9 +2,9 @@
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
-#include <array>
-#include <cstdio>
 #include <string_view>
+
+#include "veltsys/Text.h"
 
 namespace VELT::sharing::db {
 namespace {
@@ -18,19 +18,7 @@ constexpr Dialect kPostgresqlDialect{"begin", " for update"};
 // SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says
 // no. Escaping everything unusual keeps the path out of SOCI's own syntax as well.
 std::string SqliteUri(const std::string& path) {
-  std::string uri = "file:";
-  for (const char character : path) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte == '/' || byte == '.' || byte == '-' || byte == '_' || (byte >= '0' && byte <= '9') ||
-        (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z')) {
-      uri += character;
-    } else {
-      std::array<char, 4> escaped{};
-      std::snprintf(escaped.data(), escaped.size(), "%%%02X", byte);
-      uri += escaped.data();
-    }
-  }
-  return uri + "?mode=rw";
+  return "file:" + EncodePercent(path, "/") + "?mode=rw";
 }
 
 }  // namespace

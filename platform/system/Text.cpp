@@ -43,6 +43,24 @@ bool IsCleanText(std::string_view text) {
   return true;
 }
 
+std::string EncodePercent(std::string_view text, std::string_view also_kept) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (const char c : text) {
+    const bool kept = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                      std::string_view("-._~").find(c) != std::string_view::npos ||
+                      also_kept.find(c) != std::string_view::npos;
+    if (kept) {
+      encoded += c;
+    } else {
+      const auto byte = static_cast<unsigned char>(c);
+      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return encoded;
+}
+
 bool DecodePercent(std::string_view text, std::string& decoded) {
   decoded.clear();
   decoded.reserve(text.size());

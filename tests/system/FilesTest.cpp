@@ -191,6 +191,17 @@ TEST(Text, IsCleanWhenItIsUtf8WithoutNul) {
   EXPECT_FALSE(VELT::IsCleanText(std::string_view("a\0b", 3)));
 }
 
+TEST(Text, ComesBackFromItsPercentEscapes) {
+  EXPECT_EQ(VELT::EncodePercent("aZ09-._~/ %\x7f\xc3\xa9?"), "aZ09-._~%2F%20%25%7F%C3%A9%3F");
+  EXPECT_EQ(VELT::EncodePercent("/srv/a b", "/"), "/srv/a%20b");
+  string decoded;
+  EXPECT_TRUE(VELT::DecodePercent("%2F%c3%A9+%25", decoded));
+  EXPECT_EQ(decoded, "/\xc3\xa9+%");
+  for (const char* broken : {"%", "a%2", "%2g", "%g2", "%ff", "%00"}) {
+    EXPECT_FALSE(VELT::DecodePercent(broken, decoded)) << broken;
+  }
+}
+
 TEST(Accounts, KnowRootAndNoStrangers) {
   const auto root = VELT::accounts::FindUser("root");
   ASSERT_TRUE(root.has_value());

@@ -37,6 +37,8 @@ class SharingDB : public BaseDB {
  public:
   // Never null. Owned by the library.
   static SharingDB* Instance();
+  SharingDB(const SharingDB&) = delete;
+  SharingDB& operator=(const SharingDB&) = delete;
 
   // The database is open, of a schema that this library knows, and answers. One that is not is
   // tried again at the next call, so a database that comes back is used again.

@@ -1,4 +1,4 @@
-// Which texts of outsiders the platform takes in.
+// Which texts of outsiders the platform takes in, and percent escapes.
 #pragma once
 
 #include <json/value.h>
@@ -10,6 +10,10 @@ namespace VELT {
 
 // Whether `text` is valid UTF-8 (RFC 3629) without a NUL character. Throws nothing.
 bool IsCleanText(std::string_view text);
+
+// `text` with everything but the unreserved characters (RFC 3986, section 2.3) and `also_kept` as
+// percent escapes.
+std::string EncodePercent(std::string_view text, std::string_view also_kept = "");
 
 // Makes `decoded` the text behind `text`'s percent escapes (RFC 3986, section 2.1). False for a
 // broken escape and when what comes out is not clean.
