@@ -1,6 +1,24 @@
 #include "veltsharing/Keys.h"
 
+#include <cstddef>
+
+#include "TypeTexts.h"
+#include "veltsharing/Entry.h"
+
 namespace VELT::sharing {
+namespace {
+
+using ProtectType = record::Entry::ProtectType;
+using RedirectType = record::Entry::RedirectType;
+
+constexpr const char* TextOf(ProtectType type) {
+  return kProtectTypeTexts.at(static_cast<std::size_t>(type));
+}
+constexpr const char* TextOf(RedirectType type) {
+  return kRedirectTypeTexts.at(static_cast<std::size_t>(type));
+}
+
+}  // namespace
 
 const char* const SZK_SHARING_ID = "sharing_id";
 const char* const SZK_SHARING_SID = "sharing_sid";
@@ -29,12 +47,12 @@ const char* const SZK_EXTERNAL_IP_ = "external_ip";
 const char* const SZK_ASSISTANT = "assistant";
 const char* const SZK_JSCONFIG = "jsconfig";
 
-const char* const SZK_PROTECT_PROTECT_NONE = "none";
-const char* const SZK_PROTECT_PROTECT_PASSWORD = "password";
-const char* const SZK_PROTECT_PROTECT_USER = "user";
+const char* const SZK_PROTECT_PROTECT_NONE = TextOf(ProtectType::kNone);
+const char* const SZK_PROTECT_PROTECT_PASSWORD = TextOf(ProtectType::kPassword);
+const char* const SZK_PROTECT_PROTECT_USER = TextOf(ProtectType::kUser);
 
-const char* const SZK_REDIRECT_REDIRECT_NONE = "none";
-const char* const SZK_REDIRECT_REDIRECT_URLPARAM = "url_param";
-const char* const SZK_REDIRECT_REDIRECT_ALWAYS = "always";
+const char* const SZK_REDIRECT_REDIRECT_NONE = TextOf(RedirectType::kNone);
+const char* const SZK_REDIRECT_REDIRECT_URLPARAM = TextOf(RedirectType::kUrlParam);
+const char* const SZK_REDIRECT_REDIRECT_ALWAYS = TextOf(RedirectType::kAlways);
 
 }  // namespace VELT::sharing

@@ -1,5 +1,4 @@
-// The texts of the two types of a link, each at the place of its number. The key constants name the
-// same texts, but no constant table can be made of variables.
+// The texts of the two types of a link, each at the place of its number.
 #pragma once
 
 #include <array>
