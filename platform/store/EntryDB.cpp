@@ -1,9 +1,10 @@
-#include "Connection.h"
 #include "EntryQuery.h"
-#include "EntryRow.h"
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "Visitors.h"
+#include "sql/Connection.h"
+#include "sql/EntryRow.h"
+#include "sql/Statement.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {

@@ -9,11 +9,11 @@
 #include <optional>
 #include <string_view>
 
-#include "EntryRow.h"
-#include "KeptStatements.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "TypeTexts.h"
+#include "sql/EntryRow.h"
+#include "sql/Statement.h"
 #include "veltsys/Text.h"
 
 namespace VELT::sharing::db {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 

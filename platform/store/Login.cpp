@@ -11,14 +11,14 @@
 #include <optional>
 
 #include "Account.h"
-#include "Connection.h"
-#include "Dialect.h"
-#include "EntryRow.h"
 #include "FailedLogins.h"
 #include "LogText.h"
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "Visitors.h"
+#include "sql/Connection.h"
+#include "sql/Dialect.h"
+#include "sql/EntryRow.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 

@@ -9,10 +9,10 @@
 #include <system_error>
 #include <utility>
 
-#include "Connection.h"
-#include "Dialect.h"
-#include "Schema.h"
 #include "StoreContext.h"
+#include "sql/Connection.h"
+#include "sql/Dialect.h"
+#include "sql/Schema.h"
 #include "veltsharing/StoreOptions.h"
 
 namespace VELT::sharing {

@@ -3,7 +3,7 @@
 #include <ctime>
 #include <utility>
 
-#include "Connection.h"
+#include "sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
 

@@ -1,9 +1,9 @@
 #include "Visitors.h"
 
-#include "Connection.h"
 #include "FailedLogins.h"
 #include "Secrets.h"
 #include "StoreContext.h"
+#include "sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 

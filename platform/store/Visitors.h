@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "EntryRow.h"
-#include "Soci.h"
+#include "sql/EntryRow.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 

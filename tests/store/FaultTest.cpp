@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Dialect.h"
 #include "Fixture.h"
+#include "sql/Dialect.h"
 
 namespace VELT::sharing {
 

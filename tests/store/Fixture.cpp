@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "Dialect.h"
+#include "sql/Dialect.h"
 
 namespace VELT::sharing {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/SharingDB.h"

@@ -1,4 +1,4 @@
-#include "EntryRow.h"
+#include "sql/EntryRow.h"
 
 #include <json/writer.h>
 #include <syslog.h>
@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "KeptStatements.h"
+#include "sql/Statement.h"
 #include "veltsys/JsonText.h"
 #include "veltsys/Text.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 

@@ -1,7 +1,7 @@
 // The tables, their version, and how older ones are brought up.
 #pragma once
 
-#include "Soci.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 

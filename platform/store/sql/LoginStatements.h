@@ -1,10 +1,10 @@
-// The statements that every successful login makes, kept prepared as KeptStatements are.
+// The statements that every successful login makes, kept prepared as PreparedStatements are.
 #pragma once
 
 #include <string>
 
-#include "EntryRow.h"
-#include "Soci.h"
+#include "sql/EntryRow.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 

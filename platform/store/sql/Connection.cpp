@@ -1,4 +1,4 @@
-#include "Connection.h"
+#include "sql/Connection.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string>
 
-#include "Dialect.h"
-#include "Schema.h"
 #include "StoreContext.h"
+#include "sql/Dialect.h"
+#include "sql/Schema.h"
 
 namespace VELT::sharing::db {
 
@@ -82,7 +82,7 @@ void Connection::Open() {
     transaction.Commit();
   }
   file_ = before;
-  kept_ = std::make_unique<KeptStatements>(*session);
+  kept_ = std::make_unique<PreparedStatements>(*session);
   login_ = std::make_unique<LoginStatements>(*session);
   session_ = std::move(session);
 }

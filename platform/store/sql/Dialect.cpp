@@ -1,4 +1,4 @@
-#include "Dialect.h"
+#include "sql/Dialect.h"
 
 #include <soci/sqlite3/soci-sqlite3.h>
 

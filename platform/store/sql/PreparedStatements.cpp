@@ -1,23 +1,11 @@
-#include "KeptStatements.h"
+#include "sql/PreparedStatements.h"
 
-#include "Dialect.h"
+#include "sql/Dialect.h"
+#include "sql/Statement.h"
 
 namespace VELT::sharing::db {
 
-void Prepare(soci::statement& statement, const std::string& text) {
-  statement.alloc();
-  statement.prepare(text);
-  statement.define_and_bind();
-}
-
-bool RunToEnd(soci::statement& statement) {
-  if (!statement.execute(true)) return false;
-  while (statement.fetch()) {
-  }
-  return true;
-}
-
-KeptStatements::KeptStatements(soci::session& sql)
+PreparedStatements::PreparedStatements(soci::session& sql)
     : read_version_(sql),
       read_link_(sql),
       read_enabled_link_(sql),
@@ -33,37 +21,41 @@ KeptStatements::KeptStatements(soci::session& sql)
   Prepare(update_, written_.BindUpdate(update_));
 }
 
-int KeptStatements::SchemaVersion() {
+int PreparedStatements::SchemaVersion() {
   if (!RunToEnd(read_version_)) throw soci::soci_error("The schema version is missing.");
   return version_;
 }
 
-const EntryRow* KeptStatements::FindLink(const std::string& hash) { return Read(read_link_, hash); }
+const EntryRow* PreparedStatements::FindLink(const std::string& hash) {
+  return Read(read_link_, hash);
+}
 
-const EntryRow* KeptStatements::FindEnabledLink(const std::string& hash) {
+const EntryRow* PreparedStatements::FindEnabledLink(const std::string& hash) {
   return Read(read_enabled_link_, hash);
 }
 
-const EntryRow* KeptStatements::LockLink(const std::string& hash) { return Read(lock_link_, hash); }
+const EntryRow* PreparedStatements::LockLink(const std::string& hash) {
+  return Read(lock_link_, hash);
+}
 
-long long KeptStatements::Insert(const EntryRow& row) {
+long long PreparedStatements::Insert(const EntryRow& row) {
   written_ = row;
   if (!RunToEnd(insert_)) throw soci::soci_error("The new link got no id.");
   return new_id_;
 }
 
-void KeptStatements::Update(const EntryRow& row) {
+void PreparedStatements::Update(const EntryRow& row) {
   written_ = row;
   update_.execute(true);
 }
 
-void KeptStatements::PrepareRead(soci::statement& statement, const char* more) {
+void PreparedStatements::PrepareRead(soci::statement& statement, const char* more) {
   read_.ReadFrom(statement);
   statement.exchange(soci::use(hash_));
   Prepare(statement, EntryRow::Select() + " where hash = :hash" + more);
 }
 
-const EntryRow* KeptStatements::Read(soci::statement& statement, const std::string& hash) {
+const EntryRow* PreparedStatements::Read(soci::statement& statement, const std::string& hash) {
   hash_ = hash;
   return RunToEnd(statement) ? &read_ : nullptr;
 }

@@ -4,25 +4,18 @@
 #include <optional>
 #include <string>
 
-#include "EntryRow.h"
-#include "Soci.h"
+#include "sql/EntryRow.h"
+#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 
-// Prepares a statement whose variables have been exchanged.
-void Prepare(soci::statement& statement, const std::string& text);
-
-// Runs to the end and tells whether there was a row. A read that stopped before its end would keep
-// the database's state of this moment for itself, and a write would not be committed.
-bool RunToEnd(soci::statement& statement);
-
 // Belongs to the session that it is made for and must end before it. Between two calls no statement
 // is under way, so no other process is held up. Everything throws soci::soci_error.
-class KeptStatements {
+class PreparedStatements {
  public:
-  explicit KeptStatements(soci::session& sql);
-  KeptStatements(const KeptStatements&) = delete;
-  KeptStatements& operator=(const KeptStatements&) = delete;
+  explicit PreparedStatements(soci::session& sql);
+  PreparedStatements(const PreparedStatements&) = delete;
+  PreparedStatements& operator=(const PreparedStatements&) = delete;
 
   // Throws when there is none.
   int SchemaVersion();

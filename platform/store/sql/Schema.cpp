@@ -1,11 +1,11 @@
-#include "Schema.h"
+#include "sql/Schema.h"
 
 #include <array>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Dialect.h"
+#include "sql/Dialect.h"
 
 namespace VELT::sharing::db {
 namespace {

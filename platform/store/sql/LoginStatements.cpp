@@ -1,6 +1,6 @@
-#include "LoginStatements.h"
+#include "sql/LoginStatements.h"
 
-#include "KeptStatements.h"
+#include "sql/Statement.h"
 
 namespace VELT::sharing::db {
 

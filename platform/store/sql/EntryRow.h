@@ -6,7 +6,7 @@
 #include <string>
 
 #include "LinkStatus.h"
-#include "Soci.h"
+#include "sql/Soci.h"
 #include "veltsharing/Entry.h"
 
 namespace VELT::sharing::db {

@@ -6,9 +6,9 @@
 #include <functional>
 #include <memory>
 
-#include "KeptStatements.h"
-#include "LoginStatements.h"
-#include "Soci.h"
+#include "sql/LoginStatements.h"
+#include "sql/PreparedStatements.h"
+#include "sql/Soci.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {
@@ -40,7 +40,7 @@ class Connection {
   bool Run(const char* task, const Work& work) noexcept;
 
   // Only while Run is at work.
-  KeptStatements& kept() { return *kept_; }
+  PreparedStatements& kept() { return *kept_; }
   LoginStatements& login() { return *login_; }
 
   void Close() noexcept;
@@ -58,7 +58,7 @@ class Connection {
   void Open();
 
   std::unique_ptr<soci::session> session_;
-  std::unique_ptr<KeptStatements> kept_;  // of session_, so they go first
+  std::unique_ptr<PreparedStatements> kept_;  // of session_, so they go first
   std::unique_ptr<LoginStatements> login_;
   FileIdentity file_{};
 };
