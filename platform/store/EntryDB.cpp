@@ -5,6 +5,7 @@
 #include "sql/Connection.h"
 #include "sql/EntryRow.h"
 #include "sql/Statement.h"
+#include "sql/Transaction.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {
@@ -13,10 +14,10 @@ EntryDB::~EntryDB() = default;
 
 bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   entry = record::Entry();
-  Connection& connection = Connection::Of(db_);
-  return IsLinkId(hash) && connection.Run("read a link", [&](soci::session&) {
+  return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](StoreSession& session) {
+    PreparedStatements& statements = session.statements();
     const EntryRow* row =
-        IsVisitor() ? connection.kept().FindEnabledLink(hash) : connection.kept().FindLink(hash);
+        IsVisitor() ? statements.FindEnabledLink(hash) : statements.FindLink(hash);
     if (row == nullptr || (IsVisitor() && !OwnerExists(row->owner_uid))) return false;
     entry = row->ToEntry();
     return true;
@@ -24,35 +25,34 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
 }
 
 bool EntryDB::CreateWithHash(record::Entry& entry) {
-  Connection& connection = Connection::Of(db_);
-  return connection.Run("create a link", [&](soci::session&) {
+  return Connection::Of(db_).Run("create a link", [&](StoreSession& session) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
     row->MakeNew(NewLinkId(), Now());
-    row->id = connection.kept().Insert(*row);
+    row->id = session.statements().InsertLink(*row);
     row->Identify(entry);
     return true;
   });
 }
 
 bool EntryDB::Update(const record::Entry& entry) {
-  Connection& connection = Connection::Of(db_);
-  return connection.Run("update a link", [&](soci::session& sql) {
+  return Connection::Of(db_).Run("update a link", [&](StoreSession& session) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
-    Transaction transaction(sql);
-    const EntryRow* present = connection.kept().LockLink(row->hash);
+    Transaction transaction(session.sql());
+    const EntryRow* present = session.statements().LockLink(row->hash);
     if (present == nullptr || !row->MergeOnto(*present)) return false;
-    connection.kept().Update(*row);
+    session.statements().UpdateLink(*row);
     transaction.Commit();
     return true;
   });
 }
 
 bool EntryDB::Delete(const record::Entry& entry) {
-  return Connection::Of(db_).Run("delete a link", [&](soci::session& sql) {
+  return Connection::Of(db_).Run("delete a link", [&](StoreSession& session) {
     const long long id = entry.get_id();
-    soci::statement statement = (sql.prepare << "delete from link where id = :id", soci::use(id));
+    soci::statement statement =
+        (session.sql().prepare << "delete from link where id = :id", soci::use(id));
     statement.execute(true);
     return statement.get_affected_rows() == 1;
   });
@@ -62,8 +62,8 @@ Condition* EntryDB::GetCondition() const { return condition_.get(); }
 
 bool EntryDB::Count(int& n) const {
   const EntryQuery query(*condition_);
-  return query.IsGood() && Connection::Of(db_).Run("count links", [&](soci::session& sql) {
-    query.Count(sql, n);
+  return query.IsGood() && Connection::Of(db_).Run("count links", [&](StoreSession& session) {
+    query.Count(session.sql(), n);
     return true;
   });
 }
@@ -72,8 +72,8 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
   entries.clear();
   const EntryQuery query(*condition_);
   std::vector<record::Entry> found;
-  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](soci::session& sql) {
-        query.Run(sql, found);
+  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](StoreSession& session) {
+        query.Run(session.sql(), found);
         return true;
       })) {
     return false;
@@ -83,7 +83,8 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
 }
 
 bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
-  return Connection::Of(db_).Run("purge links", [&](soci::session& sql) {
+  return Connection::Of(db_).Run("purge links", [&](StoreSession& session) {
+    soci::session& sql = session.sql();
     const long long now = Now();
     const long long uid = owner;
     std::string text =

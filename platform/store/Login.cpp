@@ -17,8 +17,8 @@
 #include "StoreContext.h"
 #include "Visitors.h"
 #include "sql/Connection.h"
-#include "sql/Dialect.h"
 #include "sql/EntryRow.h"
+#include "sql/Transaction.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 
@@ -41,7 +41,6 @@ enum class Result {
 };
 
 Connection& TheConnection() { return Connection::Of(*SharingDB::Instance()); }
-LoginStatements& Statements() { return TheConnection().login(); }
 
 class VisitorLogin {
  public:
@@ -59,13 +58,13 @@ class VisitorLogin {
 
  private:
   // One transaction; empty when the secret must be checked before the next one.
-  std::optional<Result> Round(soci::session& sql);
-  Result CheckGate(soci::session& sql);
+  std::optional<Result> Round(StoreSession& store);
+  Result CheckGate(StoreSession& store);
   LoginTry Try() const;
   Result CheckSecret() const;
   Result CheckListedAccount(const record::Entry& entry) const;
-  Result Admit(soci::session& sql);
-  void RenewSession(soci::session& sql);
+  Result Admit(StoreSession& store);
+  void RenewSession(StoreSession& store);
 
   const std::string hash_;
   const std::string password_;
@@ -90,8 +89,8 @@ class VisitorLogin {
 Result VisitorLogin::Run() {
   for (int round = 0; round < kRounds; ++round) {
     std::optional<Result> result;
-    const bool ran = TheConnection().Run("log a visitor in", [this, &result](soci::session& sql) {
-      result = Round(sql);
+    const bool ran = TheConnection().Run("log a visitor in", [this, &result](StoreSession& store) {
+      result = Round(store);
       return true;
     });
     if (!ran) return Result::kInternal;
@@ -102,9 +101,9 @@ Result VisitorLogin::Run() {
   return Result::kInternal;
 }
 
-std::optional<Result> VisitorLogin::Round(soci::session& sql) {
-  Transaction transaction(sql);
-  Result result = CheckGate(sql);
+std::optional<Result> VisitorLogin::Round(StoreSession& store) {
+  Transaction transaction(store.sql());
+  Result result = CheckGate(store);
   if (result != Result::kLoggedIn) return result;
   if (link_.protect_type != 0) {
     if (!verdict_ || verdict_revision_ != link_.revision) return std::nullopt;
@@ -112,12 +111,12 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
   }
   switch (result) {
     case Result::kLoggedIn:
-      result = Admit(sql);
+      result = Admit(store);
       break;
     case Result::kWrongPassword:
     case Result::kWrongAccount:
     case Result::kNotListed:  // which tells that the password was right
-      CountFailure(sql, Try(), now_);
+      CountFailure(store.sql(), Try(), now_);
       break;
     default:
       return result;
@@ -127,23 +126,23 @@ std::optional<Result> VisitorLogin::Round(soci::session& sql) {
 }
 
 // Everything that can be told without a secret.
-Result VisitorLogin::CheckGate(soci::session& sql) {
+Result VisitorLogin::CheckGate(StoreSession& store) {
   now_ = Now();
-  const char* lock = DialectOf(sql).row_lock;
-  const EntryRow* link = TheConnection().kept().LockLink(hash_);
+  const char* lock = store.dialect().row_lock;
+  const EntryRow* link = store.statements().LockLink(hash_);
   if (link == nullptr) return Result::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);
   if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return Result::kNotServed;
 
   const bool match_ip = link_.enable_match_ip != 0;
-  session_ = old_sid_.empty() ? std::nullopt : FindSession(sql, old_sid_, lock);
+  session_ = old_sid_.empty() ? std::nullopt : FindSession(store.sql(), old_sid_, lock);
   if (session_ && !session_->IsAlive(now_)) session_.reset();
   if (session_ && match_ip && session_->address != VisitorAddress()) return Result::kDenied;
 
-  const auto token = session_ ? FindToken(sql, session_->id, link_.id) : std::nullopt;
+  const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
   holds_token_ = token && token->Fits(link_);
-  if (link_.protect_type != 0 && IsShutOut(sql, Try(), now_)) return Result::kDenied;
+  if (link_.protect_type != 0 && IsShutOut(store.sql(), Try(), now_)) return Result::kDenied;
   if (status == LinkStatus::kUsedUp && !holds_token_) return Result::kUsedUp;
   return Result::kLoggedIn;
 }
@@ -187,27 +186,30 @@ Result VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
   return listed ? Result::kLoggedIn : Result::kNotListed;
 }
 
-Result VisitorLogin::Admit(soci::session& sql) {
-  if (!holds_token_ && !Statements().CountVisit(link_.id)) return Result::kUsedUp;
-  if (link_.protect_type != 0) ForgetFailures(sql, Try());
-  RenewSession(sql);
-  Statements().InsertToken(session_->id, link_, VisitorAddress());
+Result VisitorLogin::Admit(StoreSession& store) {
+  if (!holds_token_ && !store.statements().CountVisit(link_.id)) return Result::kUsedUp;
+  if (link_.protect_type != 0) ForgetFailures(store.sql(), Try());
+  RenewSession(store);
+  store.statements().InsertToken(session_->id, link_, VisitorAddress());
   return Result::kLoggedIn;
 }
 
 // A session that lives on under a new id takes its other tokens along; nobody else knows that id.
-void VisitorLogin::RenewSession(soci::session& sql) {
+void VisitorLogin::RenewSession(StoreSession& store) {
   new_sid_ = NewSessionId();
   const std::string hash = Digest(new_sid_);
   if (session_) {
-    sql << "update visitor_session set sid_hash = :hash, address = :address, last_used = :now "
+    store.sql()
+        << "update visitor_session set sid_hash = :hash, address = :address, last_used = :now "
            "where id = :id",
         soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::use(session_->id);
     return;
   }
+  PreparedStatements& statements = store.statements();
+  statements.RemoveDeadSessions(now_ - kSessionLife);
+  statements.RemoveSurplusSessions(link_.id, VisitorAddress());
   session_.emplace();
-  session_->id =
-      Statements().InsertSession(hash, VisitorAddress(), link_.id, now_, now_ - kSessionLife);
+  session_->id = statements.InsertSession(hash, VisitorAddress(), now_);
 }
 
 }  // namespace
@@ -237,16 +239,19 @@ int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
   using VELT::sharing::db::Connection;
   using VELT::sharing::db::SharingDB;
   SharingDB& database = *SharingDB::Instance();
-  const bool ended = Connection::Of(database).Run("log a visitor out", [&](soci::session& sql) {
-    const std::string hash = VELT::sharing::Digest(sid);
-    soci::statement statement =
-        (sql.prepare << "delete from visitor_session where sid_hash = :hash and id in "
+  const bool ended =
+      Connection::Of(database).Run(
+          "log a visitor out", [&](VELT::sharing::db::StoreSession& store) {
+            const std::string hash = VELT::sharing::Digest(sid);
+            soci::statement statement =
+                (store.sql().prepare
+                     << "delete from visitor_session where sid_hash = :hash and id in "
                         "(select t.session_id from visitor_token t join link l on l.id = t.link_id "
                         "where l.hash = :link)",
-         soci::use(hash), soci::use(sharing_id));
-    statement.execute(true);
-    return statement.get_affected_rows() == 1;
-  });
+                 soci::use(hash), soci::use(sharing_id));
+            statement.execute(true);
+            return statement.get_affected_rows() == 1;
+          });
   // Nor does the end of a visit tell a link that has been turned off from one that is gone.
   VELT::sharing::record::Entry link;
   return ended && VELT::sharing::db::EntryDB(database).GetByHash(sharing_id, link);

@@ -13,12 +13,13 @@
 #include "sql/Connection.h"
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
+#include "sql/Transaction.h"
 #include "veltsharing/StoreOptions.h"
 
 namespace VELT::sharing {
 namespace db {
 
-BaseDB::BaseDB() : connection_(std::make_unique<Connection>()) {}
+BaseDB::BaseDB() : connection_(std::make_unique<Connection>(ConnectionText())) {}
 BaseDB::~BaseDB() = default;
 
 SharingDB::SharingDB() = default;
@@ -30,9 +31,8 @@ SharingDB* SharingDB::Instance() {
 }
 
 bool SharingDB::IsGood() const {
-  Connection& connection = Connection::Of(*this);
-  return connection.Run("check the database", [&connection](soci::session&) {
-    return connection.kept().SchemaVersion() == kSchemaVersion;
+  return Connection::Of(*this).Run("check the database", [](StoreSession& session) {
+    return session.statements().SchemaVersion() == kSchemaVersion;
   });
 }
 

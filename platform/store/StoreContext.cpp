@@ -24,8 +24,8 @@ Context& TheContext() {
 }  // namespace
 
 void ConfigureStore(StoreOptions options) {
-  db::Connection::Of(*db::SharingDB::Instance()).Close();
   TheContext().options = std::move(options);
+  db::Connection::Of(*db::SharingDB::Instance()).Use(ConnectionText());
 }
 
 void SetVisitor(const std::string& address) {

@@ -69,13 +69,13 @@ SessionDB::SessionDB(BaseDB& db) : db_(db) {}
 
 bool SessionDB::GetBySessionId(const std::string& sid, record::Session& session) const {
   session = record::Session();
-  return Connection::Of(db_).Run("read a session", [&](soci::session& sql) {
-    const auto row = FindSession(sql, sid);
+  return Connection::Of(db_).Run("read a session", [&](StoreSession& store) {
+    const auto row = FindSession(store.sql(), sid);
     if (!row) return false;
     const std::int64_t now = Now();
     session.id_ = row->id;
     session.legal_ = row->IsAlive(now);
-    if (session.legal_ && now - row->last_used >= kNoteEvery) NoteUse(sql, *row, now);
+    if (session.legal_ && now - row->last_used >= kNoteEvery) NoteUse(store.sql(), *row, now);
     return true;
   });
 }
@@ -85,9 +85,9 @@ TokenDB::TokenDB(BaseDB& db) : db_(db) {}
 bool TokenDB::GetBySessionEntry(const record::Session& session, const record::Entry& entry,
                                 record::Token& token) const {
   token = record::Token();
-  return Connection::Of(db_).Run("read a token", [&](soci::session& sql) {
-    const auto held = FindToken(sql, session.id_, entry.get_id());
-    const auto link = EntryRow::FindById(sql, entry.get_id());
+  return Connection::Of(db_).Run("read a token", [&](StoreSession& store) {
+    const auto held = FindToken(store.sql(), session.id_, entry.get_id());
+    const auto link = EntryRow::FindById(store.sql(), entry.get_id());
     if (!held || !link) return false;
     token.entry_id_ = link->id;
     token.legal_ = session.legal_ && IsTokenLegal(*link, *held, Now());
@@ -96,9 +96,9 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
 }
 
 bool TokenDB::PurgeByEntry(const record::Entry& entry) {
-  return Connection::Of(db_).Run("remove a link's tokens", [&](soci::session& sql) {
+  return Connection::Of(db_).Run("remove a link's tokens", [&](StoreSession& store) {
     const long long id = entry.get_id();
-    sql << "delete from visitor_token where link_id = :id", soci::use(id);
+    store.sql() << "delete from visitor_token where link_id = :id", soci::use(id);
     return true;
   });
 }

@@ -9,33 +9,20 @@
 #include <cstring>
 #include <string>
 
-#include "StoreContext.h"
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
+#include "sql/Transaction.h"
 
 namespace VELT::sharing::db {
 
-Transaction::Transaction(soci::session& session) : session_(session) {
-  session_ << DialectOf(session_).begin;
-}
-
-Transaction::~Transaction() {
-  if (!open_) return;
-  try {
-    session_ << "rollback";
-  } catch (const std::exception&) {  // an error may have ended the transaction already
-    return;
-  }
-}
-
-void Transaction::Commit() {
-  session_ << "commit";
-  open_ = false;
+void Connection::Use(std::string database) {
+  session_.reset();
+  database_ = std::move(database);
 }
 
 bool Connection::Run(const char* task, const Work& work) noexcept {
   try {
-    if (session_ != nullptr && CurrentFile() != file_) Close();
+    if (session_ != nullptr && CurrentFile() != file_) session_.reset();
     if (session_ == nullptr) Open();
     return work(*session_);
   } catch (const soci::soci_error& error) {
@@ -44,18 +31,12 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
     syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
   }
   // A connection that failed once may be broken for good; a new one costs little.
-  Close();
+  session_.reset();
   return false;
 }
 
-void Connection::Close() noexcept {
-  login_.reset();
-  kept_.reset();
-  session_.reset();
-}
-
-Connection::FileIdentity Connection::CurrentFile() {
-  const std::string path = SqlitePath(ConnectionText());
+Connection::FileIdentity Connection::CurrentFile() const {
+  const std::string path = SqlitePath(database_);
   struct stat status {};
   if (path.empty() || stat(path.c_str(), &status) != 0) return {};
   return {status.st_dev, status.st_ino};
@@ -63,13 +44,13 @@ Connection::FileIdentity Connection::CurrentFile() {
 
 void Connection::Open() {
   const FileIdentity before = CurrentFile();
-  const std::string path = SqlitePath(ConnectionText());
+  const std::string path = SqlitePath(database_);
   // SQLite would fall back to reading, and go on so when the file can be written again.
   if (!path.empty() && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
     throw soci::soci_error(std::string("The database file can't be written: ") +
                            std::strerror(errno));
   }
-  auto session = OpenSession(ConnectionText());
+  auto session = OpenSession(database_);
   // The version is read first: nothing is written into a file that is not ours.
   const int version = SchemaVersion(*session);
   if (version > kSchemaVersion) {
@@ -82,9 +63,7 @@ void Connection::Open() {
     transaction.Commit();
   }
   file_ = before;
-  kept_ = std::make_unique<PreparedStatements>(*session);
-  login_ = std::make_unique<LoginStatements>(*session);
-  session_ = std::move(session);
+  session_ = std::make_unique<StoreSession>(std::move(session));
 }
 
 void LogError(const char* task, const soci::soci_error& error) noexcept {

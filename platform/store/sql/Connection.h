@@ -5,65 +5,48 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
-#include "sql/LoginStatements.h"
-#include "sql/PreparedStatements.h"
-#include "sql/Soci.h"
+#include "sql/StoreSession.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {
 
-// Rolls back unless committed. Under SQLite nobody else writes meanwhile; under PostgreSQL only
-// rows that were read with the dialect's row lock stay as they are.
-class Transaction {
- public:
-  explicit Transaction(soci::session& session);
-  ~Transaction();
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
-  void Commit();
-
- private:
-  soci::session& session_;
-  bool open_ = true;
-};
-
 // Opened when first needed, and again after an error or when the SQLite file was replaced.
 class Connection {
  public:
-  using Work = std::function<bool(soci::session&)>;
+  using Work = std::function<bool(StoreSession&)>;
 
   static Connection& Of(const BaseDB& db) { return *db.connection_; }
 
-  // What `work` returns; false when the database can't be opened or `work` throws, which is logged
-  // as having happened during `task`.
+  // `database` is what StoreOptions calls its connection.
+  explicit Connection(std::string database) : database_(std::move(database)) {}
+
+  // Closes the session and from now on uses `database`.
+  void Use(std::string database);
+
+  // Returns what `work` returns; false when the database can't be opened or `work` throws. That is
+  // logged as a failure to `task`.
   bool Run(const char* task, const Work& work) noexcept;
 
-  // Only while Run is at work.
-  PreparedStatements& kept() { return *kept_; }
-  LoginStatements& login() { return *login_; }
-
-  void Close() noexcept;
-
  private:
-  // The device and inode of the SQLite file that is open: one that was removed or replaced must not
-  // be written to, or what was told to be stored would be lost.
+  // The device and inode of the open SQLite file. One that was removed or replaced must not be
+  // written to: what was reported as stored would be lost.
   struct FileIdentity {
     dev_t device;
     ino_t inode;
     bool operator==(const FileIdentity&) const = default;
   };
-  static FileIdentity CurrentFile();
+  FileIdentity CurrentFile() const;
 
   void Open();
 
-  std::unique_ptr<soci::session> session_;
-  std::unique_ptr<PreparedStatements> kept_;  // of session_, so they go first
-  std::unique_ptr<LoginStatements> login_;
+  std::string database_;
+  std::unique_ptr<StoreSession> session_;
   FileIdentity file_{};
 };
 
-// Logs an error without anything that SOCI, or a server, adds about the values in hand.
+// Logs a failure to `task` without anything that SOCI or a server adds about the values in hand.
 void LogError(const char* task, const soci::soci_error& error) noexcept;
 
 }  // namespace VELT::sharing::db

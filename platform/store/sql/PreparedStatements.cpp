@@ -1,63 +1,230 @@
 #include "sql/PreparedStatements.h"
 
 #include "sql/Dialect.h"
+#include "sql/Schema.h"
 #include "sql/Statement.h"
 
 namespace VELT::sharing::db {
+namespace {
+
+// One statement each, with the variables that are bound to it and so must not move. The statement
+// is the last member, to end before them.
+
+struct VersionRead {
+  explicit VersionRead(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::into(version));
+    Prepare(statement, kSelectVersion);
+  }
+  int version = 0;
+  soci::statement statement;
+};
+
+struct LinkRead {
+  LinkRead(soci::session& sql, const char* suffix) : statement(sql) {
+    row.ReadFrom(statement);
+    statement.exchange(soci::use(hash));
+    Prepare(statement, EntryRow::Select() + " where hash = :hash" + suffix);
+  }
+  const EntryRow* Run(const std::string& wanted) {
+    hash = wanted;
+    return RunToEnd(statement) ? &row : nullptr;
+  }
+  std::string hash;
+  EntryRow row;
+  soci::statement statement;
+};
+
+struct LinkInsert {
+  explicit LinkInsert(soci::session& sql) : statement(sql) {
+    Prepare(statement, row.BindInsert(statement, new_id));
+  }
+  EntryRow row;
+  long long new_id = 0;
+  soci::statement statement;
+};
+
+struct LinkUpdate {
+  explicit LinkUpdate(soci::session& sql) : statement(sql) {
+    Prepare(statement, row.BindUpdate(statement));
+  }
+  EntryRow row;
+  soci::statement statement;
+};
+
+struct VisitCount {
+  explicit VisitCount(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(link));
+    Prepare(statement,
+            "update link set visits = visits + 1 "
+            "where id = :id and (expire_times = 0 or visits < expire_times)");
+  }
+  long long link = 0;
+  soci::statement statement;
+};
+
+struct SessionInsert {
+  explicit SessionInsert(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(sid_hash));
+    statement.exchange(soci::use(address));
+    statement.exchange(soci::use(now));
+    statement.exchange(soci::into(new_id));
+    Prepare(statement,
+            "insert into visitor_session (sid_hash, address, last_used) "
+            "values (:hash, :address, :now) returning id");
+  }
+  std::string sid_hash;
+  std::string address;
+  long long now = 0;
+  long long new_id = 0;
+  soci::statement statement;
+};
+
+struct TokenInsert {
+  explicit TokenInsert(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(session));
+    statement.exchange(soci::use(link));
+    statement.exchange(soci::use(address));
+    statement.exchange(soci::use(protection));
+    Prepare(statement,
+            "insert into visitor_token (session_id, link_id, address, protection) "
+            "values (:session, :link, :address, :protection) "
+            "on conflict (session_id, link_id) do update "
+            "set address = excluded.address, protection = excluded.protection");
+  }
+  long long session = 0;
+  long long link = 0;
+  std::string address;
+  long long protection = 0;
+  soci::statement statement;
+};
+
+struct DeadSessionRemoval {
+  explicit DeadSessionRemoval(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(unused_since));
+    Prepare(statement,
+            "delete from visitor_session where id in (select id from visitor_session "
+            "where last_used <= :time order by last_used limit 100)");
+  }
+  long long unused_since = 0;
+  soci::statement statement;
+};
+
+struct SurplusSessionRemoval {
+  explicit SurplusSessionRemoval(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(link));
+    statement.exchange(soci::use(address));
+    Prepare(statement,
+            "delete from visitor_session where id in (select session_id from visitor_token "
+            "where link_id = :link and address = :address order by session_id desc "
+            "limit 100 offset 999)");
+  }
+  long long link = 0;
+  std::string address;
+  soci::statement statement;
+};
+
+}  // namespace
+
+struct PreparedStatements::Statements {
+  explicit Statements(soci::session& sql)
+      : read_version(sql),
+        read_link(sql, ""),
+        read_enabled_link(sql, " and enabled = 1"),
+        lock_link(sql, DialectOf(sql).row_lock),
+        insert_link(sql),
+        update_link(sql),
+        count_visit(sql),
+        insert_session(sql),
+        insert_token(sql),
+        remove_dead(sql),
+        remove_surplus(sql) {}
+
+  VersionRead read_version;
+  LinkRead read_link;
+  LinkRead read_enabled_link;
+  LinkRead lock_link;
+  LinkInsert insert_link;
+  LinkUpdate update_link;
+  VisitCount count_visit;
+  SessionInsert insert_session;
+  TokenInsert insert_token;
+  DeadSessionRemoval remove_dead;
+  SurplusSessionRemoval remove_surplus;
+};
 
 PreparedStatements::PreparedStatements(soci::session& sql)
-    : read_version_(sql),
-      read_link_(sql),
-      read_enabled_link_(sql),
-      lock_link_(sql),
-      insert_(sql),
-      update_(sql) {
-  read_version_.exchange(soci::into(version_));
-  Prepare(read_version_, "select version from schema_version");
-  PrepareRead(read_link_, "");
-  PrepareRead(read_enabled_link_, " and enabled = 1");
-  PrepareRead(lock_link_, DialectOf(sql).row_lock);
-  Prepare(insert_, written_.BindInsert(insert_, new_id_));
-  Prepare(update_, written_.BindUpdate(update_));
-}
+    : statements_(std::make_unique<Statements>(sql)) {}
+PreparedStatements::~PreparedStatements() = default;
 
 int PreparedStatements::SchemaVersion() {
-  if (!RunToEnd(read_version_)) throw soci::soci_error("The schema version is missing.");
-  return version_;
+  auto& [version, statement] = statements_->read_version;
+  if (!RunToEnd(statement)) throw soci::soci_error("The schema version is missing.");
+  return version;
 }
 
 const EntryRow* PreparedStatements::FindLink(const std::string& hash) {
-  return Read(read_link_, hash);
+  return statements_->read_link.Run(hash);
 }
 
 const EntryRow* PreparedStatements::FindEnabledLink(const std::string& hash) {
-  return Read(read_enabled_link_, hash);
+  return statements_->read_enabled_link.Run(hash);
 }
 
 const EntryRow* PreparedStatements::LockLink(const std::string& hash) {
-  return Read(lock_link_, hash);
+  return statements_->lock_link.Run(hash);
 }
 
-long long PreparedStatements::Insert(const EntryRow& row) {
-  written_ = row;
-  if (!RunToEnd(insert_)) throw soci::soci_error("The new link got no id.");
-  return new_id_;
+long long PreparedStatements::InsertLink(const EntryRow& row) {
+  auto& insert = statements_->insert_link;
+  insert.row = row;
+  if (!RunToEnd(insert.statement)) throw soci::soci_error("The new link got no id.");
+  return insert.new_id;
 }
 
-void PreparedStatements::Update(const EntryRow& row) {
-  written_ = row;
-  update_.execute(true);
+void PreparedStatements::UpdateLink(const EntryRow& row) {
+  auto& update = statements_->update_link;
+  update.row = row;
+  update.statement.execute(true);
 }
 
-void PreparedStatements::PrepareRead(soci::statement& statement, const char* more) {
-  read_.ReadFrom(statement);
-  statement.exchange(soci::use(hash_));
-  Prepare(statement, EntryRow::Select() + " where hash = :hash" + more);
+bool PreparedStatements::CountVisit(long long link) {
+  auto& count = statements_->count_visit;
+  count.link = link;
+  count.statement.execute(true);
+  return count.statement.get_affected_rows() == 1;
 }
 
-const EntryRow* PreparedStatements::Read(soci::statement& statement, const std::string& hash) {
-  hash_ = hash;
-  return RunToEnd(statement) ? &read_ : nullptr;
+long long PreparedStatements::InsertSession(const std::string& sid_hash, const std::string& address,
+                                            long long now) {
+  auto& insert = statements_->insert_session;
+  insert.sid_hash = sid_hash;
+  insert.address = address;
+  insert.now = now;
+  if (!RunToEnd(insert.statement)) throw soci::soci_error("The new session got no id.");
+  return insert.new_id;
+}
+
+void PreparedStatements::InsertToken(long long session, const EntryRow& link,
+                                     const std::string& address) {
+  auto& insert = statements_->insert_token;
+  insert.session = session;
+  insert.link = link.id;
+  insert.address = address;
+  insert.protection = link.protection;
+  insert.statement.execute(true);
+}
+
+void PreparedStatements::RemoveDeadSessions(long long unused_since) {
+  auto& remove = statements_->remove_dead;
+  remove.unused_since = unused_since;
+  remove.statement.execute(true);
+}
+
+void PreparedStatements::RemoveSurplusSessions(long long link, const std::string& address) {
+  auto& remove = statements_->remove_surplus;
+  remove.link = link;
+  remove.address = address;
+  remove.statement.execute(true);
 }
 
 }  // namespace VELT::sharing::db

@@ -1,7 +1,8 @@
-// The statements of nearly every request, kept prepared: preparing them costs more than they do.
+// The statements of nearly every request and of every login. They are prepared once per connection,
+// because preparing one takes longer than running it.
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "sql/EntryRow.h"
@@ -9,42 +10,43 @@
 
 namespace VELT::sharing::db {
 
-// Belongs to the session that it is made for and must end before it. Between two calls no statement
-// is under way, so no other process is held up. Everything throws soci::soci_error.
+// Belongs to one session, which must outlive it. Between two calls no statement is running, so no
+// other process waits. All functions throw soci::soci_error.
 class PreparedStatements {
  public:
   explicit PreparedStatements(soci::session& sql);
+  ~PreparedStatements();
   PreparedStatements(const PreparedStatements&) = delete;
   PreparedStatements& operator=(const PreparedStatements&) = delete;
 
-  // Throws when there is none.
   int SchemaVersion();
-  // Each null when no link has this hash; valid until the next call. A link that is disabled is as
-  // none to FindEnabledLink, which takes no longer to say so. LockLink's stays as it is until the
-  // transaction's end.
+
+  // Null when no link has this hash. The row is valid until the next call of the same function.
   const EntryRow* FindLink(const std::string& hash);
+  // The same for enabled links only. A disabled link takes no longer than an unknown one.
   const EntryRow* FindEnabledLink(const std::string& hash);
+  // FindLink within a transaction, until whose end nobody else changes the row.
   const EntryRow* LockLink(const std::string& hash);
-  // Stores a new link and returns the id that it was given.
-  long long Insert(const EntryRow& row);
+  // Stores a new link and returns its new id.
+  long long InsertLink(const EntryRow& row);
   // Writes what an update may change over the link with the row's id, which must be locked.
-  void Update(const EntryRow& row);
+  void UpdateLink(const EntryRow& row);
+
+  // Counts a visit of the link. False, counting nothing, when it has none left.
+  bool CountVisit(long long link);
+  // Returns the new session's id.
+  long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);
+  // Replaces the session's token for the link, if there is one.
+  void InsertToken(long long session, const EntryRow& link, const std::string& address);
+  // Keep the tables small where nobody asks for a purge: the first removes sessions that were not
+  // used after `unused_since`, the second all but the newest 999 for the link from the address.
+  // Others wait meanwhile, so each removes a hundred at most; a login adds one, so no backlog lasts.
+  void RemoveDeadSessions(long long unused_since);
+  void RemoveSurplusSessions(long long link, const std::string& address);
 
  private:
-  void PrepareRead(soci::statement& statement, const char* more);
-  const EntryRow* Read(soci::statement& statement, const std::string& hash);
-
-  int version_ = 0;
-  std::string hash_;
-  EntryRow read_;
-  EntryRow written_;
-  long long new_id_ = 0;
-  soci::statement read_version_;
-  soci::statement read_link_;
-  soci::statement read_enabled_link_;
-  soci::statement lock_link_;
-  soci::statement insert_;
-  soci::statement update_;
+  struct Statements;
+  const std::unique_ptr<Statements> statements_;
 };
 
 }  // namespace VELT::sharing::db

@@ -100,7 +100,7 @@ std::string Translate(std::string statement, const Words& words) {
 
 int SchemaVersion(soci::session& session, const char* lock) {
   int version = 0;
-  session << "select version from schema_version" << lock, soci::into(version);
+  session << kSelectVersion << lock, soci::into(version);
   if (!session.got_data()) throw soci::soci_error("The schema version is missing.");
   return version;
 }

@@ -7,6 +7,9 @@ namespace VELT::sharing::db {
 
 inline constexpr int kSchemaVersion = 3;
 
+// SQL that reads the version of the tables.
+inline constexpr const char* kSelectVersion = "select version from schema_version";
+
 // The version of the tables that the database holds. Throws soci::soci_error when it holds none.
 // `lock` is empty or, in a transaction, the dialect's row lock.
 int SchemaVersion(soci::session& session, const char* lock = "");

@@ -1,0 +1,25 @@
+#include "sql/Transaction.h"
+
+#include "sql/Dialect.h"
+
+namespace VELT::sharing::db {
+
+Transaction::Transaction(soci::session& session) : session_(session) {
+  session_ << DialectOf(session_).begin;
+}
+
+Transaction::~Transaction() {
+  if (!open_) return;
+  try {
+    session_ << "rollback";
+  } catch (const std::exception&) {  // an error may have ended the transaction already
+    return;
+  }
+}
+
+void Transaction::Commit() {
+  session_ << "commit";
+  open_ = false;
+}
+
+}  // namespace VELT::sharing::db
