@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "veltsys/Accounts.h"
 #include "veltsys/ForkedCall.h"
 
 namespace VELT::sharing {
@@ -101,6 +102,8 @@ bool IsLoggable(const std::string& name) {
 }
 
 }  // namespace
+
+bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(uid)).has_value(); }
 
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address, std::chrono::milliseconds limit) {

@@ -1,10 +1,13 @@
-// The appliance's accounts at visitor login, through PAM.
+// The appliance's accounts as links and visitors' logins ask for them.
 #pragma once
 
 #include <chrono>
 #include <string>
 
 namespace VELT::sharing {
+
+// Whether the user database has the account.
+bool OwnerExists(long long uid);
 
 enum class AccountCheck { kRight, kWrong, kFailed };
 

@@ -1,10 +1,10 @@
+#include "Account.h"
 #include "EntryQuery.h"
+#include "Purge.h"
 #include "Secrets.h"
 #include "StoreContext.h"
-#include "Visitors.h"
 #include "sql/Connection.h"
 #include "sql/EntryRow.h"
-#include "sql/Statement.h"
 #include "sql/Transaction.h"
 #include "veltsharing/SharingDB.h"
 
@@ -84,27 +84,7 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
 
 bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
   return Connection::Of(db_).Run("purge links", [&](StoreSession& session) {
-    soci::session& sql = session.sql();
-    const long long now = Now();
-    const long long uid = owner;
-    std::string text =
-        "delete from link where auto_gc = 1 and ((expire_at <> 0 and expire_at < :now) "
-        "or (expire_times <> 0 and visits >= expire_times))";
-    soci::statement statement(sql);
-    statement.exchange(soci::use(now, "now"));
-    if (owner != kEveryOwner) {
-      text += " and owner_uid = :owner";
-      statement.exchange(soci::use(uid, "owner"));
-    }
-    if (!project.empty()) {
-      text += " and project_name = :project";
-      statement.exchange(soci::use(project, "project"));
-    }
-    Transaction transaction(sql);
-    Prepare(statement, text);
-    statement.execute(true);
-    PurgeVisitors(sql, now);
-    transaction.Commit();
+    PurgeLinks(session.sql(), owner, project);
     return true;
   });
 }

@@ -15,10 +15,10 @@
 #include "LogText.h"
 #include "Secrets.h"
 #include "StoreContext.h"
-#include "Visitors.h"
 #include "sql/Connection.h"
 #include "sql/EntryRow.h"
 #include "sql/Transaction.h"
+#include "sql/VisitorRows.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
 
@@ -136,12 +136,12 @@ Result VisitorLogin::CheckGate(StoreSession& store) {
   if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return Result::kNotServed;
 
   const bool match_ip = link_.enable_match_ip != 0;
-  session_ = old_sid_.empty() ? std::nullopt : FindSession(store.sql(), old_sid_, lock);
+  session_ = old_sid_.empty() ? std::nullopt : FindSession(store.sql(), Digest(old_sid_), lock);
   if (session_ && !session_->IsAlive(now_)) session_.reset();
   if (session_ && match_ip && session_->address != VisitorAddress()) return Result::kDenied;
 
   const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
-  holds_token_ = token && token->Fits(link_);
+  holds_token_ = token && token->Fits(link_, VisitorAddress());
   if (link_.protect_type != 0 && IsShutOut(store.sql(), Try(), now_)) return Result::kDenied;
   if (status == LinkStatus::kUsedUp && !holds_token_) return Result::kUsedUp;
   return Result::kLoggedIn;

@@ -3,6 +3,7 @@
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
 #include "sql/Statement.h"
+#include "sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 namespace {
@@ -101,9 +102,7 @@ struct TokenInsert {
 struct DeadSessionRemoval {
   explicit DeadSessionRemoval(soci::session& sql) : statement(sql) {
     statement.exchange(soci::use(unused_since));
-    Prepare(statement,
-            "delete from visitor_session where id in (select id from visitor_session "
-            "where last_used <= :time order by last_used limit 100)");
+    Prepare(statement, RemoveDeadSessionsSql(100));
   }
   long long unused_since = 0;
   soci::statement statement;

@@ -1,4 +1,4 @@
-// The visitors' side of the tables, shared by the accessors and the login.
+// The rows of a visitor's session and of its tokens, one for each link that it opens.
 #pragma once
 
 #include <cstdint>
@@ -20,27 +20,24 @@ struct SessionRow {
   bool IsAlive(std::int64_t now) const { return now - last_used < kSessionLife; }
 };
 
-// `lock` is empty or the dialect's row lock.
-std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid,
+// `lock` is empty or the dialect's row lock. Throws soci::soci_error, as does FindToken.
+std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid_hash,
                                       const char* lock = "");
 
 struct TokenRow {
   std::string address;  // of the login that made it
   long long protection = 0;
 
-  // For what it was made: the link's present protection and, where the link asks for that, the
-  // address of the visitor.
-  bool Fits(const EntryRow& link) const;
+  // Whether the link's protection is still that of the login and, where the link asks for that, the
+  // visitor's address is.
+  bool Fits(const EntryRow& link, const std::string& visitor_address) const;
 };
 
-// The session's token for the link; empty: there is none.
+// The session's token for the link; empty when there is none.
 std::optional<TokenRow> FindToken(soci::session& sql, long long session, long long link);
 
-// Whether the user database has the account.
-bool OwnerExists(long long uid);
-
-// Removes failed logins that no longer count and sessions past their life, of these a thousand at
-// most, since everybody waits meanwhile.
-void PurgeVisitors(soci::session& sql, std::int64_t now);
+// SQL that removes sessions that were not used after `:time`, the longest unused first and `limit`
+// at most.
+std::string RemoveDeadSessionsSql(int limit);
 
 }  // namespace VELT::sharing::db

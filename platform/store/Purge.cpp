@@ -1,0 +1,45 @@
+#include "Purge.h"
+
+#include "FailedLogins.h"
+#include "StoreContext.h"
+#include "sql/EntryRow.h"
+#include "sql/Statement.h"
+#include "sql/Transaction.h"
+#include "sql/VisitorRows.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+constexpr int kMostSessions = 1000;  // since everybody waits meanwhile
+
+}  // namespace
+
+long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string& project) {
+  const long long now = Now();
+  const long long uid = owner;
+  std::string text =
+      "delete from link where auto_gc = 1 and ((expire_at <> 0 and expire_at < :now) "
+      "or (expire_times <> 0 and visits >= expire_times))";
+  soci::statement statement(sql);
+  statement.exchange(soci::use(now, "now"));
+  if (owner != kEveryOwner) {
+    text += " and owner_uid = :owner";
+    statement.exchange(soci::use(uid, "owner"));
+  }
+  if (!project.empty()) {
+    text += " and project_name = :project";
+    statement.exchange(soci::use(project, "project"));
+  }
+  Transaction transaction(sql);
+  Prepare(statement, text);
+  statement.execute(true);
+  const long long removed = statement.get_affected_rows();
+
+  const long long unused_since = now - kSessionLife;
+  sql << RemoveDeadSessionsSql(kMostSessions), soci::use(unused_since);
+  PruneFailures(sql, now);
+  transaction.Commit();
+  return removed;
+}
+
+}  // namespace VELT::sharing::db

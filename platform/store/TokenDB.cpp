@@ -1,0 +1,33 @@
+#include "Account.h"
+#include "StoreContext.h"
+#include "sql/Connection.h"
+#include "sql/VisitorRows.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT::sharing::db {
+
+TokenDB::TokenDB(BaseDB& db) : db_(db) {}
+
+bool TokenDB::GetBySessionEntry(const record::Session& session, const record::Entry& entry,
+                                record::Token& token) const {
+  token = record::Token();
+  return Connection::Of(db_).Run("read a token", [&](StoreSession& store) {
+    const auto row = FindToken(store.sql(), session.id_, entry.get_id());
+    const auto link = EntryRow::FindById(store.sql(), entry.get_id());
+    if (!row || !link) return false;
+    token.entry_id_ = link->id;
+    token.legal_ = session.legal_ && row->Fits(*link, VisitorAddress()) &&
+                   ServesVisitors(StatusAt(link->Limits(), Now())) && OwnerExists(link->owner_uid);
+    return true;
+  });
+}
+
+bool TokenDB::PurgeByEntry(const record::Entry& entry) {
+  return Connection::Of(db_).Run("remove a link's tokens", [&](StoreSession& store) {
+    const long long id = entry.get_id();
+    store.sql() << "delete from visitor_token where link_id = :id", soci::use(id);
+    return true;
+  });
+}
+
+}  // namespace VELT::sharing::db
