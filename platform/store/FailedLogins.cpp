@@ -38,39 +38,39 @@ std::string SourceKey(const std::string& address) {
   return AddressText(AF_INET6, &parsed) + "/64";
 }
 
-bool IsShutOut(soci::session& sql, const LoginTry& login, std::int64_t now) {
+bool IsLockedOut(soci::session& sql, const FailureKey& key, std::int64_t now) {
   const long long since = now - kWindow;
   long long here = 0;
   sql << "select count(*) from failed_login "
          "where link_id = :link and address = :source and failed_at > :since",
-      soci::into(here), soci::use(login.link), soci::use(login.source), soci::use(since);
+      soci::into(here), soci::use(key.link), soci::use(key.source), soci::use(since);
   if (here >= kFromOneSource) return true;
-  if (login.account.empty()) return false;
+  if (key.account.empty()) return false;
   long long everywhere = 0;
   sql << "select count(*), count(case when address = :source then 1 end) from failed_login "
          "where account = :account and failed_at > :since",
-      soci::into(everywhere), soci::into(here), soci::use(login.source), soci::use(login.account),
+      soci::into(everywhere), soci::into(here), soci::use(key.source), soci::use(key.account),
       soci::use(since);
   return here >= kFromOneSource || everywhere >= kAtOneAccount;
 }
 
-void CountFailure(soci::session& sql, const LoginTry& login, std::int64_t now) {
+void CountFailure(soci::session& sql, const FailureKey& key, std::int64_t now) {
   const long long time = now;
   PruneFailures(sql, now);
   sql << "insert into failed_login (link_id, account, address, failed_at) "
          "values (:link, :account, :source, :now)",
-      soci::use(login.link), soci::use(login.account), soci::use(login.source), soci::use(time);
+      soci::use(key.link), soci::use(key.account), soci::use(key.source), soci::use(time);
 }
 
-void ForgetFailures(soci::session& sql, const LoginTry& login) {
-  if (login.account.empty()) {
+void ClearFailures(soci::session& sql, const FailureKey& key) {
+  if (key.account.empty()) {
     sql << "delete from failed_login "
            "where link_id = :link and address = :source and account = ''",
-        soci::use(login.link), soci::use(login.source);
+        soci::use(key.link), soci::use(key.source);
     return;
   }
   sql << "delete from failed_login where account = :account and address = :source",
-      soci::use(login.account), soci::use(login.source);
+      soci::use(key.account), soci::use(key.source);
 }
 
 void PruneFailures(soci::session& sql, std::int64_t now) {

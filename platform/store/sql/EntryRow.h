@@ -25,6 +25,8 @@ class EntryRow {
   record::Entry ToEntry() const;
 
   LinkLimits Limits() const;
+  // Whether a visitor needs credentials.
+  bool IsProtected() const { return protect_type != 0; }
 
   // What only a new link's first storing sets.
   void MakeNew(const std::string& new_hash, std::int64_t now);

@@ -1,0 +1,173 @@
+// A login takes one transaction, or two when the link asks for credentials. The first checks the
+// preconditions, which need no credentials, and then ends: checking credentials takes long and must
+// hold up nobody. The second checks the preconditions again and stores the outcome. If the link's
+// revision has changed between them, the credentials are checked again.
+#include "VisitorLogin.h"
+
+#include <algorithm>
+
+#include "Account.h"
+#include "Secrets.h"
+#include "StoreContext.h"
+#include "sql/Connection.h"
+#include "sql/Transaction.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsys/Accounts.h"
+
+namespace VELT::sharing::db {
+namespace {
+
+using ProtectType = record::Entry::ProtectType;
+
+// A login fails when the link was updated during each of so many attempts.
+constexpr int kMaxAttempts = 3;
+
+}  // namespace
+
+VisitorLogin::VisitorLogin(const _tag_sharing_login_params& params)
+    : hash_(params.sharing_id),
+      password_(params.password),
+      account_(params.mosk_username),
+      account_password_(params.mosk_password),
+      old_sid_(params.sid == nullptr ? "" : params.sid),
+      account_key_(AccountKey(account_)),
+      source_key_(SourceKey(VisitorAddress())) {}
+
+LoginResult VisitorLogin::Run() {
+  Connection& connection = Connection::Of(*SharingDB::Instance());
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    std::optional<LoginResult> result;
+    const bool ran = connection.Run("log a visitor in", [this, &result](StoreSession& store) {
+      result = Attempt(store);
+      return true;
+    });
+    if (!ran) return LoginResult::kInternal;
+    if (result) return *result;
+    credentials_result_ = CheckCredentials();
+    checked_revision_ = link_.revision;
+  }
+  return LoginResult::kInternal;
+}
+
+// One transaction. Returns nothing when the credentials must be checked before the next one.
+std::optional<LoginResult> VisitorLogin::Attempt(StoreSession& store) {
+  Transaction transaction(store.sql());
+  LoginResult result = CheckPreconditions(store);
+  if (result != LoginResult::kLoggedIn) return result;
+  if (link_.IsProtected()) {
+    if (!credentials_result_ || checked_revision_ != link_.revision) return std::nullopt;
+    result = *credentials_result_;
+  }
+  switch (result) {
+    case LoginResult::kLoggedIn:
+      result = Admit(store);
+      if (result != LoginResult::kLoggedIn) return result;
+      break;
+    case LoginResult::kWrongPassword:
+    case LoginResult::kWrongAccount:
+    case LoginResult::kNotListed:  // which reveals that the password was right
+      CountFailure(store.sql(), failure_key(), now_);
+      break;
+    case LoginResult::kInternal:
+    case LoginResult::kNotServed:
+    case LoginResult::kDenied:
+    case LoginResult::kUsedUp:
+      return result;
+  }
+  transaction.Commit();
+  return result;
+}
+
+// Locks the link and the visitor's session, and reads what the later steps need.
+LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
+  now_ = Now();
+  const EntryRow* link = store.statements().LockLink(hash_);
+  if (link == nullptr) return LoginResult::kNotServed;
+  link_ = *link;
+  const LinkStatus status = StatusAt(link_.Limits(), now_);
+  if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return LoginResult::kNotServed;
+
+  session_.reset();
+  if (!old_sid_.empty()) {
+    session_ = FindSession(store.sql(), Digest(old_sid_), store.dialect().row_lock);
+  }
+  if (session_ && !session_->IsAlive(now_)) session_.reset();
+  const bool match_ip = link_.enable_match_ip != 0;
+  if (session_ && match_ip && session_->address != VisitorAddress()) return LoginResult::kDenied;
+
+  const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
+  holds_token_ = token && token->Fits(link_, VisitorAddress());
+  if (link_.IsProtected() && IsLockedOut(store.sql(), failure_key(), now_)) {
+    return LoginResult::kDenied;
+  }
+  if (status == LinkStatus::kUsedUp && !holds_token_) return LoginResult::kUsedUp;
+  return LoginResult::kLoggedIn;
+}
+
+FailureKey VisitorLogin::failure_key() const {
+  const bool for_accounts = link_.protect_type == static_cast<int>(ProtectType::kUser);
+  return {link_.id, for_accounts ? account_key_ : std::string(), source_key_};
+}
+
+LoginResult VisitorLogin::CheckCredentials() const {
+  const record::Entry entry = link_.ToEntry();
+  switch (entry.get_protect_type()) {
+    case ProtectType::kNone:
+      return LoginResult::kLoggedIn;
+    case ProtectType::kPassword:
+      return entry.IsPasswordValid(password_) ? LoginResult::kLoggedIn
+                                              : LoginResult::kWrongPassword;
+    case ProtectType::kUser:
+      return CheckListedAccount(entry);
+  }
+  return LoginResult::kInternal;
+}
+
+LoginResult VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
+  std::string name = account_;
+  switch (CheckAccount(name, account_password_, VisitorAddress(), LoginTimeout())) {
+    case AccountCheck::kRight:
+      break;
+    case AccountCheck::kWrong:
+      return LoginResult::kWrongAccount;
+    case AccountCheck::kFailed:
+      return LoginResult::kInternal;
+  }
+  const auto user = accounts::FindUser(name);
+  if (!user) return LoginResult::kNotListed;
+  const auto uids = entry.get_protect_uids();
+  const auto gids = entry.get_protect_gids();
+  const auto groups = accounts::GroupsOf(*user);
+  const bool listed =
+      std::find(uids.begin(), uids.end(), user->uid) != uids.end() ||
+      std::any_of(gids.begin(), gids.end(), [&groups](gid_t gid) { return groups.contains(gid); });
+  return listed ? LoginResult::kLoggedIn : LoginResult::kNotListed;
+}
+
+LoginResult VisitorLogin::Admit(StoreSession& store) {
+  if (!holds_token_ && !store.statements().CountVisit(link_.id)) return LoginResult::kUsedUp;
+  if (link_.IsProtected()) ClearFailures(store.sql(), failure_key());
+  RenewSession(store);
+  store.statements().InsertToken(session_->id, link_, VisitorAddress());
+  return LoginResult::kLoggedIn;
+}
+
+// Every login gives a new session id. A session that lives on under it keeps its other tokens; the
+// old id opens nothing any more.
+void VisitorLogin::RenewSession(StoreSession& store) {
+  new_sid_ = NewSessionId();
+  const std::string hash = Digest(new_sid_);
+  if (session_) {
+    store.sql() << "update visitor_session set sid_hash = :hash, address = :address, "
+                   "last_used = :now where id = :id",
+        soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::use(session_->id);
+    return;
+  }
+  PreparedStatements& statements = store.statements();
+  statements.RemoveDeadSessions(now_ - kSessionLife);
+  statements.RemoveSurplusSessions(link_.id, VisitorAddress());
+  session_.emplace();
+  session_->id = statements.InsertSession(hash, VisitorAddress(), now_);
+}
+
+}  // namespace VELT::sharing::db

@@ -1,0 +1,67 @@
+// The steps of one visitor's login to a link.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "FailedLogins.h"
+#include "sql/EntryRow.h"
+#include "sql/StoreSession.h"
+#include "sql/VisitorRows.h"
+#include "veltsharing/Login.h"
+
+namespace VELT::sharing::db {
+
+// What VeltSharingLogin returns; veltsharing/Login.h says when.
+enum class LoginResult {
+  kLoggedIn = 1,
+  kInternal = -1,
+  kWrongAccount = -2,
+  kNotServed = -3,
+  kDenied = -8,
+  kWrongPassword = -9,
+  kNotListed = -10,
+  kUsedUp = -11,
+};
+
+// Belongs to one call. The texts of `params` are copied.
+class VisitorLogin {
+ public:
+  explicit VisitorLogin(const _tag_sharing_login_params& params);
+
+  // To be called once. Throws when the stored link is damaged or memory is lacking.
+  LoginResult Run();
+
+  // The new session's id after kLoggedIn.
+  const std::string& new_sid() const { return new_sid_; }
+
+ private:
+  std::optional<LoginResult> Attempt(StoreSession& store);
+  LoginResult CheckPreconditions(StoreSession& store);
+  FailureKey failure_key() const;
+  LoginResult CheckCredentials() const;
+  LoginResult CheckListedAccount(const record::Entry& entry) const;
+  LoginResult Admit(StoreSession& store);
+  void RenewSession(StoreSession& store);
+
+  const std::string hash_;
+  const std::string password_;
+  const std::string account_;
+  const std::string account_password_;
+  const std::string old_sid_;
+  const std::string account_key_;
+  const std::string source_key_;
+  std::string new_sid_;
+
+  // What the present attempt has read.
+  long long now_ = 0;
+  EntryRow link_;
+  std::optional<SessionRow> session_;  // the visitor's, if alive
+  bool holds_token_ = false;           // a legal one for the link
+
+  // The result of CheckCredentials, and the revision of the link that it is for.
+  std::optional<LoginResult> credentials_result_;
+  long long checked_revision_ = 0;
+};
+
+}  // namespace VELT::sharing::db
