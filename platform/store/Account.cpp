@@ -18,8 +18,9 @@ constexpr const char* kService = "velt-sharing";
 // pam_conv(3): answers every hidden prompt with the password and nothing else.
 int Answer(int count, const pam_message** messages, pam_response** responses, void* password) {
   if (count <= 0 || count > PAM_MAX_NUM_MSG) return PAM_CONV_ERR;
-  auto* answers = static_cast<pam_response*>(
-      std::calloc(static_cast<std::size_t>(count), sizeof(pam_response)));
+  const auto size = static_cast<std::size_t>(count);
+  // NOLINTNEXTLINE(cppcoreguidelines-no-malloc): PAM releases the answers with free(3).
+  auto* answers = static_cast<pam_response*>(std::calloc(size, sizeof(pam_response)));
   if (answers == nullptr) return PAM_BUF_ERR;
   for (int index = 0; index < count; ++index) {
     if (messages[index]->msg_style != PAM_PROMPT_ECHO_OFF) continue;
@@ -43,38 +44,38 @@ int Authenticate(pam_handle_t* handle, const std::string& address, std::string& 
   return status;
 }
 
-struct Verdict {
+struct PamResult {
   int status = PAM_SYSTEM_ERR;
   std::string name;  // that PAM knows the account by
 };
 
-Verdict AskPam(const std::string& name, const std::string& password, const std::string& address) {
+PamResult AskPam(const std::string& name, const std::string& password, const std::string& address) {
   std::string secret = password;
   const pam_conv conversation{Answer, &secret};
   pam_handle_t* handle = nullptr;
-  Verdict verdict{pam_start(kService, name.c_str(), &conversation, &handle), name};
-  if (verdict.status != PAM_SUCCESS) return verdict;
-  verdict.status = Authenticate(handle, address, verdict.name);
-  pam_end(handle, verdict.status);
-  return verdict;
+  PamResult result{pam_start(kService, name.c_str(), &conversation, &handle), name};
+  if (result.status != PAM_SUCCESS) return result;
+  result.status = Authenticate(handle, address, result.name);
+  pam_end(handle, result.status);
+  return result;
 }
 
-// How a verdict comes out of the process that it is found in.
-std::string Packed(const Verdict& verdict) {
-  std::string text(sizeof verdict.status, '\0');
-  std::memcpy(text.data(), &verdict.status, sizeof verdict.status);
-  return text + verdict.name;
+// The form in which the process that asks PAM returns its result.
+std::string Serialized(const PamResult& result) {
+  std::string text(sizeof result.status, '\0');
+  std::memcpy(text.data(), &result.status, sizeof result.status);
+  return text + result.name;
 }
 
-Verdict Unpacked(const std::string& text) {
-  Verdict verdict;
-  if (text.size() < sizeof verdict.status) return verdict;
-  std::memcpy(&verdict.status, text.data(), sizeof verdict.status);
-  verdict.name = text.substr(sizeof verdict.status);
-  return verdict;
+PamResult Deserialized(const std::string& text) {
+  PamResult result;
+  if (text.size() < sizeof result.status) return result;
+  std::memcpy(&result.status, text.data(), sizeof result.status);
+  result.name = text.substr(sizeof result.status);
+  return result;
 }
 
-AccountCheck CheckOf(int status) {
+AccountCheck ToAccountCheck(int status) {
   switch (status) {
     case PAM_SUCCESS:
       return AccountCheck::kRight;
@@ -94,7 +95,7 @@ AccountCheck CheckOf(int status) {
   }
 }
 
-// PAM's modules write the name into the log, some of them as it stands.
+// PAM's modules write the name into the log, some of them without escaping it.
 bool IsLoggable(const std::string& name) {
   return !name.empty() && name.size() <= 256 && name.front() != '-' && name.front() != '+' &&
          std::none_of(name.begin(), name.end(),
@@ -110,11 +111,11 @@ AccountCheck CheckAccount(std::string& name, const std::string& password,
   if (!IsLoggable(name)) return AccountCheck::kWrong;
   std::string reply;
   const char* fault = nullptr;
-  switch (CallInFork([&] { return Packed(AskPam(name, password, address)); }, limit, reply)) {
+  switch (CallInFork([&] { return Serialized(AskPam(name, password, address)); }, limit, reply)) {
     case ForkedCall::kReturned: {
-      const Verdict verdict = Unpacked(reply);
-      if (verdict.status == PAM_SUCCESS) name = verdict.name;
-      return CheckOf(verdict.status);
+      const PamResult result = Deserialized(reply);
+      if (result.status == PAM_SUCCESS) name = result.name;
+      return ToAccountCheck(result.status);
     }
     case ForkedCall::kNotStarted:
       fault = "could not be asked";

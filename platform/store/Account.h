@@ -11,10 +11,10 @@ bool OwnerExists(long long uid);
 
 enum class AccountCheck { kRight, kWrong, kFailed };
 
-// Asks the PAM service "velt-sharing" whether `password` is the one of the account `name`, which
-// afterwards is the name that PAM knows the account by. kFailed, with a log line: PAM could not
-// tell, or did not within `limit`. PAM and its modules run in a process of their own, with the ids
-// of this one; what they do to it ends with it.
+// Asks the PAM service "velt-sharing" whether `password` is the password of the account `name`. If
+// it is, `name` becomes the name that PAM knows the account by. kFailed, with a log line: PAM
+// failed, or did not answer within `limit`. PAM and its modules run in a process of their own with
+// the ids of this one, so what they change ends with it.
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address, std::chrono::milliseconds limit);
 

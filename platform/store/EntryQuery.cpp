@@ -27,8 +27,8 @@ struct Column {
   Kind kind;
 };
 
-// The other members of the JSON form are lists, objects, or made when they are read; a status that
-// changes between two pages could not order them.
+// The JSON form's other members are lists, objects, or computed when they are read. A status can
+// change between two pages and so can't order them.
 constexpr std::array<Column, 15> kColumns = {{
     {"sharing_id", "hash", Kind::kText},
     {"project_name", "project_name", Kind::kText},
@@ -57,7 +57,7 @@ const Column* FindColumn(const std::string& field) {
 }
 
 template <typename Texts>
-std::optional<long long> PlaceOf(const Texts& texts, std::string_view text) {
+std::optional<long long> IndexOf(const Texts& texts, std::string_view text) {
   const auto found = std::find(texts.begin(), texts.end(), text);
   if (found == texts.end()) return std::nullopt;
   return found - texts.begin();
@@ -79,13 +79,13 @@ std::optional<long long> StoredNumber(Kind kind, const std::string& text) {
     case Kind::kNumber:
       return ParseNumber(text);
     case Kind::kBool:
-      return PlaceOf(std::array{"false", "true"}, text);
+      return IndexOf(std::array{"false", "true"}, text);
     case Kind::kTime:
       return text.empty() ? 0 : ParseLocalTime(text, kTimeFormat);
     case Kind::kProtectType:
-      return PlaceOf(kProtectTypeTexts, text);
+      return IndexOf(kProtectTypeTexts, text);
     case Kind::kRedirectType:
-      return PlaceOf(kRedirectTypeTexts, text);
+      return IndexOf(kRedirectTypeTexts, text);
   }
   return std::nullopt;
 }
@@ -149,7 +149,7 @@ void EntryQuery::Count(soci::session& sql, int& n) const {
 }
 
 void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) const {
-  // The page's ids come from the list index alone; only its own rows are then read from the table.
+  // The list index alone gives the page's ids; only the page's own rows are read from the table.
   std::string text = EntryRow::Select() + where_;
   const long long limit = limit_ < 0 ? std::numeric_limits<long long>::max() : limit_;
   const bool paged = offset_ > 0 || limit_ >= 0;

@@ -12,7 +12,7 @@
 namespace VELT::sharing::db {
 namespace {
 
-constexpr std::int64_t kWindow = std::int64_t{15} * 60;  // seconds that a failure counts
+constexpr std::int64_t kWindow = std::int64_t{15} * 60;  // seconds for which a failure counts
 constexpr long long kFromOneSource = 10;
 constexpr long long kAtOneAccount = 30;
 

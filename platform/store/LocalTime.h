@@ -10,11 +10,11 @@ namespace VELT::sharing {
 inline constexpr const char* kTimeFormat = "%Y-%m-%d %H:%M:%S";
 
 // Seconds since 1970 UTC, always above 0. Empty when `text` is not exactly what strftime(3) writes
-// in `format` for that time: so are a missing zero or blank, a time that never was (30 February, an
-// hour that summer time skips), and one before 1970 was a second old.
+// in `format` for that time. That excludes a missing zero or blank, a time that does not exist (30
+// February, an hour that summer time skips), and times up to the start of 1970.
 std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* format);
 
-// `time` in kTimeFormat; empty for 0, which stands for no limit.
+// `time` in kTimeFormat; empty for 0, which means no limit.
 std::string FormatLocalTime(std::int64_t time);
 
 }  // namespace VELT::sharing

@@ -48,7 +48,7 @@ void CreateTables(const std::string& connection) {
   transaction.Commit();
 }
 
-// A new file that goes away again with this object; only what has been linked elsewhere stays.
+// A new file that is removed with this object. A hard link to it stays.
 class FreshFile {
  public:
   explicit FreshFile(std::string path) : path_(std::move(path)) {
@@ -65,9 +65,9 @@ class FreshFile {
   const std::string path_;
 };
 
-// The file gets its name when it is whole, so that a crash leaves none half made, and only if
-// nobody else has made one by then. A write-ahead log without its database holds links of a
-// database that was moved away: SQLite would write them into the new one.
+// The file gets its name when it is complete, so that a crash leaves no partial one, and only if no
+// other process has made one by then. A write-ahead log without its database belongs to a database
+// that was moved away. SQLite would write its links into the new one.
 void CreateSqliteFile(const std::string& path) {
   if (access(path.c_str(), F_OK) == 0) return;
   if (access((path + "-wal").c_str(), F_OK) == 0) {

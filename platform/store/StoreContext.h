@@ -1,4 +1,5 @@
-// What the host has told the store: options, clock, whether a visitor asks and from where.
+// What the host has set through StoreOptions.h: options, clock, whether the request is a visitor's
+// and from which address.
 #pragma once
 
 #include <chrono>
@@ -15,7 +16,7 @@ std::int64_t Now();
 
 bool IsVisitor();
 
-// Empty where no visitor asks.
+// Empty when the request is no visitor's.
 const std::string& VisitorAddress();
 
 std::chrono::milliseconds LoginTimeout();

@@ -1,6 +1,6 @@
 // A login takes one transaction, or two when the link asks for credentials. The first checks the
 // preconditions, which need no credentials, and then ends: checking credentials takes long and must
-// hold up nobody. The second checks the preconditions again and stores the outcome. If the link's
+// make nobody wait. The second checks the preconditions again and stores the outcome. If the link's
 // revision has changed between them, the credentials are checked again.
 #include "VisitorLogin.h"
 

@@ -30,7 +30,7 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
   } catch (const std::exception&) {
     syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
   }
-  // A connection that failed once may be broken for good; a new one costs little.
+  // A session that failed once may stay broken; a new one costs little.
   session_.reset();
   return false;
 }
@@ -45,7 +45,7 @@ Connection::FileIdentity Connection::CurrentFile() const {
 void Connection::Open() {
   const FileIdentity before = CurrentFile();
   const std::string path = SqlitePath(database_);
-  // SQLite would fall back to reading, and go on so when the file can be written again.
+  // SQLite would open such a file for reading, and keep to that when it can be written again.
   if (!path.empty() && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
     throw soci::soci_error(std::string("The database file can't be written: ") +
                            std::strerror(errno));

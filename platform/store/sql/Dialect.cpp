@@ -15,8 +15,8 @@ constexpr std::string_view kPostgresql = "postgresql ";
 constexpr Dialect kSqliteDialect{"begin immediate", ""};
 constexpr Dialect kPostgresqlDialect{"begin", " for update"};
 
-// SOCI always asks for a missing file to be created; only a URI's mode (sqlite.org/uri.html) says
-// no. Escaping everything unusual keeps the path out of SOCI's own syntax as well.
+// SOCI always asks SQLite to create a missing file; only a URI's mode (sqlite.org/uri.html) prevents
+// it. Escaping everything unusual also keeps the path from being read as SOCI's own syntax.
 std::string SqliteUri(const std::string& path) {
   return "file:" + EncodePercent(path, "/") + "?mode=rw";
 }

@@ -1,5 +1,5 @@
-// Where SQLite and PostgreSQL want different words for the same thing; those of the tables stand in
-// Schema.cpp. All other SQL is plain.
+// What SQLite and PostgreSQL write differently. Schema.cpp has the differences in the tables; all
+// other SQL is the same for both.
 #pragma once
 
 #include <memory>
@@ -10,14 +10,13 @@
 namespace VELT::sharing::db {
 
 struct Dialect {
-  const char* begin;     // opens a transaction that is going to write
-  const char* row_lock;  // ends a select within one, so that nobody changes the row meanwhile
+  const char* begin;     // opens a transaction that will write
+  const char* row_lock;  // ends a select in a transaction that needs the row unchanged
 };
 
 const Dialect& DialectOf(soci::session& session);
 
-// Connects to what StoreOptions calls its connection. Throws soci::soci_error. An SQLite file that
-// does not exist is not created.
+// Opens the database that a StoreOptions::connection names. Never creates an SQLite file. Throws soci::soci_error.
 std::unique_ptr<soci::session> OpenSession(const std::string& connection);
 
 // The path of the SQLite file, empty for another database.

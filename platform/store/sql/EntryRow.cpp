@@ -52,7 +52,7 @@ Enum ReadEnum(long long value) {
   return static_cast<Enum>(value);
 }
 
-// What is stored must be readable again.
+// Whether what is stored can be read again.
 bool IsStorableJson(const Json::Value& value) {
   Json::Value again;
   return IsCleanJson(value) && ParseJsonText(WriteJson(value), again);
@@ -63,6 +63,37 @@ bool AreClean(const std::vector<std::string>& texts) {
 }
 
 }  // namespace
+
+template <typename Visitor>
+void EntryRow::VisitOwn(Visitor&& visit) {
+  visit("id", id);
+  visit("hash", hash);
+  visit("visits", visits);
+  visit("created_at", created_at);
+  visit("revision", revision);
+  visit("protection", protection);
+}
+
+template <typename Visitor>
+void EntryRow::VisitSettable(Visitor&& visit) {
+  visit(Field::kOwnerUid, "owner_uid", &EntryRow::owner_uid);
+  visit(Field::kProjectName, "project_name", &EntryRow::project_name);
+  visit(Field::kEnabled, "enabled", &EntryRow::enabled);
+  visit(Field::kAutoGc, "auto_gc", &EntryRow::auto_gc);
+  visit(Field::kEnableMatchIp, "enable_match_ip", &EntryRow::enable_match_ip);
+  visit(Field::kStartAt, "start_at", &EntryRow::start_at);
+  visit(Field::kExpireAt, "expire_at", &EntryRow::expire_at);
+  visit(Field::kExpireTimes, "expire_times", &EntryRow::expire_times);
+  visit(Field::kProtectType, "protect_type", &EntryRow::protect_type);
+  visit(Field::kProtectTitle, "protect_title", &EntryRow::protect_title);
+  visit(Field::kPassword, "password_hash", &EntryRow::password_hash);
+  visit(Field::kProtectUsers, "protect_users", &EntryRow::protect_users);
+  visit(Field::kProtectGroups, "protect_groups", &EntryRow::protect_groups);
+  visit(Field::kRedirectType, "redirect_type", &EntryRow::redirect_type);
+  visit(Field::kRedirectUri, "redirect_uri", &EntryRow::redirect_uri);
+  visit(Field::kApp, "app", &EntryRow::app);
+  visit(Field::kPrivateData, "private_data", &EntryRow::private_data);
+}
 
 const char* EntryRow::Unstorable(const Entry& entry) {
   if (!entry.writable_) return "a time";
@@ -190,7 +221,6 @@ const char* EntryRow::Missing() const {
   return nullptr;
 }
 
-// Whether whoever was let in by the other would be let in by this in the same way.
 bool EntryRow::ProtectsAs(const EntryRow& other) const {
   if (protect_type != other.protect_type) return false;
   switch (ReadEnum<Entry::ProtectType>(protect_type)) {

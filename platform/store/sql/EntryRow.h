@@ -1,4 +1,4 @@
-// One row of the table of links, as it is stored.
+// One row of the table of links.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +11,15 @@
 
 namespace VELT::sharing::db {
 
-// An owner's uid that no account has: it asks for everybody's links.
+// An owner's uid that no account has. In a purge it means every owner.
 inline constexpr std::uint32_t kEveryOwner = 0xFFFFFFFF;
 
 class EntryRow {
  public:
-  // Empty when the entry holds something that must not be stored.
+  // Empty, with a log line, when the entry holds something that can't be stored.
   static std::optional<EntryRow> From(const record::Entry& entry);
 
+  // Throws soci::soci_error.
   static std::optional<EntryRow> FindById(soci::session& sql, long long id);
 
   // Throws std::runtime_error when the stored form is damaged.
@@ -28,18 +29,18 @@ class EntryRow {
   // Whether a visitor needs credentials.
   bool IsProtected() const { return protect_type != 0; }
 
-  // What only a new link's first storing sets.
+  // Sets what only a new link's insert sets.
   void MakeNew(const std::string& new_hash, std::int64_t now);
   // Gives the entry the stored link's identity.
   void Identify(record::Entry& entry) const;
 
-  // Makes this row, which is From an entry, what an update with that entry makes of the `present`
-  // row: the fields that were set in it, and all else as it is. False, with a log line, when that
-  // would lack something that the link's types ask for: two updates that were each right can do so.
+  // Completes a row From an updated entry with the `present` row: of the columns that an update may
+  // change, it keeps those whose field was set. False, with a log line, when the result lacks
+  // something that its types need. Two updates that are right on their own can cause that.
   bool MergeOnto(const EntryRow& present);
 
-  // Bind this row to a statement that stores it, under an id that goes to `new_id`, or that writes
-  // it over the stored link with its id. Both return the statement's text.
+  // Bind this row to a statement and return its SQL: an insert, which leaves the link's id in
+  // `new_id`, or an update of the link with the row's id.
   std::string BindInsert(soci::statement& statement, long long& new_id);
   std::string BindUpdate(soci::statement& statement);
 
@@ -78,42 +79,18 @@ class EntryRow {
  private:
   using Field = record::Entry::Field;
 
-  // Every column with its name, in one order: those that the store alone writes, and the others,
-  // with the field that they hold.
+  // Visit every column with its name, in one order: first those that only the store writes, then
+  // the others with the entry's field that they hold.
   template <typename Visitor>
-  void VisitOwn(Visitor&& visit) {
-    visit("id", id);
-    visit("hash", hash);
-    visit("visits", visits);
-    visit("created_at", created_at);
-    visit("revision", revision);
-    visit("protection", protection);
-  }
+  void VisitOwn(Visitor&& visit);
   template <typename Visitor>
-  static void VisitSettable(Visitor&& visit) {
-    visit(Field::kOwnerUid, "owner_uid", &EntryRow::owner_uid);
-    visit(Field::kProjectName, "project_name", &EntryRow::project_name);
-    visit(Field::kEnabled, "enabled", &EntryRow::enabled);
-    visit(Field::kAutoGc, "auto_gc", &EntryRow::auto_gc);
-    visit(Field::kEnableMatchIp, "enable_match_ip", &EntryRow::enable_match_ip);
-    visit(Field::kStartAt, "start_at", &EntryRow::start_at);
-    visit(Field::kExpireAt, "expire_at", &EntryRow::expire_at);
-    visit(Field::kExpireTimes, "expire_times", &EntryRow::expire_times);
-    visit(Field::kProtectType, "protect_type", &EntryRow::protect_type);
-    visit(Field::kProtectTitle, "protect_title", &EntryRow::protect_title);
-    visit(Field::kPassword, "password_hash", &EntryRow::password_hash);
-    visit(Field::kProtectUsers, "protect_users", &EntryRow::protect_users);
-    visit(Field::kProtectGroups, "protect_groups", &EntryRow::protect_groups);
-    visit(Field::kRedirectType, "redirect_type", &EntryRow::redirect_type);
-    visit(Field::kRedirectUri, "redirect_uri", &EntryRow::redirect_uri);
-    visit(Field::kApp, "app", &EntryRow::app);
-    visit(Field::kPrivateData, "private_data", &EntryRow::private_data);
-  }
+  static void VisitSettable(Visitor&& visit);
 
-  // What of the entry must not be stored, in words; null: nothing.
+  // Names, for a log line, a part of the entry that can't be stored; null when there is none.
   static const char* Unstorable(const record::Entry& entry);
-  // What the link's types ask for and the row lacks, the same way.
+  // Names what the link's types need and the row lacks, the same way.
   const char* Missing() const;
+  // Whether both rows let in the same visitors with the same credentials.
   bool ProtectsAs(const EntryRow& other) const;
 };
 

@@ -38,9 +38,9 @@ class PreparedStatements {
   long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);
   // Replaces the session's token for the link, if there is one.
   void InsertToken(long long session, const EntryRow& link, const std::string& address);
-  // Keep the tables small where nobody asks for a purge: the first removes sessions that were not
-  // used after `unused_since`, the second all but the newest 999 for the link from the address.
-  // Others wait meanwhile, so each removes a hundred at most; a login adds one, so no backlog lasts.
+  // Both keep the tables small without a purge: sessions that were not used after `unused_since`,
+  // and all but the newest 999 that hold a token of the link for the address. Each call removes a
+  // hundred at most, since others wait meanwhile; a login adds one, so no backlog lasts.
   void RemoveDeadSessions(long long unused_since);
   void RemoveSurplusSessions(long long link, const std::string& address);
 

@@ -10,14 +10,14 @@
 namespace VELT::sharing::db {
 namespace {
 
-// What stands for the words in braces. Databases that exist were made of these, so they change no
+// What replaces the words in braces. Existing databases were made with these, so they change no
 // more than the statements do.
 struct Words {
   const char* id;    // a primary key whose values never come back
   const char* text;  // texts ordered by their bytes
-  // The columns, behind the owner, of the index that serves an owner's lists. In SQLite it holds
-  // all that a list can sort by, so that a page is sorted without touching the table: an owner's
-  // rows lie together in the index but all over the table. PostgreSQL can't index long texts.
+  // The columns, after the owner, of the index that serves an owner's lists. In SQLite it holds
+  // every column that a list can be sorted by. An owner's rows lie together in the index but all
+  // over the table, so sorting must not read the table. PostgreSQL can't index long texts.
   const char* list;
 };
 
@@ -30,8 +30,8 @@ constexpr Words kPostgresql{"bigint generated always as identity primary key", "
                             ""};
 
 // Booleans are 0 or 1, times seconds since 1970 UTC with 0 for no limit, lists and objects JSON.
-// `revision` counts the link's updates: a login that was overtaken by one notices it. A token keeps the address of the login that made it, since a session moves on with the
-// visitor.
+// `revision` counts the link's updates, so that a login notices one that overtook it. A token keeps
+// the address of the login that made it, since a session's address changes with its visitor's.
 const std::vector<std::string> kVersion1 = {
     R"(create table link (
          id {id}, hash {text} not null unique, owner_uid bigint not null,
@@ -64,9 +64,9 @@ const std::vector<std::string> kVersion2 = {
     "create index visitor_token_address on visitor_token (link_id, address, session_id)",
 };
 
-// `protection` counts the changes of who is let in. A token keeps what the link had when it was
-// made; where the link has another by now, the token is void. Failed logins outlive their link, or
-// one could go on guessing at an account by making and deleting links.
+// `protection` counts the changes of who is let in. A token keeps the link's count from when it was
+// made, and is void when that has changed. Failed logins outlive their link: otherwise, making and
+// deleting links would give new guesses at an account.
 const std::vector<std::string> kVersion3 = {
     "alter table link add column protection bigint not null default 0",
     "alter table visitor_token add column protection bigint not null default 0",
@@ -81,7 +81,7 @@ const std::vector<std::string> kVersion3 = {
     "create index failed_login_time on failed_login (failed_at)",
 };
 
-// What leads from each version to the next.
+// The statements that lead from each version to the next.
 const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {
     &kVersion1, &kVersion2, &kVersion3};
 
@@ -111,7 +111,7 @@ void CreateVersionTable(soci::session& session) {
 }
 
 void Migrate(soci::session& session) {
-  // Another process may be at it; with the lock, this one finds what that has left.
+  // Another process may be migrating. The lock waits for it, and then reads the version it left.
   const int version = SchemaVersion(session, DialectOf(session).row_lock);
   if (version < 0) throw soci::soci_error("The schema version is not one of ours.");
   const Words& words = session.get_backend_name() == "sqlite3" ? kSqlite : kPostgresql;

@@ -1,4 +1,4 @@
-// The tables, their version, and how older ones are brought up.
+// The tables, their version, and the migration of older ones.
 #pragma once
 
 #include "sql/Soci.h"
@@ -10,14 +10,14 @@ inline constexpr int kSchemaVersion = 3;
 // SQL that reads the version of the tables.
 inline constexpr const char* kSelectVersion = "select version from schema_version";
 
-// The version of the tables that the database holds. Throws soci::soci_error when it holds none.
+// The version of the database's tables. Throws soci::soci_error when it has none.
 // `lock` is empty or, in a transaction, the dialect's row lock.
 int SchemaVersion(soci::session& session, const char* lock = "");
 
-// Makes the version table in a database that has no tables of ours yet.
+// Creates the version table in a database that has no tables of the store yet.
 void CreateVersionTable(soci::session& session);
 
-// Brings the tables up to kSchemaVersion. To be called within a transaction that can write.
+// Migrates the tables to kSchemaVersion. The caller has begun a transaction that can write.
 void Migrate(soci::session& session);
 
 }  // namespace VELT::sharing::db

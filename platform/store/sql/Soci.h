@@ -1,6 +1,5 @@
-// SOCI without its extras for Boost's types, which Debian's configuration switches on but whose
-// headers its package does not bring. They are templates in headers only, so the library does not
-// mind.
+// SOCI without its extras for Boost's types. Debian's configuration switches them on, but its package
+// does not bring Boost's headers. They are templates in headers, so the library is not affected.
 #pragma once
 
 #include <soci/soci-config.h>
