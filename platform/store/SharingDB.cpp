@@ -40,12 +40,9 @@ bool SharingDB::IsGood() const {
 
 namespace {
 
-void CreateTables(const std::string& connection) {
-  const auto session = db::OpenSession(connection);
-  db::Transaction transaction(*session);
-  db::CreateVersionTable(*session);
-  db::Migrate(*session);
-  transaction.Commit();
+void CreateTables(soci::session& session) {
+  db::CreateVersionTable(session);
+  db::Migrate(session);
 }
 
 // A new file that is removed with this object. A hard link to it stays.
@@ -74,19 +71,30 @@ void CreateSqliteFile(const std::string& path) {
     throw std::system_error(EEXIST, std::generic_category(), "a log of another database");
   }
   const FreshFile fresh(path + "." + std::to_string(getpid()) + ".new");
-  CreateTables("sqlite3 " + fresh.path());
+  {
+    const auto session = db::OpenSession("sqlite3 " + fresh.path());
+    db::Transaction transaction(*session);
+    CreateTables(*session);
+    transaction.Commit();
+  }
   if (link(fresh.path().c_str(), path.c_str()) != 0 && errno != EEXIST) {
     throw std::system_error(errno, std::generic_category());
   }
 }
 
+// Hosts that start for the first time together wait here for each other: the look and the making are
+// one.
 void CreatePostgresqlTables(const std::string& connection) {
+  constexpr int kLock = 0x56454C54;  // "VELT"; any number that nobody else locks in this database
   const auto session = db::OpenSession(connection);
+  db::Transaction transaction(*session);
+  *session << "select 1 from pg_advisory_xact_lock(" << kLock << ")";
   int tables = 0;
   *session << "select count(*) from information_schema.tables where table_schema = "
               "current_schema() and table_name = 'schema_version'",
       soci::into(tables);
-  if (tables == 0) CreateTables(connection);
+  if (tables == 0) CreateTables(*session);
+  transaction.Commit();
 }
 
 }  // namespace

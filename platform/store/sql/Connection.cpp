@@ -22,7 +22,9 @@ void Connection::Use(std::string database) {
 
 bool Connection::Run(const char* task, const Work& work) noexcept {
   try {
-    if (session_ != nullptr && CurrentFile() != file_) session_.reset();
+    if (session_ != nullptr && (CurrentFile() != file_ || IsLost(session_->sql()))) {
+      session_.reset();
+    }
     if (session_ == nullptr) Open();
     return work(*session_);
   } catch (const soci::soci_error& error) {

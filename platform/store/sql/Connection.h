@@ -12,7 +12,8 @@
 
 namespace VELT::sharing::db {
 
-// Opened when first needed, and again after an error or when the SQLite file was replaced.
+// Opened when first needed, and again after an error, when the SQLite file was replaced or when the
+// server has ended the session: after a server's restart no later request fails.
 class Connection {
  public:
   using Work = std::function<bool(StoreSession&)>;

@@ -19,6 +19,10 @@ const Dialect& DialectOf(soci::session& session);
 // Opens the database that a StoreOptions::connection names. Never creates an SQLite file. Throws soci::soci_error.
 std::unique_ptr<soci::session> OpenSession(const std::string& connection);
 
+// Whether the server has ended the session, as far as that shows without asking it. Between two
+// statements only.
+bool IsLost(soci::session& session);
+
 // The path of the SQLite file, empty for another database.
 std::string SqlitePath(const std::string& connection);
 
