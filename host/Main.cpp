@@ -93,6 +93,7 @@ struct CommandLine {
   PoolLimits front{2, 2, 32};
   std::size_t max_pool = 8;
   bool log_stderr = false;
+  bool check_config = false;
 };
 
 std::array<PoolLimits, kPoolCount> PoolsOf(const CommandLine& line) {
@@ -142,6 +143,8 @@ void Describe(CLI::App& app, CommandLine& line) {
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
+  app.add_flag("--check-config", line.check_config, "Check the options and end")
+      ->configurable(false);
   app.set_config("--config", "",
                  "File with any of these, a line NAME=VALUE each; # begins a comment");
   app.allow_config_extras(CLI::config_extras_mode::error);
@@ -158,7 +161,7 @@ int Main(int argc, char** argv) {
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
   line.options.pools = PoolsOf(line);
   line.options.ids = FindIds(line.user, line.group);
-  return Serve(line.options);
+  return line.check_config ? 0 : Serve(line.options);
 }
 
 }  // namespace

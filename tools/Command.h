@@ -1,0 +1,50 @@
+// What the commands share: their options, and how one fails.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace VELT::tools {
+
+// What every command takes, read from the command line and the host's option file.
+struct Place {
+  std::string config;  // the file; empty: none was given
+  std::string database;
+  std::string registry;
+  std::string user;
+  std::string group;
+};
+
+// The command can't do what it is for; the text is for the administrator.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Each command returns what it has to tell, as --json prints it, and throws Failure, a
+// soci::soci_error or another std::exception. A member "success" that is false makes the program
+// fail all the same.
+
+Json::Value Check(const Place& place);
+
+struct LinkFilter {
+  std::string owner;        // an account's name or number; empty: everybody's
+  std::string project;      // empty: all
+  std::string status;       // as in a link's JSON form; empty: all
+  std::uint64_t limit = 0;  // 0: none
+};
+Json::Value List(const Place& place, const LinkFilter& filter);
+Json::Value Stats(const Place& place);
+Json::Value CollectGarbage(const Place& place, const std::string& owner,
+                           const std::string& project);
+
+Json::Value Backup(const Place& place, const std::string& file, bool force);
+Json::Value Restore(const Place& place, const std::string& file, bool force);
+
+// `show_progress`: a bar on standard error.
+Json::Value Migrate(const std::string& from, const std::string& to, bool show_progress);
+
+}  // namespace VELT::tools

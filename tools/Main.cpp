@@ -1,0 +1,189 @@
+// velt-sharing: looks after the database of share links.
+#include <json/writer.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <map>
+
+#include "Soci.h"
+#include "tools/Command.h"
+#include "tools/Database.h"
+#include "tools/Output.h"
+
+namespace VELT::tools {
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+struct CommandLine {
+  Place place;
+  bool json = false;
+  LinkFilter filter;
+  bool full_ids = false;
+  bool force = false;
+  std::string file;
+  std::string from;
+  std::string to;
+
+  // What the chosen command does, and how people are told what it returns.
+  std::function<Json::Value()> run;
+  std::function<void(const Json::Value&)> print;
+};
+
+// The host's options of the same names; the others in its file are not for us.
+void DescribePlace(CLI::App& app, CommandLine& line) {
+  app.set_config("--config", "", "velt-webapid's option file, which names the rest");
+  app.allow_config_extras(CLI::config_extras_mode::ignore_all);
+  app.add_option("--database", line.place.database, R"("sqlite3 PATH" or "postgresql CONNECTION")");
+  app.add_option("--registry", line.place.registry, "Folder of the API modules' *.json files");
+  app.add_option("--user", line.place.user, "Account with whose rights requests are served");
+  app.add_option("--group", line.place.group, "Group instead of the account's own");
+  app.add_flag("--json", line.json, "Print one JSON object")->configurable(false);
+}
+
+CLI::App* Add(CLI::App& app, CommandLine& line, const char* name, const char* text,
+              std::function<Json::Value()> run, std::function<void(const Json::Value&)> print) {
+  CLI::App* command = app.add_subcommand(name, text);
+  command->fallthrough();
+  command->configurable(false);
+  command->callback([&line, run = std::move(run), print = std::move(print)] {
+    line.run = run;
+    line.print = print;
+  });
+  return command;
+}
+
+void AddFilter(CLI::App* command, CommandLine& line) {
+  command->add_option("--owner", line.filter.owner, "Only links of this account");
+  command->add_option("--project", line.filter.project, "Only links of this project");
+}
+
+void DescribeLinks(CLI::App& app, CommandLine& line) {
+  auto* list = Add(
+      app, line, "list", "Lists links, the newest first",
+      [&line] { return List(line.place, line.filter); },
+      [&line](const Json::Value& result) { PrintList(result, line.full_ids); });
+  AddFilter(list, line);
+  list->add_option("--status", line.filter.status, "Only links of this status")
+      ->check(CLI::IsMember({"active", "disabled", "pending", "expired", "used_up"}));
+  line.filter.limit = 1000;
+  list->add_option("--limit", line.filter.limit, "At most so many; 0: all")->capture_default_str();
+  list->add_flag("--full-ids", line.full_ids,
+                 "Whole ids, which open links; without it their beginning");
+  Add(
+      app, line, "stats", "Counts links, visits and what they take",
+      [&line] { return Stats(line.place); }, PrintStats);
+  auto* collect = Add(
+      app, line, "gc", "Removes expired and used up links that are marked for it",
+      [&line] { return CollectGarbage(line.place, line.filter.owner, line.filter.project); },
+      [](const Json::Value& result) {
+        std::printf("%s links removed\n", result["removed"].asString().c_str());
+      });
+  AddFilter(collect, line);
+}
+
+void DescribeCopies(CLI::App& app, CommandLine& line) {
+  const auto add_file = [&line](CLI::App* command, const char* forced) {
+    command->add_option("FILE", line.file)->required();
+    command->add_flag("--force", line.force, forced);
+  };
+  add_file(Add(
+               app, line, "backup", "Copies the SQLite database to FILE; the service may go on",
+               [&line] { return Backup(line.place, line.file, line.force); },
+               [](const Json::Value& result) {
+                 std::printf("%s links in %s\n", result["links"].asString().c_str(),
+                             result["file"].asString().c_str());
+               }),
+           "Replace FILE");
+  add_file(Add(
+               app, line, "restore", "Makes the SQLite database a copy of the backup FILE",
+               [&line] { return Restore(line.place, line.file, line.force); },
+               [](const Json::Value& result) {
+                 std::printf("%s links from %s\n", result["links"].asString().c_str(),
+                             result["file"].asString().c_str());
+               }),
+           "Replace a database that holds something, is in use or damaged");
+  auto* migrate = Add(
+      app, line, "migrate", "Copies everything from one database into another, empty one",
+      [&line] { return Migrate(line.from, line.to, !line.json && isatty(STDERR_FILENO) == 1); },
+      PrintMigrate);
+  migrate->add_option("FROM", line.from, R"("sqlite3 PATH" or "postgresql CONNECTION")")
+      ->required();
+  migrate->add_option("TO", line.to, "The same; its tables are made if need be")->required();
+}
+
+void PrintJson(const Json::Value& result) {
+  Json::StreamWriterBuilder builder;
+  builder["emitUTF8"] = true;
+  std::cout << Json::writeString(builder, result) << std::endl;
+}
+
+int Fail(const CommandLine& line, const std::string& text, int status) {
+  std::fprintf(stderr, "velt-sharing: %s\n", Shown(text).c_str());
+  if (line.json) {
+    Json::Value result;
+    result["success"] = false;
+    result["error"] = text;
+    PrintJson(result);
+  }
+  return status;
+}
+
+int Run(const CommandLine& line) {
+  Json::Value result = line.run();
+  if (!result.isMember("success")) result["success"] = true;
+  line.json ? PrintJson(result) : line.print(result);
+  std::fflush(stdout);
+  if (std::ferror(stdout) != 0 || !std::cout) throw Failure("standard output can't be written");
+  return result["success"].asBool() ? 0 : kFailed;
+}
+
+int Main(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app("Looks after the database of share links.", "velt-sharing");
+  DescribePlace(app, line);
+  Add(
+      app, line, "check", "Tells whether the service can work here, and what to do if not",
+      [&line] { return Check(line.place); }, PrintCheck);
+  DescribeLinks(app, line);
+  DescribeCopies(app, line);
+  app.require_subcommand(1);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& answer) {  // --help
+    return app.exit(answer);
+  } catch (const CLI::ParseError& error) {
+    return Fail(line, error.what(), kUsage);
+  }
+  if (const auto* config = app.get_config_ptr(); config->count() != 0) {
+    line.place.config = config->as<std::string>();
+  }
+  if (line.place.database.empty() && line.from.empty()) {
+    return Fail(line, "--database or --config is needed", kUsage);
+  }
+  openlog("velt-sharing", LOG_PERROR, LOG_USER);
+  try {
+    return Run(line);
+  } catch (const soci::soci_error& error) {
+    return Fail(line, FirstLine(error), kFailed);
+  } catch (const std::exception& error) {
+    return Fail(line, error.what(), kFailed);
+  }
+}
+
+}  // namespace
+}  // namespace VELT::tools
+
+int main(int argc, char** argv) {
+  try {
+    return VELT::tools::Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velt-sharing: %s\n", error.what());
+    return VELT::tools::kFailed;
+  }
+}

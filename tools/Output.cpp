@@ -1,0 +1,115 @@
+#include "tools/Output.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace VELT::tools {
+namespace {
+
+constexpr std::size_t kShortId = 6;
+constexpr Json::ArrayIndex kMostShown = 10;
+
+// Code points, which is near enough to columns for names.
+std::size_t Width(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
+std::string OwnerOf(const Json::Value& row) {
+  const std::string name = row["owner"].asString();
+  return name.empty() ? row["owner_uid"].asString() + " (no account)" : Shown(name);
+}
+
+void PrintMost(const char* heading, const Json::Value& rows, bool owners) {
+  std::vector<std::vector<std::string>> cells;
+  for (const Json::Value& row : rows) {
+    if (cells.size() == kMostShown) break;
+    cells.push_back(
+        {owners ? OwnerOf(row) : Shown(row["project_name"].asString()), row["links"].asString()});
+  }
+  std::printf("\n");
+  PrintTable({heading, "LINKS"}, cells);
+  if (rows.size() > kMostShown) std::printf("and %u more\n", rows.size() - kMostShown);
+}
+
+}  // namespace
+
+std::string Shown(const std::string& text) {
+  std::string shown;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0U;
+    if (byte == 0xC2 && next >= 0x80 && next < 0xA0) ++at;  // U+0080 to U+009F
+    const bool control = byte < ' ' || byte == 0x7F || (byte == 0xC2 && next < 0xA0);
+    shown += control ? '?' : text[at];
+  }
+  return shown;
+}
+
+void PrintTable(const std::vector<std::string>& headings,
+                const std::vector<std::vector<std::string>>& rows) {
+  std::vector<std::size_t> widths;
+  for (std::size_t column = 0; column < headings.size(); ++column) {
+    std::size_t width = headings[column].size();
+    for (const auto& row : rows) width = std::max(width, Width(row[column]));
+    widths.push_back(width);
+  }
+  const auto print = [&widths](const std::vector<std::string>& row) {
+    std::string line;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      line += row[column];
+      if (column + 1 < row.size()) line.append(widths[column] - Width(row[column]) + 2, ' ');
+    }
+    std::printf("%s\n", line.c_str());
+  };
+  print(headings);
+  for (const auto& row : rows) print(row);
+}
+
+void PrintCheck(const Json::Value& result) {
+  std::vector<std::vector<std::string>> rows;
+  for (const Json::Value& check : result["checks"]) {
+    rows.push_back(
+        {check["state"].asString(), check["subject"].asString(), Shown(check["text"].asString())});
+  }
+  PrintTable({"STATE", "WHAT", ""}, rows);
+}
+
+void PrintList(const Json::Value& result, bool full_ids) {
+  std::vector<std::vector<std::string>> rows;
+  for (const Json::Value& link : result["links"]) {
+    const std::string id = link["sharing_id"].asString();
+    std::string visits = link["visits"].asString();
+    if (link["expire_times"].asInt64() != 0) visits += " of " + link["expire_times"].asString();
+    rows.push_back({full_ids ? id : id.substr(0, kShortId) + "...", OwnerOf(link),
+                    Shown(link["project_name"].asString()), link["status"].asString(), visits,
+                    link["expire_at"].asString()});
+  }
+  PrintTable({"LINK", "OWNER", "PROJECT", "STATUS", "VISITS", "EXPIRES"}, rows);
+  if (result["more"].asBool()) std::printf("There are more; --limit 0 shows all.\n");
+}
+
+void PrintStats(const Json::Value& result) {
+  std::vector<std::vector<std::string>> rows;
+  for (const char* name : {"database", "schema_version", "database_bytes", "links", "sessions",
+                           "tokens", "failed_logins"}) {
+    rows.push_back({name, result[name].asString()});
+  }
+  for (const std::string& status : result["status"].getMemberNames()) {
+    rows.push_back({"links, " + status, result["status"][status].asString()});
+  }
+  PrintTable({"WHAT", ""}, rows);
+  PrintMost("OWNER", result["owners"], true);
+  PrintMost("PROJECT", result["projects"], false);
+}
+
+void PrintMigrate(const Json::Value& result) {
+  std::vector<std::vector<std::string>> rows;
+  for (const std::string& table : result["tables"].getMemberNames()) {
+    rows.push_back({table, result["tables"][table].asString()});
+  }
+  PrintTable({"TABLE", "ROWS"}, rows);
+}
+
+}  // namespace VELT::tools

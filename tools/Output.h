@@ -1,0 +1,23 @@
+// What a command has to tell, for people.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace VELT::tools {
+
+// `text` without control characters: names are strangers' and must not command a terminal.
+std::string Shown(const std::string& text);
+
+// Prints rows under their headings, in columns as wide as they need.
+void PrintTable(const std::vector<std::string>& headings,
+                const std::vector<std::vector<std::string>>& rows);
+
+void PrintCheck(const Json::Value& result);
+void PrintList(const Json::Value& result, bool full_ids);
+void PrintStats(const Json::Value& result);
+void PrintMigrate(const Json::Value& result);
+
+}  // namespace VELT::tools
