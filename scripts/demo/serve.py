@@ -41,12 +41,13 @@ def main():
     arguments.add_argument("--port", type=int, required=True)
     arguments.add_argument("--state", required=True)
     arguments.add_argument("--build", required=True)
+    arguments.add_argument("--database", default=f"sqlite3 {DATA}/sharing.db")
     options = arguments.parse_args()
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _stop)
     os.umask(0o022)
     try:
-        demonstration = Demonstration(options.state, options.port, options.build)
+        demonstration = Demonstration(options.state, options.port, options.build, options.database)
         try:
             demonstration.start()
             demonstration.announce()
@@ -68,10 +69,11 @@ def _stop(_number, _frame):
 
 
 class Demonstration:
-    def __init__(self, state, port, build):
+    def __init__(self, state, port, build, database):
         self.state = state
         self.port = port
         self.build = build
+        self.database = database
         self.programs = {}
         # In a user namespace of ours there is only one account, root, which is the caller outside.
         self.account = ("www-data", "www-data") if _owns_every_id() else None
@@ -103,7 +105,7 @@ class Demonstration:
         if os.path.exists(SETTINGS):
             options += ["--config", SETTINGS]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
-                  "/usr/velt/lib/webapi.d", "--database", f"sqlite3 {DATA}/sharing.db", "--log-stderr", *options)
+                  "/usr/velt/lib/webapi.d", "--database", self.database, "--log-stderr", *options)
         self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
         self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
         self._wait_ready()

@@ -35,17 +35,18 @@ class Answer:
 
 class Demo:
     """One running demonstration. `state` is a folder to use on; without it, a fresh one that stop() removes.
-    `under` is a command that starts it.
+    `under` is a command that starts it, `options` are more of ./run's.
 
     The programs come from the build folder that VELT_BUILD names, else from build/release, which is brought
     up to date first.
     """
 
-    def __init__(self, state=None, under=()):
+    def __init__(self, state=None, under=(), options=()):
         self._fresh = None if state else tempfile.TemporaryDirectory(prefix="velt-demo-", ignore_cleanup_errors=True)
         self.state = state or self._fresh.name
         self.port = free_port()
         self._under = under
+        self._options = options
         self.process = None
         self.start()
 
@@ -56,7 +57,7 @@ class Demo:
         with open(self.output, "wb") as output:
             self.process = subprocess.Popen(
                 [*self._under, os.path.join(REPOSITORY, "run"), "--no-install", "--port", str(self.port),
-                 "--state", self.state],
+                 "--state", self.state, *self._options],
                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT, start_new_session=True)
         try:
             about = self._wait_ready()

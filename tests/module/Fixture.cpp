@@ -1,6 +1,5 @@
 #include "Fixture.h"
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -8,6 +7,7 @@
 #include <fstream>
 #include <memory>
 
+#include "Dialect.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
@@ -60,6 +60,12 @@ Json::Value Refusal(const char* name, const char* reason) {
 ModuleTest::ModuleTest() {
   std::string pattern = (std::filesystem::temp_directory_path() / "velt-module-XXXXXX").string();
   folder_ = mkdtemp(pattern.data());
+  connection_ = "sqlite3 " + (folder_ / "sharing.db").string();
+  if (const char* server = std::getenv("VELT_TEST_POSTGRESQL"); server != nullptr) {
+    connection_ = std::string("postgresql ") + server + " options=-csearch_path=velt_test";
+    ExecuteSql("set client_min_messages = warning; drop schema if exists velt_test cascade");
+    ExecuteSql("create schema velt_test");
+  }
   OpenStore();
   EXPECT_TRUE(sharing::CreateStore());
   Log().clear();
@@ -131,33 +137,43 @@ std::string ModuleTest::Login(const std::string& link, const std::string& creden
 }
 
 void ModuleTest::OpenStore() {
-  sharing::ConfigureStore(
-      {"sqlite3 " + (folder_ / "sharing.db").string(), [this] { return now_; }});
+  sharing::ConfigureStore({connection_, [this] { return now_; }});
 }
 
 void ModuleTest::BreakStore() {
   sharing::ConfigureStore({});
-  std::ofstream(folder_ / "sharing.db") << std::string(10000, 'x');
+  if (IsSqlite()) {
+    std::ofstream(folder_ / "sharing.db") << std::string(10000, 'x');
+  } else {
+    ExecuteSql("drop table schema_version");
+  }
   OpenStore();
 }
 
+void ModuleTest::Refuse(const std::string& event) const {
+  const std::string trigger = "create trigger refusal before " + event + " on link ";
+  if (IsSqlite()) {
+    ExecuteSql(trigger + "begin select raise(abort, 'refused'); end");
+    return;
+  }
+  ExecuteSql(
+      "create function refuse() returns trigger language plpgsql as "
+      "'begin raise exception ''refused''; end'");
+  ExecuteSql(trigger + "for each row execute function refuse()");
+}
+
+void ModuleTest::RefuseNoMore() const {
+  ExecuteSql(IsSqlite() ? "drop trigger refusal" : "drop function refuse cascade");
+}
+
 void ModuleTest::ExecuteSql(const std::string& sql) const {
-  sqlite3* db = nullptr;
-  sqlite3_open((folder_ / "sharing.db").c_str(), &db);
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-  sqlite3_close(db);
+  *sharing::db::OpenSession(connection_) << sql;
 }
 
 int ModuleTest::Rows(const std::string& table, const std::string& where) const {
-  sqlite3* db = nullptr;
-  sqlite3_stmt* statement = nullptr;
-  sqlite3_open((folder_ / "sharing.db").c_str(), &db);
-  const std::string sql = "SELECT count(*) FROM " + table + " WHERE " + where;
-  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sql;
-  sqlite3_step(statement);
-  const int count = sqlite3_column_int(statement, 0);
-  sqlite3_finalize(statement);
-  sqlite3_close(db);
+  int count = 0;
+  *sharing::db::OpenSession(connection_) << "select count(*) from " << table << " where " << where,
+      soci::into(count);
   return count;
 }
 

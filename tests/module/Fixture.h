@@ -1,5 +1,5 @@
 // Calls the methods as the framework does, through the exported tables, over a real store in a
-// fresh folder.
+// fresh place: an SQLite file, or a schema of the server that VELT_TEST_POSTGRESQL names.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -46,7 +46,11 @@ class ModuleTest : public testing::Test {
   std::string Create(const std::string& json = R"({"project_name": "album"})");
   std::string Login(const std::string& link, const std::string& credentials = "");
 
+  bool IsSqlite() const { return connection_.starts_with("sqlite3"); }
   void BreakStore();
+  // From now on, until RefuseNoMore, the database refuses this: "insert", "update" or "delete".
+  void Refuse(const std::string& event) const;
+  void RefuseNoMore() const;
   void Pass(int seconds) { now_ += seconds; }
   // Changes the database by a connection of its own.
   void ExecuteSql(const std::string& sql) const;
@@ -58,7 +62,7 @@ class ModuleTest : public testing::Test {
 
  private:
   void OpenStore();
-
+  std::string connection_;
   RequestContext caller_;
 };
 

@@ -1,0 +1,216 @@
+"""Two whole services on one PostgreSQL database, and a database that goes away under them."""
+
+import contextlib
+import glob
+import http.client
+import os
+import shutil
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+from demo import SHARING, Demo, free_port
+
+PROGRAMS = sorted(glob.glob("/usr/lib/postgresql/*/bin"))[-1]
+AS_USER = ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
+SECONDS = 60  # until what must happen counts as failed
+NO_DATABASE = 117
+
+
+def wait_until(condition):
+    end = time.monotonic() + SECONDS
+    while not condition():
+        assert time.monotonic() < end, "waited in vain"
+        time.sleep(0.02)
+
+
+class Server:
+    """A PostgreSQL server on a port of its own, which keeps what it has committed."""
+
+    def __init__(self, folder, name):
+        self.data = os.path.join(folder, name)
+        self.port = free_port()
+        self.folder = folder
+
+    def program(self, name, *arguments):
+        subprocess.run([*AS_USER, os.path.join(PROGRAMS, name), *arguments], check=True, cwd=self.folder,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT)
+
+    def make(self):
+        self.program("initdb", "-D", self.data, "-U", "velt", "--auth", "trust", "--encoding", "UTF8", "--locale",
+                     "C.UTF-8")
+
+    def start(self):
+        self.program("pg_ctl", "-D", self.data, "-w", "-l", self.data + ".log", "-o",
+                     f"-p {self.port} -c listen_addresses=127.0.0.1 -c unix_socket_directories={self.folder} "
+                     "-c max_connections=200", "start")
+
+    def stop(self, mode="fast"):
+        self.program("pg_ctl", "-D", self.data, "-w", "-m", mode, "stop")
+
+    def sql(self, text, database="velt"):
+        return subprocess.run([os.path.join(PROGRAMS, "psql"), "-XAtq", "-v", "ON_ERROR_STOP=1", "-h", "127.0.0.1",
+                               "-p", str(self.port), "-U", "velt", database, "-c", text],
+                              capture_output=True, text=True, check=True).stdout.split()
+
+
+class Postgresql(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="velt-pg-", dir="/tmp")
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        if AS_USER:
+            shutil.chown(cls.folder, "postgres", "postgres")
+        cls.server, cls.spare = Server(cls.folder, "first"), Server(cls.folder, "spare")
+        cls.server.make()
+        cls.server.start()
+        cls.addClassCleanup(cls.stop_servers)
+        cls.server.sql("create database velt", "postgres")
+        database = (f"postgresql host=127.0.0.1,127.0.0.1 port={cls.server.port},{cls.spare.port} user=velt "
+                    "dbname=velt target_session_attrs=read-write")
+        # Both make the tables at once.
+        with ThreadPoolExecutor(2) as pool:
+            cls.demos = list(pool.map(lambda _: Demo(options=("--database", database)), range(2)))
+        for demo in cls.demos:
+            cls.addClassCleanup(demo.stop)
+        cls.one, cls.two = cls.demos
+
+    @classmethod
+    def stop_servers(cls):
+        for server in (cls.server, cls.spare):
+            with contextlib.suppress(subprocess.CalledProcessError):
+                server.stop("immediate")
+
+    def visitors(self, link, count):
+        """So many visitors, every other one of the second service."""
+        return [self.demos[number % 2].visitor(link) for number in range(count)]
+
+    def code(self, answer):
+        return 0 if answer["success"] else answer["error"]["code"]
+
+    def test_1_link_of_one_opens_on_the_other(self):
+        link = self.one.create(protect_type="password", protect_password="sesame", protect_title="here and there")
+        visitor = self.two.visitor(link)
+        self.assertIn("here and there", visitor.page().text)
+        self.assertTrue(visitor.login(password="sesame")["success"])
+        with_session = self.one.visitor(link)
+        with_session.cookies = visitor.cookies
+        for door in (visitor, with_session):  # a balancer may send a visit to either
+            self.assertTrue(door.call(SHARING, "get")["success"])
+        self.two.data(SHARING, "set", {"sharing_id": link, "project_name": "album", "protect_password": "new"})
+        self.assertFalse(visitor.call(SHARING, "get")["success"])
+        self.assertTrue(visitor.login(password="new")["success"])
+        self.two.data(SHARING, "delete", {"sharing_id": link})
+        self.assertFalse(with_session.call(SHARING, "get")["success"])
+        self.assertEqual(404, with_session.page().status)
+
+    def test_2_hundred_of_two_thousand_visits_are_let_in(self):
+        link = self.one.create(expire_times=100, auto_gc=True)
+        with ThreadPoolExecutor(64) as pool:
+            codes = list(pool.map(lambda visitor: self.code(visitor.login()), self.visitors(link, 2000)))
+        self.assertEqual({0: 100, 1012: 1900}, {code: codes.count(code) for code in set(codes)})
+        self.assertEqual(100, self.two.data(SHARING, "get", {"sharing_id": link})["visits"])
+        self.two.data(SHARING, "trigger_gc", {"project_name": "album"})
+        self.assertEqual(404, self.one.visitor(link).page().status)
+
+    def test_3_guesses_are_counted_together(self):
+        link = self.one.create(protect_type="password", protect_password="sesame")
+        codes = [self.code(visitor.login(password="guess")) for visitor in self.visitors(link, 12)]
+        self.assertEqual([codes[0]] * 10, codes[:10])
+        self.assertEqual([codes[10]] * 2, codes[10:])
+        self.assertNotEqual(codes[0], codes[10])
+        for demo in self.demos:
+            self.assertEqual(codes[10], self.code(demo.visitor(link).login(password="sesame")))
+
+    def test_4_ended_connections_fail_no_later_request(self):
+        link = self.one.create(protect_title="still here")
+        for demo in self.demos:  # so that many workers have one
+            with ThreadPoolExecutor(32) as pool:
+                list(pool.map(lambda _, demo=demo: demo.visitor(link).login(), range(64)))
+        restart = lambda: (self.server.stop(), self.server.start())
+        terminate = lambda: self.server.sql("select pg_terminate_backend(pid, 10000) from pg_stat_activity "
+                                            "where pid <> pg_backend_pid() and backend_type = 'client backend'")
+        for end in (terminate, restart):
+            end()
+            for demo in self.demos:
+                with ThreadPoolExecutor(16) as pool:
+                    for codes in (
+                        pool.map(lambda _: demo.visitor(link).page().status, range(48)),
+                        pool.map(lambda _: 200 + self.code(demo.visitor(link).login()), range(24)),
+                        pool.map(lambda _: 200 + self.code(demo.call(SHARING, "set", {"project_name": "p"})), range(24)),
+                    ):
+                        self.assertEqual({200}, set(codes))
+
+    def test_5_outage_is_told_and_mends_itself(self):
+        link = self.one.create(protect_type="password", protect_password="sesame")
+        self.server.stop()
+        try:
+            for demo in self.demos:
+                self.assertEqual(NO_DATABASE, self.code(demo.call(SHARING, "get", {"sharing_id": link})))
+                self.assertEqual(NO_DATABASE, self.code(demo.call(SHARING, "set", {"project_name": "p"})))
+                self.assertEqual(NO_DATABASE, self.code(demo.visitor(link).login(password="sesame")))
+                page = demo.visitor(link).page()
+                self.assertEqual(503, page.status)
+                self.assertIn("Try again", page.text)
+        finally:
+            self.server.start()
+        for demo in self.demos:
+            self.assertEqual(200, demo.visitor(link).page().status)
+            self.assertTrue(demo.visitor(link).login(password="sesame")["success"])
+
+    def test_6_nothing_told_is_lost_over_crashes_and_a_move(self):
+        told, failed = [], []
+        done = threading.Event()
+
+        def write(number):
+            while not done.is_set():
+                try:
+                    answer = self.demos[number % 2].call(SHARING, "set", {"project_name": "writes"})
+                except (OSError, ValueError, http.client.HTTPException):
+                    answer = {"success": False, "error": {"code": None}}
+                if answer["success"]:
+                    told.append(answer["data"]["sharing_id"])
+                else:
+                    failed.append(answer["error"]["code"])
+
+        def further(count):
+            wanted = len(told) + count
+            wait_until(lambda: len(told) >= wanted)
+
+        with ThreadPoolExecutor(4) as pool:
+            writers = [pool.submit(write, number) for number in range(4)]
+            try:
+                for _ in range(2):
+                    further(50)
+                    self.server.stop("immediate")  # as a crash
+                    self.server.start()
+                self.follow()
+                further(50)
+                self.server.stop("immediate")
+                self.spare.program("pg_ctl", "-D", self.spare.data, "-w", "promote")
+                further(50)
+            finally:
+                done.set()
+            for writer in writers:
+                writer.result()
+        self.assertLessEqual(set(failed), {NO_DATABASE, 1002, 1003}, "told as a failure of the store")
+        stored = self.spare.sql("select hash from link where project_name = 'writes'")
+        self.assertEqual(set(), set(told) - set(stored))
+        self.assertEqual(len(told), len(set(told)))
+        self.assertLessEqual(len(stored) - len(told), len(failed))
+
+    def follow(self):
+        """Gives the first server a standby, which has all that is told from now on."""
+        self.spare.program("pg_basebackup", "-h", "127.0.0.1", "-p", str(self.server.port), "-U", "velt", "-D",
+                           self.spare.data, "-R", "-X", "stream", "-c", "fast")
+        self.spare.start()
+        self.server.sql("alter system set synchronous_standby_names = '*'", "postgres")
+        self.server.sql("select pg_reload_conf()", "postgres")
+        wait_until(lambda: self.server.sql("select sync_state from pg_stat_replication", "postgres") == ["sync"])
+
+
+if __name__ == "__main__":
+    unittest.main()
