@@ -8,9 +8,9 @@
 #include <cstring>
 #include <optional>
 
-#include "Connection.h"
-#include "Dialect.h"
-#include "Schema.h"
+#include "sql/Dialect.h"
+#include "sql/Schema.h"
+#include "sql/Transaction.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/SqliteFile.h"

@@ -3,9 +3,9 @@
 
 #include <chrono>
 
-#include "Dialect.h"
-#include "Schema.h"
 #include "host/Registry.h"
+#include "sql/Dialect.h"
+#include "sql/Schema.h"
 #include "tools/CheckFiles.h"
 #include "tools/Command.h"
 #include "tools/Database.h"

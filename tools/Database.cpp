@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Dialect.h"
-#include "Schema.h"
+#include "sql/Dialect.h"
+#include "sql/Schema.h"
 #include "tools/Command.h"
 
 namespace VELT::tools {

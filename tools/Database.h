@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 
 namespace VELT::tools {
 

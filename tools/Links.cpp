@@ -6,14 +6,14 @@
 #include <map>
 #include <optional>
 
-#include "Dialect.h"
-#include "EntryRow.h"
-#include "KeptStatements.h"
 #include "LinkStatus.h"
 #include "LocalTime.h"
 #include "Purge.h"
-#include "Schema.h"
 #include "StoreContext.h"
+#include "sql/Dialect.h"
+#include "sql/EntryRow.h"
+#include "sql/Schema.h"
+#include "sql/Statement.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "veltsharing/StoreOptions.h"

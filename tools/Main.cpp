@@ -9,7 +9,7 @@
 #include <iostream>
 #include <map>
 
-#include "Soci.h"
+#include "sql/Soci.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Output.h"

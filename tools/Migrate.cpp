@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Connection.h"
-#include "Dialect.h"
-#include "KeptStatements.h"
+#include "sql/Dialect.h"
+#include "sql/Statement.h"
+#include "sql/Transaction.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Progress.h"

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <memory>
 
-#include "Dialect.h"
+#include "sql/Dialect.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"

@@ -1,8 +1,8 @@
 // First starts, databases of a newer version, and servers that end connections.
 #include <filesystem>
 
-#include "Dialect.h"
 #include "Fixture.h"
+#include "sql/Dialect.h"
 
 namespace VELT::sharing {
 
