@@ -9,13 +9,14 @@
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {
+
 EntryDB::EntryDB(BaseDB& db) : db_(db), condition_(std::make_unique<Condition>()) {}
 EntryDB::~EntryDB() = default;
 
 bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   entry = record::Entry();
-  return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](StoreSession& session) {
-    PreparedStatements& statements = session.statements();
+  return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](StoreSession& store) {
+    PreparedStatements& statements = store.statements();
     const EntryRow* row =
         IsVisitor() ? statements.FindEnabledLink(hash) : statements.FindLink(hash);
     if (row == nullptr || (IsVisitor() && !OwnerExists(row->owner_uid))) return false;
@@ -25,34 +26,34 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
 }
 
 bool EntryDB::CreateWithHash(record::Entry& entry) {
-  return Connection::Of(db_).Run("create a link", [&](StoreSession& session) {
+  return Connection::Of(db_).Run("create a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
     row->MakeNew(NewLinkId(), Now());
-    row->id = session.statements().InsertLink(*row);
+    row->id = store.statements().InsertLink(*row);
     row->Identify(entry);
     return true;
   });
 }
 
 bool EntryDB::Update(const record::Entry& entry) {
-  return Connection::Of(db_).Run("update a link", [&](StoreSession& session) {
+  return Connection::Of(db_).Run("update a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
-    Transaction transaction(session.sql());
-    const EntryRow* present = session.statements().LockLink(row->hash);
+    Transaction transaction(store.sql());
+    const EntryRow* present = store.statements().LockLink(row->hash);
     if (present == nullptr || !row->MergeOnto(*present)) return false;
-    session.statements().UpdateLink(*row);
+    store.statements().UpdateLink(*row);
     transaction.Commit();
     return true;
   });
 }
 
 bool EntryDB::Delete(const record::Entry& entry) {
-  return Connection::Of(db_).Run("delete a link", [&](StoreSession& session) {
+  return Connection::Of(db_).Run("delete a link", [&](StoreSession& store) {
     const long long id = entry.get_id();
     soci::statement statement =
-        (session.sql().prepare << "delete from link where id = :id", soci::use(id));
+        (store.sql().prepare << "delete from link where id = :id", soci::use(id));
     statement.execute(true);
     return statement.get_affected_rows() == 1;
   });
@@ -62,8 +63,8 @@ Condition* EntryDB::GetCondition() const { return condition_.get(); }
 
 bool EntryDB::Count(int& n) const {
   const EntryQuery query(*condition_);
-  return query.IsGood() && Connection::Of(db_).Run("count links", [&](StoreSession& session) {
-    query.Count(session.sql(), n);
+  return query.IsGood() && Connection::Of(db_).Run("count links", [&](StoreSession& store) {
+    query.Count(store.sql(), n);
     return true;
   });
 }
@@ -72,8 +73,8 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
   entries.clear();
   const EntryQuery query(*condition_);
   std::vector<record::Entry> found;
-  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](StoreSession& session) {
-        query.Run(session.sql(), found);
+  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](StoreSession& store) {
+        query.Run(store.sql(), found);
         return true;
       })) {
     return false;
@@ -83,8 +84,8 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
 }
 
 bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
-  return Connection::Of(db_).Run("purge links", [&](StoreSession& session) {
-    PurgeLinks(session.sql(), owner, project);
+  return Connection::Of(db_).Run("purge links", [&](StoreSession& store) {
+    PurgeLinks(store.sql(), owner, project);
     return true;
   });
 }

@@ -65,7 +65,7 @@ bool MatchesPassword(const std::string& hash, const std::string& password) {
   if (!SodiumReady() || hash.size() >= crypto_pwhash_STRBYTES) return false;
   errno = 0;
   if (crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0) return true;
-  // libsodium says EINVAL where the two differ; anything else must not count as a wrong guess.
+  // libsodium sets EINVAL when the two differ. Any other error must not count as a wrong guess.
   if (errno != EINVAL) throw std::bad_alloc();
   return false;
 }

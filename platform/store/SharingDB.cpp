@@ -31,8 +31,8 @@ SharingDB* SharingDB::Instance() {
 }
 
 bool SharingDB::IsGood() const {
-  return Connection::Of(*this).Run("check the database", [](StoreSession& session) {
-    return session.statements().SchemaVersion() == kSchemaVersion;
+  return Connection::Of(*this).Run("check the database", [](StoreSession& store) {
+    return store.statements().SchemaVersion() == kSchemaVersion;
   });
 }
 

@@ -66,7 +66,7 @@ std::optional<LoginResult> VisitorLogin::Attempt(StoreSession& store) {
     case LoginResult::kWrongPassword:
     case LoginResult::kWrongAccount:
     case LoginResult::kNotListed:  // which reveals that the password was right
-      CountFailure(store.sql(), failure_key(), now_);
+      CountFailure(store.sql(), MakeFailureKey(), now_);
       break;
     case LoginResult::kInternal:
     case LoginResult::kNotServed:
@@ -97,14 +97,14 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
 
   const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
   holds_token_ = token && token->Fits(link_, VisitorAddress());
-  if (link_.IsProtected() && IsLockedOut(store.sql(), failure_key(), now_)) {
+  if (link_.IsProtected() && IsLockedOut(store.sql(), MakeFailureKey(), now_)) {
     return LoginResult::kDenied;
   }
   if (status == LinkStatus::kUsedUp && !holds_token_) return LoginResult::kUsedUp;
   return LoginResult::kLoggedIn;
 }
 
-FailureKey VisitorLogin::failure_key() const {
+FailureKey VisitorLogin::MakeFailureKey() const {
   const bool for_accounts = link_.protect_type == static_cast<int>(ProtectType::kUser);
   return {link_.id, for_accounts ? account_key_ : std::string(), source_key_};
 }
@@ -146,7 +146,7 @@ LoginResult VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
 
 LoginResult VisitorLogin::Admit(StoreSession& store) {
   if (!holds_token_ && !store.statements().CountVisit(link_.id)) return LoginResult::kUsedUp;
-  if (link_.IsProtected()) ClearFailures(store.sql(), failure_key());
+  if (link_.IsProtected()) ClearFailures(store.sql(), MakeFailureKey());
   RenewSession(store);
   store.statements().InsertToken(session_->id, link_, VisitorAddress());
   return LoginResult::kLoggedIn;

@@ -38,7 +38,7 @@ class VisitorLogin {
  private:
   std::optional<LoginResult> Attempt(StoreSession& store);
   LoginResult CheckPreconditions(StoreSession& store);
-  FailureKey failure_key() const;
+  FailureKey MakeFailureKey() const;
   LoginResult CheckCredentials() const;
   LoginResult CheckListedAccount(const record::Entry& entry) const;
   LoginResult Admit(StoreSession& store);

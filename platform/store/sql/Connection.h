@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "sql/StoreSession.h"
 #include "veltsharing/SharingDB.h"

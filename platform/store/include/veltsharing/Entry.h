@@ -65,8 +65,8 @@ class Entry {
   void set_protect_title(const std::string& title) {
     Set(Field::kProtectTitle, protect_title_, title);
   }
-  // Keeps only a hash of `password`; the empty text is no password. `plain` tells that the text is
-  // the password itself and must be true: anything else leaves the record unwritable.
+  // Keeps only a hash of `password`; the empty text is no password. `plain` means that the text is
+  // the password itself. It must be true: anything else leaves the record unwritable.
   void set_protect_password(const std::string& password, bool plain, PasswordEncryptAlgo algo);
   void set_protect_users(const std::vector<std::string>& users) {
     Set(Field::kProtectUsers, protect_users_, users);

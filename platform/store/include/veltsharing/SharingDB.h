@@ -60,7 +60,7 @@ class EntryDB {
 
   // A visitor (StoreOptions.h) finds no link that is disabled or whose owner has no account.
   bool GetByHash(const std::string& hash, record::Entry& entry);
-  // Stores the entry as a new link and gives it a new id and hash, which stand in the entry
+  // Stores the entry as a new link and gives it a new id and hash, which the entry holds
   // afterwards. A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
   // Writes the fields that were set since the entry was read or stored over those of the stored

@@ -1,4 +1,4 @@
-// The host's half of the store: where it is, what time it is, who is asking.
+// What the host sets for the store: where it is, what time it is, whose request is served.
 #pragma once
 
 #include <chrono>
@@ -21,11 +21,11 @@ struct StoreOptions {
 // database: an open connection is closed.
 void ConfigureStore(StoreOptions options);
 
-// From now on a visitor's request is served, who comes from `address`, a text. Meanwhile
-// EntryDB::GetByHash finds no link that is disabled, which takes no longer than for one that never
-// was, and none whose owner has no account any more.
+// From now on the request served is a visitor's, who comes from `address`, a text. Meanwhile
+// EntryDB::GetByHash finds no link that is disabled, and takes no longer for it than for an unknown
+// one, and no link whose owner has no account any more.
 void SetVisitor(const std::string& address);
-// From now on a request is served that is no visitor's, as at the start of a process.
+// From now on the request served is no visitor's, as at the start of a process.
 void SetNoVisitor();
 
 // For a first start: creates the database of the options, empty, schema included, unless there is
