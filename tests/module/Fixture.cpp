@@ -50,13 +50,6 @@ std::string Capture(Action action) {
 
 }  // namespace
 
-Json::Value Refusal(const char* name, const char* reason) {
-  Json::Value detail;
-  detail["name"] = name;
-  detail["reason"] = reason;
-  return detail;
-}
-
 ModuleTest::ModuleTest() {
   std::string pattern = (std::filesystem::temp_directory_path() / "velt-module-XXXXXX").string();
   folder_ = mkdtemp(pattern.data());
@@ -97,16 +90,16 @@ void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
 }
 
 Answer ModuleTest::Call(const std::string& api, const std::string& method,
-                        const std::string& json) {
+                        const Json::Value& parameters, bool checked) {
   auto context = std::make_unique<RequestContext>(caller_);
-  const Json::Value parameters = Parse(json);
-  for (const std::string& name : parameters.getMemberNames()) {
-    context->parameters[name] = {true, parameters[name], ""};
+  const Json::Value all = parameters.isString() ? Parse(parameters.asString()) : parameters;
+  for (const std::string& name : all.getMemberNames()) {
+    context->parameters[name] = {true, all[name], ""};
   }
   APIRequest request(std::move(context));
   APIResponse response;
   Answer answer;
-  answer.handled = Find(GetAPICheckTable(), api, method)->check(&request, &response);
+  answer.handled = !checked || Find(GetAPICheckTable(), api, method)->check(&request, &response);
   if (answer.handled) {
     answer.printed =
         Capture([&] { Find(GetAPITable(), api, method)->handler(&request, &response); });
@@ -120,16 +113,16 @@ Answer ModuleTest::Call(const std::string& api, const std::string& method,
   return answer;
 }
 
-std::string ModuleTest::Create(const std::string& json) {
-  const Answer answer = Sharing("set", json);
+std::string ModuleTest::Create(const Members& members) {
+  const Answer answer = Sharing("set", Object(members, Object({{"project_name", "album"}})));
   EXPECT_EQ(answer.code, 0) << answer.body;
   return answer.body["sharing_id"].asString();
 }
 
-std::string ModuleTest::Login(const std::string& link, const std::string& credentials) {
+std::string ModuleTest::Login(const std::string& link, const Members& credentials) {
   AsVisitor(link, "");
-  const Answer answer = Call("VELT.Core.Sharing.Login", "login",
-                             R"({"sharing_id": ")" + link + "\"" + credentials + "}");
+  const Answer answer =
+      Call("VELT.Core.Sharing.Login", "login", Object(credentials, Object({{"sharing_id", link}})));
   EXPECT_EQ(answer.code, 0) << answer.body;
   const std::string sid = answer.body["sharing_sid"].asString();
   AsVisitor(link, sid);

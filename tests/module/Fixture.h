@@ -38,13 +38,15 @@ class ModuleTest : public testing::Test {
   void AsVisitor(const std::string& link, const std::string& sid,
                  const std::string& address = "192.0.2.1");
 
-  Answer Call(const std::string& api, const std::string& method, const std::string& json);
-  Answer Sharing(const std::string& method, const std::string& json) {
-    return Call("VELT.Core.Sharing", method, json);
+  // `parameters` is an object, or the text of one. Without `checked` the handler runs alone.
+  Answer Call(const std::string& api, const std::string& method, const Json::Value& parameters,
+              bool checked = true);
+  Answer Sharing(const std::string& method, const Json::Value& parameters, bool checked = true) {
+    return Call("VELT.Core.Sharing", method, parameters, checked);
   }
   // Calls that must succeed. A link's id; a visitor's session id, left as the one that visits.
-  std::string Create(const std::string& json = R"({"project_name": "album"})");
-  std::string Login(const std::string& link, const std::string& credentials = "");
+  std::string Create(const Members& members = {});
+  std::string Login(const std::string& link, const Members& credentials = {});
 
   bool IsSqlite() const { return connection_.starts_with("sqlite3"); }
   void BreakStore();
@@ -65,8 +67,5 @@ class ModuleTest : public testing::Test {
   std::string connection_;
   RequestContext caller_;
 };
-
-// {"name": name, "reason": reason}
-Json::Value Refusal(const char* name, const char* reason);
 
 }  // namespace VELT

@@ -7,7 +7,7 @@ namespace {
 class GetTest : public ModuleTest {
  protected:
   Answer On(const char* method, const std::string& link) {
-    return Sharing(method, R"({"sharing_id": ")" + link + "\"}");
+    return Sharing(method, Object({{"sharing_id", link}}));
   }
 };
 
@@ -48,15 +48,22 @@ TEST_F(GetTest, VisitorReadsByItsTokenForThatLink) {
 }
 
 TEST_F(GetTest, VisitEndsWithItsSessionOrItsLink) {
-  const std::string id = Create(R"({"project_name": "album", "expire_at": "2023-11-15 12:00:00"})");
+  const std::string id = Create({{"expire_at", "2023-11-15 12:00:00"}});
+  const auto refusal = [this] {
+    const Answer answer = Sharing("get", "{}");
+    EXPECT_EQ(answer.code, 1006);
+    return answer.body.asString();
+  };
   Login(id);
   EXPECT_EQ(Sharing("get", "{}").code, 0);
   EXPECT_EQ(Sharing("logout", "{}").code, 0);
-  EXPECT_EQ(Sharing("get", "{}").code, 1006);
+  EXPECT_EQ(refusal(), "Execute Error: invalid sharing session_id");
 
   Login(id);
-  Pass(36 * 3600);
-  EXPECT_EQ(Sharing("get", "{}").code, 1006);
+  Pass(14 * 3600);
+  EXPECT_EQ(refusal(), "Execute Error: no token");
+  Pass(24 * 3600);
+  EXPECT_EQ(refusal(), "Execute Error: invalid sharing session_id");
 }
 
 }  // namespace

@@ -23,8 +23,7 @@ std::vector<std::string> Names(const Row* row) {
   for (; row->api != nullptr; ++row) {
     names.push_back(std::string(row->api) + " " + std::to_string(row->version) + " " + row->method);
   }
-  EXPECT_EQ(row->method, nullptr);
-  EXPECT_EQ(row->version, 0);
+  EXPECT_TRUE(row->method == nullptr && row->version == 0);
   return names;
 }
 
@@ -41,6 +40,12 @@ TEST(TablesTest, RowsStandInTheirOrder) {
                           "VELT.Core.Sharing 1 get", "VELT.Core.Sharing 1 list",
                           "VELT.Core.Sharing 1 trigger_gc", "VELT.Core.Sharing 1 logout",
                           "VELT.Core.Sharing 1 delete"));
+  for (const APICheckTableEntry* row = GetAPICheckTable();; ++row) {
+    EXPECT_TRUE(row->unused_first == nullptr && row->unused_second == nullptr);
+    EXPECT_EQ(row->check == nullptr, row->api == nullptr);
+    if (row->api == nullptr) break;
+  }
+  EXPECT_EQ(GetAPITable()[9].handler, nullptr);
   // The framework reads rows by this layout.
   EXPECT_EQ(sizeof(APITableEntry), 4 * sizeof(void*));
   EXPECT_EQ(sizeof(APICheckTableEntry), 6 * sizeof(void*));
@@ -69,11 +74,12 @@ class Method : public SharingAPIBase {
   }
 };
 
-class FailsToStart : public Method {
+class FailsToStart : public SharingAPIBase {
  public:
-  FailsToStart(APIRequest* request, APIResponse* response) : Method(request, response) {
+  FailsToStart(APIRequest* request, APIResponse* response) : SharingAPIBase(request, response) {
     throw std::runtime_error("x");
   }
+  ~FailsToStart() override { g_steps.emplace_back("end"); }
 };
 
 template <typename T>
@@ -107,6 +113,7 @@ TEST(HandlerTest, LogsAnExceptionBeforeTheObjectEnds) {
 
   EXPECT_EQ(Handle<FailsToStart>("").outcome, ResponseState::Outcome::kNone);
   EXPECT_THAT(Log(), ElementsAre("3 SharingAPI:157 Fatal Error: x"));
+  EXPECT_THAT(g_steps, IsEmpty());
 }
 
 TEST(LibraryTest, LoadsByItself) {

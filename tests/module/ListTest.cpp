@@ -6,8 +6,8 @@ namespace {
 class ListTest : public ModuleTest {
  protected:
   // The titles of a page, and its total behind them.
-  std::string List(const std::string& json) {
-    const Answer answer = Sharing("list", json);
+  std::string List(const Json::Value& parameters) {
+    const Answer answer = Sharing("list", parameters);
     if (answer.code != 0) return std::to_string(answer.code) + " " + answer.body.asString();
     std::string titles;
     for (const Json::Value& link : answer.body["sharings"]) {
@@ -16,9 +16,10 @@ class ListTest : public ModuleTest {
     }
     return titles + " of " + answer.body["total"].asString();
   }
-  void Add(const char* title, const char* project, const char* members = "") {
-    Create(std::string(R"({"project_name": ")") + project + R"(", "protect_title": ")" + title +
-           "\"" + members + "}");
+  void Add(const char* title, const char* project, const Members& members = {}) {
+    Members all = {{"project_name", project}, {"protect_title", title}};
+    all.insert(all.end(), members.begin(), members.end());
+    Create(all);
   }
 };
 
@@ -48,29 +49,29 @@ TEST_F(ListTest, OwnersSeeTheirOwn) {
 TEST_F(ListTest, ShareWithMeKeepsLinksProtectedForTheCaller) {
   for (const char* title : {"a", "b", "c", "d", "e"}) {
     Add(title, "album",
-        *title % 2 == 0 ? R"(, "protect_users": ["alice", "nobody-knows"])"
-                        : R"(, "protect_groups": ["family"])");
-    Add("-", "album", R"(, "protect_users": ["bob"])");
+        *title % 2 == 0 ? Members{{"protect_users", Array("alice", "nobody-knows")}}
+                        : Members{{"protect_groups", Array("family")}});
+    Add("-", "album", {{"protect_users", Array("bob")}});
   }
-  const auto page = [this](const std::string& members) {
-    return List(R"({"share_with_me": true, "sort_by": "protect_title")" + members + "}");
+  const auto page = [this](const Members& members) {
+    return List(Object(members, Parse(R"({"share_with_me": true, "sort_by": "protect_title"})")));
   };
-  EXPECT_EQ(page(""), "abcde of 5");
-  EXPECT_EQ(page(R"(, "offset": 1, "limit": 2)"), "bc of 5");
-  EXPECT_EQ(page(R"(, "limit": 0)"), " of 5");
-  EXPECT_EQ(page(R"(, "offset": 9)"), " of 5");
+  EXPECT_EQ(page({}), "abcde of 5");
+  EXPECT_EQ(page({{"offset", 1}, {"limit", 2}}), "bc of 5");
+  EXPECT_EQ(page({{"limit", 0}}), " of 5");
+  EXPECT_EQ(page({{"offset", 9}}), " of 5");
   // Another user's links for bob are no candidates: the owner filter stays.
   As(kBob);
-  EXPECT_EQ(page(""), " of 0");
+  EXPECT_EQ(page({}), " of 0");
   As(4000000000);
-  EXPECT_EQ(page(""), " of 0");
+  EXPECT_EQ(page({}), " of 0");
 }
 
 TEST_F(ListTest, GarbageCollectionKeepsToTheCallersLinks) {
-  const char* expired = R"(, "auto_gc": true, "expire_at": "2020-01-01 00:00:00")";
+  const Members expired = {{"auto_gc", true}, {"expire_at", "2020-01-01 00:00:00"}};
   Add("a", "album", expired);
   Add("b", "notes", expired);
-  Add("kept", "album", R"(, "expire_at": "2020-01-01 00:00:00")");
+  Add("kept", "album", {{"expire_at", "2020-01-01 00:00:00"}});
   As(kBob);
   Add("c", "album", expired);
 

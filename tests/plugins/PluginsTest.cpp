@@ -27,11 +27,7 @@ constexpr const char* kPlugins[] = {"custom_page", "open_graph"};
 
 std::string LibPath(const std::string& name) { return VELT_PLUGINS "/" + name + ".so"; }
 
-Json::Value ParamsOf(const std::string& lib) {
-  Json::Value params;
-  params["lib"] = lib;
-  return params;
-}
+Json::Value ParamsOf(const std::string& lib) { return Object({{"lib", lib}}); }
 
 bool IsLoaded(const Json::Value& path) {
   if (!path.isString() || path == "") return false;
@@ -71,8 +67,8 @@ class PluginsTest : public testing::Test {
     return output;
   }
 
-  static std::string Scripts(const std::string& result) {
-    return Merged("custom_page", Parse(result))["JSFILE"].asString();
+  static std::string ScriptOf(const std::string& url) {
+    return Merged("custom_page", Object({{"JSFILE", Array(url)}}))["JSFILE"].asString();
   }
 };
 
@@ -199,17 +195,15 @@ TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
       {"/pkg/%app.js", "/pkg/%app.js?v=" + ui},
   };
   for (const auto& row : rows) {
-    Json::Value result;
-    result["JSFILE"].append(row.url);
-    result["CSS"].append(row.url);
-    const Json::Value output = Merged("custom_page", result);
+    const Json::Value output =
+        Merged("custom_page", Object({{"JSFILE", Array(row.url)}, {"CSS", Array(row.url)}}));
     EXPECT_EQ(output["JSFILE"].asString(),
               "<script type=\"text/javascript\" src=\"" + row.versioned + "\"></script>\n");
     EXPECT_EQ(output["CSS"].asString(),
               "<link rel=\"stylesheet\" type=\"text/css\" href=\"" + row.versioned + "\" />\n");
   }
   WriteFile("/pkg/app.js", 2001);
-  EXPECT_THAT(Scripts(R"({"JSFILE": ["/pkg/app.js"]})"), testing::HasSubstr("v=2001000000007"));
+  EXPECT_THAT(ScriptOf("/pkg/app.js"), testing::HasSubstr("v=2001000000007"));
   std::filesystem::remove("/usr/velt/web/index.html");
   EXPECT_EQ(WebUtils::GetModifyTime(nullptr), "0");
 }
@@ -217,7 +211,7 @@ TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
 TEST_F(PluginsTest, TagIsCutAt1023Bytes) {
   const std::string head = "<script type=\"text/javascript\" src=\"";
   const std::string url = "/" + std::string(2000, 'x');
-  EXPECT_EQ(Scripts(R"({"JSFILE": [")" + url + R"("]})"), (head + url).substr(0, 1023));
+  EXPECT_EQ(ScriptOf(url), (head + url).substr(0, 1023));
 }
 
 TEST_F(PluginsTest, CustomPageResultsCombine) {

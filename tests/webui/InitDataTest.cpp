@@ -24,11 +24,11 @@ class InitDataTest : public testing::Test {
   }
 
   // The JS config after modules were allowed.
-  Json::Value Append(const std::string& config) {
-    Json::Value value = Parse(config);
-    handler_->AppendAllowSharing(value);
-    return value;
+  Json::Value Append(Json::Value config) {
+    handler_->AppendAllowSharing(config);
+    return config;
   }
+  Json::Value Append(const char* config) { return Append(Parse(config)); }
   Json::Value Filtered(void (InitDataHandler::*filter)(Json::Value&), const std::string& json) {
     Json::Value value = Parse(json);
     (handler_.get()->*filter)(value);
@@ -73,13 +73,15 @@ TEST_F(InitDataTest, FiltersKeepTheListedModules) {
       Filtered(&InitDataHandler::FilterCSSFiles,
                R"(["x/y/Widgets/b.css", "x/y/Foo/a.css", 5, {}, "x/y/Utils/a.css", "Utils"])"),
       Parse(R"(["x/y/Widgets/b.css", "x/y/Utils/a.css"])"));
-  std::string all;
-  for (const char* name : {"ACEEditor", "Chooser", "MOSKNotify", "FileChooser", "FileTaskMonitor",
-                           "Flotr", "PixlrImageEditor", "PollingTask", "TinyMCE", "Uploader",
-                           "Utils", "Widgets", "SharingManager"}) {
-    all += (all.empty() ? "{\"x/y/" : ", \"x/y/") + std::string(name) + "\": {}";
+  Json::Value all;
+  for (const std::string name : {"ACEEditor", "Chooser", "MOSKNotify", "FileChooser",
+                                 "FileTaskMonitor", "Flotr", "PixlrImageEditor", "PollingTask",
+                                 "TinyMCE", "Uploader", "Utils", "Widgets", "SharingManager"}) {
+    all["x/y/" + name] = Json::objectValue;
   }
-  EXPECT_EQ(Filtered(&InitDataHandler::FilterJSConfig, all + "}").size(), 13U);
+  Json::Value kept = all;
+  handler_->FilterJSConfig(kept);
+  EXPECT_EQ(kept, all);
 }
 
 TEST_F(InitDataTest, FiltersReplaceWrongTypes) {
@@ -116,7 +118,7 @@ TEST_F(InitDataTest, OnlyAMarkedModuleOpens) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     handler_ = std::make_unique<InitDataHandler>(page_.get(), link_);
-    Append(std::string(R"({"x/y/FooApp": )") + row.config + "}");
+    Append(Object({{"x/y/FooApp", Parse(row.config)}}));
     const Json::Value kept =
         Filtered(&InitDataHandler::FilterStrings, R"({"a.b.FooApp": {}, "a.b.FooMain": {}})");
     EXPECT_EQ(kept.isMember("a.b.FooApp"), row.app_opens);
@@ -124,31 +126,32 @@ TEST_F(InitDataTest, OnlyAMarkedModuleOpens) {
   }
   Append("[]");
   Append(R"({"x/FooApp": {"a.b.FooMain": {"allowSharing": true}}})");
+  Append(R"({"x/y/Utils": {"a.b.FooMain": {"allowSharing": true}}})");  // open for all anyway
   EXPECT_TRUE(Filtered(&InitDataHandler::FilterJSConfig, R"({"x/y/FooMain": {}})").empty());
 }
 
 TEST_F(InitDataTest, PackageStatusIsNotedInTheMarkedClass) {
   Write("var/packages/up/running", "");
   const struct {
-    const char* id;
+    Json::Value id;
     const char* status;
   } rows[] = {
-      {"\"up\"", "running"}, {"\"down\"", "disable"}, {"{}", "disable"}, {"\"../up\"", "disable"}};
+      {"up", "running"}, {"down", "disable"}, {Json::objectValue, "disable"}, {"../up", "disable"}};
   for (const auto& row : rows) {
-    const std::string config =
-        std::string(R"({"x/y/App": {"a.b.Main": {"allowSharing": true, "pkgId": )") + row.id +
-        R"(}, "a.b.Other": {"pkgId": "up"}}})";
-    handler_ = std::make_unique<InitDataHandler>(page_.get(), link_);
-    Json::Value expected = Parse(config);
+    Json::Value config =
+        Parse(R"({"x/y/App": {"a.b.Main": {"allowSharing": true}, "a.b.Other": {"pkgId": "up"}}})");
+    config["x/y/App"]["a.b.Main"]["pkgId"] = row.id;
+    Json::Value expected = config;
     expected["x/y/App"]["a.b.Main"]["pkgStatus"] = row.status;
+    handler_ = std::make_unique<InitDataHandler>(page_.get(), link_);
     EXPECT_EQ(Append(config), expected);
   }
-  const std::string bare = R"({"x/y/Bare": {"a.b.Bare": {"allowSharing": true}}})";
+  const char* bare = R"({"x/y/Bare": {"a.b.Bare": {"allowSharing": true}}})";
   EXPECT_EQ(Append(bare), Parse(bare));
 }
 
 TEST_F(InitDataTest, WithoutTheRightToBecomeRootThePackageIsNotAsked) {
-  const std::string config = R"({"x/y/App": {"a.b.Main": {"allowSharing": true, "pkgId": "up"}}})";
+  const char* config = R"({"x/y/App": {"a.b.Main": {"allowSharing": true, "pkgId": "up"}}})";
   const pid_t child = fork();
   if (child == 0) {
     if (setresuid(1024, 1024, 1024) != 0) _exit(77);
