@@ -1,10 +1,10 @@
 #include "Secrets.h"
 
 #include <sodium.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <new>
 #include <string_view>
 
@@ -20,6 +20,13 @@ constexpr std::size_t kPasswordMemory = std::size_t{19} * 1024 * 1024;
 bool SodiumReady() {
   static const bool ready = sodium_init() >= 0;
   return ready;
+}
+
+// Whether the memory that a password takes, which libsodium maps and frees again, can be had.
+bool HasPasswordMemory() {
+  void* memory =
+      mmap(nullptr, kPasswordMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return memory != MAP_FAILED && munmap(memory, kPasswordMemory) == 0;
 }
 
 }  // namespace
@@ -63,10 +70,10 @@ std::string HashPassword(const std::string& password) {
 
 bool MatchesPassword(const std::string& hash, const std::string& password) {
   if (!SodiumReady() || hash.size() >= crypto_pwhash_STRBYTES) return false;
-  errno = 0;
   if (crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0) return true;
-  // libsodium sets EINVAL when the two differ. Any other error must not count as a wrong guess.
-  if (errno != EINVAL) throw std::bad_alloc();
+  // libsodium reports the same, errno included, when the two differ and when it gets no memory. The
+  // latter must not count as a wrong guess.
+  if (!HasPasswordMemory()) throw std::bad_alloc();
   return false;
 }
 

@@ -1,4 +1,5 @@
 // Database files that are missing, replaced, damaged, foreign, locked or not ours to write.
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -159,6 +160,22 @@ TEST_P(FaultTest, ReadOnlyDatabaseIsNotUsedUntilItCanBeWritten) {
   fs::permissions(File(), fs::perms::all);
   EXPECT_EQ(is_good_for_nobody(), 1);
   EXPECT_TRUE(Exists(link));
+}
+
+TEST_P(FaultTest, NoMemoryToCheckAPasswordIsNoGuess) {
+  const Entry link = Make(WithPassword());
+  Visitor visitor;
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_AS, &limit), 0);
+  long long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  const rlimit small = {static_cast<rlim_t>(pages * getpagesize()) + (8U << 20U), limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &small), 0);
+  const int result = LogIn(visitor, link, kPassword);
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(Select("select count(*) || '' from failed_login"), "0");
+  EXPECT_EQ(LogIn(visitor, link, kPassword), 1);
 }
 
 }  // namespace VELT::sharing
