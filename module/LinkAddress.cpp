@@ -32,7 +32,7 @@ std::vector<char> ReadAll(FILE* stream) {
 }
 
 // Twice the source is room enough but for the shortest: 1, 2 and 4 bytes need it and a zero byte
-// more.
+// more, which ends the text below and which an encoder that finds no room for it may leave out.
 std::size_t Base64BufferSize(std::size_t source_size) {
   return std::max(2 * source_size, (source_size + 2) / 3 * 4 + 1);
 }

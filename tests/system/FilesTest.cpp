@@ -160,19 +160,18 @@ TEST(Base64, EncodesIntoBuffersThatJustFit) {
               {"foobar", "Zm9vYmFy"},
               {"\xfb\xff\xfe", "+//+"}};
   for (const auto& [source, text] : rows) {
-    for (const std::size_t room : {std::size_t{0}, std::size_t{1}}) {
-      string buffer(text.size() + 2, '#');
-      EXPECT_EQ(VLIBCBase64SzEncodeFull(source.data(), source.size(), buffer.data(),
-                                        text.size() + room, text.size() + room, 0, 0),
-                static_cast<long>(text.size()));
-      EXPECT_EQ(buffer, room == 0 ? text + "##" : text + '\0' + '#');
-      if (text.empty()) continue;
-      buffer.assign(text.size(), '#');
-      EXPECT_EQ(VLIBCBase64SzEncodeFull(source.data(), source.size(), buffer.data(),
-                                        text.size() - room, text.size() - 1, 0, 0),
-                -1);
-      EXPECT_EQ(buffer, string(text.size(), '#'));
+    string buffer(text.size() + 2, '#');
+    const auto encode = [&, s = source](std::size_t text_size, std::size_t max_length) {
+      return VLIBCBase64SzEncodeFull(s.data(), s.size(), buffer.data(), text_size, max_length, 0,
+                                     0);
+    };
+    EXPECT_EQ(encode(text.size(), text.size()), -1) << "no room for the zero byte";
+    if (!text.empty()) {
+      EXPECT_EQ(encode(text.size() + 1, text.size() - 1), -1);
     }
+    EXPECT_EQ(buffer, string(text.size() + 2, '#'));
+    EXPECT_EQ(encode(text.size() + 1, text.size()), static_cast<long>(text.size()));
+    EXPECT_EQ(buffer, text + '\0' + '#');
   }
   char buffer[8];
   EXPECT_EQ(VLIBCBase64SzEncodeFull("f", 1, buffer, 8, 8, 76, 0), -1);

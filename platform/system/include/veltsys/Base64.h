@@ -3,11 +3,11 @@
 
 #include <cstddef>
 
-// Writes the base64 text of the `size` bytes at `source` into `text`, of which `text_size` bytes
-// may be written, at most `max_length` of them text, and ends it with a zero byte where there is
-// room for one. `line_length` and `flags` must be 0: no line breaks, the standard alphabet.
-// Returns the number of characters written, without the zero byte, or -1 when the text does not
-// fit or an argument is refused; `text` is untouched then. Several threads may call it at once.
+// Writes the base64 text of the `size` bytes at `source` and a zero byte into `text`, of which
+// `text_size` bytes may be written, at most `max_length` of them text. `line_length` and `flags`
+// must be 0: no line breaks, the standard alphabet.
+// Returns the number of characters written, without the zero byte, or -1 when they do not fit or
+// an argument is refused; `text` is untouched then. Several threads may call it at once.
 long VLIBCBase64SzEncodeFull(const void* source, std::size_t size, char* text,
                              std::size_t text_size, std::size_t max_length, int line_length,
                              int flags);
