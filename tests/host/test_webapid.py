@@ -58,7 +58,6 @@ class Requests(unittest.TestCase):
                 ("JSON list", JSON, b"[1]", 106),
                 ("half a JSON text", JSON, body()[:-1], 106),
                 ("nested 63 levels", JSON, body(value=0)[:-2] + b"[" * 62 + b"]" * 62 + b"}", 0),
-                ("nested too deeply", JSON, body(value=0)[:-2] + b"[" * 64 + b"]" * 64 + b"}", 106),
                 ("NUL in JSON", JSON, body(value=[{"a\0": 1}]), 106),
                 ("half a surrogate pair", JSON, body(value="\udc00"), 106),
                 ("comment in JSON", JSON, body()[:-1] + b"/* x */}", 106),
@@ -68,13 +67,19 @@ class Requests(unittest.TestCase):
                 ("no Host", {"HTTP_HOST": ""}, FORM, 106),
                 ("Host with a path", {"HTTP_HOST": "nas/x"}, FORM, 106),
                 ("Host with a user", {"HTTP_HOST": "a@nas"}, FORM, 106),
-                ("Host with a wrong port", {"HTTP_HOST": "nas:70000"}, FORM, 106),
+                ("Host with too large a port", {"HTTP_HOST": "nas:65536"}, FORM, 106),
+                ("Host with port 0", {"HTTP_HOST": "nas:0"}, FORM, 106),
                 ("IPv6 host", {"HTTP_HOST": "[fe80::1]:80"}, FORM, 0),
                 ("unclosed IPv6 host", {"HTTP_HOST": "[fe80::1"}, FORM, 106),
             ]
         )
-        for detail, content in (("malformed form", b"&value=%4"), ("too many parameters", b"&p=" * 254)):
-            self.assertEqual(detail, self.host.ask({}, FORM + content).json["error"]["errors"])
+        for detail, variables, content in [
+            ("malformed form", {}, FORM + b"&value=%4"),
+            ("too many parameters", {}, FORM + b"&p=" * 254),
+            ("request body is no JSON object, or nested deeper than 64 levels", JSON,
+             body(value=0)[:-2] + b"[" * 64 + b"]" * 64 + b"}"),
+        ]:
+            self.assertEqual(detail, self.host.ask(variables, content).json["error"]["errors"])
 
     def test_only_registered_methods_are_reached_by_those_who_may(self):
         def form(api="Test.Host", version="1", method="echo"):
@@ -159,11 +164,12 @@ class Requests(unittest.TestCase):
                 "url": "http://nas:5000", "language": "ger"}
         self.assertEqual({key: data[key] for key in root}, root)
         self.assertEqual(self.host.ask({**JSON, "QUERY_STRING": "value=a"}, body(value="b")).json["data"]["value"], "b")
-        visitor = self.host.call("echo", {**VISITOR, "REMOTE_USER": "root", "HTTPS": "on",
-                                          "HTTP_COOKIE": "a=b; sharing_sid=first; sharing_sid=second"})
+        cookies = "a=b; sharing_sid=\udcff; sharing_sid=first; sharing_sid=second"
+        visitor = self.host.call("echo", {**VISITOR, "REMOTE_USER": "root", "HTTPS": "on", "HTTP_COOKIE": cookies},
+                                 value="a b+")
         data = visitor.json["data"]
         someone = {"uid": 0xFFFFFFFE, "admin": False, "sharing": True, "id": "abc", "sid": "first",
-                   "url": "https://nas:5000"}
+                   "url": "https://nas:5000", "value": "a b+"}
         self.assertEqual({key: data[key] for key in someone}, someone)
 
     def test_answers_carry_safe_headers_and_cookies(self):
@@ -171,6 +177,10 @@ class Requests(unittest.TestCase):
         for header in [("Cache-Control", "no-store"), ("X-Content-Type-Options", "nosniff"),
                        ("Set-Cookie", "sid=text; Path=/; HttpOnly; SameSite=Lax; Secure")]:
             self.assertIn(header, answer.headers)
+        with Host("--external-url", "https://nas.example") as host:
+            for name, secure in [("nas.example", True), ("nas.local", False)]:  # by something that gives the name on
+                cookie = dict(host.call("echo", {"HTTP_HOST": name}, cookie="text").headers)["Set-Cookie"]
+                self.assertEqual(secure, cookie.endswith("; Secure"), name)
         answer = self.host.call("echo", cookie="a\r\nSet-Cookie: b")
         self.assertFalse(answer.json["data"]["added"])
         self.assertNotIn("Set-Cookie", dict(answer.headers))
@@ -178,7 +188,8 @@ class Requests(unittest.TestCase):
     def test_addresses_that_are_none(self):
         for path, status in [("/", "404"), ("/sharing/", "404"), ("/sharing/a/b", "404"),
                              ("/sharing//webapi", "404"), ("/sharing/abc", "405"),
-                             ("/sharing/abc/", "405"), ("/sharing/abc//", "404"), ("/sharing//", "404")]:
+                             ("/sharing/abc/", "405"), ("/sharing/abc//", "404"), ("/sharing//", "404"),
+                             ("/sharing/\udcff", "404")]:
             with self.subTest(path):
                 self.assertEqual(dict(self.host.ask({"SCRIPT_NAME": path}).headers)["Status"][:3], status)
 

@@ -154,7 +154,7 @@ class Host:
             "CONTENT_LENGTH": str(len(body)),
             **variables,
         }
-        params = b"".join(_pair(k.encode(), v.encode()) for k, v in everything.items())
+        params = b"".join(_pair(k.encode(), v.encode(errors="surrogateescape")) for k, v in everything.items())
         connection = self.connect()
         try:
             connection.sendall(

@@ -52,6 +52,9 @@ TEST_P(LinkTest, KeepsEveryFieldAndTellsVisitorsNoSecret) {
   }
   EXPECT_TRUE(Make().IsPasswordValid(""));
   EXPECT_FALSE(Make().IsPasswordValid("x"));
+  Entry refused;
+  WithPassword("\xFF")(refused);
+  EXPECT_FALSE(refused.IsPasswordValid("")) << "it was not taken for none";
 }
 
 TEST_P(LinkTest, RefusesWhatCanNotBeKeptAndChangesNothing) {

@@ -63,6 +63,7 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
     EXPECT_TRUE(ascending.front() == low.get_id() || field == std::string("sharing_id")) << field;
   }
   EXPECT_TRUE(Find([](auto& c) { c.Where("owner_uid", "7001 or 1=1"); }, 0).empty());
+  EXPECT_TRUE(Find([](auto& c) { c.Where("protect_title", "\xFF"); }, 0).empty());
   EXPECT_TRUE(
       Find([](auto& c) { c.Where("owner_uid", "7001"), c.Where("owner_uid", "7002"); }, 0).empty());
   for (const char* field :

@@ -193,6 +193,11 @@ TEST_P(LoginTest, SessionLivesADayAfterItsLastUseWhichIsNotedNowAndThen) {
   EXPECT_TRUE(MayEnter(visitor, link));
   const Visitor stale = visitor;
   now_ += kDay;
+  record::Session session;
+  record::Token token;
+  EXPECT_TRUE(db::SessionDB(db_).GetBySessionId(stale.sid, session));
+  EXPECT_TRUE(db::TokenDB(db_).GetBySessionEntry(session, link, token));
+  EXPECT_FALSE(session.IsLegal() || token.IsLegal());
   ASSERT_EQ(LogIn(visitor, Make()), 1);
   EXPECT_FALSE(MayEnter(visitor, link)) << "a dead session's tokens moved along";
   EXPECT_FALSE(MayEnter(stale, link));
