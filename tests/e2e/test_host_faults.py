@@ -1,4 +1,4 @@
-"""velt-webapid and the module when workers are killed, the database can't be written or descriptors run out."""
+"""velt-webapid and the module when workers are killed, the disk is full or descriptors run out."""
 
 import contextlib
 import json
@@ -22,7 +22,6 @@ sys.path.append(os.path.join(REPOSITORY, "tests", "host"))
 from webapid import Host, fixture_registry, wait_until  # noqa: E402
 
 KILLS = 200
-IS_ROOT = os.geteuid() == 0
 
 
 def before(command, *under):
@@ -151,16 +150,15 @@ class Workers(unittest.TestCase):
 
 
 class Database(unittest.TestCase):
-    def refuse(self, host, link, readable):
-        """Writes are refused clearly, and reads if they can't be."""
+    def refuse(self, host, link):
+        """Writes are refused clearly, and reads go on."""
         wait_until(lambda: host.create() == 117)
         for number in range(1, 9):
             answer = host.sharing("set", sharing_id=link, project_name="album", expire_times=number)
-            for method, params in (("list", {}), ("get", {"sharing_id": link})):
-                seen = host.sharing(method, **params)
-                self.assertTrue(isinstance(seen, dict) if readable else seen == 117, (method, seen))
+            self.assertIsInstance(host.sharing("list"), dict)
+            seen = host.sharing("get", sharing_id=link)
             # The log of a full disk may have room for a small change.
-            self.assertTrue(answer == 117 or (readable and seen["expire_times"] == number), answer)
+            self.assertTrue(answer == 117 or seen["expire_times"] == number, (answer, seen))
 
     def works(self, host, link):
         self.assertTrue(host.sharing("get", sharing_id=link)["enabled"])
@@ -169,37 +167,15 @@ class Database(unittest.TestCase):
         self.assertFalse(host.sharing("get", sharing_id=link)["enabled"])
 
     def test_full_disk(self):
-        namespace = ["unshare", "--mount"] if IS_ROOT else ["unshare", "--user", "--map-root-user", "--mount"]
+        namespace = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "--mount"]
         with Service(workers=2, under=before("mount -t tmpfs -o size=1m none {}/data", *namespace)) as host:
             link = host.create()
             filler = f"/proc/{host.process.pid}/root{os.path.dirname(host.database)}/filler"
             with open(filler, "wb", buffering=0) as file, contextlib.suppress(OSError):
                 while file.write(bytes(4096)):
                     pass
-            self.refuse(host, link, readable=True)
+            self.refuse(host, link)
             os.unlink(filler)
-            self.works(host, link)
-
-    def test_read_only_file(self):
-        user = ["--user", "nobody"] if IS_ROOT else []
-        prepare = "chmod 755 {} && chown nobody {}/data" if IS_ROOT else "true"
-        with Service(*user, workers=2, under=before(prepare)) as host:
-            link = host.create()
-            os.chmod(host.database, 0o400)
-            old = host.workers()  # have it open
-            host.signal(signal.SIGHUP)
-            wait_until(lambda: not set(old) & set(host.workers()))
-            self.refuse(host, link, readable=False)
-            os.chmod(host.database, 0o600)
-            self.works(host, link)
-
-    def test_locked_by_another_process(self):
-        with Service(workers=2) as host:
-            link = host.create()
-            with contextlib.closing(sqlite3.connect(host.database, isolation_level=None)) as other:
-                other.execute("begin immediate")
-                self.assertEqual(117, host.create())
-                self.assertIsInstance(host.sharing("get", sharing_id=link), dict)
             self.works(host, link)
 
 

@@ -119,10 +119,14 @@ std::string ModuleTest::Create(const Members& members) {
   return answer.body["sharing_id"].asString();
 }
 
-std::string ModuleTest::Login(const std::string& link, const Members& credentials) {
+Answer ModuleTest::TryLogin(const std::string& link, const Members& credentials) {
   AsVisitor(link, "");
-  const Answer answer =
-      Call("VELT.Core.Sharing.Login", "login", Object(credentials, Object({{"sharing_id", link}})));
+  return Call("VELT.Core.Sharing.Login", "login",
+              Object(credentials, Object({{"sharing_id", link}})));
+}
+
+std::string ModuleTest::Login(const std::string& link, const Members& credentials) {
+  const Answer answer = TryLogin(link, credentials);
   EXPECT_EQ(answer.code, 0) << answer.body;
   const std::string sid = answer.body["sharing_sid"].asString();
   AsVisitor(link, sid);

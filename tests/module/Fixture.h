@@ -44,6 +44,7 @@ class ModuleTest : public testing::Test {
   Answer Sharing(const std::string& method, const Json::Value& parameters, bool checked = true) {
     return Call("VELT.Core.Sharing", method, parameters, checked);
   }
+  Answer TryLogin(const std::string& link, const Members& credentials = {});
   // Calls that must succeed. A link's id; a visitor's session id, left as the one that visits.
   std::string Create(const Members& members = {});
   std::string Login(const std::string& link, const Members& credentials = {});

@@ -72,11 +72,6 @@ class VisitorTest : public ModuleTest {
     }
     return lines;
   }
-  Answer TryLogin(const std::string& link, const Members& credentials = {}) {
-    AsVisitor(link, "");
-    return Call("VELT.Core.Sharing.Login", "login",
-                Object(credentials, Object({{"sharing_id", link}})));
-  }
 };
 
 TEST_F(VisitorTest, ScriptWithoutALinkHasTheBareSession) {

@@ -50,38 +50,17 @@ TEST_F(Files, JsonIsReadFromPlainFilesOfTheFolderOnly) {
   std::filesystem::create_symlink("good", root_ / "in/link");
   std::filesystem::create_symlink("../outside", root_ / "in/link out");
   ASSERT_EQ(mkfifo((root_ / "in/fifo").c_str(), 0600), 0);
-  const struct {
-    string name;
-    bool is_read;
-  } rows[] = {
-      {"good", true},
-      {"largest", true},
-      {"deepest", true},
-      {"larger", false},
-      {"deeper", false},
-      {"comment", false},
-      {"marked", false},
-      {"comma", false},
-      {"twice", false},
-      {"empty", false},
-      {"folder", false},
-      {"link", false},
-      {"link out", false},
-      {"fifo", false},
-      {"none", false},
-      {"", false},
-      {".", false},
-      {"..", false},
-      {"../outside", false},
-      {"./good", false},
-      {"folder/../good", false},
-      {(root_ / "outside").string(), false},
-      {string("good\0x", 6), false},
+  const auto is_read = [this](const string& name) {
+    return VELT::ReadJsonFile(root_ / "in", name).isArray();
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(VELT::ReadJsonFile(root_ / "in", row.name).isArray(), row.is_read) << row.name;
+  for (const string bad :
+       {"larger", "deeper", "comment", "marked", "comma", "twice", "empty", "folder", "link",
+        "link out", "fifo", "none", "", ".", "..", "../outside", "./good", "folder/../good"}) {
+    EXPECT_FALSE(is_read(bad)) << bad;
   }
-  EXPECT_TRUE(VELT::ReadJsonFile(root_ / "in", "good").isArray()) << "after bad ones";
+  EXPECT_FALSE(is_read(root_ / "outside"));
+  EXPECT_FALSE(is_read(string("good\0x", 6)));
+  for (const char* good : {"good", "largest", "deepest"}) EXPECT_TRUE(is_read(good)) << good;
   EXPECT_TRUE(VELT::ReadJsonFile(root_ / "none", "good").isNull());
 }
 
