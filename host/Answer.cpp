@@ -35,14 +35,19 @@ std::string CookieHeader(const Cookie& cookie, bool secure) {
 
 }  // namespace
 
+std::string CookieLines(const ResponseState& state, bool secure) {
+  std::string lines;
+  for (const Cookie& cookie : state.cookies) lines += CookieHeader(cookie, secure);
+  return lines;
+}
+
 std::string JsonAnswer(const ResponseState& state, bool secure) {
   std::string text =
       "Status: 200 OK\r\n"
       "Content-Type: application/json; charset=\"UTF-8\"\r\n"
       "Cache-Control: no-store\r\n"
       "X-Content-Type-Options: nosniff\r\n";
-  for (const Cookie& cookie : state.cookies) text += CookieHeader(cookie, secure);
-  text += "\r\n";
+  text += CookieLines(state, secure) + "\r\n";
   // Written around the data, which may be a long list, instead of copied into an envelope with it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {
     return text + R"({"data":)" + ToText(state.body) + R"(,"success":true})";

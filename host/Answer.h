@@ -22,6 +22,8 @@ enum FrameworkError {
 // The answer that a handler left in `state`, which holds a success or an error. Cookies are marked
 // Secure when `secure` is set.
 std::string JsonAnswer(const ResponseState& state, bool secure);
+// The Set-Cookie lines of an answer whose other lines the handler gives.
+std::string CookieLines(const ResponseState& state, bool secure);
 std::string ErrorAnswer(FrameworkError code, const std::string& detail);
 
 // An answer that is no API's: `status` with its reason ("404 Not Found") and a line of text.

@@ -101,6 +101,8 @@ void Deadline::Tell(const ReplyChannel* client) {
   current.connection = client->connection();
 }
 
+void Deadline::Extend() { alarm(seconds_); }
+
 void Deadline::Stop() {
   alarm(0);
   Tell(nullptr);

@@ -17,6 +17,8 @@ class Deadline {
   // A request begins. From now on nobody is told; `Tell` names the client, or null: none any more.
   void Start();
   void Tell(const ReplyChannel* client);
+  // The request has got on: its time begins anew.
+  void Extend();
   void Stop();
 
  private:

@@ -91,6 +91,23 @@ void LogDropped(const std::string& name, const std::optional<std::string>& print
   }
 }
 
+// What the handler left in `state`, or printed, as an answer.
+std::string AnswerOf(ResponseState& state, const std::string& label, bool returned,
+                     std::optional<std::string> printed, bool secure) {
+  if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
+    return CookieLines(state, secure) + *printed;
+  }
+  LogDropped(label, printed);
+  if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
+    // Cookies stay: a login that fails after its session was made must not leave the visitor
+    // without it.
+    state.outcome = ResponseState::Outcome::kError;
+    state.error_code = kUnexpectedFailure;
+    state.body = "unexpected failure";
+  }
+  return JsonAnswer(state, secure);
+}
+
 // Whether the browser speaks HTTPS: with us, or with something before us that gives the link's host
 // on. A visitor who comes another way, over plain HTTP, would lose a cookie that is for HTTPS only.
 bool IsSecure(const WebRequest& request, const std::string& base_url) {
@@ -107,7 +124,15 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
       pool_(pool),
       page_(FindPluginsIn(registry)) {}
 
-Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request) {
+struct Dispatcher::Call {
+  const Method& method;
+  std::string label;
+  bool secure;
+  bool head_only;
+  const Sink& sink;
+};
+
+Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& sink) {
   const Address address = AddressOf(request);
   if (address.kind == Address::Kind::kOwner) {
     sharing::SetNoVisitor();
@@ -116,9 +141,9 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request) {
   }
   switch (address.kind) {
     case Address::Kind::kOwner:
-      return AnswerApi(request, nullptr);
+      return AnswerApi(request, nullptr, sink);
     case Address::Kind::kVisitor:
-      return AnswerApi(request, &address.link);
+      return AnswerApi(request, &address.link, sink);
     case Address::Kind::kPage: {
       const std::string verb = request.Variable("REQUEST_METHOD");
       if (verb != "GET" && verb != "HEAD") {
@@ -135,9 +160,10 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request) {
   return PlainAnswer("404 Not Found", "There is nothing at this address.");
 }
 
-Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link) {
+Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link,
+                                          const Sink& sink) {
   auto context = std::make_unique<RequestContext>();
-  if (link != nullptr && request.body.size() > kLargestVisitorBody) {
+  if (link != nullptr && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
     return ErrorAnswer(kMalformed, "request body is larger than 64 KiB");
   }
   const std::string error = ReadParameters(request, context->parameters);
@@ -152,11 +178,12 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::
     const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
     if (sid != context->cookies.end()) context->sharing_sid = sid->second;
   }
-  return AnswerMethod(request, std::move(context));
+  return AnswerMethod(request, std::move(context), sink);
 }
 
 Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
-                                             std::unique_ptr<RequestContext> context) {
+                                             std::unique_ptr<RequestContext> context,
+                                             const Sink& sink) {
   const std::string api = TextOf(context->parameters, "api");
   const std::string name = TextOf(context->parameters, "method");
   const Method* method = nullptr;
@@ -181,37 +208,51 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
   }
   const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
   if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");
-  const bool secure = IsSecure(request, context->base_url);
-  return CallMethod(*method, api + " " + name, std::move(context), secure);
+  if (HasRawBody(request)) {
+    if (request.body.size() > method->raw_body) {
+      return ErrorAnswer(kMalformed, method->raw_body == 0
+                                         ? "request body is neither a form nor JSON"
+                                         : "request body is larger than the method takes");
+    }
+    context->raw_body = request.body;
+  }
+  const Call call{*method, api + " " + name, IsSecure(request, context->base_url),
+                  request.Variable("REQUEST_METHOD") == "HEAD", sink};
+  return CallMethod(call, std::move(context));
 }
 
-Dispatcher::Outcome Dispatcher::CallMethod(const Method& method, const std::string& label,
-                                           std::unique_ptr<RequestContext> context, bool secure) {
+Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
+                                           std::unique_ptr<RequestContext> context) {
   APIRequest api_request(std::move(context));
   APIResponse api_response;
+  ResponseState& state = api_response.state();
+  bool streamed = false;
+  if (pool_ == Pool::kStream) {
+    state.sink = [&](std::string_view piece) {
+      if (!std::exchange(streamed, true) && !call.sink(CookieLines(state, call.secure))) {
+        return false;
+      }
+      // The first piece holds the header whole.
+      if (call.head_only) piece = piece.substr(0, piece.find("\r\n\r\n") + 4);
+      return call.sink(piece) && !call.head_only;
+    };
+  }
   output_.Begin();
   bool elsewhere = false;
-  const bool returned = RunsToItsEnd(label, [&] {
+  const bool returned = RunsToItsEnd(call.label, [&] {
     // Judged here as well, so that nobody waits for a pool to be refused.
-    if (!method.check(&api_request, &api_response)) return;
-    elsewhere = method.pool != pool_;
-    if (!elsewhere) method.handler(&api_request, &api_response);
+    if (!call.method.check(&api_request, &api_response)) return;
+    elsewhere = call.method.pool != pool_;
+    if (!elsewhere) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
-  if (elsewhere) return Outcome(method.pool);
-  ResponseState& state = api_response.state();
-  if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
-    return std::move(*printed);
-  }
-  LogDropped(label, printed);
-  if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
-    // Cookies stay: a login that fails after its session was made must not leave the visitor
-    // without it.
-    state.outcome = ResponseState::Outcome::kError;
-    state.error_code = kUnexpectedFailure;
-    state.body = "unexpected failure";
-  }
-  return JsonAnswer(state, secure);
+  if (elsewhere) return Outcome(call.method.pool);
+  Outcome outcome =
+      streamed ? Outcome(std::string())
+               : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));
+  outcome.broken_off = streamed && (!returned || state.broken_off);
+  outcome.when_taken = std::move(state.when_taken);
+  return outcome;
 }
 
 }  // namespace VELT::host

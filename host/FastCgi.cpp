@@ -37,21 +37,21 @@ std::size_t AnnouncedLength(const WebRequest& request) {
 
 // A body that is too large is still read to its end: the web server has it in hand, and takes an
 // answer that comes earlier for a failure.
-void ReadBody(FCGX_Stream* input, WebRequest& request) {
+void ReadBody(FCGX_Stream* input, std::size_t largest, WebRequest& request) {
   char chunk[16384];
   std::size_t length = 0;
   for (;;) {
     const int got = FCGX_GetStr(chunk, sizeof chunk, input);
     if (got <= 0) break;
     length += static_cast<std::size_t>(got);
-    if (request.body.size() <= kLargestBody) {
+    if (request.body.size() <= largest) {
       request.body.append(chunk, static_cast<std::size_t>(got));
     }
   }
   request.body_complete = length == AnnouncedLength(request);
 }
 
-WebRequest ReadRequest(const FCGX_Request& fcgi) {
+WebRequest ReadRequest(const FCGX_Request& fcgi, std::size_t largest_body) {
   WebRequest request;
   for (char** variable = fcgi.envp; variable != nullptr && *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
@@ -59,8 +59,18 @@ WebRequest ReadRequest(const FCGX_Request& fcgi) {
     if (equals == std::string_view::npos) continue;
     request.variables.emplace(text.substr(0, equals), text.substr(equals + 1));
   }
-  ReadBody(fcgi.in, request);
+  ReadBody(fcgi.in, largest_body, request);
   return request;
+}
+
+bool SendAll(int connection, std::string_view text, int flags = 0) {
+  while (!text.empty()) {
+    const ssize_t sent = send(connection, text.data(), text.size(), flags | MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(sent));
+  }
+  return true;
 }
 
 }  // namespace
@@ -80,13 +90,24 @@ std::string FrameAnswer(std::string_view answer, int request_id) {
 }
 
 void ReplyChannel::Send(std::string_view answer) const {
-  const std::string frame = FrameAnswer(answer, id_);
-  for (std::string_view rest = frame; !rest.empty();) {
-    const ssize_t sent = send(connection(), rest.data(), rest.size(), MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0) return;
-    rest.remove_prefix(static_cast<std::size_t>(sent));
+  SendAll(connection(), FrameAnswer(answer, id_));
+}
+
+bool ReplyChannel::SendPiece(std::string_view piece) const {
+  while (!piece.empty()) {
+    const std::string_view part = piece.substr(0, kLargestRecord);
+    std::string header;
+    AppendHeader(header, kStdout, id_, part.size());
+    if (!SendAll(connection(), header, MSG_MORE) || !SendAll(connection(), part)) return false;
+    piece.remove_prefix(part.size());
   }
+  return true;
+}
+
+void ReplyChannel::WaitUntilTaken() const {
+  shutdown(connection(), SHUT_WR);
+  pollfd watched{connection(), POLLRDHUP, 0};
+  poll(&watched, 1, 1000);
 }
 
 bool ReplyChannel::ClientHasLeft() const {
@@ -98,7 +119,8 @@ struct FastCgiListener::Library {
   FCGX_Request fcgi;
 };
 
-FastCgiListener::FastCgiListener(int listener) : library_(std::make_unique<Library>()) {
+FastCgiListener::FastCgiListener(int listener, std::size_t largest_body)
+    : largest_body_(largest_body), library_(std::make_unique<Library>()) {
   if (FCGX_Init() != 0 ||
       FCGX_InitRequest(&library_->fcgi, listener, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
     throw std::runtime_error("cannot set FastCGI up");
@@ -115,7 +137,7 @@ std::optional<Incoming> FastCgiListener::Take() {
     throw std::runtime_error("cannot take a connection: " + std::to_string(status));
   }
   fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
-  WebRequest request = ReadRequest(fcgi);
+  WebRequest request = ReadRequest(fcgi, largest_body_);
   // The answer doesn't go through the library, which would wait for the web server to close first.
   ReplyChannel reply(fcgi.ipcFd, fcgi.requestId);
   fcgi.ipcFd = -1;

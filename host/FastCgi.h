@@ -1,6 +1,7 @@
 // The web server's end of a request (FastCGI 1.0): what it asks, and where the answer goes.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,12 @@ class ReplyChannel {
 
   // Sends the whole answer, header included. The client may be gone: that is not reported.
   void Send(std::string_view answer) const;
+  // The same in pieces: each is sent when the call returns, and false tells that the client is
+  // gone. Send ends it; without that the web server breaks its own answer off.
+  bool SendPiece(std::string_view piece) const;
+  // Waits until the web server has taken in what was sent and closed the connection, for a second
+  // at most.
+  void WaitUntilTaken() const;
   // Whether the web server has closed the connection or its sending half, because its client left.
   bool ClientHasLeft() const;
 
@@ -40,8 +47,9 @@ std::string FrameAnswer(std::string_view answer, int request_id);
 // Takes requests off a listening socket. One per process.
 class FastCgiListener {
  public:
-  // The socket, which doesn't block, must outlive the object. Throws std::runtime_error.
-  explicit FastCgiListener(int listener);
+  // The socket, which doesn't block, must outlive the object. Of a body larger than `largest_body`
+  // only the beginning is kept. Throws std::runtime_error.
+  FastCgiListener(int listener, std::size_t largest_body);
   ~FastCgiListener();
   FastCgiListener(const FastCgiListener&) = delete;
   FastCgiListener& operator=(const FastCgiListener&) = delete;
@@ -52,6 +60,7 @@ class FastCgiListener {
 
  private:
   struct Library;
+  std::size_t largest_body_;
   std::unique_ptr<Library> library_;
 };
 

@@ -124,7 +124,8 @@ void Describe(CLI::App& app, CommandLine& line) {
   add_number("--spare-workers", line.front.spare, "Workers without work that are kept ready");
   add_number("--max-workers", line.front.max, "Worker processes at most");
   add_number("--max-pool-workers", line.max_pool,
-             "The same for each kind of slow calls: logins, calls that start programs, and lists; "
+             "The same for each kind of slow calls: logins, calls that start programs, lists, "
+             "streams, and uploads; "
              "they have workers of their own besides");
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");

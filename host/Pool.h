@@ -1,5 +1,6 @@
-// The kinds of workers. Calls that wait for programs, hash passwords or go through many links have
-// workers of their own, so that however many of them hang, pages and short calls are answered.
+// The kinds of workers. Calls that wait for programs, hash passwords, go through many links or move
+// much data have workers of their own, so that however many of them hang, pages and short calls are
+// answered. Only those of "stream" may send an answer piece by piece, at the pace of its reader.
 #pragma once
 
 #include <array>
@@ -9,11 +10,11 @@
 
 namespace VELT::host {
 
-enum class Pool { kFront, kLogin, kProgram, kLong };
+enum class Pool { kFront, kLogin, kProgram, kLong, kStream, kBulk };
 
 // Each at the place of its number. The front's workers read every request and keep what no other
 // pool is for; a registry file names the others.
-inline constexpr std::array<const char*, 4> kPoolNames = {"front", "login", "program", "long"};
+inline constexpr std::array kPoolNames = {"front", "login", "program", "long", "stream", "bulk"};
 inline constexpr std::size_t kPoolCount = kPoolNames.size();
 
 constexpr std::size_t IndexOf(Pool pool) { return static_cast<std::size_t>(pool); }

@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "Answer.h"
+#include "Limits.h"
 #include "veltsys/JsonFile.h"
 
 namespace VELT::host {
@@ -59,8 +60,18 @@ Pool ReadPool(const Json::Value& row) {
   const Json::Value& value = row["pool"];
   if (value.isNull()) return Pool::kFront;
   const auto pool = value.isString() ? FindPool(value.asString()) : std::nullopt;
-  if (!pool) Fail({R"("pool" must be "login", "program" or "long")"});
+  if (!pool) Fail({R"("pool" must be "login", "program", "long", "stream" or "bulk")"});
   return *pool;
+}
+
+std::size_t ReadRawBody(const Json::Value& row) {
+  const Json::Value& value = row["raw_body"];
+  if (value.isNull()) return 0;
+  if (!value.isUInt() || value.asUInt() == 0 || value.asUInt() > kLargestRawBody) {
+    Fail({R"("raw_body" must be a number of bytes, 8388608 at most)"});
+  }
+  if (row["post_only"] != true) Fail({R"("raw_body" needs "post_only")"});
+  return value.asUInt();
 }
 
 void* LoadModule(const std::string& path) {
@@ -139,7 +150,7 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
       Fail({"the library has no handler or no check for ", api, " ", name});
     }
     const Method method{handler->second->handler, check->second->check, ReadAccess(row["access"]),
-                        ReadPostOnly(row), ReadPool(row)};
+                        ReadPostOnly(row),        ReadPool(row),        ReadRawBody(row)};
     if (!methods_.emplace(key, method).second) {
       Fail({api, " ", name, " is registered twice"});
     }
@@ -161,6 +172,12 @@ int Registry::Find(const std::string& api, int version, const std::string& name,
   }
   if (!has_api) return kNoSuchApi;
   return has_version ? kNoSuchMethod : kNoSuchVersion;
+}
+
+std::size_t Registry::LargestBody() const {
+  std::size_t largest = kLargestBody;
+  for (const auto& [key, method] : methods_) largest = std::max(largest, method.raw_body);
+  return largest;
 }
 
 void* Registry::Symbol(const char* symbol) const {

@@ -1,6 +1,7 @@
 // The API modules that this host serves, loaded, and who may call which of their methods.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <tuple>
@@ -24,6 +25,7 @@ struct Method {
   Access access;
   bool post_only = false;    // it changes something: only by POST
   Pool pool = Pool::kFront;  // whose workers run it
+  std::size_t raw_body = 0;  // bytes that it takes as they come; 0: it has parameters only
 };
 
 // Constant after Load; several threads may read it.
@@ -36,7 +38,9 @@ class Registry {
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
   //                 "access": [any of "user", "visitor", "token"],
   //                 "post_only": BOOL, false if absent,
-  //                 "pool": "login", "program" or "long"; absent: the front}]}
+  //                 "pool": "login", "program", "long", "stream" or "bulk"; absent: the front,
+  //                 "raw_body": BYTES, with "post_only": it takes a body of the type
+  //                   application/octet-stream as it comes, and parameters from the query}]}
   //
   // Throws std::runtime_error, whose text says what is wrong with which file. A method that a
   // module has and its file lacks can't be called.
@@ -45,6 +49,8 @@ class Registry {
   // Leaves the method in `*method` and returns 0, or returns the framework's error code.
   int Find(const std::string& api, int version, const std::string& name,
            const Method** method) const;
+  // The largest body that any method takes, at least kLargestBody.
+  std::size_t LargestBody() const;
   // The address of `symbol` in the first module that exports it, or null.
   void* Symbol(const char* symbol) const;
 

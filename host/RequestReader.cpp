@@ -56,12 +56,16 @@ std::string ReadJson(const std::string& text, Parameters& parameters) {
   return {};
 }
 
-std::string ReadBody(const WebRequest& request, Parameters& parameters) {
+bool IsOfType(const WebRequest& request, const char* type) {
   const std::string header = request.Variable("CONTENT_TYPE");
   std::string_view rest = header;
-  const std::string type(Trimmed(NextPiece(rest, ';')));
-  if (strcasecmp(type.c_str(), "application/json") == 0) return ReadJson(request.body, parameters);
-  if (strcasecmp(type.c_str(), "application/x-www-form-urlencoded") == 0) {
+  return strcasecmp(std::string(Trimmed(NextPiece(rest, ';'))).c_str(), type) == 0;
+}
+
+std::string ReadBody(const WebRequest& request, Parameters& parameters) {
+  if (request.body.size() > kLargestBody) return "request body is larger than 1 MiB";
+  if (IsOfType(request, "application/json")) return ReadJson(request.body, parameters);
+  if (IsOfType(request, "application/x-www-form-urlencoded")) {
     return ReadForm(request.body, "form", parameters);
   }
   return "request body is neither a form nor JSON";
@@ -83,11 +87,15 @@ std::string DecodeForm(std::string_view text, const char* place,
   return {};
 }
 
+bool HasRawBody(const WebRequest& request) {
+  return !request.body.empty() && IsOfType(request, "application/octet-stream");
+}
+
 std::string ReadParameters(const WebRequest& request, Parameters& parameters) {
-  if (request.body.size() > kLargestBody) return "request body is larger than 1 MiB";
   if (!request.body_complete) return "request body is cut off";
   std::string error = ReadForm(request.Variable("QUERY_STRING"), "query", parameters);
-  if (error.empty() && !request.body.empty()) error = ReadBody(request, parameters);
+  if (error.empty() && !request.body.empty() && !HasRawBody(request))
+    error = ReadBody(request, parameters);
   if (error.empty() && parameters.size() > kMostParameters) error = kTooMany;
   return error;
 }

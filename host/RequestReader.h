@@ -20,6 +20,9 @@ using Parameters = std::map<std::string, RawParameter>;
 std::string DecodeForm(std::string_view text, const char* place,
                        std::vector<std::pair<std::string, std::string>>& pairs);
 
+// Whether the body is handed to the method as it comes, instead of holding parameters.
+bool HasRawBody(const WebRequest& request);
+
 // The parameters of query and body; of two with one name that of the body counts, else the last.
 // Returns the empty text, or else what is wrong with the request, in words for its author.
 std::string ReadParameters(const WebRequest& request, Parameters& parameters);

@@ -15,7 +15,7 @@ struct WebRequest {
   bool IsHttps() const { return Variable("HTTPS") == "on"; }
 
   std::map<std::string, std::string> variables;
-  std::string body;            // of a body larger than kLargestBody only the beginning
+  std::string body;            // of one that is larger than any method takes, the beginning
   bool body_complete = false;  // as many bytes came as CONTENT_LENGTH announced
 };
 

@@ -17,6 +17,7 @@
 #include <exception>
 #include <iterator>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -117,8 +118,9 @@ void BecomeBusy(const WorkerPlace& place) {
 class Worker {
  public:
   Worker(const Options& options, const std::array<Handover, kPoolCount>& queues,
-         const WorkerPlace& place, Dispatcher& dispatcher)
+         const WorkerPlace& place, const Registry& registry, Dispatcher& dispatcher)
       : options_(options),
+        registry_(registry),
         queues_(queues),
         place_(place),
         dispatcher_(dispatcher),
@@ -127,7 +129,7 @@ class Worker {
   // Serves requests until it is time to leave.
   void Serve(int listener, int signals) {
     if (place_.pool == Pool::kFront) {
-      FastCgiListener front(listener);
+      FastCgiListener front(listener, registry_.LargestBody());
       ServeFrom(listener, signals, [&front] { return front.Take(); });
     } else {
       const Handover& queue = queues_[IndexOf(place_.pool)];
@@ -157,7 +159,17 @@ class Worker {
     if (incoming.reply.ClientHasLeft()) return;
     deadline_.Tell(&incoming.reply);
     BeginProgramsOfRequest([&incoming] { return !incoming.reply.ClientHasLeft(); });
-    Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request);
+    std::size_t moved = 0;
+    Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request, [&](std::string_view piece) {
+      deadline_.Tell(nullptr);
+      if (!incoming.reply.SendPiece(piece)) return false;
+      moved += piece.size();
+      if (moved >= kStreamProgress) {
+        moved = 0;
+        deadline_.Extend();
+      }
+      return true;
+    });
     // An answer that is half sent can't be followed by another.
     deadline_.Tell(nullptr);
     if (outcome.elsewhere) {
@@ -166,12 +178,17 @@ class Worker {
       syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
       outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
     }
-    incoming.reply.Send(outcome.answer);
+    if (!outcome.broken_off) incoming.reply.Send(outcome.answer);
+    if (outcome.when_taken) {
+      incoming.reply.WaitUntilTaken();
+      outcome.when_taken();
+    }
     // JSON takes a hundred times its text, and nobody may leave a worker that large.
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
   }
 
   const Options& options_;
+  const Registry& registry_;
   const std::array<Handover, kPoolCount>& queues_;
   const WorkerPlace& place_;
   Dispatcher& dispatcher_;
@@ -193,7 +210,7 @@ int RunWorker(const Options& options, int listener, const std::array<Handover, k
     const Registry registry = Registry::Load(options.registry);
     LowerTo(options.ids);
     Dispatcher dispatcher(options, registry, output, place.pool);
-    Worker worker(options, queues, place, dispatcher);
+    Worker worker(options, queues, place, registry, dispatcher);
     BecomeIdle(place);
     kill(place.supervisor, SIGUSR1);
     started = true;

@@ -129,6 +129,8 @@ std::string APIRequest::GetSharingURL(const std::string& path) const {
   return context_->base_url + path;
 }
 
+const std::string& APIRequest::GetRawBody() const { return context_->raw_body; }
+
 std::string APIRequest::GetCookie(const std::string& name, const std::string& fallback) const {
   const auto found = context_->cookies.find(name);
   return found != context_->cookies.end() ? found->second : fallback;

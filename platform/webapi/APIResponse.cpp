@@ -1,6 +1,7 @@
 #include "veltwebapi/APIResponse.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "veltwebapi/ResponseState.h"
 
@@ -33,6 +34,12 @@ void APIResponse::SetError(int code, const Json::Value& detail) {
 }
 
 void APIResponse::SetEnableOutput(bool enable) { state_->output_enabled = enable; }
+
+bool APIResponse::Send(std::string_view bytes) { return state_->sink && state_->sink(bytes); }
+
+void APIResponse::BreakOff() { state_->broken_off = true; }
+
+void APIResponse::OnTaken(std::function<void()> action) { state_->when_taken = std::move(action); }
 
 bool APIResponse::AddCookie(const std::string& path, const std::string& name,
                             const std::string& value, long lifetime, const std::string& domain,

@@ -109,6 +109,36 @@ void Flood(APIRequest*, APIResponse* response) {
   for (int count = 0; count < 300; ++count) std::fputs(line.c_str(), stdout);
 }
 
+// `value` pieces of 64 KiB, and then what `end` names. What becomes of it is appended to `log`.
+void Stream(APIRequest* request, APIResponse* response) {
+  response->AddCookie("/", "sid", "new", 0, "", false, false);
+  const int count = request->GetParam("value", 0).asInt();
+  const std::string end = request->GetParam("end", "").asString();
+  const std::string log = request->GetParam("log", "/dev/null").asString();
+  const auto note = [log](const char* text) {
+    FILE* file = std::fopen(log.c_str(), "ae");
+    std::fputs(text, file);
+    std::fclose(file);
+  };
+  response->OnTaken([note] { note("taken "); });
+  bool wanted = response->Send("Content-Type: text/x-raw\r\n\r\n");
+  for (int piece = 0; wanted && piece < count; ++piece) {
+    wanted = response->Send(std::string(1 << 16, 'x'));
+  }
+  note(wanted ? "whole " : "left ");
+  if (end == "throw") throw std::runtime_error("planted secret");
+  if (end == "break") response->BreakOff();
+  if (end == "hang") pause();
+}
+
+void RawBody(APIRequest* request, APIResponse* response) {
+  Json::Value data;
+  data["size"] = static_cast<Json::Int64>(request->GetRawBody().size());
+  data["nuls"] = request->GetRawBody().find('\0') != std::string::npos;
+  data["value"] = request->GetParam("value", "");
+  response->SetSuccess(data);
+}
+
 void Elevate(APIRequest* request, APIResponse* response) {
   if (seteuid(0) == 0) Echo(request, response);
 }
@@ -144,6 +174,9 @@ constexpr Row kRows[] = {
     {"touch", Touch, Pass},
     {"hang", Hang, RefuseWithoutValue},
     {"program", Program, RefuseWithoutValue},
+    {"stream", Stream, Pass},
+    {"stuck", Stream, Pass},
+    {"raw_body", RawBody, Pass},
     {"unchecked", Echo, nullptr},
 };
 

@@ -244,8 +244,8 @@ class Workers(unittest.TestCase):
             host.register("fixture.json", "{")
             start = time.monotonic()
             host.signal(signal.SIGHUP)
-            host.wait_for_log("left with status 78", times=5)  # one of each pool, and then again
-            self.assertGreater(time.monotonic() - start, 0.7)  # after a pause that four deaths made longer
+            host.wait_for_log("left with status 78", times=7)  # one of each pool, and then again
+            self.assertGreater(time.monotonic() - start, 0.7)  # after a pause that six deaths made longer
             self.assertIn(host.worker(), old)  # meanwhile the old ones serve
             registry = fixture_registry()
             registry["methods"].append(
@@ -322,6 +322,8 @@ class Workers(unittest.TestCase):
             (fixture_registry(methods=[{**row, "access": []}]), '"access" must be a list'),
             (fixture_registry(methods=[{**row, "post_only": "yes"}]), '"post_only" must be'),
             (fixture_registry(methods=[{**row, "pool": "front"}]), '"pool" must be'),
+            (fixture_registry(methods=[{**row, "post_only": True, "raw_body": 1 << 24}]), '"raw_body" must be'),
+            (fixture_registry(methods=[{**row, "raw_body": 1}]), '"raw_body" needs "post_only"'),
             (fixture_registry(methods=[row, row]), "registered twice"),
         ]:
             with self.subTest(reason), Host(modules={"one.json": content}, workers=2) as host:
@@ -393,12 +395,69 @@ class Pools(unittest.TestCase):
     def test_a_pool_grows_with_its_work_and_shrinks_again(self):
         with Host("--max-pool-workers", "4", workers=1) as host:
             host.call("echo")
-            wait_until(lambda: len(host.workers()) == 4)  # one of each pool
+            wait_until(lambda: len(host.workers()) == 6)  # one of each pool
             with self.waiting(host, 3, workers=3) as slow:
-                wait_until(lambda: len(host.workers()) == 7)  # with a spare one
+                wait_until(lambda: len(host.workers()) == 9)  # with a spare one
             self.assertEqual([host.finish(connection).code for connection in slow], [0, 0, 0])
-            wait_until(lambda: len(host.workers()) == 4)
+            wait_until(lambda: len(host.workers()) == 6)
             self.assertEqual(host.call("wait", value="/none").code, 0)
+
+
+class Streams(unittest.TestCase):
+    """Answers that are sent piece by piece, and bodies that are no parameters."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.host = cls.enterClassContext(Host("--max-pool-workers", "1", "--request-timeout", "2"))
+        cls.log = os.path.join(cls.host.folder.name, "log")
+
+    def expect_log(self, text):
+        def logged():
+            with open(self.log, encoding="utf-8") as file:
+                return file.read() == text
+
+        wait_until(lambda: os.path.exists(self.log) and logged())
+        os.unlink(self.log)
+
+    def test_a_stream_is_whole_or_tells_that_it_is_not(self):
+        for end, whole in [("", True), ("break", False), ("throw", False)]:
+            with self.subTest(end):
+                answer = self.host.call("stream", value=500, end=end, log=self.log)
+                self.assertIn(("Set-Cookie", "sid=new; Path=/; HttpOnly; SameSite=Lax"), answer.headers)
+                self.assertEqual((len(answer.body), answer.ended), (500 << 16, whole))
+                self.expect_log("whole taken ")
+        head = self.host.call("stream", {"REQUEST_METHOD": "HEAD"}, value=500, log=self.log)
+        self.assertEqual((head.body, head.ended), ("", True))
+        self.expect_log("left taken ")
+        self.assertEqual(self.host.call("stuck", log=self.log).code, 100)  # another pool's
+        self.expect_log("left taken ")
+
+    def test_a_reader_that_leaves_or_stands_still_ends_the_stream(self):
+        with self.host.begin("stream", value=500, log=self.log) as leaving:
+            leaving.recv(1)
+        self.expect_log("left taken ")
+        stalled = self.host.begin("stream", value=500, log=self.log)
+        self.host.wait_for_log("took too long over a request")
+        answer = self.host.finish(stalled)
+        self.assertFalse(answer.ended)
+        self.assertNotIn("504", answer.text)
+
+    def test_a_raw_body_comes_as_it_is(self):
+        query = {"QUERY_STRING": "api=Test.Host&version=1&method=raw_body&value=1",
+                 "CONTENT_TYPE": "application/octet-stream"}
+        content = b"value=2&\0\xff" * (3 << 20)
+        for name, variables, length, expected in [
+            ("all it takes", query, 3 << 20, {"size": 3 << 20, "nuls": True, "value": "1"}),
+            ("a visitor's", {**query, **VISITOR}, 1 << 20, {"size": 1 << 20, "nuls": True, "value": "1"}),
+            ("too much", query, (3 << 20) + 1, 106),
+            ("far too much", query, 9 << 20, 106),
+            ("cut off", {**query, "CONTENT_LENGTH": "99"}, 50, 106),
+            ("another method's", {**query, "QUERY_STRING": "api=Test.Host&version=1&method=echo"}, 9, 106),
+            ("not by POST", {**query, "REQUEST_METHOD": "PUT"}, 9, 105),
+        ]:
+            with self.subTest(name):
+                answer = self.host.ask(variables, content[:length])
+                self.assertEqual(answer.json["data"] if answer.code == 0 else answer.code, expected)
 
 
 if __name__ == "__main__":

@@ -167,19 +167,24 @@ class Host:
         return connection
 
     def finish(self, connection):
+        """`ended` of the answer tells whether the worker said that it is whole."""
         text = b""
+        ended = False
         with connection:
             try:
                 while (head := _read_exactly(connection, 8)) is not None:
                     _, kind, _, length, padding, _ = struct.unpack(">BBHHBB", head)
                     content = _read_exactly(connection, length + padding)
                     if content is None or kind == END:
+                        ended = content is not None
                         break
                     if kind == STDOUT:
                         text += content[:length]
             except ConnectionResetError:
                 pass
-        return Answer(text.decode())
+        answer = Answer(text.decode())
+        answer.ended = ended
+        return answer
 
     def ask(self, variables=None, body=b""):
         return self.finish(self.start(variables or {}, body))
@@ -216,4 +221,8 @@ def fixture_registry(**changes):
         {"api": "Test.Host", "version": 1, "method": name, "access": ["user"], "pool": "long"}
         for name in ["wait", "touch"]
     ]
+    rows.append({"api": "Test.Host", "version": 1, "method": "stream", "access": ["user"], "pool": "stream"})
+    rows.append({"api": "Test.Host", "version": 1, "method": "stuck", "access": ["user"]})
+    rows.append({"api": "Test.Host", "version": 1, "method": "raw_body", "access": ["user", "visitor"],
+                 "post_only": True, "raw_body": 3 << 20, "pool": "bulk"})
     return {"library": os.path.join(FIXTURES, "fixture_api.so"), "methods": rows, **changes}

@@ -62,6 +62,9 @@ class APIRequest {
   // appended as it stands.
   std::string GetSharingURL(const std::string& path) const;
 
+  // The body, any bytes, where the registry lets the method take it as it comes; else empty.
+  const std::string& GetRawBody() const;
+
   std::string GetCookie(const std::string& name, const std::string& fallback) const;
   // A language code such as "enu", from the visitor's browser; "enu" when it names none we have.
   std::string GetUILanguage() const;

@@ -25,6 +25,7 @@ struct RequestContext {
   unsigned int login_uid = kNobody;
   bool is_admin = false;
   bool is_sharing = false;
+  std::string raw_body;
   std::string sharing_id;
   std::string sharing_sid;
   std::string base_url;

@@ -3,7 +3,9 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace VELT {
@@ -25,6 +27,11 @@ struct ResponseState {
   Json::Value body;  // the data of a success, the detail of an error
   bool output_enabled = true;
   std::vector<Cookie> cookies;
+
+  // See APIResponse. `sink` is the host's, empty where a method may not stream.
+  std::function<bool(std::string_view)> sink;
+  bool broken_off = false;
+  std::function<void()> when_taken;
 };
 
 }  // namespace VELT
