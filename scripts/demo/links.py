@@ -21,6 +21,11 @@ _KINDS = {
     "redirect": {"protect_title": "Leads elsewhere", "redirect_type": "always", "redirect_uri": "/pkg/photo-album/photos/lighthouse.svg"},
     "plugin": {"protect_title": "A photo album", "project_name": "photo-album",
                "app": {"title": "On the coast", "photos": ["harbour", "lighthouse"]}},
+    "files": {"protect_title": "Files from the coast", "project_name": "files",
+              "app": {"root": "home", "items": ["Coast"]}},
+    "inbox": {"protect_title": "Leave files for alice", "project_name": "files",
+              "app": {"root": "home", "items": ["Inbox"],
+                      "upload": {"only": True, "max_size": 1 << 30, "max_files": 1000}}},
 }
 
 

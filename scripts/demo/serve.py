@@ -16,6 +16,7 @@ import subprocess
 import sys
 import time
 
+import files
 import links
 import webserver
 from accounts import Accounts, write_private
@@ -123,6 +124,7 @@ class Demonstration:
         if done.returncode:
             raise Failure(f"{self.build} can't be installed: {done.stderr.strip()}")
         self.accounts = Accounts(self.state)
+        files.lay_out(self.accounts.passwords, self.account)
         write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
         write_private(webserver.PASSWORDS, self.accounts.htpasswd())
         for path, text in webserver.error_pages():

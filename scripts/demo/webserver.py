@@ -5,6 +5,7 @@ import resource
 
 SOCKET = "/usr/velt/var/run/webapid.sock"
 FAILURES = "/usr/velt/var/failures"  # wrong passwords of each owner
+SPOOL = "/usr/velt/var/spool/files"
 FOLDER = "/usr/velt/etc/demo"
 PASSWORDS = FOLDER + "/htpasswd"
 CONFIGURATION = FOLDER + "/lighttpd.conf"
@@ -52,6 +53,8 @@ $HTTP["url"] =~ "^/webapi/entry\\.cgi" {{
 $HTTP["url"] =~ "^/sharing/[^/]*/webapi$" {{
   server.errorfile-prefix = "{folder}/visitor-"
   mimetype.assign = (".html" => "application/json; charset=\\"UTF-8\\"")
+  # A piece of an upload.
+  $REQUEST_HEADER["Content-Type"] == "application/octet-stream" {{ server.max-request-size = 4200 }}
 }}
 index-file.names = ("index.html")
 mimetype.assign = (
@@ -88,7 +91,11 @@ $HTTP["url"] =~ "^/sharing/[^/]*/webapi$" {{
 # A worker gives up after two minutes; a client waits little longer, whatever becomes of the worker. When a client has
 # left, its worker sees the end of the stream.
 var.worker = (("socket" => "{socket}", "check-local" => "disable",
-               "write-timeout" => 130, "read-timeout" => 130, "tcp-fin-propagate" => "enable"))
+               "write-timeout" => 130, "read-timeout" => 130, "tcp-fin-propagate" => "enable",
+               # Files are sent from here, by the name that a worker gives them in the spool.
+               "x-sendfile" => "enable", "x-sendfile-docroot" => ("{spool}/")))
+# A long answer waits in the worker for its reader, not in this program's memory or files.
+$HTTP["url"] =~ "^/sharing/" {{ server.stream-response-body = 2 }}
 fastcgi.server = ("/webapi/entry.cgi" => var.worker, "/sharing/" => var.worker)
 """
 # As in web/index.html, for servers in front that send none, and what a page can't say of itself.
@@ -103,7 +110,7 @@ def configuration(port, account):
     allowed = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     descriptors = _DESCRIPTORS if allowed == resource.RLIM_INFINITY else min(_DESCRIPTORS, allowed)
     return _TEXT.format(port=port, user=user, socket=SOCKET, folder=FOLDER, service=PAM_SERVICE, policy=_POLICY,
-                        descriptors=descriptors, connections=min(_CONNECTIONS, descriptors // 4))
+                        descriptors=descriptors, connections=min(_CONNECTIONS, descriptors // 4), spool=SPOOL)
 
 
 def error_pages():

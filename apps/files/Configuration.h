@@ -1,0 +1,49 @@
+// What the administrator lets people share: /usr/velt/etc/files.json, read anew for each request.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Ids.h"
+
+namespace VELT::files {
+
+struct Root {
+  std::string name;   // in links; never changed
+  std::string title;  // for people
+  std::string path;   // absolute, of this account
+};
+
+class Configuration {
+ public:
+  //   {"roots": [{"name": TEXT, "title": TEXT, "path": PATH, "{user}" in it the account's name,
+  //               "users": [NAMES], "groups": [NAMES]; both absent: for everybody}],
+  //    "spool": PATH of root's own folder on the same file system as the roots,
+  //    "accel_prefix": what X-Accel-Redirect begins with; absent: X-Sendfile is used}
+  //
+  // A file that is missing or wrong is one without roots; what is wrong is logged.
+  Configuration();
+
+  // Those that are for the account.
+  std::vector<Root> RootsOf(const Account& account) const;
+  // Throws Refusal(kNoRoot).
+  Root RootOf(const Account& account, const std::string& name) const;
+
+  const std::string& spool() const { return spool_; }
+  const std::string& accel_prefix() const { return accel_prefix_; }
+
+ private:
+  struct Rule {
+    Root root;
+    bool for_everybody;
+    std::vector<std::string> users;
+    std::vector<std::string> groups;
+  };
+
+  std::vector<Rule> rules_;
+  std::string spool_;
+  std::string accel_prefix_;
+};
+
+}  // namespace VELT::files

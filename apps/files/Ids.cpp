@@ -1,0 +1,100 @@
+#include "Ids.h"
+
+#include <grp.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "Refusal.h"
+#include "veltsys/Accounts.h"
+
+namespace VELT::files {
+namespace {
+
+bool HasOneIdOnly() {
+  static const bool one = [] {
+    std::ifstream map("/proc/self/uid_map");
+    unsigned long inside = 0;
+    unsigned long outside = 0;
+    unsigned long count = 0;
+    unsigned long sum = 0;
+    while (map >> inside >> outside >> count) sum += count;
+    return sum == 1;
+  }();
+  return one;
+}
+
+std::optional<Account> LookUp(uid_t uid) {
+  const auto user = accounts::FindUser(uid);
+  if (!user) return std::nullopt;
+  const std::set<gid_t> groups = accounts::GroupsOf(*user);
+  return Account{user->name, user->uid, user->gid, {groups.begin(), groups.end()}};
+}
+
+}  // namespace
+
+bool Account::IsIn(const std::string& group) const {
+  const auto id = accounts::FindGroup(group);
+  return id && std::find(groups.begin(), groups.end(), *id) != groups.end();
+}
+
+std::optional<Account> FindAccount(uid_t uid) {
+  using Clock = std::chrono::steady_clock;
+  struct Known {
+    Account account;
+    Clock::time_point until;
+  };
+  constexpr std::size_t kMostKnown = 100;
+  static std::map<uid_t, Known> known;
+
+  const auto now = Clock::now();
+  const auto found = known.find(uid);
+  if (found != known.end() && now < found->second.until) return found->second.account;
+  known.erase(uid);
+  auto account = LookUp(uid);
+  if (!account) return std::nullopt;
+  if (known.size() >= kMostKnown) known.clear();
+  known.emplace(uid, Known{*account, now + std::chrono::seconds(1)});
+  return account;
+}
+
+IdsGuard::Ids IdsGuard::Present() {
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, getgroups(0, nullptr))));
+  getgroups(static_cast<int>(groups.size()), groups.data());
+  return {geteuid(), getegid(), std::move(groups)};
+}
+
+// By way of root, who alone may change the groups. The user last: what comes before needs root.
+bool IdsGuard::Become(const Ids& target) {
+  return (geteuid() == 0 || seteuid(0) == 0) &&
+         setgroups(target.groups.size(), target.groups.data()) == 0 && setegid(target.gid) == 0 &&
+         (target.uid == 0 || seteuid(target.uid) == 0);
+}
+
+IdsGuard::IdsGuard(const Account& account)
+    : IdsGuard(Ids{account.uid, account.gid, account.groups}) {}
+
+IdsGuard IdsGuard::Root() { return IdsGuard(Ids{0, getegid(), Present().groups}); }
+
+IdsGuard::IdsGuard(const Ids& target) : before_(Present()) {
+  if (HasOneIdOnly() || Become(target)) return;
+  syslog(LOG_ERR, "files: cannot take the ids of uid %u: %s", target.uid, strerror(errno));
+  if (!Become(before_)) std::abort();
+  throw Refusal(kUnavailable);
+}
+
+IdsGuard::~IdsGuard() {
+  if (HasOneIdOnly() || Become(before_)) return;
+  syslog(LOG_CRIT, "files: cannot return to uid %u: %s", before_.uid, strerror(errno));
+  std::abort();
+}
+
+}  // namespace VELT::files

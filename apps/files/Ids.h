@@ -1,0 +1,53 @@
+// Whose rights the process has. Files are opened with those of the account that they are shared by,
+// so that the kernel decides what it may read and write.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace VELT::files {
+
+struct Account {
+  std::string name;
+  uid_t uid;
+  gid_t gid;
+  std::vector<gid_t> groups;
+
+  bool IsIn(const std::string& group) const;
+};
+
+// Nothing when the user database has no such account. A change of it is noticed within a second.
+std::optional<Account> FindAccount(uid_t uid);
+
+// Gives the process, all its threads included, the effective ids and groups of an account, or root's
+// effective ids, until the object ends. The process must have root as real or saved id. Guards don't
+// nest. Throws Refusal, with everything as it was, where the ids can't be had. The process ends when
+// it can't come back: it must not serve another request with them.
+//
+// In a user namespace that has one id only, as the demonstration of an ordinary user, there is
+// nobody else to become, and every file is that user's: a guard then does nothing.
+class IdsGuard {
+ public:
+  explicit IdsGuard(const Account& account);
+  static IdsGuard Root();
+  ~IdsGuard();
+  IdsGuard(const IdsGuard&) = delete;
+  IdsGuard& operator=(const IdsGuard&) = delete;
+
+ private:
+  struct Ids {
+    uid_t uid;
+    gid_t gid;
+    std::vector<gid_t> groups;
+  };
+  explicit IdsGuard(const Ids& target);
+  static bool Become(const Ids& target);
+  static Ids Present();
+
+  const Ids before_;
+};
+
+}  // namespace VELT::files

@@ -1,0 +1,43 @@
+// What listings of both sides have in common.
+#include "Methods.h"
+#include "Names.h"
+#include "Refusal.h"
+
+namespace VELT::files {
+namespace {
+
+std::size_t CountOf(const APIRequest& request, const char* name, int fallback) {
+  return static_cast<std::size_t>(request.GetParam(name, fallback).asInt());
+}
+
+}  // namespace
+
+Listing ListWith(const APIRequest& request, const Found& folder) {
+  const std::string by = request.GetParam("sort_by", "name").asString();
+  Order order;
+  order.by = by == "size"   ? Order::By::kSize
+             : by == "time" ? Order::By::kTime
+             : by == "type" ? Order::By::kType
+                            : Order::By::kName;
+  order.descending = request.GetParam("sort_direction", "ASC").asString() == "DESC";
+  return List(folder, order, CountOf(request, "offset", 0), CountOf(request, "limit", 100));
+}
+
+Json::Value ToJson(const std::string& name, const struct stat& status, const std::string& path) {
+  Json::Value row;
+  row["name"] = ToText(name);
+  row["path"] = path;
+  row["time"] = static_cast<Json::Int64>(status.st_mtim.tv_sec);
+  row["type"] = S_ISDIR(status.st_mode) ? "folder" : "file";
+  if (S_ISREG(status.st_mode)) {
+    row["size"] = static_cast<Json::Int64>(status.st_size);
+    row["kind"] = MediaTypeOf(name).kind;
+  }
+  return row;
+}
+
+void MustShow(const Share& share) {
+  if (share.upload().only) throw Refusal(kNotFound);
+}
+
+}  // namespace VELT::files

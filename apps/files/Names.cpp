@@ -1,0 +1,154 @@
+#include "Names.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstddef>
+
+#include "veltsys/Text.h"
+
+namespace VELT::files {
+namespace {
+
+constexpr char kDigits[] = "0123456789ABCDEF";
+
+void AppendEscape(std::string& text, char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+// The bytes of the character at the head of `bytes`; 0 when there is no valid one.
+std::size_t CharacterLength(std::string_view bytes) {
+  for (std::size_t length = 1; length <= std::min<std::size_t>(4, bytes.size()); ++length) {
+    if (IsCleanText(bytes.substr(0, length))) return length;
+  }
+  return 0;
+}
+
+std::optional<std::string> Decode(std::string_view text) {
+  std::string bytes;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] != '%') {
+      bytes += text[at];
+      continue;
+    }
+    unsigned int byte = 0;
+    const std::string_view digits = text.substr(at + 1, 2);
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
+    if (error != std::errc() || end != digits.data() + 2) return std::nullopt;
+    bytes += static_cast<char>(byte);
+    at += 2;
+  }
+  return bytes;
+}
+
+struct Extension {
+  std::string_view name;
+  MediaType media;
+};
+
+// HTML, SVG, XML and the like are missing on purpose: a browser would run what is in them.
+constexpr Extension kExtensions[] = {
+    {"jpg", {"image/jpeg", "image"}},
+    {"jpeg", {"image/jpeg", "image"}},
+    {"png", {"image/png", "image"}},
+    {"gif", {"image/gif", "image"}},
+    {"webp", {"image/webp", "image"}},
+    {"avif", {"image/avif", "image"}},
+    {"pdf", {"application/pdf", "pdf"}},
+    {"txt", {"text/plain; charset=utf-8", "text"}},
+    {"md", {"text/plain; charset=utf-8", "text"}},
+    {"csv", {"text/plain; charset=utf-8", "text"}},
+    {"log", {"text/plain; charset=utf-8", "text"}},
+    {"json", {"text/plain; charset=utf-8", "text"}},
+    {"mp3", {"audio/mpeg", "audio"}},
+    {"m4a", {"audio/mp4", "audio"}},
+    {"ogg", {"audio/ogg", "audio"}},
+    {"opus", {"audio/ogg", "audio"}},
+    {"flac", {"audio/flac", "audio"}},
+    {"wav", {"audio/wav", "audio"}},
+    {"mp4", {"video/mp4", "video"}},
+    {"m4v", {"video/mp4", "video"}},
+    {"webm", {"video/webm", "video"}},
+    {"ogv", {"video/ogg", "video"}},
+};
+
+}  // namespace
+
+std::string ToText(std::string_view bytes) {
+  std::string text;
+  while (!bytes.empty()) {
+    const std::size_t length = CharacterLength(bytes);
+    const auto first = static_cast<unsigned char>(bytes.front());
+    if (length == 0 || first < 0x20 || first == 0x7F || first == '%') {
+      AppendEscape(text, bytes.front());
+      bytes.remove_prefix(1);
+    } else {
+      text += bytes.substr(0, length);
+      bytes.remove_prefix(length);
+    }
+  }
+  return text;
+}
+
+std::optional<std::string> ToPath(std::string_view text) {
+  std::string path;
+  if (text.empty()) return path;
+  for (;;) {
+    const std::size_t end = text.find('/');
+    const auto name = Decode(text.substr(0, end));
+    if (!name || !IsFileName(*name) || name->size() > NAME_MAX) return std::nullopt;
+    path += *name;
+    if (path.size() >= PATH_MAX) return std::nullopt;
+    if (end == std::string_view::npos) return path;
+    path += '/';
+    text.remove_prefix(end + 1);
+  }
+}
+
+std::string Join(const std::string& path, std::string_view name) {
+  std::string joined = path;
+  if (!path.empty() && !name.empty()) joined += '/';
+  return joined.append(name);
+}
+
+std::string LastOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+std::string ContentDisposition(bool attachment, std::string_view name) {
+  std::string plain;     // for clients that know no RFC 8187
+  std::string extended;  // all bytes but a few escaped; those that are no UTF-8 replaced
+  while (!name.empty()) {
+    const std::size_t length = CharacterLength(name);
+    const std::string_view character = name.substr(0, std::max<std::size_t>(length, 1));
+    const char c = character.front();
+    const bool is_plain = length == 1 && c >= 0x20 && c < 0x7F;
+    plain += is_plain && c != '"' && c != '\\' && c != '%' ? c : '_';
+    const bool is_kept = is_plain && (std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+                                      std::string_view("-._~").find(c) != std::string_view::npos);
+    if (is_kept) {
+      extended += c;
+    } else if (length == 0) {
+      extended += "%EF%BF%BD";
+    } else {
+      for (const char byte : character) AppendEscape(extended, byte);
+    }
+    name.remove_prefix(character.size());
+  }
+  return std::string("Content-Disposition: ") + (attachment ? "attachment" : "inline") +
+         "; filename=\"" + plain + "\"; filename*=UTF-8''" + extended + "\r\n";
+}
+
+MediaType MediaTypeOf(std::string_view name) {
+  std::string extension(name.substr(name.rfind('.') + 1));
+  std::transform(extension.begin(), extension.end(), extension.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  for (const Extension& known : kExtensions) {
+    if (known.name == extension) return known.media;
+  }
+  return {"application/octet-stream", ""};
+}
+
+}  // namespace VELT::files

@@ -1,0 +1,106 @@
+// An owner's methods: what may be shared, and what a link shares.
+#include "Methods.h"
+#include "Names.h"
+#include "Refusal.h"
+#include "Visit.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT::files {
+namespace {
+
+Account CallerOf(const APIRequest& request) {
+  auto account = FindAccount(request.GetLoginUID());
+  if (!account) throw Refusal(kNoRoot);
+  return *account;
+}
+
+bool IsThere(const Root& root, const std::string& path) {
+  try {
+    Find(FindRoot(root), path);
+    return true;
+  } catch (const Refusal&) {
+    return false;
+  }
+}
+
+// A path that is no longer there, or that the owner can't read any more, is "missing".
+Json::Value DescribeItem(const Share& share, const std::string& path) {
+  Json::Value row;
+  try {
+    const IdsGuard owner(share.owner());
+    const Found found = share.Find(path);
+    row = ToJson(share.NameOf(path), found.status, ToText(path));
+    row["missing"] = false;
+  } catch (const Refusal&) {
+    row["name"] = ToText(share.NameOf(path));
+    row["path"] = ToText(path);
+    row["missing"] = true;
+  }
+  return row;
+}
+
+Json::Value Describe(const Share& share) {
+  Json::Value data;
+  data["root"] = share.root().name;
+  data["title"] = share.root().title;
+  data["items"] = Json::Value(Json::arrayValue);
+  for (const std::string& path : share.items()) data["items"].append(DescribeItem(share, path));
+  if (share.upload().allowed) {
+    data["upload"]["only"] = share.upload().only;
+    data["upload"]["max_size"] = static_cast<Json::UInt64>(share.upload().max_size);
+    data["upload"]["max_files"] = static_cast<Json::UInt64>(share.upload().max_files);
+  }
+  return data;
+}
+
+}  // namespace
+
+void GetRoots(const APIRequest& request, APIResponse& response) {
+  const Account caller = CallerOf(request);
+  Json::Value rows(Json::arrayValue);
+  for (const Root& root : Configuration().RootsOf(caller)) {
+    const IdsGuard owner(caller);
+    if (!IsThere(root, "")) continue;
+    Json::Value& row = rows.append(Json::Value());
+    row["name"] = root.name;
+    row["title"] = root.title;
+  }
+  Json::Value data;
+  data["roots"] = rows;
+  response.SetSuccess(data);
+}
+
+void ListRoot(const APIRequest& request, APIResponse& response) {
+  const Account caller = CallerOf(request);
+  const Root root = Configuration().RootOf(caller, request.GetParam("root", "").asString());
+  const auto path = ToPath(request.GetParam("path", "").asString());
+  if (!path) throw Refusal(kNotFound);
+  Listing listing;
+  {
+    const IdsGuard owner(caller);
+    listing = ListWith(request, Find(FindRoot(root), *path));
+  }
+  Json::Value data;
+  data["total"] = static_cast<Json::UInt64>(listing.total);
+  data["entries"] = Json::Value(Json::arrayValue);
+  for (const Item& item : listing.shown) {
+    data["entries"].append(ToJson(item.name, item.status, ToText(Join(*path, item.name))));
+  }
+  response.SetSuccess(data);
+}
+
+void DescribeLink(const APIRequest& request, APIResponse& response) {
+  auto& database = *sharing::db::SharingDB::Instance();
+  sharing::record::Entry entry;
+  const std::string id = request.GetParam("sharing_id", "").asString();
+  if (!database.IsGood() || !sharing::db::EntryDB(database).GetByHash(id, entry) ||
+      entry.get_project_name() != kProject) {
+    throw Refusal(kNoSuchLink);
+  }
+  if (!request.IsAdmin() && entry.get_owner_uid() != request.GetLoginUID()) {
+    throw Refusal(kOthersLink);
+  }
+  response.SetSuccess(Describe(Share(entry)));
+}
+
+}  // namespace VELT::files

@@ -1,0 +1,39 @@
+// Why a call is refused. Thrown inside the application; the handlers in Api.cpp answer it.
+#pragma once
+
+#include <json/value.h>
+
+#include <utility>
+
+namespace VELT::files {
+
+enum Code {
+  kBadParameter = 120,
+  kNoLink = 1000,
+  kNoSuchLink = 1005,
+  kNoVisit = 1006,
+  kOthersLink = 1007,
+  kAddressDenied = 1008,
+  kUsedUp = 1012,
+  kNoRoot = 2000,         // none of this name, or not for this account
+  kNotFound = 2001,       // no such file or folder, or not readable for the link's owner
+  kWrongKind = 2002,      // a file where a folder is needed, or the other way round
+  kNothingShared = 2003,  // the link's data name nothing that can be shared
+  kNoUploads = 2004,      // the link takes none
+  kUploadLimit = 2005,    // too large, or as many as it takes are there
+  kNoSpace = 2006,        // the disk or the owner's quota is full
+  kWrongOffset = 2007,    // the detail's "offset" is where the upload goes on
+  kNoUpload = 2008,       // none of this id
+  kUnavailable = 2009,    // not set up; the log tells what is missing
+  kNoPicture = 2010,      // no small picture can be made of the file
+};
+
+struct Refusal {
+  explicit Refusal(Code reason, Json::Value text = Json::Value())
+      : code(reason), detail(std::move(text)) {}
+
+  Code code;
+  Json::Value detail;
+};
+
+}  // namespace VELT::files

@@ -1,0 +1,79 @@
+#include "Share.h"
+
+#include <charconv>
+#include <limits>
+
+#include "Names.h"
+#include "Refusal.h"
+
+namespace VELT::files {
+namespace {
+
+constexpr Json::ArrayIndex kMostItems = 1000;
+
+std::uint64_t LimitOf(const Json::Value& value) {
+  if (value.isNull()) return std::numeric_limits<std::int64_t>::max();
+  // A limit that can't be read lets nothing in.
+  return value.isUInt64() ? value.asUInt64() : 0;
+}
+
+UploadRule UploadOf(const Json::Value& data) {
+  UploadRule rule;
+  if (!data.isObject()) return rule;
+  rule.allowed = true;
+  rule.only = data["only"] == true;
+  rule.max_size = LimitOf(data["max_size"]);
+  rule.max_files = LimitOf(data["max_files"]);
+  return rule;
+}
+
+Account OwnerOf(const sharing::record::Entry& entry) {
+  auto account = FindAccount(entry.get_owner_uid());
+  if (!account) throw Refusal(kNoLink);
+  return *account;
+}
+
+}  // namespace
+
+Json::Value DataOf(const sharing::record::Entry& entry) {
+  Json::Value link;
+  entry.ToJSON(link);
+  return link["app"];
+}
+
+Share::Share(const sharing::record::Entry& entry) : owner_(OwnerOf(entry)) {
+  const Json::Value data = DataOf(entry);
+  if (!data.isObject() || !data["root"].isString() || !data["items"].isArray() ||
+      data["items"].empty() || data["items"].size() > kMostItems) {
+    throw Refusal(kNothingShared);
+  }
+  root_ = configuration_.RootOf(owner_, data["root"].asString());
+  for (const Json::Value& item : data["items"]) {
+    const auto path = item.isString() ? ToPath(item.asString()) : std::nullopt;
+    if (!path) throw Refusal(kNothingShared);
+    items_.push_back(*path);
+  }
+  upload_ = UploadOf(data["upload"]);
+}
+
+std::string Share::PathOf(const std::string& visitors) const {
+  const std::size_t slash = visitors.find('/');
+  const char* end = visitors.data() + std::min(slash, visitors.size());
+  std::size_t index = 0;
+  const auto [stop, error] = std::from_chars(visitors.data(), end, index);
+  const auto rest = slash == std::string::npos ? std::string() : visitors.substr(slash + 1);
+  const auto path = ToPath(rest);
+  if (error != std::errc() || stop != end || index >= items_.size() || !path ||
+      (slash != std::string::npos && rest.empty())) {
+    throw Refusal(kNotFound);
+  }
+  return Join(items_[index], *path);
+}
+
+std::string Share::NameOf(const std::string& path) const {
+  return path.empty() ? root_.title : LastOf(path);
+}
+
+Found Share::Find(const std::string& path) const { return files::Find(FindRoot(root_), path); }
+
+}  // namespace VELT::files

@@ -1,0 +1,145 @@
+#include "Spool.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <string_view>
+
+#include "Ids.h"
+#include "Refusal.h"
+
+namespace VELT::files {
+namespace {
+
+constexpr const char* kOut = "out";
+constexpr std::time_t kLongestHandOver = 60;  // seconds
+
+Descriptor OpenSpool(const std::string& path) {
+  open_how how{};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  Descriptor folder(
+      static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+  struct stat status {};
+  if (!path.starts_with('/') || folder.get() < 0 || fstat(folder.get(), &status) != 0 ||
+      status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    syslog(LOG_ERR, "files: the spool %s is no folder of root's alone", path.c_str());
+    throw Refusal(kUnavailable);
+  }
+  return folder;
+}
+
+// Names begin with the time at which they were made.
+std::time_t TimeOf(std::string_view name) {
+  std::time_t time = 0;
+  std::from_chars(name.data(), name.data() + name.size(), time, 16);
+  return time;
+}
+
+std::string TimedName() {
+  std::array<char, 16> digits{};
+  const auto end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), std::time(nullptr), 16).ptr;
+  return std::string(kOut) + "/" + std::string(digits.data(), end) + "-" + RandomName();
+}
+
+// Removes what workers that died have left. As root.
+void Sweep(int spool) {
+  static std::time_t next = 0;
+  const std::time_t now = std::time(nullptr);
+  if (now < next) return;
+  next = now + kLongestHandOver;
+  const int folder = openat(spool, kOut, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(folder < 0 ? nullptr : fdopendir(folder),
+                                                   closedir);
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    if (entry->d_type == DT_REG && TimeOf(entry->d_name) < now - kLongestHandOver) {
+      unlinkat(dirfd(stream.get()), entry->d_name, 0);
+    }
+  }
+}
+
+void RemoveAsRoot(const std::string& path) {
+  try {
+    const IdsGuard root = IdsGuard::Root();
+    unlink(path.c_str());
+  } catch (const Refusal&) {  // logged; swept away later
+  }
+}
+
+}  // namespace
+
+std::string RandomName() {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::array<unsigned char, 16> bytes{};
+  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
+  std::string name;
+  for (const unsigned char byte : bytes) name += {kDigits[byte >> 4], kDigits[byte & 15]};
+  return name;
+}
+
+Spool::Spool(const Configuration& configuration)
+    : configuration_(configuration), folder_(OpenSpool(configuration.spool())) {}
+
+void Spool::MakeFolder(const std::string& name, For whom) const {
+  struct stat status {};
+  if (fstatat(folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return;
+  const uid_t uid = geteuid();
+  const gid_t gid = getegid();
+  const IdsGuard root = IdsGuard::Root();
+  const mode_t mode = whom == For::kRoot ? 0711 : 0700;
+  if ((mkdirat(folder(), name.c_str(), mode) == 0 || errno == EEXIST) &&
+      (whom == For::kRoot ||
+       fchownat(folder(), name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW) == 0)) {
+    return;
+  }
+  syslog(LOG_ERR, "files: cannot make %s: %s", PathOf(name).c_str(), strerror(errno));
+  throw Refusal(kUnavailable);
+}
+
+std::string Spool::HandOver(const Descriptor& file, APIResponse& response) const {
+  return HeaderFor(Offer(file, response).substr(PathOf("").size()));
+}
+
+std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
+  MakeFolder(kOut, For::kRoot);
+  const std::string name = TimedName();
+  {
+    const IdsGuard root = IdsGuard::Root();
+    Sweep(folder());
+    const std::string source = "/proc/self/fd/" + std::to_string(file.get());
+    if (linkat(AT_FDCWD, source.c_str(), folder(), name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      syslog(LOG_ERR, "files: cannot hand a file to the web server in %s: %s",
+             configuration_.spool().c_str(), strerror(errno));
+      throw Refusal(kUnavailable);
+    }
+  }
+  response.OnTaken([path = PathOf(name)] { RemoveAsRoot(path); });
+  if (faccessat(folder(), name.c_str(), R_OK, AT_EACCESS) != 0) {
+    syslog(LOG_WARNING, "files: uid %u may not read a shared file, so the web server can't send it",
+           geteuid());
+    throw Refusal(kUnavailable, "the web server may not read this file");
+  }
+  return PathOf(name);
+}
+
+std::string Spool::HeaderFor(const std::string& name) const {
+  const std::string& prefix = configuration_.accel_prefix();
+  return (prefix.empty() ? "X-Sendfile: " + PathOf(name) : "X-Accel-Redirect: " + prefix + name) +
+         "\r\n";
+}
+
+}  // namespace VELT::files

@@ -1,0 +1,56 @@
+// A visitor's uploads.
+#include "Methods.h"
+#include "Names.h"
+#include "Refusal.h"
+#include "UploadStore.h"
+#include "Visit.h"
+
+namespace VELT::files {
+namespace {
+
+std::string IdOf(const APIRequest& request) { return request.GetParam("upload", "").asString(); }
+
+void Answer(APIResponse& response, std::int64_t offset, const std::optional<std::string>& name) {
+  Json::Value data;
+  data["offset"] = static_cast<Json::Int64>(offset);
+  if (name) data["name"] = ToText(*name);
+  response.SetSuccess(data);
+}
+
+}  // namespace
+
+void BeginUpload(const APIRequest& request, APIResponse& response) {
+  const sharing::record::Entry entry = Admit(request, response, false);
+  const Share share(entry);
+  const auto name = ToPath(request.GetParam("name", "").asString());
+  if (!name || name->empty() || name->find('/') != std::string::npos) throw Refusal(kNotFound);
+  const std::int64_t size = request.GetParam("size", Json::Value()).asInt64();
+  UploadStore store(share, entry.get_id());
+  const std::string id = store.Begin(*name, size);
+  if (size == 0) return Answer(response, 0, store.Add(id, 0, ""));
+  Json::Value data;
+  data["upload"] = id;
+  data["offset"] = 0;
+  response.SetSuccess(data);
+}
+
+void AddPiece(const APIRequest& request, APIResponse& response) {
+  const sharing::record::Entry entry = Admit(request, response, false);
+  const Share share(entry);
+  const std::int64_t offset = request.GetParam("offset", Json::Value()).asInt64();
+  const std::string& piece = request.GetRawBody();
+  const auto name = UploadStore(share, entry.get_id()).Add(IdOf(request), offset, piece);
+  Answer(response, offset + static_cast<std::int64_t>(piece.size()), name);
+}
+
+void GetUploadState(const APIRequest& request, APIResponse& response) {
+  const sharing::record::Entry entry = Admit(request, response, false);
+  const Share share(entry);
+  const UploadStore::State state = UploadStore(share, entry.get_id()).StateOf(IdOf(request));
+  Json::Value data;
+  data["offset"] = static_cast<Json::Int64>(state.offset);
+  data["size"] = static_cast<Json::Int64>(state.size);
+  response.SetSuccess(data);
+}
+
+}  // namespace VELT::files

@@ -1,0 +1,249 @@
+#include "UploadStore.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <json/value.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <string_view>
+
+#include "Names.h"
+#include "Refusal.h"
+#include "veltsys/JsonText.h"
+
+namespace VELT::files {
+namespace {
+
+constexpr const char* kIn = "in";
+constexpr const char* kDone = "/done";  // as many bytes as files are whole; locked while counted
+constexpr const char* kAbout = ".json";
+constexpr std::time_t kLongestPause = 24 * 60 * 60;  // seconds until an upload is given up
+constexpr int kMostNames = 1000;
+
+bool IsId(const std::string& text) {
+  return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+[[noreturn]] void ThrowFor(int error) {
+  if (error == ENOSPC || error == EDQUOT || error == EFBIG) throw Refusal(kNoSpace);
+  if (error == EACCES || error == EROFS || error == EPERM) throw Refusal(kNoUploads);
+  errno = error;
+  syslog(LOG_ERR, "files: an upload failed: %s", strerror(errno));
+  throw Refusal(kUnavailable);
+}
+
+std::string ProcPath(const Descriptor& file) {
+  return "/proc/self/fd/" + std::to_string(file.get());
+}
+
+// "a.txt", "a (2).txt", "a (3).txt"; no longer than a name may be, whole characters only.
+std::string NumberedName(const std::string& name, int number) {
+  if (number == 1) return name;
+  const std::size_t dot = name.rfind('.');
+  const bool has_extension = dot != std::string::npos && dot > 0 && name.size() - dot <= 32;
+  const std::string extension = has_extension ? name.substr(dot) : std::string();
+  std::string stem = name.substr(0, name.size() - extension.size());
+  const std::string tail = " (" + std::to_string(number) + ")" + extension;
+  while (stem.size() + tail.size() > NAME_MAX) {
+    while (stem.size() > 1 && (static_cast<unsigned char>(stem.back()) & 0xC0) == 0x80) {
+      stem.pop_back();
+    }
+    stem.pop_back();
+  }
+  return stem + tail;
+}
+
+// The uploads that stand in a link's folder, without those that were given up, which are removed.
+std::uint64_t CountOpen(int folder) {
+  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : fdopendir(copy), closedir);
+  const std::time_t oldest = std::time(nullptr) - kLongestPause;
+  std::uint64_t count = 0;
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    const std::string name = entry->d_name;
+    if (!IsId(name)) continue;
+    struct stat status {};
+    if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (status.st_mtime >= oldest) {
+      ++count;
+    } else {
+      unlinkat(folder, name.c_str(), 0);
+      unlinkat(folder, (name + kAbout).c_str(), 0);
+    }
+  }
+  return count;
+}
+
+void WriteAbout(int spool, const std::string& path, const std::string& name, std::int64_t size) {
+  Json::Value about;
+  about["name"] = ToText(name);
+  about["size"] = static_cast<Json::Int64>(size);
+  const std::string text = about.toStyledString();
+  const Descriptor file(openat(spool, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (file.get() < 0 ||
+      write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    ThrowFor(errno);
+  }
+}
+
+std::string ReadAll(int file) {
+  std::string text(4096, '\0');
+  const ssize_t got = pread(file, text.data(), text.size(), 0);
+  text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+  return text;
+}
+
+// Whole or not at all.
+void Append(int file, std::int64_t offset, std::string_view piece) {
+  std::int64_t at = offset;
+  while (!piece.empty()) {
+    const ssize_t written = pwrite(file, piece.data(), piece.size(), at);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) {
+      const int error = errno;
+      if (ftruncate(file, offset) != 0)
+        syslog(LOG_ERR, "files: cannot take a piece back: %s", strerror(errno));
+      ThrowFor(error);
+    }
+    at += written;
+    piece.remove_prefix(static_cast<std::size_t>(written));
+  }
+  if (fdatasync(file) != 0) ThrowFor(errno);
+}
+
+}  // namespace
+
+// Locked until it ends.
+struct UploadStore::Upload {
+  Descriptor file;
+  std::string name;
+  State state;
+};
+
+UploadStore::UploadStore(const Share& share, std::int64_t link)
+    : share_(share),
+      spool_(share.configuration()),
+      folder_(std::string(kIn) + "/" + std::to_string(link)) {
+  if (!share.upload().allowed || share.items().size() != 1) throw Refusal(kNoUploads);
+  spool_.MakeFolder(kIn, Spool::For::kRoot);
+  spool_.MakeFolder(folder_, Spool::For::kRoot);
+}
+
+std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
+  if (static_cast<std::uint64_t>(size) > share_.upload().max_size) throw Refusal(kUploadLimit);
+  Descriptor file;
+  {
+    const IdsGuard owner(share_.owner());
+    const Found target = share_.Find(share_.items().front());
+    if (!target.IsFolder()) throw Refusal(kNoUploads);
+    // Made there, so that it has the folder's group, default rights and file system.
+    file = Descriptor(open(ProcPath(target.handle).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0660));
+    if (file.get() < 0) ThrowFor(errno);
+  }
+  const IdsGuard root = IdsGuard::Root();
+  const Descriptor done(openat(spool_.folder(), (folder_ + kDone).c_str(),
+                               O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  const Descriptor folder(
+      openat(spool_.folder(), folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct stat status {};
+  if (done.get() < 0 || folder.get() < 0 || flock(done.get(), LOCK_EX) != 0 ||
+      fstat(done.get(), &status) != 0) {
+    ThrowFor(errno);
+  }
+  const auto whole = static_cast<std::uint64_t>(status.st_size);
+  if (whole + CountOpen(folder.get()) >= share_.upload().max_files) throw Refusal(kUploadLimit);
+  const std::string id = RandomName();
+  const std::string path = folder_ + "/" + id;
+  WriteAbout(spool_.folder(), path + kAbout, name, size);
+  if (linkat(AT_FDCWD, ProcPath(file).c_str(), spool_.folder(), path.c_str(), AT_SYMLINK_FOLLOW) !=
+      0) {
+    const int error = errno;
+    unlinkat(spool_.folder(), (path + kAbout).c_str(), 0);
+    ThrowFor(error);
+  }
+  return id;
+}
+
+UploadStore::Upload UploadStore::Open(const std::string& id) {
+  if (!IsId(id)) throw Refusal(kNoUpload);
+  const IdsGuard root = IdsGuard::Root();
+  const std::string path = folder_ + "/" + id;
+  Descriptor file(openat(spool_.folder(), path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  const Descriptor about(
+      openat(spool_.folder(), (path + kAbout).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  // A piece whose connection was cut may still be written.
+  struct stat status {};
+  Json::Value content;
+  if (file.get() < 0 || about.get() < 0 || flock(file.get(), LOCK_EX) != 0 ||
+      fstat(file.get(), &status) != 0 || !ParseJsonText(ReadAll(about.get()), content)) {
+    throw Refusal(kNoUpload);
+  }
+  const auto name = ToPath(content["name"].asString());
+  if (!name) throw Refusal(kNoUpload);
+  return {std::move(file), *name, {status.st_size, content["size"].asInt64()}};
+}
+
+UploadStore::State UploadStore::StateOf(const std::string& id) { return Open(id).state; }
+
+std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t offset,
+                                            const std::string& piece) {
+  const Upload upload = Open(id);
+  if (offset != upload.state.offset) {
+    Json::Value detail;
+    detail["offset"] = static_cast<Json::Int64>(upload.state.offset);
+    throw Refusal(kWrongOffset, detail);
+  }
+  if (static_cast<std::int64_t>(piece.size()) > upload.state.size - offset) {
+    throw Refusal(kUploadLimit);
+  }
+  std::string name;
+  {
+    const IdsGuard owner(share_.owner());  // whose disk quota it is
+    if (!piece.empty()) Append(upload.file.get(), offset, piece);
+    if (offset + static_cast<std::int64_t>(piece.size()) < upload.state.size) return std::nullopt;
+    name = Publish(upload);
+  }
+  Forget(id, true);
+  return name;
+}
+
+// A link is made under a free name or not at all, so nothing is ever overwritten.
+std::string UploadStore::Publish(const Upload& upload) {
+  const Found target = share_.Find(share_.items().front());
+  const Descriptor folder = files::Open(target, O_RDONLY | O_DIRECTORY);
+  for (int number = 1; number <= kMostNames; ++number) {
+    const std::string name = NumberedName(upload.name, number);
+    if (linkat(AT_FDCWD, ProcPath(upload.file).c_str(), folder.get(), name.c_str(),
+               AT_SYMLINK_FOLLOW) == 0) {
+      fsync(folder.get());
+      return name;
+    }
+    if (errno != EEXIST) ThrowFor(errno);
+  }
+  throw Refusal(kNoUploads);
+}
+
+void UploadStore::Forget(const std::string& id, bool done) {
+  const IdsGuard root = IdsGuard::Root();
+  const Descriptor count(
+      openat(spool_.folder(), (folder_ + kDone).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+  struct stat status {};
+  if (done && count.get() >= 0 && flock(count.get(), LOCK_EX) == 0 &&
+      fstat(count.get(), &status) == 0 && ftruncate(count.get(), status.st_size + 1) != 0) {
+    syslog(LOG_ERR, "files: an upload could not be counted: %s", strerror(errno));
+  }
+  for (const char* ending : {"", kAbout}) {
+    unlinkat(spool_.folder(), (folder_ + "/" + id + ending).c_str(), 0);
+  }
+}
+
+}  // namespace VELT::files

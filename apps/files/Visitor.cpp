@@ -1,0 +1,102 @@
+// A visitor's listing and downloads.
+#include <fcntl.h>
+
+#include <cstdio>
+
+#include "Methods.h"
+#include "Names.h"
+#include "Refusal.h"
+#include "Spool.h"
+#include "Visit.h"
+
+namespace VELT::files {
+namespace {
+
+// The items themselves, those that are gone left out.
+Json::Value ListItems(const Share& share) {
+  Json::Value rows(Json::arrayValue);
+  const IdsGuard owner(share.owner());
+  for (std::size_t index = 0; index < share.items().size(); ++index) {
+    const std::string& path = share.items()[index];
+    try {
+      const Found found = share.Find(path);
+      rows.append(ToJson(share.NameOf(path), found.status, std::to_string(index)));
+    } catch (const Refusal&) {
+      continue;
+    }
+  }
+  return rows;
+}
+
+Json::Value UploadJson(const UploadRule& rule) {
+  Json::Value data;
+  if (!rule.allowed) return data;
+  data["only"] = rule.only;
+  data["max_size"] = static_cast<Json::UInt64>(rule.max_size);
+  data["max_files"] = static_cast<Json::UInt64>(rule.max_files);
+  return data;
+}
+
+// Nothing in the file may act in this site's name, or be taken for something else.
+std::string SafetyHeaders(const MediaType& media) {
+  std::string lines = std::string("Content-Type: ") + media.type +
+                      "\r\nX-Content-Type-Options: nosniff\r\nReferrer-Policy: no-referrer\r\n"
+                      "Cache-Control: no-store\r\n";
+  // Browsers show no PDF file in a sandbox of this kind; their viewers are sandboxes themselves.
+  const bool is_pdf = std::string_view(media.kind) == "pdf";
+  lines += is_pdf ? "Content-Security-Policy: frame-ancestors 'self'\r\n"
+                  : "Content-Security-Policy: default-src 'none'; sandbox\r\n";
+  return lines;
+}
+
+}  // namespace
+
+void ListShare(const APIRequest& request, APIResponse& response) {
+  const Share share(Admit(request, response, false));
+  const std::string visitors = request.GetParam("path", "").asString();
+  Json::Value data;
+  data["upload"] = UploadJson(share.upload());
+  data["entries"] = Json::Value(Json::arrayValue);
+  data["total"] = 0;
+  if (share.upload().only && visitors.empty()) return response.SetSuccess(data);
+  MustShow(share);
+  if (visitors.empty()) {
+    data["entries"] = ListItems(share);
+    data["total"] = data["entries"].size();
+    return response.SetSuccess(data);
+  }
+  const std::string path = share.PathOf(visitors);
+  Listing listing;
+  {
+    const IdsGuard owner(share.owner());
+    listing = ListWith(request, share.Find(path));
+  }
+  data["total"] = static_cast<Json::UInt64>(listing.total);
+  for (const Item& item : listing.shown) {
+    data["entries"].append(ToJson(item.name, item.status, visitors + "/" + ToText(item.name)));
+  }
+  response.SetSuccess(data);
+}
+
+void GetFile(const APIRequest& request, APIResponse& response) {
+  const Share share(Admit(request, response, true));
+  MustShow(share);
+  const std::string path = share.PathOf(request.GetParam("path", "").asString());
+  Descriptor file;
+  {
+    const IdsGuard owner(share.owner());
+    const Found found = share.Find(path);
+    if (found.IsFolder()) throw Refusal(kWrongKind);
+    file = Open(found, O_RDONLY | O_NONBLOCK);
+  }
+  const std::string handed = Spool(share.configuration()).HandOver(file, response);
+  const std::string name = share.NameOf(path);
+  const MediaType media = MediaTypeOf(name);
+  const bool shown = request.GetParam("show", false) == true && media.kind[0] != '\0';
+  const std::string header =
+      handed + SafetyHeaders(media) + ContentDisposition(!shown, name) + "\r\n";
+  response.SetEnableOutput(false);
+  std::fwrite(header.data(), 1, header.size(), stdout);
+}
+
+}  // namespace VELT::files
