@@ -162,7 +162,7 @@ class Worker {
     std::size_t moved = 0;
     Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request, [&](std::string_view piece) {
       deadline_.Tell(nullptr);
-      if (!incoming.reply.SendPiece(piece)) return false;
+      if (incoming.reply.ClientHasLeft() || !incoming.reply.SendPiece(piece)) return false;
       moved += piece.size();
       if (moved >= kStreamProgress) {
         moved = 0;

@@ -104,8 +104,11 @@ export class LinkForm {
     show.addEventListener('click', () => this.#showPassword(show.getAttribute('aria-pressed') !== 'true'));
   }
 
-  /** Opens the form for `entry`, a link as `get` tells it, or for a new link when it is null. */
-  open(entry, project = '') {
+  /**
+   * Opens the form for `entry`, a link as `get` tells it, or for a new link when it is null. `filled` are values
+   * that a new link's fields begin with, by name.
+   */
+  open(entry, project = '', filled = {}) {
     this.#entry = entry;
     this.#form.reset();
     this.#form.querySelector('details').open = false;
@@ -116,6 +119,7 @@ export class LinkForm {
     for (const input of this.#fields) {
       if (entry && input.name in entry) write(input, entry[input.name]);
       this.#initial.set(input, raw(input));
+      if (!entry && input.name in filled) write(input, filled[input.name]);
     }
     this.#text('#edit-title', entry ? `Edit ${entry.protect_title || 'untitled link'}` : 'New link');
     this.#text('[type="submit"]', entry ? 'Save changes' : 'Create link');

@@ -4,6 +4,7 @@ import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {ConfirmDialog, ShareDialog, copyText, titleOf} from './dialogs.js';
+import {FilePicker, drawContents, PROJECT as FILES} from './files.js';
 import {LinkForm} from './form.js';
 import {COLUMNS, drawTable} from './table.js';
 
@@ -25,6 +26,8 @@ const form = new LinkForm(find('#edit'), {
     title: 'Discard your changes?', text: 'What you entered is lost.', yes: 'Discard',
   }),
 });
+
+const picker = new FilePicker(find('#pick'), (app, title) => form.open(null, FILES, {app, protect_title: title}));
 
 function scopeParams() {
   return {
@@ -127,8 +130,9 @@ function sort(name) {
   load();
 }
 
-function show(entry) {
-  share.open(entry, titleOf(entry), 'Scan the code, or send the address.');
+function show(entry, title = titleOf(entry)) {
+  share.open(entry, title, 'Scan the code, or send the address.');
+  drawContents(find('#share-contents'), entry);
 }
 
 async function copy(entry, button) {
@@ -151,7 +155,7 @@ async function save(params, close) {
   close();
   if (params.sharing_id) return void loadAll('Changes saved.');
   view.offset = 0;
-  share.open(link, 'Your link is ready', 'Scan the code, or send the address.');
+  show({...link, project_name: params.project_name}, 'Your link is ready');
   loadAll('Link created.');
 }
 
@@ -186,6 +190,7 @@ function listen() {
       form.open(null, view.project);
     });
   }
+  find('#share-files').addEventListener('click', () => picker.open());
   find('#clean').addEventListener('click', clean);
   for (const button of find('#scope').children) {
     button.addEventListener('click', () => {
@@ -232,3 +237,4 @@ function listenToTurns() {
 
 listen();
 loadAll();
+picker.isOffered().then((offered) => { find('#share-files').hidden = !offered; });

@@ -26,6 +26,11 @@ const GENERAL = {
   1010: 'Give the link a password.',
   1011: 'Say where visitors are sent.',
   1012: 'The link has been opened as often as it may be.',
+  2000: 'This folder is not for you to share any more.',
+  2001: 'This file or folder is not there any more.',
+  2002: 'This is not the folder that it was.',
+  2003: 'This link’s data name nothing that can be shared.',
+  2009: 'Files can’t be shared at the moment.',
 };
 
 // What a text that comes with 101 or 117 tells, and the field it concerns.

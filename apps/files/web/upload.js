@@ -1,0 +1,141 @@
+// Leaving files: each is sent in pieces, and goes on where it stood when the connection comes back.
+
+import {ApiError, parseJson} from '/shared/api.js';
+import {make} from '/shared/dom.js';
+import {encodeName, showName, showSize} from '/shared/file-names.js';
+import {addressOf, call, wordsFor} from '/pkg/files/link.js';
+
+const PIECE = 4 * 1024 * 1024;
+const LONGEST_PAUSE = 16000;
+const MOST_FAILURES = 20; // in a row
+
+const pause = (milliseconds) => new Promise((done) => { setTimeout(done, milliseconds); });
+
+async function sendPiece(upload, offset, blob) {
+  let answer;
+  try {
+    const response = await fetch(addressOf('upload_piece', {upload, offset}), {
+      method: 'POST', headers: {'Content-Type': 'application/octet-stream'}, body: blob, cache: 'no-store',
+    });
+    answer = parseJson(await response.text());
+  } catch {
+    throw new ApiError('network');
+  }
+  if (answer?.success !== true) throw new ApiError(answer?.error?.code ?? 'server', answer?.error?.errors);
+  return answer.data;
+}
+
+// Waits between tries, longer each time. What isn't the connection's fault is final.
+async function persist(state, step) {
+  for (;;) {
+    try {
+      const result = await step();
+      state.failures = 0;
+      return result;
+    } catch (error) {
+      const passing = ['network', 'server', 100, 117].includes(error.code);
+      if (!passing || ++state.failures > MOST_FAILURES) throw error;
+      state.say('Waiting for the connection …');
+      await pause(Math.min(LONGEST_PAUSE, 250 * 2 ** state.failures));
+    }
+  }
+}
+
+/** Sends one file; returns the name that it got. */
+async function sendFile(file, state) {
+  let {upload, offset, name} = await persist(state, () =>
+    call('upload_begin', {name: encodeName(file.name), size: file.size}));
+  while (name === undefined) {
+    const at = offset;
+    try {
+      ({offset, name} = await persist(state, async () => {
+        try {
+          return await sendPiece(upload, at, file.slice(at, at + PIECE));
+        } catch (error) {
+          if (error.code === 'network' || error.code === 'server') {
+            // The piece may have arrived all the same.
+            try {
+              ({offset} = await call('upload_state', {upload}));
+            } catch (gone) {
+              // An upload that is whole is one no longer.
+              if (gone.code !== 2008 || at + PIECE < file.size) throw gone;
+              return {offset: file.size, name: encodeName(file.name)};
+            }
+            if (offset !== at) return {offset};
+          }
+          throw error;
+        }
+      }));
+    } catch (error) {
+      if (error.code !== 2007) throw error;
+      ({offset} = error.detail);
+    }
+    state.show(offset);
+  }
+  return name;
+}
+
+class Row {
+  failures = 0;
+
+  constructor(file, list) {
+    this.file = file;
+    this.bar = make('progress', {max: Math.max(1, file.size), value: 0, 'aria-label': file.name});
+    this.text = make('span', {class: 'hint', role: 'status'}, 'Waiting');
+    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text);
+    list.append(this.item);
+  }
+
+  say(text) { this.text.textContent = text; }
+
+  show(offset) {
+    this.bar.value = offset;
+    this.say(`${showSize(offset)} of ${showSize(this.file.size)}`);
+  }
+
+  finish(text, state) {
+    this.item.dataset.state = state;
+    this.bar.remove();
+    this.say(text);
+  }
+}
+
+/** The part of the page where files are left. `done` is called when some have arrived. */
+export function makeUpload(rule, done) {
+  const list = make('ul', {class: 'uploads'});
+  const input = make('input', {type: 'file', id: 'upload-files', multiple: true, class: 'visually-hidden'});
+  let queue = Promise.resolve();
+
+  const send = async (row) => {
+    try {
+      if (row.file.size > rule.max_size) throw new ApiError(2005);
+      row.show(0);
+      const name = showName(await sendFile(row.file, row));
+      row.finish(name === row.file.name ? 'Done' : `Done, as ${name}`, 'done');
+    } catch (error) {
+      row.finish(wordsFor(error), 'failed');
+    }
+  };
+  const add = (files) => {
+    for (const file of files) {
+      const row = new Row(file, list);
+      queue = queue.then(() => send(row));
+    }
+    queue.then(done);
+  };
+  input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
+  const limit = rule.max_size < Number.MAX_SAFE_INTEGER ? ` Up to ${showSize(rule.max_size)} each.` : '';
+  const zone = make('div', {
+    class: 'drop',
+    on: {
+      dragover: (event) => { event.preventDefault(); zone.classList.add('over'); },
+      dragleave: () => zone.classList.remove('over'),
+      drop: (event) => { event.preventDefault(); zone.classList.remove('over'); add([...event.dataTransfer.files]); },
+    },
+  }, make('label', {for: 'upload-files', class: 'button'}, 'Choose files to leave'), input,
+  make('p', {class: 'hint'}, `Or drop them here.${limit}`));
+  addEventListener('beforeunload', (event) => {
+    if (list.querySelector('li:not([data-state])')) event.preventDefault();
+  });
+  return make('div', {id: 'upload'}, zone, list);
+}

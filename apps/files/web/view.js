@@ -1,0 +1,148 @@
+// The files that a link shares: a list to go through, choose from, look at and download.
+
+import {make} from '/shared/dom.js';
+import {showName, showSize, showTime} from '/shared/file-names.js';
+import {addressOf, call, downloadZip, wordsFor} from '/pkg/files/link.js';
+import {openPreview} from '/pkg/files/preview.js';
+import {makeUpload} from '/pkg/files/upload.js';
+
+const PAGE = 100;
+const SORTS = {name: 'Name', time: 'Changed', size: 'Size', type: 'Kind'};
+const MARKS = {folder: '📁', image: '🖼', pdf: '📄', text: '📄', audio: '🎵', video: '🎬'};
+
+const view = {path: '', home: '', sortBy: 'name', descending: false, entries: [], total: 0};
+const chosen = new Set();
+let parts;
+let turn = 0;
+
+function build(upload) {
+  const sort = make('select', {id: 'files-sort', on: {change: () => reload({sortBy: sort.value})}},
+    ...Object.entries(SORTS).map(([value, text]) => make('option', {value}, text)));
+  const direction = make('button', {
+    type: 'button', 'aria-label': 'Turn the order', on: {click: () => reload({descending: !view.descending})},
+  }, '↑');
+  const zip = make('button', {type: 'button', id: 'files-zip', on: {click: download}});
+  parts = {
+    sort, direction, zip,
+    trail: make('nav', {class: 'trail', 'aria-label': 'Folder'}),
+    list: make('ul', {class: 'files'}),
+    more: make('button', {type: 'button', id: 'files-more', hidden: true, on: {click: () => load(false)}}, 'Show more'),
+    said: make('p', {role: 'status', class: 'hint'}),
+  };
+  const shown = upload?.only ? [] : [
+    parts.trail,
+    make('div', {class: 'files-tools'}, make('label', {}, 'Sort by ', sort), direction, zip),
+    parts.list, parts.more,
+  ];
+  document.querySelector('main').prepend(make('section', {id: 'shared-files', 'aria-label': 'Files'},
+    ...shown, parts.said, upload ? makeUpload(upload, () => !upload.only && load(true)) : null));
+}
+
+function reload(change) {
+  Object.assign(view, change);
+  parts.direction.textContent = view.descending ? '↓' : '↑';
+  load(true);
+}
+
+// The first page of the folder, or the next.
+async function load(anew) {
+  const mine = ++turn;
+  if (anew) chosen.clear();
+  let answer;
+  try {
+    answer = await call('list', {
+      path: view.path, offset: anew ? 0 : view.next, limit: PAGE,
+      sort_by: view.sortBy, sort_direction: view.descending ? 'DESC' : 'ASC',
+    });
+  } catch (error) {
+    if (mine === turn) parts.said.textContent = wordsFor(error);
+    return;
+  }
+  if (mine !== turn) return;
+  view.next = (anew ? 0 : view.next) + PAGE;
+  view.entries = anew ? answer.entries : [...view.entries, ...answer.entries];
+  view.total = answer.total;
+  if (anew) parts.list.replaceChildren();
+  parts.list.append(...answer.entries.map(row));
+  parts.more.hidden = view.next >= view.total || view.path === '';
+  parts.said.textContent = view.total === 0 ? 'This folder is empty.' :
+    view.next < view.total ? `${view.entries.length} of ${view.total} shown.` : '';
+  drawTrail();
+  drawZip();
+}
+
+function row(entry) {
+  const name = showName(entry.name);
+  const isFolder = entry.type === 'folder';
+  const box = make('input', {
+    type: 'checkbox', 'aria-label': `Choose ${name}`,
+    on: {change: () => { chosen[box.checked ? 'add' : 'delete'](entry.path); drawZip(); }},
+  });
+  const open = isFolder || entry.kind !== '' ?
+    make('button', {type: 'button', class: 'name', on: {click: () => isFolder ? enter(entry) : openPreview(entry)}},
+      make('bdi', {}, name)) :
+    make('a', {class: 'name', href: addressOf('get', {path: entry.path}), download: ''}, make('bdi', {}, name));
+  const about = [isFolder ? null : showSize(entry.size), showTime(entry.time)].filter(Boolean).join(' · ');
+  const href = isFolder ? addressOf('zip', {paths: JSON.stringify([entry.path])}) : addressOf('get', {path: entry.path});
+  return make('li', {'data-path': entry.path}, box, picture(entry), make('div', {class: 'what'}, open,
+    make('span', {class: 'hint'}, about)),
+  make('a', {class: 'get', href, download: '', 'aria-label': `Download ${name}`}, '↓'));
+}
+
+function picture(entry) {
+  const mark = make('span', {class: 'mark', 'aria-hidden': 'true'}, MARKS[entry.type === 'folder' ? 'folder' : entry.kind] ?? '📦');
+  if (entry.kind !== 'image') return mark;
+  return make('img', {
+    class: 'mark', alt: '', loading: 'lazy', src: addressOf('thumbnail', {path: entry.path}),
+    on: {error: (event) => event.target.replaceWith(mark)},
+  });
+}
+
+function enter({path}) {
+  history.pushState({...history.state, files: path}, '');
+  reload({path});
+}
+
+// The folders above, as the address of the present one has them.
+function drawTrail() {
+  const names = view.path.split('/');
+  const steps = names.map((name, at) => {
+    const path = names.slice(0, at + 1).join('/');
+    return {path, text: at === 0 ? view.topNames.get(name) ?? name : name};
+  });
+  if (view.home === '') steps.unshift({path: '', text: 'All'});
+  const shown = view.path === '' ? [] : steps;
+  parts.trail.hidden = shown.length < 2;
+  parts.trail.replaceChildren(...shown.map(({path, text}, at) => at === shown.length - 1 ?
+    make('span', {'aria-current': 'page'}, make('bdi', {}, showName(text))) :
+    make('button', {type: 'button', on: {click: () => enter({path})}}, make('bdi', {}, showName(text)))));
+}
+
+function drawZip() {
+  parts.zip.textContent = chosen.size > 0 ? `Download ${chosen.size} chosen (ZIP)` : 'Download all (ZIP)';
+  parts.zip.hidden = view.total === 0;
+}
+
+function download() {
+  if (chosen.size > 0) downloadZip([...chosen]);
+  else downloadZip(view.path === '' ? [] : [view.path]);
+}
+
+/** Shows what the link shares. A link of one folder begins in it. */
+export async function showFiles() {
+  document.body.classList.add('with-files');
+  let top;
+  try {
+    top = await call('list', {path: ''});
+  } catch (error) {
+    document.querySelector('main').prepend(make('p', {class: 'notice error', role: 'alert'}, wordsFor(error)));
+    return;
+  }
+  build(top.upload);
+  if (top.upload?.only) return;
+  view.topNames = new Map(top.entries.map((entry) => [entry.path, entry.name]));
+  const lone = top.entries.length === 1 && top.entries[0].type === 'folder';
+  view.home = lone ? top.entries[0].path : '';
+  addEventListener('popstate', (event) => reload({path: event.state?.files ?? view.home}));
+  reload({path: history.state?.files ?? view.home});
+}

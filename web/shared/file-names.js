@@ -1,0 +1,35 @@
+// Names of files as the API gives them: percent escapes stand for "%", for control characters and for bytes that
+// are no UTF-8, so that a text names one file and no other.
+
+/** The text of a name that the browser has. */
+export function encodeName(name) {
+  return name.replace(/[%\u0000-\u001f\u007f]/g,
+    (character) => `%${character.charCodeAt(0).toString(16).toUpperCase().padStart(2, '0')}`);
+}
+
+/** What people see of it. Line breaks, and marks that turn the direction of what follows, become visible. */
+export function showName(text) {
+  const bytes = [];
+  for (const [piece, digits, plain] of text.matchAll(/%([0-9A-Fa-f]{2})|([^%]+|%)/g)) {
+    bytes.push(...digits === undefined ? new TextEncoder().encode(plain ?? piece) : [parseInt(digits, 16)]);
+  }
+  return new TextDecoder().decode(new Uint8Array(bytes))
+    .replace(/[\u0000-\u001f\u007f-\u009f\u202a-\u202e\u2066-\u2069]/g, '\ufffd');
+}
+
+/** "1.4 MB" */
+export function showSize(bytes) {
+  const units = ['bytes', 'kB', 'MB', 'GB', 'TB'];
+  let value = bytes;
+  let unit = 0;
+  while (value >= 1000 && unit < units.length - 1) {
+    value /= 1000;
+    unit += 1;
+  }
+  return `${unit === 0 || value >= 100 ? Math.round(value) : value.toFixed(1)} ${units[unit]}`;
+}
+
+/** A local date and time of seconds since 1970. */
+export function showTime(seconds) {
+  return new Date(seconds * 1000).toLocaleString([], {dateStyle: 'medium', timeStyle: 'short'});
+}
