@@ -1,5 +1,7 @@
 #include "Visit.h"
 
+#include <json/value.h>
+
 #include <string>
 
 #include "Refusal.h"
@@ -44,6 +46,11 @@ Entry Admit(const APIRequest& request, APIResponse& response, bool log_in) {
   }
   const std::string sid = request.GetSharingSID();
   if (HoldsToken(entry, sid)) return entry;
+  // A link that is off or not open is as good as none.
+  Json::Value link;
+  entry.ToJSON(link);
+  const bool is_open = link["status"] == "active" || link["status"] == "used_up";
+  if (!is_open || entry.get_owner_user().empty()) throw Refusal(kNoLink);
   if (!log_in || entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
   const _tag_sharing_login_params params{entry.get_hash().c_str(), "", "", "",
                                          sid.empty() ? nullptr : sid.c_str()};

@@ -126,7 +126,7 @@ export class FilePicker {
     });
     const isFolder = entry.type === 'folder';
     return make('li', {'data-path': entry.path}, box,
-      make('span', {'aria-hidden': 'true'}, isFolder ? '📁' : '📄'),
+      make('img', {alt: '', width: 22, height: 22, src: `/shared/${entry.type}.svg`}),
       isFolder ?
         make('button', {type: 'button', on: {click: () => this.#enter(this.#root.name, entry.path)}},
           make('bdi', {}, name)) :

@@ -8,7 +8,6 @@ import {makeUpload} from '/pkg/files/upload.js';
 
 const PAGE = 100;
 const SORTS = {name: 'Name', time: 'Changed', size: 'Size', type: 'Kind'};
-const MARKS = {folder: '📁', image: '🖼', pdf: '📄', text: '📄', audio: '🎵', video: '🎬'};
 
 const view = {path: '', home: '', sortBy: 'name', descending: false, entries: [], total: 0};
 const chosen = new Set();
@@ -90,7 +89,7 @@ function row(entry) {
 }
 
 function picture(entry) {
-  const mark = make('span', {class: 'mark', 'aria-hidden': 'true'}, MARKS[entry.type === 'folder' ? 'folder' : entry.kind] ?? '📦');
+  const mark = make('img', {class: 'mark plain', alt: '', src: `/shared/${entry.type}.svg`});
   if (entry.kind !== 'image') return mark;
   return make('img', {
     class: 'mark', alt: '', loading: 'lazy', src: addressOf('thumbnail', {path: entry.path}),
