@@ -28,6 +28,7 @@ constexpr const char* kDone = "/done";  // as many bytes as files are whole; loc
 constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause = 24 * 60 * 60;  // seconds until an upload is given up
 constexpr int kMostNames = 1000;
+constexpr std::uint64_t kMostOpen = 1000;  // uploads of one link at a time
 
 bool IsId(const std::string& text) {
   return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -160,7 +161,8 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
     ThrowFor(errno);
   }
   const auto whole = static_cast<std::uint64_t>(status.st_size);
-  if (whole + CountOpen(folder.get()) >= share_.upload().max_files) throw Refusal(kUploadLimit);
+  const std::uint64_t unfinished = CountOpen(folder.get());
+  if (unfinished >= kMostOpen || whole + unfinished >= share_.upload().max_files) throw Refusal(kUploadLimit);
   const std::string id = RandomName();
   const std::string path = folder_ + "/" + id;
   WriteAbout(spool_.folder(), path + kAbout, name, size);

@@ -14,7 +14,8 @@ RUN = os.path.join(REPOSITORY, "run")
 IN_NAMESPACE = os.path.join(REPOSITORY, "scripts/in-namespace")
 # Gives the caller another number than root's, and the rights of an ordinary user with it.
 ORDINARY = ("unshare", "--user", "--map-user=1000", "--map-group=1000")
-KINDS = ("open", "password", "user", "expired", "used_up", "disabled", "pending", "redirect", "plugin")
+KINDS = ("open", "password", "user", "expired", "used_up", "disabled", "pending", "redirect", "plugin",
+         "files", "inbox")
 
 
 def namespace_members(name):
@@ -52,6 +53,13 @@ class Demonstration(unittest.TestCase):
         ended = {"expired": "expired", "used_up": "used_up", "disabled": "disabled", "pending": "pending"}
         self.assertEqual({kind: ended.get(kind, "active") for kind in KINDS}, status)
         self.assertTrue(demo.visitor(demo.links["password"]).login(password=demo.passwords["password"])["success"])
+        files = demo.visitor(demo.links["files"])
+        address = "/webapi?api=VELT.Files.Link&version=1&method="
+        self.assertIn("tide table", files.request("GET", address + "get&path=0/Tide%20table.txt").text)
+        inbox = demo.visitor(demo.links["inbox"])
+        inbox.login()
+        left = inbox.call("VELT.Files.Link", "upload_begin", {"name": "empty", "size": 0})
+        self.assertTrue(left["success"], left)
         bob = {"mosk_username": "bob", "mosk_password": demo.accounts["bob"]}
         self.assertTrue(demo.visitor(demo.links["user"]).login(**bob)["success"])
 
