@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
+#include <iterator>
 #include <stdexcept>
 
 #include "Limits.h"
@@ -63,14 +65,33 @@ WebRequest ReadRequest(const FCGX_Request& fcgi, std::size_t largest_body) {
   return request;
 }
 
-bool SendAll(int connection, std::string_view text, int flags = 0) {
+bool SendAll(int connection, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t sent = send(connection, text.data(), text.size(), flags | MSG_NOSIGNAL);
+    const ssize_t sent = send(connection, text.data(), text.size(), MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0) return false;
     text.remove_prefix(static_cast<std::size_t>(sent));
   }
   return true;
+}
+
+// Both in one call, for a stream has many.
+bool SendRecord(int connection, std::string& header, std::string_view content) {
+  iovec pieces[] = {{header.data(), header.size()},
+                    {const_cast<char*>(content.data()), content.size()}};
+  msghdr message{};
+  message.msg_iov = pieces;
+  message.msg_iovlen = std::size(pieces);
+  ssize_t sent = 0;
+  do {
+    sent = sendmsg(connection, &message, MSG_NOSIGNAL);
+  } while (sent < 0 && errno == EINTR);
+  if (sent < 0) return false;
+  const auto done = static_cast<std::size_t>(sent);
+  if (done < header.size()) {
+    return SendAll(connection, header.substr(done)) && SendAll(connection, content);
+  }
+  return SendAll(connection, content.substr(done - header.size()));
 }
 
 }  // namespace
@@ -98,7 +119,7 @@ bool ReplyChannel::SendPiece(std::string_view piece) const {
     const std::string_view part = piece.substr(0, kLargestRecord);
     std::string header;
     AppendHeader(header, kStdout, id_, part.size());
-    if (!SendAll(connection(), header, MSG_MORE) || !SendAll(connection(), part)) return false;
+    if (!SendRecord(connection(), header, part)) return false;
     piece.remove_prefix(part.size());
   }
   return true;

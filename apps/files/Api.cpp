@@ -1,4 +1,6 @@
 // The tables of VELT.Files: its methods with their parameters.
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <iterator>
 #include <string>
@@ -50,10 +52,8 @@ bool IsChoice(const std::string& text, const char* choices) {
 }
 
 bool AreTexts(const Json::Value& list) {
-  for (const Json::Value& element : list) {
-    if (!element.isString()) return false;
-  }
-  return true;
+  return std::all_of(list.begin(), list.end(),
+                     [](const Json::Value& element) { return element.isString(); });
 }
 
 // What is wrong with the value, or null.
@@ -163,23 +163,31 @@ constexpr Row kRows[] = {
     {kVisitor, "upload_state", Handle<GetUploadState>, Check<kState>},
 };
 
-APITableEntry table[std::size(kRows) + 1];
-APICheckTableEntry check_table[std::size(kRows) + 1];
+using Table = std::array<APITableEntry, std::size(kRows) + 1>;
+using CheckTable = std::array<APICheckTableEntry, std::size(kRows) + 1>;
 
 }  // namespace
 }  // namespace VELT::files
 
 extern "C" __attribute__((visibility("default"))) const VELT::APITableEntry* GetAPITable() {
-  auto* entry = VELT::files::table;
-  for (const auto& row : VELT::files::kRows) *entry++ = {row.api, 1, row.method, row.handler};
-  return VELT::files::table;
+  static const VELT::files::Table table = [] {
+    VELT::files::Table rows{};
+    auto* entry = rows.data();
+    for (const auto& row : VELT::files::kRows) *entry++ = {row.api, 1, row.method, row.handler};
+    return rows;
+  }();
+  return table.data();
 }
 
 extern "C" __attribute__((visibility("default"))) const VELT::APICheckTableEntry*
 GetAPICheckTable() {
-  auto* entry = VELT::files::check_table;
-  for (const auto& row : VELT::files::kRows) {
-    *entry++ = {row.api, 1, row.method, row.check, nullptr, nullptr};
-  }
-  return VELT::files::check_table;
+  static const VELT::files::CheckTable table = [] {
+    VELT::files::CheckTable rows{};
+    auto* entry = rows.data();
+    for (const auto& row : VELT::files::kRows) {
+      *entry++ = {row.api, 1, row.method, row.check, nullptr, nullptr};
+    }
+    return rows;
+  }();
+  return table.data();
 }

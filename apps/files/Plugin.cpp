@@ -26,7 +26,7 @@ bool CustomPageFunc(const Entry& /*entry*/, const char* /*status*/, const Json::
 // Names of files are for those who are let in.
 bool OpenGraphFunc(const Entry& entry, const char* /*status*/, const Json::Value& /*extra*/,
                    Json::Value& result) {
-  const std::string title = entry.get_protect_title();
+  const std::string& title = entry.get_protect_title();
   result.append(MetaTag("og:type", "website"));
   result.append(MetaTag("og:title", title.empty() ? "Shared files" : title));
   return true;

@@ -27,6 +27,7 @@ constexpr const char* kIn = "in";
 constexpr const char* kDone = "/done";  // as many bytes as files are whole; locked while counted
 constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause = 24 * 60 * 60;  // seconds until an upload is given up
+constexpr std::time_t kSweepEvery = 60 * 60;
 constexpr int kMostNames = 1000;
 constexpr std::uint64_t kMostOpen = 1000;  // uploads of one link at a time
 
@@ -90,9 +91,26 @@ void WriteAbout(int spool, const std::string& path, const std::string& name, std
   about["size"] = static_cast<Json::Int64>(size);
   const std::string text = about.toStyledString();
   const Descriptor file(openat(spool, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (file.get() < 0 ||
-      write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    ThrowFor(errno);
+  if (file.get() < 0) ThrowFor(errno);
+  if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    const int error = errno;
+    unlinkat(spool, path.c_str(), 0);
+    ThrowFor(error);
+  }
+}
+
+// Removes what visitors of all links, deleted ones included, have given up. As root.
+void SweepAll(int spool) {
+  static std::time_t next = 0;
+  const std::time_t now = std::time(nullptr);
+  if (now < next) return;
+  next = now + kSweepEvery;
+  const int all = openat(spool, kIn, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(all < 0 ? nullptr : fdopendir(all), closedir);
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    if (entry->d_name[0] == '.') continue;
+    const Descriptor folder(openat(all, entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() >= 0) CountOpen(folder.get());
   }
 }
 
@@ -151,6 +169,7 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
     if (file.get() < 0) ThrowFor(errno);
   }
   const IdsGuard root = IdsGuard::Root();
+  SweepAll(spool_.folder());
   const Descriptor done(openat(spool_.folder(), (folder_ + kDone).c_str(),
                                O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   const Descriptor folder(
@@ -162,7 +181,8 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
   }
   const auto whole = static_cast<std::uint64_t>(status.st_size);
   const std::uint64_t unfinished = CountOpen(folder.get());
-  if (unfinished >= kMostOpen || whole + unfinished >= share_.upload().max_files) throw Refusal(kUploadLimit);
+  if (unfinished >= kMostOpen || whole + unfinished >= share_.upload().max_files)
+    throw Refusal(kUploadLimit);
   const std::string id = RandomName();
   const std::string path = folder_ + "/" + id;
   WriteAbout(spool_.folder(), path + kAbout, name, size);

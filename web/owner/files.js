@@ -72,6 +72,7 @@ export class FilePicker {
   open() {
     this.#find('#pick-root').replaceChildren(
       ...this.#roots.map(({name, title}) => make('option', {value: name}, title)));
+    this.#find('.pick-head label').hidden = this.#roots.length === 1;
     this.#find('#pick-takes').checked = false;
     this.#enter(this.#roots[0].name, '');
     this.#dialog.showModal();

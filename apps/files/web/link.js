@@ -13,8 +13,18 @@ export function addressOf(method, params) {
   return `${path}?${new URLSearchParams({api: API, version: 1, method, ...params})}`;
 }
 
-/** Has the browser store an archive of these paths. By POST, for they may be many. */
+const LONGEST_ADDRESS = 6000;
+
+/**
+ * Has the browser store an archive of these paths. By POST only where they are too many for an address: over plain
+ * HTTP a form of this page, which tells no referrer, can't be told from another site's.
+ */
 export function downloadZip(paths) {
+  const address = addressOf('zip', paths.length > 0 ? {paths: JSON.stringify(paths)} : {});
+  if (address.length <= LONGEST_ADDRESS) {
+    Object.assign(document.createElement('a'), {href: address, download: ''}).click();
+    return;
+  }
   const form = document.createElement('form');
   form.method = 'post';
   form.action = path;

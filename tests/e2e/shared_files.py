@@ -1,0 +1,61 @@
+"""Files and links of files in a running demonstration, for tests."""
+
+import os
+import urllib.parse
+
+FILES, LINK = "VELT.Files", "VELT.Files.Link"
+
+
+class Shared:
+    """What the account `alice` of a demonstration has and shares. `home` is her folder."""
+
+    def __init__(self, demo):
+        self.demo = demo
+        self.home = demo.path("/usr/velt/var/files/alice")
+
+    def path(self, *names):
+        return os.path.join(self.home, *names)
+
+    def put(self, path, content=b"content", mode=0o640):
+        """Writes a file that the web server may read; `path` is below the folder."""
+        full = os.path.join(os.fsencode(self.home), os.fsencode(path))
+        os.makedirs(os.path.dirname(full), exist_ok=True)
+        with open(full, "wb") as file:
+            file.write(content)
+        os.chmod(full, mode)
+        folder = os.stat(self.home)
+        while full != os.fsencode(self.home):
+            if os.geteuid() == 0:
+                os.chown(full, folder.st_uid, folder.st_gid)
+            full = os.path.dirname(full)
+
+    def share(self, *items, upload=None, account="alice", **fields):
+        """Makes a link of the items and returns its id."""
+        app = {"root": "home", "items": list(items), **({} if upload is None else {"upload": upload})}
+        return self.demo.create(account, project_name="files", **{"app": app, **fields})
+
+    def visit(self, *items, **fields):
+        """A visitor who is logged in to a new link of the items."""
+        visitor = self.demo.visitor(self.share(*items, **fields))
+        assert visitor.login()["success"]
+        return visitor
+
+
+def code(answer):
+    return 0 if answer["success"] else answer["error"]["code"]
+
+
+def ask(visitor, method, **params):
+    return visitor.call(LINK, method, params)
+
+
+def query(method, **params):
+    return "/webapi?" + urllib.parse.urlencode({"api": LINK, "version": 1, "method": method, **params})
+
+
+def get(visitor, path, method="get", headers=None, **params):
+    return visitor.request("GET", query(method, path=path, **params), headers=headers)
+
+
+def listed(visitor, path, **params):
+    return [entry["name"] for entry in ask(visitor, "list", path=path, **params)["data"]["entries"]]

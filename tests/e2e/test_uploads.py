@@ -1,0 +1,131 @@
+"""What visitors leave by an upload link: in pieces, within limits, never over anything, whole or not at all."""
+
+import glob
+import json
+import os
+import shutil
+import subprocess
+import unittest
+
+from demo import Demo
+from shared_files import Shared, ask, code, get, listed, query
+
+DEMO = ALICE = None
+
+
+def setUpModule():
+    global DEMO, ALICE
+    DEMO = Demo()
+    ALICE = Shared(DEMO)
+
+
+def tearDownModule():
+    DEMO.stop()
+
+
+def send(visitor, upload, offset, piece):
+    return visitor.request("POST", query("upload_piece", upload=upload, offset=offset), piece,
+                           {"Content-Type": "application/octet-stream"}).json
+
+
+class Uploads(unittest.TestCase):
+    def inbox(self, **rule):
+        folder = f"inbox-{self.id().rsplit('.', 1)[-1]}"
+        shutil.rmtree(ALICE.path(folder), ignore_errors=True)
+        ALICE.put(folder + "/a.txt", b"was here")
+        return ALICE.path(folder), ALICE.visit(folder, upload={"max_size": 1 << 30, **rule})
+
+    def begin(self, visitor, name, size):
+        return ask(visitor, "upload_begin", name=name, size=size)
+
+    def test_a_file_comes_in_pieces_and_is_seen_when_whole(self):
+        folder, visitor = self.inbox()
+        content = os.urandom(9 << 20)
+        upload = self.begin(visitor, "a.txt", len(content))["data"]["upload"]
+        self.assertEqual({"offset": 4 << 20}, send(visitor, upload, 0, content[:4 << 20])["data"])
+        for offset in (0, 5 << 20):
+            self.assertEqual({"code": 2007, "errors": {"offset": 4 << 20}},
+                             send(visitor, upload, offset, content[:100])["error"])
+        self.assertEqual(["a.txt"], os.listdir(folder))
+        self.assertEqual({"offset": 4 << 20, "size": 9 << 20}, ask(visitor, "upload_state", upload=upload)["data"])
+        self.assertEqual(106, code(send(visitor, upload, 4 << 20, content[4 << 20:] + b"x")))
+        send(visitor, upload, 4 << 20, content[4 << 20:8 << 20])
+        self.assertEqual(2005, code(send(visitor, upload, 8 << 20, content[8 << 20:] + b"x")))
+        self.assertEqual("a (2).txt", send(visitor, upload, 8 << 20, content[8 << 20:])["data"]["name"])
+        self.assertEqual(["a (2).txt", "a.txt"], sorted(os.listdir(folder)))
+        with open(os.path.join(folder, "a (2).txt"), "rb") as file:
+            self.assertEqual(content, file.read())
+        with open(os.path.join(folder, "a.txt"), "rb") as file:
+            self.assertEqual(b"was here", file.read())
+        status = os.stat(os.path.join(folder, "a (2).txt"))
+        self.assertEqual((os.stat(ALICE.home).st_uid, os.stat(ALICE.home).st_gid, 0o640),
+                         (status.st_uid, status.st_gid, status.st_mode & 0o777))
+        self.assertEqual(200, get(visitor, "0/a (2).txt").status)
+        self.assertEqual(2008, code(send(visitor, upload, 9 << 20, b"x")))
+        self.assertEqual("empty", self.begin(visitor, "empty", 0)["data"]["name"])
+
+    def test_limits_and_names(self):
+        folder, visitor = self.inbox(max_files=2, max_size=10)
+        for name, size, wanted in (("large", 11, 2005), ("", 1, 2001), ("..", 1, 2001), ("a/b", 1, 2001),
+                                   ("a%2Fb", 1, 2001),
+                                   ("n" * 256, 1, 2001), ("one", 10, 0), ("one", 0, 0), ("three", 1, 2005),
+                                   ("x", -1, 120)):
+            with self.subTest(name[:9], size=size):
+                self.assertEqual(wanted, code(self.begin(visitor, name, size)))
+        self.assertEqual(["a.txt", "one"], sorted(os.listdir(folder)))
+        for rule, item in ((None, "Coast"), ({"max_size": "all"}, "Coast"), ({}, "Coast/Dawn.png")):
+            self.assertIn(code(self.begin(ALICE.visit(item, upload=rule), "x", 1)), (2004, 2005))
+        for name in ("0" * 32, "../" + "0" * 29, "g" * 32, "done"):
+            self.assertEqual(2008, code(send(visitor, name, 0, b"x")))
+        long = self.inbox()[1]
+        names = [self.begin(long, "ü" * 126 + ".t", 0)["data"]["name"] for _ in range(2)]
+        self.assertEqual(["ü" * 126 + ".t", "ü" * 124 + " (2).t"], names)
+
+    def test_what_is_given_up_makes_room_after_a_day(self):
+        _, visitor = self.inbox(max_files=1)
+        old = self.begin(visitor, "old", 5)["data"]["upload"]
+        self.assertEqual(2005, code(self.begin(visitor, "new", 5)))
+        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{old}"))
+        os.utime(path, (0, 0))
+        self.assertEqual(0, code(self.begin(visitor, "new", 5)))
+        self.assertEqual([], glob.glob(path + "*"))
+
+    def test_a_box_to_drop_into_shows_nothing(self):
+        _, visitor = self.inbox(only=True)
+        self.assertEqual("new.txt", self.begin(visitor, "new.txt", 0)["data"]["name"])
+        self.assertEqual([], listed(visitor, ""))
+        self.assertEqual(2001, code(ask(visitor, "list", path="0")))
+        self.assertEqual([404] * 3, [get(visitor, "0/a.txt", method).status for method in ("get", "zip", "thumbnail")])
+
+    @unittest.skipUnless(os.geteuid() == 0, "mounts")
+    def test_a_full_disk_leaves_the_upload_where_it_stood(self):
+        tiny = "/usr/velt/var/tiny"
+        inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r"]
+        owner = os.stat(ALICE.home)
+        script = (f"mkdir -p {tiny} && mount -t tmpfs -o size=6m none {tiny} && mkdir -p {tiny}/home {tiny}/spool && "
+                  f"chown {owner.st_uid}:{owner.st_gid} {tiny}/home && chmod 711 {tiny}/spool")
+        subprocess.run([*inside, "sh", "-c", script], check=True, cwd="/")
+        path = DEMO.path("/usr/velt/etc/files.json")
+        with open(path, encoding="utf-8") as file:
+            before = file.read()
+        try:
+            with open(path, "w", encoding="utf-8") as file:
+                json.dump({"roots": [{"name": "home", "path": tiny + "/home"}], "spool": tiny + "/spool"}, file)
+            visitor = ALICE.visit("", upload={"max_files": 9})
+            piece = os.urandom(4 << 20)
+            begun = self.begin(visitor, "large", 8 << 20)
+            self.assertTrue(begun["success"], begun)
+            upload = begun["data"]["upload"]
+            send(visitor, upload, 0, piece)
+            self.assertEqual(2006, code(send(visitor, upload, 4 << 20, piece)))
+            self.assertEqual(4 << 20, ask(visitor, "upload_state", upload=upload)["data"]["offset"])
+            self.assertEqual([], listed(visitor, "0"))
+            self.assertEqual("small", self.begin(visitor, "small", 0)["data"]["name"])
+        finally:
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(before)
+            subprocess.run([*inside, "umount", "-l", tiny], check=False)
+
+
+if __name__ == "__main__":
+    unittest.main()
