@@ -26,8 +26,9 @@ namespace {
 constexpr const char* kIn = "in";
 constexpr const char* kDone = "/done";  // as many bytes as files are whole; locked while counted
 constexpr const char* kAbout = ".json";
-constexpr std::time_t kLongestPause = 24 * 60 * 60;  // seconds until an upload is given up
-constexpr std::time_t kSweepEvery = 60 * 60;
+constexpr std::time_t kLongestPause =
+    std::time_t{24} * 60 * 60;  // seconds until an upload is given up
+constexpr std::time_t kSweepEvery = std::time_t{60} * 60;
 constexpr int kMostNames = 1000;
 constexpr std::uint64_t kMostOpen = 1000;  // uploads of one link at a time
 
@@ -183,7 +184,7 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
   const std::uint64_t unfinished = CountOpen(folder.get());
   if (unfinished >= kMostOpen || whole + unfinished >= share_.upload().max_files)
     throw Refusal(kUploadLimit);
-  const std::string id = RandomName();
+  std::string id = RandomName();
   const std::string path = folder_ + "/" + id;
   WriteAbout(spool_.folder(), path + kAbout, name, size);
   if (linkat(AT_FDCWD, ProcPath(file).c_str(), spool_.folder(), path.c_str(), AT_SYMLINK_FOLLOW) !=
@@ -243,7 +244,7 @@ std::string UploadStore::Publish(const Upload& upload) {
   const Found target = share_.Find(share_.items().front());
   const Descriptor folder = files::Open(target, O_RDONLY | O_DIRECTORY);
   for (int number = 1; number <= kMostNames; ++number) {
-    const std::string name = NumberedName(upload.name, number);
+    std::string name = NumberedName(upload.name, number);
     if (linkat(AT_FDCWD, ProcPath(upload.file).c_str(), folder.get(), name.c_str(),
                AT_SYMLINK_FOLLOW) == 0) {
       fsync(folder.get());

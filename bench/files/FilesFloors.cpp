@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -39,7 +40,7 @@ int Cat(const char* socket, char** paths) {
   FCGX_Request request;
   const int listener = FCGX_OpenSocket(socket, 16);
   if (listener < 0 || FCGX_Init() != 0 || FCGX_InitRequest(&request, listener, 0) != 0) return 1;
-  std::vector<char> buffer(256 * 1024);
+  std::vector<char> buffer(std::size_t{256} * 1024);
   while (FCGX_Accept_r(&request) == 0) {
     FCGX_PutS("Content-Type: application/octet-stream\r\n\r\n", request.out);
     for (char** path = paths; *path != nullptr; ++path) Send(*path, request.out, buffer);
