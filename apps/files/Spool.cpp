@@ -51,7 +51,7 @@ std::time_t TimeOf(std::string_view name) {
 
 std::string TimedName() {
   std::array<char, 16> digits{};
-  const char* const end =
+  char* const end =
       std::to_chars(digits.data(), digits.data() + digits.size(), std::time(nullptr), 16).ptr;
   return std::string(kOut) + "/" + std::string(digits.data(), end) + "-" + RandomName();
 }
