@@ -408,7 +408,7 @@ class Streams(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.host = cls.enterClassContext(Host("--max-pool-workers", "1", "--request-timeout", "2"))
+        cls.host = cls.enterClassContext(Host("--max-pool-workers", "1"))
         cls.log = os.path.join(cls.host.folder.name, "log")
 
     def expect_log(self, text):
@@ -436,11 +436,12 @@ class Streams(unittest.TestCase):
         with self.host.begin("stream", value=500, log=self.log) as leaving:
             leaving.recv(1)
         self.expect_log("left taken ")
-        stalled = self.host.begin("stream", value=500, log=self.log)
-        self.host.wait_for_log("took too long over a request")
-        answer = self.host.finish(stalled)
-        self.assertFalse(answer.ended)
-        self.assertNotIn("504", answer.text)
+        with Host("--request-timeout", "1") as host:
+            stalled = host.begin("stream", value=500)
+            host.wait_for_log("took too long over a request")
+            answer = host.finish(stalled)
+            self.assertFalse(answer.ended)
+            self.assertNotIn("504", answer.text)
 
     def test_a_raw_body_comes_as_it_is(self):
         query = {"QUERY_STRING": "api=Test.Host&version=1&method=raw_body&value=1",
