@@ -107,13 +107,14 @@ def measure(demo, build, folder):
     visitor = demo.visitor(link)
     assert visitor.login()["success"]
     cookie = "; ".join(f"{name}={value}" for name, value in visitor.cookies.items())
-    for name, measured, bound, what in (("large.bin", fetch, 0.95, "1 GiB"), ("small.bin", rate, 0.5, "4 KiB files")):
+    # A small file is above all a call of the API, and any call is several times what a static file costs.
+    for name, measured, bound, what in (("large.bin", fetch, "at least 0.95", "1 GiB"),
+                                        ("small.bin", rate, "wanted: 0.5", "4 KiB files")):
         ours, floor = demo.url + query(link, "get", path="0/" + name), f"{demo.url}/{name}"
         measured(ours, cookie)
         pairs = [(measured(ours, cookie), measured(floor)) for _ in range(ROUNDS)]
         ratios = [floor / ours if measured is fetch else ours / floor for ours, floor in pairs]
-        report(f"speed, download of {what} / served statically", ratios, f"at least {bound}")
-        print(pairs[-1])
+        report(f"speed, download of {what} / served statically", ratios, bound)
 
     cat = Cat(build, demo, folder, [home + "/bench/two/0.bin", home + "/bench/two/1.bin"])
     try:
@@ -121,7 +122,6 @@ def measure(demo, build, folder):
         fetch(cat.url)
         pairs = [(fetch(archive, cookie), fetch(cat.url)) for _ in range(ROUNDS)]
         report("speed, archive of 2 GiB / its files' bytes alone", [b / a for a, b in pairs], "at least 0.9")
-        print(pairs[-1])
     finally:
         cat.stop()
 
