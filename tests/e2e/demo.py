@@ -4,6 +4,7 @@ import base64
 import http.client
 import json
 import os
+import random
 import signal
 import socket
 import subprocess
@@ -199,7 +200,11 @@ class Visitor:
 
 
 def free_port():
-    """A port on 127.0.0.1 that nobody listens at now."""
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A port on 127.0.0.1 that nobody listens at now, below those that the system gives to clients meanwhile."""
+    while True:
+        with socket.socket() as probe:
+            try:
+                probe.bind(("127.0.0.1", random.randrange(10000, 32000)))
+                return probe.getsockname()[1]
+            except OSError:
+                continue
