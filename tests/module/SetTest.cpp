@@ -19,7 +19,7 @@ class SetTest : public ModuleTest {
   Json::Value Read(const std::string& link) {
     return Sharing("get", Object({{"sharing_id", link}})).body;
   }
-  void ExpectRefusal(const Answer& answer, int code, const std::string& message) {
+  static void ExpectRefusal(const Answer& answer, int code, const std::string& message) {
     EXPECT_EQ(answer.code, code);
     EXPECT_EQ(answer.body, message);
   }
@@ -139,8 +139,7 @@ TEST_F(SetTest, NewCredentialsEndVisits) {
   const std::string open = Create();
   Login(open);
   As(kAlice);
-  const std::string id = Create(
-      {{"protect_type", "password"}, {"protect_password", "pw"}, {"enable_match_ip", false}});
+  const std::string id = Create({{"protect_type", "password"}, {"protect_password", "pw"}});
   EXPECT_EQ(Set({{"protect_password", "unused"}, {"protect_groups", Array("family")}}, open).code,
             0);
   for (const Members& change :

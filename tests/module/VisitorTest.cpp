@@ -29,9 +29,6 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
 namespace VELT {
 namespace {
 
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr char kHeader[] =
