@@ -210,6 +210,7 @@ class LinkPage(unittest.TestCase):
                 self.assertEqual((302, target.format(link)) if target else (200, None),
                                  (page.status, page.headers.get("location")))
                 self.assertEqual(target is None, "isn’t safe to follow" in page.text)
+                self.assertEqual(page.status, visitor.request("GET", "?sharing_error=-1").status)  # none
 
     def test_redirect_in_the_browser(self):
         link = DEMO.create(redirect_type="url_param", redirect_uri="/link/words.js")
