@@ -23,8 +23,8 @@ bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid);
 // address.
 bool AsksForAnotherLink(const RequestContext& context);
 
-// Whether the caller that `context` describes may call a method with this access. `is_user` tells
-// that IdentifyUser found one.
+// Whether the caller that `context` describes may call a method with this access. `is_user`:
+// IdentifyUser found one.
 bool MayCall(const Access& access, const RequestContext& context, bool is_user);
 
 }  // namespace VELT::host

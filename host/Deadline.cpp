@@ -32,7 +32,7 @@ Current& TheCurrent() {
 
 int CountLibraries(dl_phdr_info* info, std::size_t /*size*/, void* count) {
   *static_cast<std::size_t*>(count) = static_cast<std::size_t>(info->dlpi_adds - info->dlpi_subs);
-  return 1;  // every call tells the same
+  return 1;  // every call has the same numbers
 }
 
 struct Search {

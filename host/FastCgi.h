@@ -19,7 +19,7 @@ class ReplyChannel {
 
   // Sends the whole answer, header included. The client may be gone: that is not reported.
   void Send(std::string_view answer) const;
-  // The same in pieces: each is sent when the call returns, and false tells that the client is
+  // The same in pieces: each is sent when the call returns, and false means that the client is
   // gone. Send ends it; without that the web server breaks its own answer off.
   bool SendPiece(std::string_view piece) const;
   // Waits until the web server has taken in what was sent and closed the connection, for a second

@@ -134,7 +134,7 @@ std::optional<Incoming> Handover::Take() const {
   if (recvmsg(receiver_.get(), &message, MSG_CMSG_CLOEXEC) != sizeof id) return std::nullopt;
   const cmsghdr* rights = CMSG_FIRSTHDR(&message);
   // Without room for both descriptors the kernel closes what it can't deliver, and the web server
-  // tells its client.
+  // answers its client.
   std::array<int, kDescriptors> descriptors = {-1, -1};
   if (rights == nullptr) return std::nullopt;
   std::memcpy(descriptors.data(), CMSG_DATA(rights), rights->cmsg_len - CMSG_LEN(0));

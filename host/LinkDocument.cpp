@@ -15,7 +15,7 @@ constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
 // A state in which the page says all there is.
 struct Ending {
   int status;
-  const char* error;  // the code under which the session script tells it
+  const char* error;  // the code under which the session script reports it
   const char* title;
   const char* section;  // of the template
 };

@@ -55,7 +55,7 @@ std::string CheckExternalURL(std::string& url) {
 }
 
 // In a process of its own: no worker may inherit a database connection. A store that can't be used
-// is told to every request, until somebody repairs it.
+// fails every request until somebody repairs it.
 void PrepareStore(const Options& options) {
   const pid_t pid = fork();
   if (pid == 0) {

@@ -17,8 +17,8 @@ struct PluginPage {
 
 // Runs the plugins that `visit` knows for the link, in order, and keeps their Open Graph, stylesheet
 // and script tags. A plugin that throws or gives more than 1 MiB adds nothing; the others still
-// count. `visit` may be null: there are none then. `status` is the link's protection as plugins are
-// told it.
+// count. `visit` may be null: there are none then. `status` is the link's protection as plugins
+// get it.
 PluginPage RunPagePlugins(VisitPagePluginsFunc visit, const sharing::record::Entry& entry,
                           const char* status);
 

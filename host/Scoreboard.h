@@ -18,7 +18,7 @@ struct Seat {
   std::atomic<State> state{State::kEmpty};
   // Since when it is busy.
   std::atomic<std::chrono::steady_clock::time_point> since{};
-  // Where the request was stuck that the worker ended itself over; empty: not told.
+  // Where the request was stuck that the worker ended itself over; empty: unknown.
   std::array<char, 256> stuck_in{};
 };
 

@@ -18,11 +18,11 @@
 
 namespace VELT {
 
-// What callers tell failures apart by; the texts beside them are for people.
+// Callers distinguish failures by these; the texts beside them are for people.
 enum ErrorCode : int {
   kErrorParam = 101,   // a parameter can't be read, or the request is not allowed in its form
   kErrorStore = 117,   // the database can't be used, or refused, or a login failed inside it
-  kErrorCheck = 120,   // a pre-check refused a parameter; the detail tells which and why
+  kErrorCheck = 120,   // a pre-check refused a parameter; the detail says which and why
   kErrorLogin = 1000,  // no link that lets visitors in
   kErrorProtectPassword = 1001,  // wrong link password
   kErrorProtectUser = 1002,      // the account is not among the link's

@@ -15,7 +15,7 @@ using sharing::record::Entry;
 constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
 
 // Whether `text` is empty or of the form of kTimeFormat. strptime(3), which looks at it next, is not
-// so strict, and whether there is such a time is for the store to tell.
+// so strict, and whether there is such a time is the store's to judge.
 bool IsTimeText(const std::string& text) {
   constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
   return text.empty() ||

@@ -1,4 +1,4 @@
-// The plugin "open_graph": what an application tells link-preview services of its links.
+// The plugin "open_graph": how an application describes its links to link-preview services.
 #pragma once
 
 #include <json/value.h>

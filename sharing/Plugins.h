@@ -24,7 +24,7 @@ using PluginRunnerFunc = void (*)(const Json::Value& params, const record::Entry
 // or null.
 VELT_EXPORT PluginRunnerFunc GetSharingPlugin(const std::string& kind, const std::string& name);
 
-// Opens the library at `path` (dlopen(3) tells how a path without a slash is searched). Returns
+// Opens the library at `path` (dlopen(3) describes how a path without a slash is searched). Returns
 // false, with a log line, when it can't; `*handle` is then null or untouched. The caller closes it
 // with ClosePluginLib.
 VELT_EXPORT bool OpenPluginLib(const std::string& path, void** handle);

@@ -1,5 +1,5 @@
 // backup and restore of an SQLite database. Both copy through SQLite, so that a service at work
-// sees one whole database and loses nothing that it has told.
+// sees one whole database and loses nothing that it has reported as stored.
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -28,7 +28,7 @@ const char* TextOf(State state) {
   return "";
 }
 
-// The ids that velt-webapid takes on with these options; the configuration's own check tells of
+// The ids that velt-webapid takes on with these options; the configuration's own check reports
 // accounts that are not there.
 host::Ids IdsOf(const Place& place) {
   host::Ids ids{geteuid(), getegid(), place.user};

@@ -97,7 +97,7 @@ Finding CheckRights(const std::string& path, const host::Ids& ids) {
   try {
     host::LowerTo(ids);
   } catch (const std::exception&) {
-    return {State::kWarning, "can't be told for " + account + ": run this as root"};
+    return {State::kWarning, "can't be checked for " + account + ": run this as root"};
   }
   std::vector<std::string> written = files;
   written.push_back(folder);

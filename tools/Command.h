@@ -24,7 +24,7 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Each command returns what it has to tell, as --json prints it, and throws Failure, a
+// Each command returns its output, as --json prints it, and throws Failure, a
 // soci::soci_error or another std::exception. A member "success" that is false makes the program
 // fail all the same.
 

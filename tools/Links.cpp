@@ -53,7 +53,7 @@ long long UidOf(const std::string& owner) {
   return uid;
 }
 
-// One more than wanted tells that there are more. A status is told by no column, so there all are
+// One more than wanted shows that there are more. A status is in no column, so there all are
 // read.
 std::string LimitOf(const LinkFilter& filter) {
   if (filter.limit == 0 || !filter.status.empty()) return "";

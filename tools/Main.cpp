@@ -30,7 +30,7 @@ struct CommandLine {
   std::string from;
   std::string to;
 
-  // What the chosen command does, and how people are told what it returns.
+  // What the chosen command does, and how people see what it returns.
   std::function<Json::Value()> run;
   std::function<void(const Json::Value&)> print;
 };

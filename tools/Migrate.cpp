@@ -111,7 +111,7 @@ std::string InsertOf(soci::session& to, const Table& table) {
     names += (names.empty() ? "" : ", ") + column.name;
     values += (values.empty() ? ":" : ", :") + column.name;
   }
-  // PostgreSQL gives ids itself unless it is told otherwise.
+  // PostgreSQL gives ids itself unless a statement overrides that.
   const bool own_ids = table.HasId() && !IsSqlite(to);
   return "insert into " + table.name + " (" + names + ")" +
          (own_ids ? " overriding system value" : "") + " values (" + values + ")";

@@ -1,4 +1,4 @@
-// What a command has to tell, for people.
+// The output of a command, for people.
 #pragma once
 
 #include <json/value.h>

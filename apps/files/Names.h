@@ -25,7 +25,7 @@ std::string LastOf(const std::string& path);
 // The header with which a browser stores a file under its name, or shows it (RFC 6266, RFC 8187).
 std::string ContentDisposition(bool attachment, std::string_view name);
 
-// What a browser may be told that a file of this name is, and how the page shows it.
+// The type that a browser is given for a file of this name, and how the page shows it.
 struct MediaType {
   const char* type;  // nothing that runs in a page; "application/octet-stream" for what isn't known
   const char* kind;  // "image", "pdf", "text", "audio", "video"; empty: it can only be stored

@@ -24,7 +24,7 @@ enum Code {
   kNoSpace = 2006,        // the disk or the owner's quota is full
   kWrongOffset = 2007,    // the detail's "offset" is where the upload goes on
   kNoUpload = 2008,       // none of this id
-  kUnavailable = 2009,    // not set up; the log tells what is missing
+  kUnavailable = 2009,    // not set up; the log says what is missing
   kNoPicture = 2010,      // no small picture can be made of the file
 };
 

@@ -87,7 +87,7 @@ int Compare(const Name& a, const Name& b, Order::By by) {
   return 0;
 }
 
-// The files and folders in an open folder, which the stream reads. `by` tells what must be known.
+// The files and folders in an open folder, which the stream reads. `by` says what must be known.
 std::vector<Name> ReadNames(DIR* stream, Order::By by) {
   const bool with_status = by == Order::By::kSize || by == Order::By::kTime;
   std::vector<Name> names;

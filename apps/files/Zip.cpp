@@ -195,7 +195,7 @@ void GetZip(const APIRequest& request, APIResponse& response) {
       ContentDisposition(true, NameOfArchive(entry, share, paths)) + "\r\n";
   if (paths.size() == 1) {
     const IdsGuard owner(share.owner());
-    share.Find(paths.front());  // so that what is gone is told instead of an empty archive
+    share.Find(paths.front());  // so that what is gone gives an error and no empty archive
   }
   if (!response.Send(header)) return;
   try {
@@ -205,7 +205,7 @@ void GetZip(const APIRequest& request, APIResponse& response) {
     }
     if (!zip.Close()) response.BreakOff();
   } catch (const Refusal&) {
-    response.BreakOff();  // an error can't be told in the middle of an archive
+    response.BreakOff();  // an error can't be reported in the middle of an archive
   }
 }
 

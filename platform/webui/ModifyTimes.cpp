@@ -54,7 +54,7 @@ std::string ModifyTimes::Of(std::string_view path) {
   return TextOf(status.st_mtim);
 }
 
-// A clock that was set back tells nothing about how long ago a path was looked up.
+// A clock that was set back does not show how long ago a path was looked up.
 bool ModifyTimes::IsCurrent(const OpenFile& file, TimePoint now) {
   struct stat status;
   return now >= file.looked_up && now - file.looked_up < kPathTrusted &&

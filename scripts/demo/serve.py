@@ -163,7 +163,7 @@ class Demonstration:
                 raise Failure(f"{name} has ended; see {self._path('root') + LOGS}")
 
     def announce(self):
-        """Makes the links, writes demo.json and tells the user what there is."""
+        """Makes the links, writes demo.json and prints what there is."""
         ids, failures = links.ensure(self.owner, self.port, self.state)
         url = f"http://127.0.0.1:{self.port}"
         about = {"url": url, "pid": os.getpid(), "accounts": self.accounts.describe(), "links": ids,

@@ -1,6 +1,6 @@
 // A link's page: logs the visitor in, hands the application its data, logs out.
 //
-// The body tells where the visitor stands: data-state is "ended" (the page says all there is), "open" (the
+// The body says where the visitor stands: data-state is "ended" (the page says all there is), "open" (the
 // browser has a visit that goes on) or "login", data-protect is what a login asks for, and data-redirect stands
 // there while a login leads on to another address. Visits may be few, and a login begins one: the page logs in
 // by itself when a tab first opens it, never because it was reloaded.

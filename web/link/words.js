@@ -15,7 +15,7 @@ const WORDS = {
 
 let blockedUntil = null;
 
-// The answer doesn't tell when the block began, so the time is the latest at which it can end. Later
+// The answer doesn't say when the block began, so the time is the latest at which it can end. Later
 // refusals in the same block don't move it.
 function blocked() {
   const now = new Date();
@@ -23,7 +23,8 @@ function blocked() {
     blockedUntil = new Date(now.getTime() + BLOCK_MINUTES * 60000);
   }
   const time = blockedUntil.toLocaleTimeString([], {hour: '2-digit', minute: '2-digit'});
-  return 'This link takes no logins from your network address at the moment. After ten wrong attempts it waits '
+  return 'This link takes no logins from your network address, or with this account, at the moment. After too many wrong '
+    + 'attempts it waits '
     + `${BLOCK_MINUTES} minutes: try again after ${time}. If you have changed networks during a visit, close the `
     + 'browser and open the link again.';
 }

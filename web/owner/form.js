@@ -4,7 +4,7 @@ import {parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 
-/** A value that the form can't send; `message` tells why. */
+/** A value that the form can't send; `message` says why. */
 class FieldError extends Error {}
 
 // How a field's value is read for the API, by its data-kind.
@@ -53,7 +53,7 @@ function isObject(value) {
   return value !== null && typeof value === 'object' && !Array.isArray(value);
 }
 
-// Puts what `get` told of a link into a field.
+// Puts what `get` returned of a link into a field.
 function write(input, value) {
   if (input.dataset.kind === 'flag') input.checked = value;
   else if (input.dataset.kind === 'lines') input.value = value.join('\n');
@@ -105,7 +105,7 @@ export class LinkForm {
   }
 
   /**
-   * Opens the form for `entry`, a link as `get` tells it, or for a new link when it is null. `filled` are values
+   * Opens the form for `entry`, a link as `get` returns it, or for a new link when it is null. `filled` are values
    * that a new link's fields begin with, by name.
    */
   open(entry, project = '', filled = {}) {

@@ -36,7 +36,7 @@ function scopeParams() {
   };
 }
 
-// Asks for the page of links that `view` names and draws it; `done` is told ahead of the result.
+// Asks for the page of links that `view` names and draws it; `done` is announced before the result.
 async function load(done = '') {
   const turn = ++latestLoad;
   find('#links').setAttribute('aria-busy', 'true');
@@ -101,7 +101,7 @@ function drawChoices() {
   find('#sort-direction').setAttribute('aria-label', view.ascending ? 'Ascending' : 'Descending');
 }
 
-// Whether the caller is an administrator is told by no method, but it shows: only for an administrator
+// Whether the caller is an administrator is in no answer, but it shows: only for an administrator
 // does a list of everybody's links count more than the own ones. Where both are equal the switch would
 // change nothing, so it is not offered. A limit of 0 asks for the count alone.
 async function drawScope() {
@@ -109,7 +109,7 @@ async function drawScope() {
   try {
     totals = await Promise.all([false, true].map((all) => call('list', {all_entry: all, offset: 0, limit: 0})));
   } catch {
-    return; // The list itself tells what is wrong.
+    return; // The list itself reports what is wrong.
   }
   const [own, all] = totals.map((answer) => answer.total);
   find('#scope').hidden = all <= own && !view.everybody;

@@ -61,7 +61,7 @@ function headCell(column, view, on) {
   }, title);
 }
 
-// A button of a row. Its name tells of which link, since a screen reader may tell it alone.
+// A button of a row. Its name says of which link, since a screen reader may read it alone.
 function rowButton(entry, action, text, className, listener) {
   return make('button', {
     type: 'button', class: className, 'data-key': `${action} ${entry.sharing_id}`,

@@ -33,7 +33,7 @@ const GENERAL = {
   2009: 'Files can’t be shared at the moment.',
 };
 
-// What a text that comes with 101 or 117 tells, and the field it concerns.
+// What a text that comes with 101 or 117 means, and the field it concerns.
 const DETAILS = [
   [/invalid project name/, 'A link cannot move to another project.', 'project_name'],
   [/invalid expire times/, 'Enter a whole number, 0 or more.', 'expire_times'],
@@ -64,7 +64,7 @@ const REASONS = {
 
 /**
  * What `error` means: {text, field}. `field` is the name of the parameter that it concerns, or null
- * when it concerns none. Anything but an ApiError is told as a failure of the page itself.
+ * when it concerns none. Anything but an ApiError is reported as a failure of the page itself.
  */
 export function explain(error) {
   const {code, detail} = error;

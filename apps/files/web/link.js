@@ -17,7 +17,7 @@ const LONGEST_ADDRESS = 6000;
 
 /**
  * Has the browser store an archive of these paths. By POST only where they are too many for an address: over plain
- * HTTP a form of this page, which tells no referrer, can't be told from another site's.
+ * HTTP a form of this page, which sends no referrer, looks like another site's.
  */
 export function downloadZip(paths) {
   const address = addressOf('zip', paths.length > 0 ? {paths: JSON.stringify(paths)} : {});

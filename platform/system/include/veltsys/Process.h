@@ -16,7 +16,7 @@
 //
 // The output arrives whole or not at all: the first read waits for its end. A program that has not
 // closed its output within the time that the host allows (5 s), or prints more than 16 MiB, is
-// ended with its process group; a log line tells, and the stream is empty. Reading is not blocked
+// ended with its process group; that is logged, and the stream is empty. Reading is not blocked
 // for longer.
 //
 // Returns null, with errno set, when the program could not be started; no child is left then. Where

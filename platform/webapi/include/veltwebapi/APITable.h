@@ -1,4 +1,4 @@
-// The rows by which a module tells the framework its methods and their pre-checks. A module exports
+// The rows by which a module declares its methods to the framework and their pre-checks. A module exports
 // two C functions, each returning the first row of an array that ends with an all-null row:
 //
 //   extern "C" const VELT::APITableEntry* GetAPITable();

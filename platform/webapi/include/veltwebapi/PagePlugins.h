@@ -4,7 +4,7 @@
 //   extern "C" void VisitPagePlugins(const VELT::sharing::record::Entry& link,
 //                                    VELT::PagePluginVisitor& visitor);
 //
-// It tells the visitor what the application of the link has configured, and then each plugin that
+// It gives the visitor what the application of the link has configured, and then each plugin that
 // can be run, in order. It throws nothing but what the visitor throws.
 #pragma once
 

@@ -25,7 +25,7 @@ class InitDataHandler {
   // "configured": whether the appliance's first set-up is done; the setting of that name, "yes"
   // without one.
   virtual void InitAssistant(Json::Value& data);
-  // "external_url": the base of link addresses, when the request tells it.
+  // "external_url": the base of link addresses, when the request has one.
   virtual void InitExternalService(Json::Value& data);
   // Everything that the page starts with. `every_project`: see InitUIFileHandler.h.
   virtual void InitDesktop(Json::Value& data, bool every_project);

@@ -8,7 +8,7 @@ namespace VELT {
 // Several threads may call it at once.
 class WebUtils {
  public:
-  // The appliance's host name, empty when the system tells none.
+  // The appliance's host name, empty when the system has none.
   static std::string GetServerName();
 
   // Replaces the characters & < > " ' by character references. What stands in an attribute and what
