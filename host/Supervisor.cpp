@@ -147,10 +147,13 @@ void Supervisor::Shrink(WorkerPool& pool) {
   }
 }
 
+bool Supervisor::IsBusy(const Worker& worker) {
+  return worker.ready && worker.seat->state == Seat::State::kBusy;
+}
+
+// Where workers are replaced there may be one more than usual, which serves as well.
 bool Supervisor::IsFull(const WorkerPool& pool) {
-  return Count(pool.workers, [](const Worker& worker) {
-           return !worker.leaving && worker.ready && worker.seat->state == Seat::State::kBusy;
-         }) >= pool.limits.max;
+  return pool.workers.size() >= pool.limits.max && std::ranges::all_of(pool.workers, IsBusy);
 }
 
 // A short call that takes this long hangs, in a plugin for instance, and when every worker does no

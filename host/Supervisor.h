@@ -73,6 +73,7 @@ class Supervisor {
   void Replace(WorkerPool& pool);
   void Grow(WorkerPool& pool);
   void Shrink(WorkerPool& pool);
+  static bool IsBusy(const Worker& worker);
   static bool IsFull(const WorkerPool& pool);
   static void Relieve(const WorkerPool& pool);
   void TellToLeave(Worker& worker);

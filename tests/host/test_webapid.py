@@ -255,6 +255,12 @@ class Workers(unittest.TestCase):
             wait_until(lambda: all(host.call("unlisted").code == 0 for _ in range(50)))
             self.assertTrue(old.isdisjoint(host.worker() for _ in range(50)))
 
+    def test_hangup_finds_room_for_a_worker_while_all_are_busy(self):
+        with Host(workers=1) as host, self.hanging(host):
+            host.signal(signal.SIGHUP)
+            self.assertEqual(host.call("echo").code, 0)
+            self.assertNotIn("took too long", "".join(host.log))
+
     def test_a_request_that_takes_too_long_ends_its_worker_only(self):
         with Host("--request-timeout", "1") as host:
             with self.hanging(host) as connection:
@@ -386,6 +392,7 @@ class Pools(unittest.TestCase):
                 os.mkfifo(path)
             hanging = [host.begin("hang", value=path) for path in paths]
             self.assertEqual(host.call("echo").code, 0)
+            host.wait_for_log("took too long over a request")
             for path in paths:
                 with contextlib.suppress(OSError):  # nobody waits there any more
                     os.close(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
