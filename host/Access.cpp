@@ -6,6 +6,7 @@
 
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Visit.h"
 #include "veltsys/Accounts.h"
 
 namespace VELT::host {
@@ -60,16 +61,6 @@ bool IdentifyUser(const WebRequest& request, RequestContext& context) {
   return true;
 }
 
-bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid) {
-  auto& database = *sharing::db::SharingDB::Instance();
-  sharing::record::Session session;
-  sharing::record::Token token;
-  return !sid.empty() && sharing::db::SessionDB(database).GetBySessionId(sid, session) &&
-         session.IsLegal() &&
-         sharing::db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
-         token.IsLegal() && token.get_entry_id() == entry.get_id();
-}
-
 bool AsksForAnotherLink(const RequestContext& context) {
   const auto found = context.parameters.find(sharing::SZK_SHARING_ID);
   if (!context.is_sharing || found == context.parameters.end()) return false;
@@ -86,7 +77,7 @@ bool MayCall(const Access& access, const RequestContext& context, bool is_user) 
   auto& database = *sharing::db::SharingDB::Instance();
   sharing::record::Entry entry;
   return database.IsGood() && sharing::db::EntryDB(database).GetByHash(context.sharing_id, entry) &&
-         HoldsToken(entry, context.sharing_sid);
+         sharing::HoldsToken(entry, context.sharing_sid);
 }
 
 }  // namespace VELT::host

@@ -5,7 +5,6 @@
 
 #include "Registry.h"
 #include "WebRequest.h"
-#include "veltsharing/Entry.h"
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT::host {
@@ -14,10 +13,6 @@ namespace VELT::host {
 // in or the user database doesn't know them. A change of the user database is noticed within a
 // second.
 bool IdentifyUser(const WebRequest& request, RequestContext& context);
-
-// Whether the visitor session `sid`, which may be anything, holds a legal token for the stored link
-// `entry`.
-bool HoldsToken(const sharing::record::Entry& entry, const std::string& sid);
 
 // Whether a visitor names another link than that of the address. Who may ask about a link has its
 // address.

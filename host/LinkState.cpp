@@ -1,8 +1,8 @@
 #include "LinkState.h"
 
-#include "Access.h"
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::host {
 
@@ -13,7 +13,7 @@ LinkState FindLinkState(const std::string& id, const std::string& sid, bool turn
   sharing::db::SharingDB& database = *sharing::db::SharingDB::Instance();
   if (!database.IsGood()) return LinkState::kUnavailable;
   if (!sharing::db::EntryDB(database).GetByHash(id, entry)) return LinkState::kUnknown;
-  if (HoldsToken(entry, sid)) return turned_away ? LinkState::kLogin : LinkState::kOpen;
+  if (sharing::HoldsToken(entry, sid)) return turned_away ? LinkState::kLogin : LinkState::kOpen;
   switch (entry.get_status()) {
     case LinkStatus::kDisabled:
       return LinkState::kUnknown;

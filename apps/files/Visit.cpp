@@ -1,40 +1,35 @@
 #include "Visit.h"
 
-#include <json/value.h>
-
 #include <string>
 
 #include "Refusal.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Login.h"
-#include "veltsharing/SharingDB.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::files {
 namespace {
 
+using sharing::LinkStatus;
+using sharing::LoginResult;
 using sharing::record::Entry;
 
-bool HoldsToken(const Entry& entry, const std::string& sid) {
-  auto& database = *sharing::db::SharingDB::Instance();
-  sharing::record::Session session;
-  sharing::record::Token token;
-  return !sid.empty() && sharing::db::SessionDB(database).GetBySessionId(sid, session) &&
-         session.IsLegal() &&
-         sharing::db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
-         token.IsLegal() && token.get_entry_id() == entry.get_id();
-}
-
-Code CodeOf(int login_result) {
-  switch (login_result) {
-    case -3:
+Code CodeOf(LoginResult result) {
+  switch (result) {
+    case LoginResult::kNotServed:
       return kNoLink;
-    case -8:
+    case LoginResult::kDenied:
       return kAddressDenied;
-    case -11:
+    case LoginResult::kUsedUp:
       return kUsedUp;
-    default:
-      return kNoVisit;
+    case LoginResult::kLoggedIn:
+    case LoginResult::kInternal:
+    case LoginResult::kWrongAccount:
+    case LoginResult::kWrongPassword:
+    case LoginResult::kNotListed:
+      break;
   }
+  return kNoVisit;
 }
 
 }  // namespace
@@ -45,19 +40,17 @@ Entry Admit(const APIRequest& request, APIResponse& response, bool log_in) {
     throw Refusal(kNoLink);
   }
   const std::string sid = request.GetSharingSID();
-  if (HoldsToken(entry, sid)) return entry;
+  if (sharing::HoldsToken(entry, sid)) return entry;
   // A link that is off or not open is as good as none.
-  Json::Value link;
-  entry.ToJSON(link);
-  const bool is_open = link["status"] == "active" || link["status"] == "used_up";
+  const LinkStatus status = entry.get_status();
+  const bool is_open = status == LinkStatus::kActive || status == LinkStatus::kUsedUp;
   if (!is_open || entry.get_owner_user().empty()) throw Refusal(kNoLink);
   if (!log_in || entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
   const _tag_sharing_login_params params{entry.get_hash().c_str(), "", "", "",
                                          sid.empty() ? nullptr : sid.c_str()};
   std::string fresh;
-  if (const int result = VeltSharingLogin(fresh, &params, false); result != 1) {
-    throw Refusal(CodeOf(result));
-  }
+  const auto result = static_cast<LoginResult>(VeltSharingLogin(fresh, &params, false));
+  if (result != LoginResult::kLoggedIn) throw Refusal(CodeOf(result));
   response.AddCookie("/", sharing::SZK_SHARING_SID, fresh, 0, "", false, false);
   return entry;
 }

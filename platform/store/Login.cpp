@@ -10,8 +10,8 @@
 #include "veltsharing/SharingDB.h"
 
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag) {
+  using VELT::sharing::LoginResult;
   using VELT::sharing::Printable;
-  using VELT::sharing::db::LoginResult;
   LoginResult result = LoginResult::kInternal;
   std::string link;
   try {

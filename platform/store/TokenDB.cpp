@@ -3,6 +3,7 @@
 #include "sql/Connection.h"
 #include "sql/VisitorRows.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::sharing::db {
 
@@ -31,3 +32,16 @@ bool TokenDB::PurgeByEntry(const record::Entry& entry) {
 }
 
 }  // namespace VELT::sharing::db
+
+namespace VELT::sharing {
+
+bool HoldsToken(const record::Entry& entry, const std::string& sid) {
+  auto& database = *db::SharingDB::Instance();
+  record::Session session;
+  record::Token token;
+  return !sid.empty() && db::SessionDB(database).GetBySessionId(sid, session) &&
+         session.IsLegal() && db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
+         token.IsLegal() && token.get_entry_id() == entry.get_id();
+}
+
+}  // namespace VELT::sharing

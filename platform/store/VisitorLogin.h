@@ -9,20 +9,9 @@
 #include "sql/StoreSession.h"
 #include "sql/VisitorRows.h"
 #include "veltsharing/Login.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::sharing::db {
-
-// What VeltSharingLogin returns; veltsharing/Login.h says when.
-enum class LoginResult {
-  kLoggedIn = 1,
-  kInternal = -1,
-  kWrongAccount = -2,
-  kNotServed = -3,
-  kDenied = -8,
-  kWrongPassword = -9,
-  kNotListed = -10,
-  kUsedUp = -11,
-};
 
 // Belongs to one call. The texts of `params` are copied.
 class VisitorLogin {
