@@ -1,0 +1,212 @@
+"""The worker processes of velt-webapid: how they end, are replaced and share the work."""
+
+import contextlib
+import errno
+import glob
+import os
+import pwd
+import signal
+import socket
+import time
+import unittest
+
+from webapid import Host, fixture_registry, wait_until
+
+
+class Workers(unittest.TestCase):
+    @contextlib.contextmanager
+    def hanging(self, host, form="method=hang&value="):
+        """A request whose handler is at work until the block ends."""
+        path = os.path.join(host.folder.name, "fifo")
+        os.mkfifo(path)
+        form = f"api=Test.Host&version=1&{form}{path}"
+        connection = host.start({}, form.encode())
+        with open(path, "wb"):  # waits for the handler
+            yield connection
+
+    def test_a_worker_that_dies_is_replaced(self):
+        with Host() as host:
+            first = host.worker()
+            self.assertEqual(host.call("crash").text, "")
+            self.assertNotEqual(host.worker(), first)
+            host.wait_for_log(f"worker {first} died: Killed")
+
+    def test_termination_finishes_the_request_in_hand(self):
+        with Host(workers=2) as host:
+            with self.hanging(host) as connection:
+                host.signal(signal.SIGTERM)
+            self.assertEqual(host.finish(connection).json, {"data": "finished", "success": True})
+            self.assertEqual(host.wait(), 0)
+            self.assertFalse(os.path.exists(host.socket))
+
+    def test_hangup_replaces_workers_by_ones_that_know_the_new_registry(self):
+        with Host(workers=2) as host:
+            old = {host.worker() for _ in range(50)}
+            self.assertEqual(host.call("unlisted").code, 103)
+            host.register("fixture.json", "{")
+            start = time.monotonic()
+            host.signal(signal.SIGHUP)
+            host.wait_for_log("left with status 78", times=7)  # one of each pool, and then again
+            self.assertGreater(time.monotonic() - start, 0.7)  # after a pause that six deaths made longer
+            self.assertIn(host.worker(), old)  # meanwhile the old ones serve
+            registry = fixture_registry()
+            registry["methods"].append(
+                {"api": "Test.Host", "version": 1, "method": "unlisted", "access": ["user"]}
+            )
+            host.register("fixture.json", registry)
+            wait_until(lambda: all(host.call("unlisted").code == 0 for _ in range(50)))
+            self.assertTrue(old.isdisjoint(host.worker() for _ in range(50)))
+
+    def test_hangup_finds_room_for_a_worker_while_all_are_busy(self):
+        with Host(workers=1) as host, self.hanging(host):
+            host.signal(signal.SIGHUP)
+            self.assertEqual(host.call("echo").code, 0)
+            self.assertNotIn("took too long", "".join(host.log))
+
+    def test_a_request_that_takes_too_long_ends_its_worker_only(self):
+        with Host("--request-timeout", "1") as host:
+            with self.hanging(host) as connection:
+                answer = host.finish(connection)
+            self.assertEqual(dict(answer.headers)["Status"], "504 Gateway Timeout")
+            host.wait_for_log("took too long over a request and was ended")
+            self.assertEqual(host.call("echo").code, 0)
+
+    def test_programs_are_ended_in_time_and_started_only_for_clients_that_stay(self):
+        with Host("--program-timeout", "1") as host:
+            self.assertEqual(host.call("program", value="echo x; sleep 100").json["data"], "")
+            host.wait_for_log("program /bin/sh took too long and was ended")
+            self.assertEqual(host.call("program", value="echo x").json["data"], "x\n")
+            with self.hanging(host, "method=program&value=echo+x&after=") as connection:
+                connection.close()
+            host.wait_for_log("a program printed 0 bytes", times=2)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root")
+    def test_programs_have_the_services_ids_only(self):
+        with Host("--user", "nobody") as host:
+            ids = host.call("program", value="grep -E '^[UG]id:' /proc/self/status").json["data"].split()
+            nobody = pwd.getpwnam("nobody")
+            self.assertEqual(ids, ["Uid:"] + 4 * [str(nobody.pw_uid)] + ["Gid:"] + 4 * [str(nobody.pw_gid)])
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root")
+    def test_a_worker_left_with_other_ids_answers_and_leaves(self):
+        with Host("--user", "nobody") as host:
+            first = host.call("echo").json["data"]
+            self.assertEqual(first["euid"], pwd.getpwnam("nobody").pw_uid)
+            self.assertEqual(host.call("elevate").json["data"]["euid"], 0)
+            second = host.call("echo").json["data"]
+            self.assertNotEqual(second["pid"], first["pid"])
+            self.assertEqual(second["euid"], first["euid"])
+            host.wait_for_log("left effective ids 0:")
+
+    def test_workers_leave_with_their_parent_and_its_socket_is_taken_over(self):
+        def refused():
+            with contextlib.suppress(ConnectionResetError, BrokenPipeError):
+                try:
+                    host.connect().close()
+                except ConnectionRefusedError:
+                    return True
+            return False
+
+        with Host(workers=2) as host:
+            host.worker()
+            host.signal(signal.SIGKILL)
+            host.wait()
+            wait_until(refused)
+            with Host(at=host.socket) as heir:
+                self.assertEqual(heir.call("echo").code, 0)
+                with Host(at=host.socket) as late:
+                    self.assertEqual(late.wait(), 1)
+                    late.wait_for_log(os.strerror(errno.EADDRINUSE))
+
+    def test_a_registry_that_is_wrong_ends_the_start_with_the_reason(self):
+        row = fixture_registry()["methods"][0]
+        for content, reason in [
+            ("{", "no readable JSON object"),
+            (fixture_registry(library="./none.so"), "cannot load library"),
+            (fixture_registry(library="/usr/lib/x86_64-linux-gnu/libc.so.6"), "has no GetAPITable"),
+            (fixture_registry(methods=[{**row, "method": "no"}]), "no handler or no check for Test.Host no"),
+            (fixture_registry(methods=[{**row, "method": "unchecked"}]), "no handler or no check"),
+            (fixture_registry(methods=[{**row, "access": ["guest"]}]), '"access" may hold'),
+            (fixture_registry(methods=[{**row, "access": []}]), '"access" must be a list'),
+            (fixture_registry(methods=[{**row, "post_only": "yes"}]), '"post_only" must be'),
+            (fixture_registry(methods=[{**row, "pool": "front"}]), '"pool" must be'),
+            (fixture_registry(methods=[{**row, "post_only": True, "raw_body": 1 << 24}]), '"raw_body" must be'),
+            (fixture_registry(methods=[{**row, "raw_body": 1}]), '"raw_body" needs "post_only"'),
+            (fixture_registry(methods=[row, row]), "registered twice"),
+        ]:
+            with self.subTest(reason), Host(modules={"one.json": content}, workers=2) as host:
+                self.assertEqual(host.wait(), 78)
+                self.assertIn(f"{host.registry}/one.json: ", "".join(host.log))
+                self.assertIn(reason, "".join(host.log))
+
+
+class Pools(unittest.TestCase):
+    """Calls that take long have workers of their own, and pools grow and shrink."""
+
+    @contextlib.contextmanager
+    def waiting(self, host, count, workers):
+        """Connections of `count` calls that go on until the block ends, `workers` of them at work."""
+        path = os.path.join(host.folder.name, "wait")
+        with open(path, "wb"):
+            pass
+        try:
+            connections = [host.begin("wait", value=path) for _ in range(count)]
+            wait_until(lambda: len(glob.glob(path + ".*")) == workers)
+            yield connections
+        finally:
+            os.unlink(path)
+
+    def test_slow_calls_never_stand_before_fast_ones(self):
+        with Host("--max-pool-workers", "2", workers=1) as host:
+            with self.waiting(host, 20, workers=2) as slow:
+                for _ in range(20):
+                    self.assertEqual(host.call("echo").code, 0)
+            answers = [host.finish(connection) for connection in slow]
+            self.assertEqual([answer.code for answer in answers], [0] * 20)
+
+    def test_calls_beyond_what_the_queue_holds_are_told_to_come_back(self):
+        with Host("--max-pool-workers", "1", workers=1) as host:
+            with self.waiting(host, 400, workers=1) as slow:
+                self.assertEqual(host.call("echo").code, 0)
+            codes = [host.finish(connection).code for connection in slow]
+            self.assertEqual(set(codes), {0, 100})
+            self.assertGreater(codes.count(0), 100)
+            host.wait_for_log("too many calls wait for the workers of pool long")
+
+    def test_a_call_whose_client_has_left_is_not_made(self):
+        with Host("--max-pool-workers", "1", workers=1) as host:
+            left, stayed = (os.path.join(host.folder.name, name) for name in ("left", "stayed"))
+            with self.waiting(host, 1, workers=1) as slow:
+                host.begin("touch", value=left).close()
+                half = host.begin("touch", value=left)
+                half.shutdown(socket.SHUT_WR)
+                last = host.begin("touch", value=stayed)
+                self.assertEqual(host.call("echo").code, 0)
+            self.assertEqual([host.finish(each).code for each in (*slow, last)], [0, 0])
+            self.assertEqual(host.finish(half).text, "")
+            self.assertTrue(os.path.exists(stayed))
+            self.assertFalse(os.path.exists(left))
+
+    def test_hanging_calls_in_every_worker_are_ended_early(self):
+        with Host(workers=2) as host:
+            paths = [os.path.join(host.folder.name, name) for name in ("first", "second")]
+            for path in paths:
+                os.mkfifo(path)
+            hanging = [host.begin("hang", value=path) for path in paths]
+            self.assertEqual(host.call("echo").code, 0)
+            host.wait_for_log("took too long over a request")
+            for path in paths:
+                with contextlib.suppress(OSError):  # nobody waits there any more
+                    os.close(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
+            answers = [host.finish(each).text for each in hanging]
+            self.assertIn("504 Gateway Timeout", "".join(answers))
+
+    def test_a_pool_grows_with_its_work_and_shrinks_again(self):
+        with Host("--max-pool-workers", "4", workers=1) as host:
+            host.call("echo")
+            wait_until(lambda: len(host.workers()) == 6)  # one of each pool
+            with self.waiting(host, 3, workers=3) as slow:
+                wait_until(lambda: len(host.workers()) == 9)  # with a spare one
+            self.assertEqual([host.finish(connection).code for connection in slow], [0, 0, 0])
+            wait_until(lambda: len(host.workers()) == 6)
+            self.assertEqual(host.call("wait", value="/none").code, 0)
