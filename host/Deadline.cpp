@@ -83,7 +83,7 @@ Deadline::Deadline(unsigned int seconds, Seat& seat) : seconds_(seconds) {
   sigaction(SIGALRM, &action, nullptr);
 }
 
-void Deadline::Start() {
+void Deadline::Start() const {
   dl_iterate_phdr(CountLibraries, &TheCurrent().libraries);
   alarm(seconds_);
 }
@@ -101,7 +101,7 @@ void Deadline::Tell(const ReplyChannel* client) {
   current.connection = client->connection();
 }
 
-void Deadline::Extend() { alarm(seconds_); }
+void Deadline::Extend() const { alarm(seconds_); }
 
 void Deadline::Stop() {
   alarm(0);

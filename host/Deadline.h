@@ -15,10 +15,10 @@ class Deadline {
   Deadline(unsigned int seconds, Seat& seat);
 
   // A request begins. It has no client yet; `Tell` names one, or with null none any more.
-  void Start();
+  void Start() const;
   void Tell(const ReplyChannel* client);
   // The request has got on: its time begins anew.
-  void Extend();
+  void Extend() const;
   void Stop();
 
  private:

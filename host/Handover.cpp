@@ -21,9 +21,8 @@ namespace {
 // memory file that holds the request.
 constexpr std::size_t kDescriptors = 2;
 
-union Control {
-  cmsghdr header;
-  std::array<char, CMSG_SPACE(kDescriptors * sizeof(int))> bytes;
+struct Control {
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(kDescriptors * sizeof(int))> bytes;
 };
 
 msghdr Message(iovec& payload, Control& control) {

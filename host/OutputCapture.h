@@ -14,6 +14,7 @@ class OutputCapture {
   OutputCapture();  // throws std::system_error
   OutputCapture(const OutputCapture&) = delete;
   OutputCapture& operator=(const OutputCapture&) = delete;
+  ~OutputCapture() = default;
 
   // Forgets what was printed so far.
   void Begin();

@@ -98,6 +98,7 @@ std::size_t TextSize(const Json::Value& output) {
 
 // What the plugins add together. One that throws, or that would make the output too large, adds
 // nothing.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is final and never owned by its base.
 class Collector final : public PagePluginVisitor {
  public:
   Collector(const Entry& entry, const char* status) : entry_(entry), status_(status) {}

@@ -58,6 +58,7 @@ int SharingLogin::ParseParams() {
 // Root, for the store checks the appliance's passwords.
 int SharingLogin::Execute() {
   IF_RUN_AS(0, 0, log_place::kLoginGuard) { return Login(); }
+  // NOLINTNEXTLINE(readability-else-after-return): the guard ends after this block.
   else {
     LogPermissionDenied(log_place::kLoginDenied);
     return kErrorParam;

@@ -50,6 +50,8 @@ class SharingLogout : public SharingAPIBase {
 class SharingInitdata : public SharingAPIBase {
  public:
   SharingInitdata(APIRequest* request, APIResponse* response);
+  SharingInitdata(const SharingInitdata&) = delete;
+  SharingInitdata& operator=(const SharingInitdata&) = delete;
   ~SharingInitdata() override;
   int ParseParams() override;
   int Execute() override;

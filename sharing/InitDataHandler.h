@@ -28,6 +28,8 @@ class InitDataHandler : public ::InitDataHandler {
   // The page of `link`, shown in the page context's language. The context is used by the
   // constructor only.
   VELT_EXPORT InitDataHandler(WebMan* page, const record::Entry& link);
+  InitDataHandler(const InitDataHandler&) = delete;
+  InitDataHandler& operator=(const InitDataHandler&) = delete;
   ~InitDataHandler() override;
 
   // Adds to the object `data`: the UI modules that a visitor may load ("JSConfig", "CSSFiles",

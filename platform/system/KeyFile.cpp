@@ -31,6 +31,7 @@ void AddLine(std::string_view line, std::map<std::string, std::string>& values) 
 }
 
 struct Free {
+  // NOLINTNEXTLINE(cppcoreguidelines-no-malloc): getline(3) allocates it.
   void operator()(char* line) const { std::free(line); }
 };
 

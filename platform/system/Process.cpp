@@ -122,6 +122,7 @@ ssize_t ReadProgram(void* program, char* buffer, std::size_t size) {
 class Programs {
  public:
   static Programs& Instance() {
+    // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
     static auto* programs = new Programs;
     return *programs;
   }
@@ -167,6 +168,7 @@ FILE* Open(const char* path, char* const* argv) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): callers know this form.
 FILE* VLIBCPopen(const char* path, const char* mode, ...) {
   if (path == nullptr || mode == nullptr || std::strcmp(mode, "r") != 0) {
     errno = EINVAL;
@@ -176,6 +178,7 @@ FILE* VLIBCPopen(const char* path, const char* mode, ...) {
   va_start(rest, mode);
   FILE* stream = nullptr;
   try {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): execve(2) only reads it.
     std::vector<char*> argv{const_cast<char*>(path)};
     do {
       // The checker loses va_start when it is given several files in one run.

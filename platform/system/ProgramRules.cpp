@@ -18,6 +18,7 @@ struct State {
 
 // Never destroyed: programs may run during static destruction.
 State& TheState() {
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
   static auto* state = new State;
   return *state;
 }
