@@ -1,4 +1,4 @@
-// The tables of VELT.Files: its methods with their parameters.
+// The tables of VELT.Files: its methods and the checks of their parameters.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -16,7 +16,7 @@ namespace {
 
 using Method = void (*)(const APIRequest&, APIResponse&);
 
-// `choices` of a text, each after a blank; null: any text.
+// `choices` are the texts that are allowed, each after a blank; null: any text.
 struct Parameter {
   enum class Kind { kText, kCount, kSize, kFlag, kTexts };
   const char* name;
@@ -125,7 +125,8 @@ const char* StatusOf(Code code) {
   }
 }
 
-// For answers that are files: a program that stores them must not store an error.
+// For methods that answer with a file. An error has an HTTP status, so that a program that stores
+// the answer does not store the error.
 template <Method method>
 void HandleFile(APIRequest* request, APIResponse* response) {
   try {

@@ -20,7 +20,8 @@ std::string TextOf(const Json::Value& object, const char* member) {
   return object[member].isString() ? object[member].asString() : std::string();
 }
 
-// False when the member is no list of texts: a mistyped list must not open a folder to everybody.
+// False unless the member is absent or a list of texts: a mistyped list must not open a folder to
+// everybody.
 bool ReadNames(const Json::Value& list, std::vector<std::string>& names) {
   if (list.isNull()) return true;
   if (!list.isArray()) return false;
@@ -71,7 +72,7 @@ std::vector<Root> Configuration::RootsOf(const Account& account) const {
     Root root = rule.root;
     const std::size_t at = root.path.find(kUser);
     if (at != std::string::npos) root.path.replace(at, kUser.size(), account.name);
-    // A directory service may have accounts whose names are no file's.
+    // A directory service may have account names that are no file names.
     if (is_for && (at == std::string::npos || IsFileName(account.name))) {
       roots.push_back(std::move(root));
     }

@@ -1,4 +1,4 @@
-// What the administrator lets people share: /usr/velt/etc/files.json, read anew for each request.
+// What the administrator lets people share: /usr/velt/etc/files.json, read for each request.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace VELT::files {
 struct Root {
   std::string name;   // in links; never changed
   std::string title;  // for people
-  std::string path;   // absolute, of this account
+  std::string path;   // absolute, with the account's name in place of "{user}"
 };
 
 class Configuration {
@@ -22,10 +22,10 @@ class Configuration {
   //    "spool": PATH of root's own folder on the same file system as the roots,
   //    "accel_prefix": what X-Accel-Redirect begins with; absent: X-Sendfile is used}
   //
-  // A file that is missing or wrong is one without roots; what is wrong is logged.
+  // A missing or malformed file gives no roots; what is wrong is logged.
   Configuration();
 
-  // Those that are for the account.
+  // The roots that the account may use.
   std::vector<Root> RootsOf(const Account& account) const;
   // Throws Refusal(kNoRoot).
   Root RootOf(const Account& account, const std::string& name) const;

@@ -72,7 +72,8 @@ IdsGuard::Ids IdsGuard::Present() {
   return {geteuid(), getegid(), std::move(groups)};
 }
 
-// By way of root, who alone may change the groups. The user last: what comes before needs root.
+// Goes through root, which alone may change the groups. The user id comes last, because the other
+// steps need root.
 bool IdsGuard::Become(const Ids& target) {
   return (geteuid() == 0 || seteuid(0) == 0) &&
          setgroups(target.groups.size(), target.groups.data()) == 0 && setegid(target.gid) == 0 &&

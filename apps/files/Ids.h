@@ -1,5 +1,5 @@
-// Whose rights the process has. Files are opened with those of the account that they are shared by,
-// so that the kernel decides what it may read and write.
+// The account whose rights the process has. Files are opened with the rights of the account that
+// shares them, so that the kernel decides what it may read and write.
 #pragma once
 
 #include <sys/types.h>
@@ -19,16 +19,16 @@ struct Account {
   bool IsIn(const std::string& group) const;
 };
 
-// Nothing when the user database has no such account. A change of it is noticed within a second.
+// Nothing when the user database has no such account. A found account is cached for a second.
 std::optional<Account> FindAccount(uid_t uid);
 
 // Gives the process, all its threads included, the effective ids and groups of an account, or root's
 // effective ids, until the object ends. The process must have root as real or saved id. Guards don't
-// nest. Throws Refusal, with everything as it was, where the ids can't be had. The process ends when
-// it can't come back: it must not serve another request with them.
+// nest. Throws Refusal, with the ids as they were, when the process can't take the new ones. Aborts
+// the process when it can't return to its own: it must not serve another request with foreign ids.
 //
-// In a user namespace that has one id only, as the demonstration of an ordinary user, there is
-// nobody else to become, and every file is that user's: a guard then does nothing.
+// A user namespace that maps one id only, as in the demonstration of an ordinary user, has no other
+// account to become, and every file is that user's: a guard then does nothing.
 class IdsGuard {
  public:
   explicit IdsGuard(const Account& account);

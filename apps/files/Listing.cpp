@@ -1,4 +1,4 @@
-// What listings of both sides have in common.
+// What the listings of owners and of visitors have in common.
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"

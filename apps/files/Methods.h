@@ -1,4 +1,4 @@
-// The methods, one function each. They throw Refusal; Api.cpp lists them and answers that.
+// The API's methods, one function each. They throw Refusal, which Api.cpp turns into an answer.
 #pragma once
 
 #include <json/value.h>
@@ -12,12 +12,12 @@
 
 namespace VELT::files {
 
-// An owner's.
+// For owners.
 void GetRoots(const APIRequest& request, APIResponse& response);
 void ListRoot(const APIRequest& request, APIResponse& response);
 void DescribeLink(const APIRequest& request, APIResponse& response);
 
-// A visitor's.
+// For visitors.
 void ListShare(const APIRequest& request, APIResponse& response);
 void GetFile(const APIRequest& request, APIResponse& response);
 void GetZip(const APIRequest& request, APIResponse& response);
@@ -26,13 +26,13 @@ void BeginUpload(const APIRequest& request, APIResponse& response);
 void AddPiece(const APIRequest& request, APIResponse& response);
 void GetUploadState(const APIRequest& request, APIResponse& response);
 
-// The parameters that a listing takes.
+// Lists `folder` in the order and from the place that the request's parameters name.
 Listing ListWith(const APIRequest& request, const Found& folder);
 
-// One row of a listing; `path` is what the caller names it by.
+// One entry of a listing. `path` is the path that the caller uses for it.
 Json::Value ToJson(const std::string& name, const struct stat& status, const std::string& path);
 
-// Throws Refusal(kNotFound) where visitors see nothing of what is there.
+// Throws Refusal(kNotFound) when the link hides the folder's files from visitors.
 void MustShow(const Share& share);
 
 }  // namespace VELT::files

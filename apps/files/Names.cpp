@@ -18,7 +18,7 @@ void AppendEscape(std::string& text, char c) {
   text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
 }
 
-// The bytes of the character at the head of `bytes`; 0 when there is no valid one.
+// The length in bytes of the first character; 0 when that is not valid UTF-8.
 std::size_t CharacterLength(std::string_view bytes) {
   for (std::size_t length = 1; length <= std::min<std::size_t>(4, bytes.size()); ++length) {
     if (IsCleanText(bytes.substr(0, length))) return length;
@@ -117,8 +117,8 @@ std::string Join(const std::string& path, std::string_view name) {
 std::string LastOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 std::string ContentDisposition(bool attachment, std::string_view name) {
-  std::string plain;     // for clients that know no RFC 8187
-  std::string extended;  // all bytes but a few escaped; those that are no UTF-8 replaced
+  std::string plain;     // for clients without RFC 8187
+  std::string extended;  // in percent escapes, with U+FFFD for bytes that are not UTF-8
   while (!name.empty()) {
     const std::size_t length = CharacterLength(name);
     const std::string_view character = name.substr(0, std::max<std::size_t>(length, 1));

@@ -23,7 +23,7 @@ bool CustomPageFunc(const Entry& /*entry*/, const char* /*status*/, const Json::
   return true;
 }
 
-// Names of files are for those who are let in.
+// Anybody can fetch these tags before a login, so they hold no file names.
 bool OpenGraphFunc(const Entry& entry, const char* /*status*/, const Json::Value& /*extra*/,
                    Json::Value& result) {
   const std::string& title = entry.get_protect_title();

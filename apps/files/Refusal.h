@@ -1,4 +1,5 @@
-// Why a call is refused. Thrown inside the application; the handlers in Api.cpp answer it.
+// Why a call is refused. Thrown inside the application; the handlers in Api.cpp turn it into an
+// answer.
 #pragma once
 
 #include <json/value.h>
@@ -15,15 +16,15 @@ enum Code {
   kOthersLink = 1007,
   kAddressDenied = 1008,
   kUsedUp = 1012,
-  kNoRoot = 2000,         // none of this name, or not for this account
+  kNoRoot = 2000,         // no root of this name, or not for this account
   kNotFound = 2001,       // no such file or folder, or not readable for the link's owner
   kWrongKind = 2002,      // a file where a folder is needed, or the other way round
   kNothingShared = 2003,  // the link's data name nothing that can be shared
-  kNoUploads = 2004,      // the link takes none
-  kUploadLimit = 2005,    // too large, or as many as it takes are there
+  kNoUploads = 2004,      // the link takes no uploads
+  kUploadLimit = 2005,    // the file is too large, or the link has its most files
   kNoSpace = 2006,        // the disk or the owner's quota is full
   kWrongOffset = 2007,    // the detail's "offset" is where the upload goes on
-  kNoUpload = 2008,       // none of this id
+  kNoUpload = 2008,       // no upload of this id
   kUnavailable = 2009,    // not set up; the log says what is missing
   kNoPicture = 2010,      // no small picture can be made of the file
 };

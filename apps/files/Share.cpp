@@ -13,7 +13,7 @@ constexpr Json::ArrayIndex kMostItems = 1000;
 
 std::uint64_t LimitOf(const Json::Value& value) {
   if (value.isNull()) return std::numeric_limits<std::int64_t>::max();
-  // A limit that can't be read lets nothing in.
+  // A malformed limit allows nothing.
   return value.isUInt64() ? value.asUInt64() : 0;
 }
 

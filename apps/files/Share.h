@@ -1,4 +1,5 @@
-// What a link shares, as its data say and its owner's rights and the configuration allow now.
+// What a link shares: what its data names, as far as the configuration and its owner's rights allow
+// it now.
 #pragma once
 
 #include <json/value.h>
@@ -16,7 +17,7 @@
 namespace VELT::files {
 
 // What visitors may leave. The link's data hold it as "upload": {"max_size": BYTES of one file,
-// "max_files": NUMBER, "only": true where visitors see nothing of what is there}.
+// "max_files": NUMBER, "only": true when visitors see none of the folder's files}.
 struct UploadRule {
   bool allowed = false;
   bool only = false;
@@ -24,12 +25,12 @@ struct UploadRule {
   std::uint64_t max_files = 0;
 };
 
-// The data of a link, {"root": NAME, "items": [PATHS, see Names.h], "upload": {...}}, are an owner's
-// words and prove nothing: every use looks each path up anew.
+// A link's data, {"root": NAME, "items": [PATHS, see Names.h], "upload": {...}}, comes from its
+// owner and is not trusted: every use looks each path up again.
 class Share {
  public:
-  // Throws Refusal: kNothingShared where the data are of another shape, kNoRoot, or kNoLink where
-  // the owner is no account any more.
+  // Throws Refusal: kNothingShared when the data has another shape, kNoRoot, or kNoLink when the
+  // owner's account is gone.
   explicit Share(const sharing::record::Entry& entry);
 
   const Account& owner() const { return owner_; }
@@ -38,13 +39,13 @@ class Share {
   const std::vector<std::string>& items() const { return items_; }  // paths beneath the root
   const UploadRule& upload() const { return upload_; }
 
-  // The path beneath the root of what a visitor calls "<number of the item>[/<path>]" (see Names.h).
+  // The path beneath the root for a visitor's path, "<number of the item>[/<path>]" (see Names.h).
   // Throws Refusal(kNotFound).
   std::string PathOf(const std::string& visitors) const;
-  // What a visitor sees it called.
+  // The name that visitors see for a path beneath the root.
   std::string NameOf(const std::string& path) const;
 
-  // What stands at a path beneath the root. With the owner's ids; throws Refusal.
+  // Finds what is at a path beneath the root. Call it with the owner's ids. Throws Refusal.
   Found Find(const std::string& path) const;
 
  private:
@@ -55,7 +56,7 @@ class Share {
   UploadRule upload_;
 };
 
-// "<name>", the link's id in the store and so on; the link's data alone. Null when there are none.
+// The link's own data, `app` in the API.
 Json::Value DataOf(const sharing::record::Entry& entry);
 
 }  // namespace VELT::files

@@ -56,7 +56,7 @@ std::string TimedName() {
   return std::string(kOut) + "/" + std::string(digits.data(), end) + "-" + RandomName();
 }
 
-// Removes what workers that died have left. As root.
+// Removes what dead workers have left behind. Needs root's ids.
 void Sweep(int spool) {
   static std::time_t next = 0;
   const std::time_t now = std::time(nullptr);
@@ -76,7 +76,7 @@ void RemoveAsRoot(const std::string& path) {
   try {
     const IdsGuard root = IdsGuard::Root();
     unlink(path.c_str());
-  } catch (const Refusal&) {  // logged; swept away later
+  } catch (const Refusal&) {  // logged already; Sweep removes it later
   }
 }
 

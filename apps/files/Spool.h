@@ -1,5 +1,5 @@
-// The folder in which files wait for the web server, and uploads until they are whole. It is root's,
-// and nobody else can list it or change a name in it.
+// The folder in which files wait for the web server, and uploads until they are complete. It
+// belongs to root, and nobody else can change a name in it.
 #pragma once
 
 #include <string>
@@ -16,17 +16,18 @@ class Spool {
   // could change it. The configuration must outlive the object.
   explicit Spool(const Configuration& configuration);
 
-  // Hands an opened file to the web server: returns the header line. The web server is given a name
-  // of the file's own inode, so that what is sent is what was checked, whatever became of its path
-  // meanwhile. The name goes when the answer has been taken. The web server reads the file with its
-  // own account: throws Refusal(kUnavailable), with a log line, where that may not read it.
+  // Hands an opened file to the web server and returns the header line. The web server gets a hard
+  // link to the file's inode, so it sends the file that was checked, whatever has happened to the
+  // path since. The link is removed when the web server has taken the answer. The web server reads
+  // the file with its own account: throws Refusal(kUnavailable), with a log line, when that account
+  // may not read it.
   std::string HandOver(const Descriptor& file, APIResponse& response) const;
-  // The same for a program with the service's account: returns the file's path.
+  // The same for a program that runs with the service's account: returns the link's path.
   std::string Offer(const Descriptor& file, APIResponse& response) const;
-  // The header line for a file that stands in the spool already, under a name that stays.
+  // The header line for a file that stays in the spool.
   std::string HeaderFor(const std::string& name) const;
 
-  // Makes a folder in it unless it is there: root's own, or the service's. Throws
+  // Makes a folder in the spool, for root or for the service, unless it exists. Throws
   // Refusal(kUnavailable).
   enum class For { kRoot, kService };
   void MakeFolder(const std::string& name, For whom) const;
@@ -39,7 +40,7 @@ class Spool {
   const Descriptor folder_;
 };
 
-// 32 digits that nobody can guess.
+// 32 hexadecimal digits that nobody can guess.
 std::string RandomName();
 
 }  // namespace VELT::files

@@ -1,5 +1,5 @@
-// Small pictures of pictures, made when a page first shows them by a program that may do nothing
-// else, and kept.
+// Thumbnails of pictures. A confined program makes one when a page first shows the picture; the
+// spool keeps it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -32,9 +32,9 @@ constexpr const char* kFormat = ".jpg[Q=75,strip]";
 constexpr off_t kLargestSource = off_t{256} * 1024 * 1024;
 constexpr std::size_t kLargest = std::size_t{256} * 1024;
 constexpr off_t kLargestCache = off_t{256} * 1024 * 1024;
-constexpr unsigned int kTrimEvery = 64;  // pictures that one process makes
+constexpr unsigned int kTrimEvery = 64;  // pictures made by one process
 
-// Of another content, another name.
+// Another content gets another name.
 std::string NameOf(const struct stat& status) {
   std::array<char, 128> text{};
   std::snprintf(text.data(), text.size(), "%s/%llx-%llx-%llx-%llx.%lx.jpg", kFolder,
@@ -71,7 +71,7 @@ void Trim(int folder) {
 
 // Empty when the program makes none.
 std::string MakePicture(const std::string& source) {
-  // Loaders that were never hardened against hostile files stay shut.
+  // Keeps out the loaders that are not hardened against hostile files.
   setenv("VIPS_BLOCK_UNTRUSTED", "1", 1);
   FILE* stream = VLIBCPopen(kProgram, "r", source.c_str(), "--size", kSize, "-o", kFormat, nullptr);
   if (stream == nullptr) return {};

@@ -20,13 +20,13 @@ namespace {
 
 constexpr unsigned long long kNoLinks = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
 
-// A handle opens nothing: no pipe is waited for and no device stirred.
+// A handle (O_PATH) opens nothing, so that no pipe blocks and no device starts.
 Found FindAt(int folder, const std::string& path, unsigned long long resolve) {
   open_how how{};
   how.flags = O_PATH | O_CLOEXEC;
   how.resolve = resolve;
   Found found;
-  // The kernel gives up a walk during which something was moved.
+  // The kernel gives up with EAGAIN when something was moved while it looked up the path.
   constexpr int kMostTries = 16;
   for (int tries = 0; tries < kMostTries; ++tries) {
     found.handle =
@@ -87,7 +87,7 @@ int Compare(const Name& a, const Name& b, Order::By by) {
   return 0;
 }
 
-// The files and folders in an open folder, which the stream reads. `by` says what must be known.
+// The files and folders of an open folder. `by` decides whether their status is needed.
 std::vector<Name> ReadNames(DIR* stream, Order::By by) {
   const bool with_status = by == Order::By::kSize || by == Order::By::kTime;
   std::vector<Name> names;
@@ -110,7 +110,7 @@ std::vector<Name> ReadNames(DIR* stream, Order::By by) {
   return names;
 }
 
-// A mount point is shown as little as what is in it can be opened.
+// Leaves out mount points, since Find opens nothing on another file system.
 bool LookAt(int folder, dev_t device, Item& item) {
   return fstatat(folder, item.name.c_str(), &item.status, AT_SYMLINK_NOFOLLOW) == 0 &&
          (S_ISREG(item.status.st_mode) || S_ISDIR(item.status.st_mode)) &&
@@ -130,7 +130,7 @@ Found Find(const Found& folder, const std::string& path) {
 }
 
 Descriptor Open(const Found& found, int flags) {
-  // The handle's own inode, with the rights of the present ids.
+  // Opens the handle's own inode, with the rights of the present ids.
   const std::string path = "/proc/self/fd/" + std::to_string(found.handle.get());
   Descriptor opened(open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY));
   if (opened.get() < 0) throw Refusal(kNotFound);

@@ -1,5 +1,5 @@
-// Files and folders beneath a root, opened so that neither names nor links nor a change at the same
-// moment lead out of it. To be called with the ids of the account whose files they are (see Ids.h).
+// Files and folders beneath a root, opened so that no name, no symbolic link and no concurrent
+// change leads out of it. Call these with the ids of the account that shares them (see Ids.h).
 #pragma once
 
 #include <sys/stat.h>
@@ -13,22 +13,22 @@
 
 namespace VELT::files {
 
-// A regular file or a folder: other kinds are not found.
+// A regular file or a folder; other kinds are never found.
 struct Found {
-  Descriptor handle;  // names it, whatever its path becomes; not yet opened for reading
+  Descriptor handle;  // stays with the file whatever happens to its path; can't be read from
   struct stat status {};
 
   bool IsFolder() const { return S_ISDIR(status.st_mode); }
 };
 
-// The root itself. Its path holds no symbolic link. Throws Refusal(kNotFound).
+// The root itself, unless a symbolic link is in its path. Throws Refusal(kNotFound).
 Found FindRoot(const Root& root);
 
-// What stands at `path` (see ToPath) beneath `folder` and may be read, on the same file system and
-// without a symbolic link on the way. Throws Refusal(kNotFound).
+// Finds what is at `path` (see ToPath) beneath `folder`. It must be readable and on the same file
+// system, with no symbolic link on the way. Throws Refusal(kNotFound).
 Found Find(const Found& folder, const std::string& path);
 
-// Opened with `flags` of open(2). Throws Refusal(kNotFound).
+// Opens it with `flags` of open(2). Throws Refusal(kNotFound).
 Descriptor Open(const Found& found, int flags);
 
 struct Item {
@@ -42,14 +42,15 @@ struct Order {
   bool descending = false;
 };
 
-// Files and folders directly in a folder: folders first, each part in order; of equal ones by name,
-// without regard to the case of A to Z.
+// A page of the files and folders directly in a folder. Folders come first; equal ones are ordered
+// by name, in which A to Z are equal to a to z.
 struct Listing {
-  std::size_t total = 0;    // how many there are, those that can't be read included
-  std::vector<Item> shown;  // of the `limit` from `offset` on, those that can be read
+  std::size_t total = 0;    // files and folders in the folder, unreadable ones included
+  std::vector<Item> shown;  // the readable ones of the `limit` from `offset` on
 };
 
-// By size or time every file is looked at; else only those that are shown. Throws Refusal.
+// An order by size or time needs the status of every file, another only of those that are shown.
+// Throws Refusal.
 Listing List(const Found& folder, const Order& order, std::size_t offset, std::size_t limit);
 
 }  // namespace VELT::files

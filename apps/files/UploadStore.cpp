@@ -24,13 +24,13 @@ namespace VELT::files {
 namespace {
 
 constexpr const char* kIn = "in";
-constexpr const char* kDone = "/done";  // as many bytes as files are whole; locked while counted
+constexpr const char* kDone = "/done";  // its size counts complete files; locked for that
 constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause =
     std::time_t{24} * 60 * 60;  // seconds until an upload is given up
 constexpr std::time_t kSweepEvery = std::time_t{60} * 60;
 constexpr int kMostNames = 1000;
-constexpr std::uint64_t kMostOpen = 1000;  // uploads of one link at a time
+constexpr std::uint64_t kMostOpen = 1000;  // unfinished uploads of one link
 
 bool IsId(const std::string& text) {
   return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -65,7 +65,7 @@ std::string NumberedName(const std::string& name, int number) {
   return stem + tail;
 }
 
-// The uploads that stand in a link's folder, without those that were given up, which are removed.
+// Counts the unfinished uploads in a link's folder, and removes those that were given up.
 std::uint64_t CountOpen(int folder) {
   const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : fdopendir(copy), closedir);
@@ -100,7 +100,7 @@ void WriteAbout(int spool, const std::string& path, const std::string& name, std
   }
 }
 
-// Removes what visitors of all links, deleted ones included, have given up. As root.
+// Removes the uploads that were given up, of all links and of deleted ones. Needs root's ids.
 void SweepAll(int spool) {
   static std::time_t next = 0;
   const std::time_t now = std::time(nullptr);
@@ -122,7 +122,7 @@ std::string ReadAll(int file) {
   return text;
 }
 
-// Whole or not at all.
+// Writes the whole piece or none of it.
 void Append(int file, std::int64_t offset, std::string_view piece) {
   std::int64_t at = offset;
   while (!piece.empty()) {
@@ -142,7 +142,7 @@ void Append(int file, std::int64_t offset, std::string_view piece) {
 
 }  // namespace
 
-// Locked until it ends.
+// The file is locked as long as this object lives.
 struct UploadStore::Upload {
   Descriptor file;
   std::string name;
@@ -165,7 +165,7 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
     const IdsGuard owner(share_.owner());
     const Found target = share_.Find(share_.items().front());
     if (!target.IsFolder()) throw Refusal(kNoUploads);
-    // Made there, so that it has the folder's group, default rights and file system.
+    // Made in the folder, so that it gets the folder's group, default rights and file system.
     file = Descriptor(open(ProcPath(target.handle).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0660));
     if (file.get() < 0) ThrowFor(errno);
   }
@@ -239,7 +239,7 @@ std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t 
   return name;
 }
 
-// A link is made under a free name or not at all, so nothing is ever overwritten.
+// A hard link never replaces a file, so nothing is overwritten.
 std::string UploadStore::Publish(const Upload& upload) {
   const Found target = share_.Find(share_.items().front());
   const Descriptor folder = files::Open(target, O_RDONLY | O_DIRECTORY);

@@ -1,5 +1,5 @@
-// Uploads that are not whole yet. Each is a file of the link's owner, without a name in the folder
-// that it is for; the spool has its name until then.
+// Uploads that are not complete yet. Each is a file that belongs to the link's owner. Until it is
+// complete it has a name in the spool, and none in the folder that it is for.
 #pragma once
 
 #include <cstdint>
@@ -11,27 +11,27 @@
 
 namespace VELT::files {
 
-// One per call; several processes may work on the same link at once.
+// Made for one call. Several processes may work on the same link at once.
 class UploadStore {
  public:
-  // Of the link whose id in the store is `link`. Throws Refusal.
+  // For the link whose id in the store is `link`. Throws Refusal.
   UploadStore(const Share& share, std::int64_t link);
 
   struct State {
-    std::int64_t offset;  // how much is there
+    std::int64_t offset;  // bytes received
     std::int64_t size;    // of the whole file
   };
 
-  // Room for a file that will be called `name`; returns the upload's id. Throws Refusal: kNoUploads,
-  // kUploadLimit, kNoSpace.
+  // Begins the upload of a file called `name` and returns the upload's id. Throws Refusal:
+  // kNoUploads, kUploadLimit, kNoSpace.
   std::string Begin(const std::string& name, std::int64_t size);
 
   // Throws Refusal(kNoUpload).
   State StateOf(const std::string& id);
 
-  // Appends a piece at `offset`, which must be where the upload stands. With the last the file gets
-  // its name in the folder, or the next that is free ("a (2).txt"), and that is returned. What was
-  // told as written is on the disk. Throws Refusal; the upload then stands where it stood.
+  // Appends a piece at `offset`, which must be the upload's own. After the last piece the file gets
+  // its name in the folder, or the next that is free ("a (2).txt"), which is returned. On return
+  // the piece is on the disk. Throws Refusal; of a piece that can't be written nothing is kept.
   std::optional<std::string> Add(const std::string& id, std::int64_t offset,
                                  const std::string& piece);
 

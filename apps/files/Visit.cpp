@@ -41,7 +41,7 @@ Entry Admit(const APIRequest& request, APIResponse& response, bool log_in) {
   }
   const std::string sid = request.GetSharingSID();
   if (sharing::HoldsToken(entry, sid)) return entry;
-  // A link that is off or not open is as good as none.
+  // A link that is off or outside its times is refused like a missing one.
   const LinkStatus status = entry.get_status();
   const bool is_open = status == LinkStatus::kActive || status == LinkStatus::kUsedUp;
   if (!is_open || entry.get_owner_user().empty()) throw Refusal(kNoLink);

@@ -1,4 +1,4 @@
-// The visitor of a request, let in or refused.
+// Lets the visitor of a request in, or refuses them.
 #pragma once
 
 #include "veltsharing/Entry.h"
@@ -9,10 +9,10 @@ namespace VELT::files {
 
 constexpr const char* kProject = "files";
 
-// The link of a visitor's request, as it is in the store now. Throws Refusal where it is none of
-// this application's, or the visitor has no visit that holds. With `log_in`, one who comes to a link
-// without protection and has no visit gets one, counted like any other, and its cookie: so a single
-// request downloads a file.
+// Returns the link of a visitor's request, as it is in the store now. Throws Refusal when the link
+// is not this application's, or the visitor has no valid visit. With `log_in`, a visitor without a
+// visit is logged in to a link that has no protection; that visit counts like any other, and its
+// cookie is set. So a single request can download a file.
 sharing::record::Entry Admit(const APIRequest& request, APIResponse& response, bool log_in);
 
 }  // namespace VELT::files

@@ -12,7 +12,7 @@
 namespace VELT::files {
 namespace {
 
-// The items themselves, those that are gone left out.
+// The items themselves, without those that are gone.
 Json::Value ListItems(const Share& share) {
   Json::Value rows(Json::arrayValue);
   const IdsGuard owner(share.owner());
@@ -37,7 +37,7 @@ Json::Value UploadJson(const UploadRule& rule) {
   return data;
 }
 
-// Nothing in the file may act in this site's name, or be taken for something else.
+// A browser must not run anything in the file with this site's rights, nor guess another type.
 std::string SafetyHeaders(const MediaType& media) {
   std::string lines = std::string("Content-Type: ") + media.type +
                       "\r\nX-Content-Type-Options: nosniff\r\nReferrer-Policy: no-referrer\r\n"

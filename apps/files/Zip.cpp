@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{256} * 1024;
 
-// libarchive asks the locale which characters a name has.
+// libarchive reads names in the encoding of the locale.
 class Utf8Locale {
  public:
   Utf8Locale() : mine_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), before_(uselocale(mine_)) {}
@@ -55,7 +55,7 @@ class ZipStream {
       : share_(share), response_(response), archive_(archive_write_new(), archive_write_free) {
     archive* const raw = archive_.get();
     archive_write_set_format_zip(raw);
-    // Pictures, sound and films don't get smaller, and the disk is no faster than the line.
+    // Pictures, sound and films are compressed already.
     archive_write_zip_set_compression_store(raw);
     archive_write_set_options(raw, "zip:hdrcharset=UTF-8");
     archive_write_set_bytes_per_block(raw, static_cast<int>(kBlock));
@@ -63,7 +63,7 @@ class ZipStream {
     good_ = archive_write_open2(raw, &response_, nullptr, Write, nullptr, nullptr) == ARCHIVE_OK;
   }
 
-  // Adds what stands at `path` and beneath it. False when nothing more is to be sent.
+  // Adds what is at `path` and beneath it. False when nothing more can be sent.
   bool Add(const std::string& path) {
     std::vector<std::pair<std::string, std::string>> waiting = {
         {path, UniqueTop(NameInArchive(share_.NameOf(path)))}};
@@ -115,7 +115,7 @@ class ZipStream {
         const IdsGuard owner(share_.owner());
         listing = List(found, {Order::By::kName, true}, 0, std::numeric_limits<std::size_t>::max());
       }
-      // The last that is put there is the first to be taken.
+      // In descending order, because the last one is taken first.
       for (const Item& item : listing.shown) {
         waiting.emplace_back(Join(path, item.name), name + "/" + NameInArchive(item.name));
       }
@@ -135,7 +135,7 @@ class ZipStream {
     return archive_write_header(archive_.get(), entry.get()) >= ARCHIVE_WARN;
   }
 
-  // A file that has become shorter would be one of wrong content.
+  // False when the file has become shorter than its header says.
   bool WriteContent(const Descriptor& file, off_t size) {
     posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     while (size > 0) {
@@ -172,7 +172,7 @@ std::vector<std::string> ChosenPaths(const APIRequest& request, const Share& sha
   return paths;
 }
 
-// Of one thing its own name, of several that of the link.
+// A single item gives its own name, several take the link's title.
 std::string NameOfArchive(const sharing::record::Entry& entry, const Share& share,
                           const std::vector<std::string>& paths) {
   std::string name = paths.size() == 1 ? share.NameOf(paths.front()) : entry.get_protect_title();

@@ -1,4 +1,4 @@
-// Where a link's API and files are.
+// The API of the page's link, and what its errors mean.
 
 import {callApi} from '/shared/api.js';
 import {explain} from '/shared/errors.js';
@@ -16,8 +16,8 @@ export function addressOf(method, params) {
 const LONGEST_ADDRESS = 6000;
 
 /**
- * Has the browser store an archive of these paths. By POST only where they are too many for an address: over plain
- * HTTP a form of this page, which sends no referrer, looks like another site's.
+ * Downloads an archive of these paths. Uses POST only when an address can't hold them: over plain HTTP a form of this
+ * page, which sends no referrer, looks like another site's.
  */
 export function downloadZip(paths) {
   const address = addressOf('zip', paths.length > 0 ? {paths: JSON.stringify(paths)} : {});
@@ -44,7 +44,7 @@ const WORDS = {
   1012: 'This link is used up.',
   2000: 'What this link shares is not available any more.',
   2001: 'This is not there any more.',
-  2002: 'This is not what it was any more.',
+  2002: 'A file has become a folder, or a folder a file. Reload the page.',
   2003: 'This link shares nothing.',
   2004: 'This link takes no files at the moment.',
   2005: 'This file is too large, or the link has taken as many files as it may.',

@@ -1,4 +1,4 @@
-// Leaving files: each is sent in pieces, and goes on where it stood when the connection comes back.
+// Uploads. A file is sent in pieces, and the upload goes on when the connection comes back.
 
 import {ApiError, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
@@ -25,7 +25,7 @@ async function sendPiece(upload, offset, blob) {
   return answer.data;
 }
 
-// Waits between tries, longer each time. What isn't the connection's fault is final.
+// Waits between tries, longer each time. Tries again only after failures that may pass.
 async function persist(state, step) {
   for (;;) {
     try {
@@ -57,7 +57,7 @@ async function sendFile(file, state) {
             try {
               ({offset} = await call('upload_state', {upload}));
             } catch (gone) {
-              // An upload that is whole is one no longer.
+              // A complete upload is no longer an upload.
               if (gone.code !== 2008 || at + PIECE < file.size) throw gone;
               return {offset: file.size, name: encodeName(file.name)};
             }

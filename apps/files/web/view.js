@@ -102,7 +102,7 @@ function enter({path}) {
   reload({path});
 }
 
-// The folders above, as the address of the present one has them.
+// The folders above the present one, from its path.
 function drawTrail() {
   const names = view.path.split('/');
   const steps = names.map((name, at) => {
