@@ -122,22 +122,25 @@ std::string ReadAll(int file) {
   return text;
 }
 
+[[noreturn]] void TakeBack(int file, std::int64_t offset) {
+  const int error = errno;
+  if (ftruncate(file, offset) != 0) {
+    syslog(LOG_ERR, "files: cannot take a piece back: %s", strerror(errno));
+  }
+  ThrowFor(error);
+}
+
 // Writes the whole piece or none of it.
 void Append(int file, std::int64_t offset, std::string_view piece) {
   std::int64_t at = offset;
   while (!piece.empty()) {
     const ssize_t written = pwrite(file, piece.data(), piece.size(), at);
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      const int error = errno;
-      if (ftruncate(file, offset) != 0)
-        syslog(LOG_ERR, "files: cannot take a piece back: %s", strerror(errno));
-      ThrowFor(error);
-    }
+    if (written < 0) TakeBack(file, offset);
     at += written;
     piece.remove_prefix(static_cast<std::size_t>(written));
   }
-  if (fdatasync(file) != 0) ThrowFor(errno);
+  if (fdatasync(file) != 0) TakeBack(file, offset);
 }
 
 }  // namespace
@@ -203,11 +206,13 @@ UploadStore::Upload UploadStore::Open(const std::string& id) {
   Descriptor file(openat(spool_.folder(), path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
   const Descriptor about(
       openat(spool_.folder(), (path + kAbout).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  // A piece whose connection was cut may still be written.
+  // The lock waits for a piece that is still being written although its connection was cut. If that
+  // was the last one, the upload's name in the spool is gone afterwards.
   struct stat status {};
   Json::Value content;
   if (file.get() < 0 || about.get() < 0 || flock(file.get(), LOCK_EX) != 0 ||
-      fstat(file.get(), &status) != 0 || !ParseJsonText(ReadAll(about.get()), content)) {
+      fstatat(spool_.folder(), path.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !ParseJsonText(ReadAll(about.get()), content)) {
     throw Refusal(kNoUpload);
   }
   const auto name = ToPath(content["name"].asString());

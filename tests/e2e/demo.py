@@ -199,6 +199,14 @@ class Visitor:
         return self.call(SHARING + ".Login", "login", {"sharing_id": self.link_id, **params})
 
 
+def wait_until(condition, seconds=60):
+    """Polls until the condition holds; AssertionError when it does not within `seconds`."""
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, "waited in vain"
+        time.sleep(0.02)
+
+
 def free_port():
     """A port on 127.0.0.1 that nobody listens at now, below those that the system gives to clients meanwhile."""
     while True:

@@ -6,11 +6,10 @@ import os
 import socket
 import subprocess
 import threading
-import time
 import unittest
 import zipfile
 
-from demo import SHARING, Demo
+from demo import SHARING, Demo, wait_until
 from shared_files import FILES, Shared, ask, code, get, listed, query
 
 DEMO = ALICE = None
@@ -274,10 +273,7 @@ class Downloads(unittest.TestCase):
                     self.assertEqual(200, visitor.page().status)
                     self.assertEqual(206, get(visitor, "0/a.bin", headers={"Range": "bytes=0-9"}).status)
         spool = DEMO.path("/usr/velt/var/spool/files/out")
-        deadline = time.monotonic() + 20
-        while os.listdir(spool):
-            self.assertLess(time.monotonic(), deadline, os.listdir(spool))
-            time.sleep(0.05)
+        wait_until(lambda: not os.listdir(spool))
 
     def test_small_pictures(self):
         ALICE.put("pictures/broken.png", b"\x89PNG\r\n\x1a\nno picture")

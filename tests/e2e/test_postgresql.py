@@ -8,23 +8,14 @@ import shutil
 import subprocess
 import tempfile
 import threading
-import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from demo import SHARING, Demo, free_port
+from demo import SHARING, Demo, free_port, wait_until
 
 PROGRAMS = sorted(glob.glob("/usr/lib/postgresql/*/bin"))[-1]
 AS_USER = ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
-SECONDS = 60  # until what must happen counts as failed
 NO_DATABASE = 117
-
-
-def wait_until(condition):
-    end = time.monotonic() + SECONDS
-    while not condition():
-        assert time.monotonic() < end, "waited in vain"
-        time.sleep(0.02)
 
 
 class Server:

@@ -1,13 +1,15 @@
 """What visitors leave by an upload link: in pieces, within limits, never over anything, whole or not at all."""
 
+import fcntl
 import glob
 import json
 import os
 import shutil
 import subprocess
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
-from demo import Demo
+from demo import Demo, wait_until
 from shared_files import Shared, ask, code, get, listed, query
 
 DEMO = ALICE = None
@@ -26,6 +28,12 @@ def tearDownModule():
 def send(visitor, upload, offset, piece):
     return visitor.request("POST", query("upload_piece", upload=upload, offset=offset), piece,
                            {"Content-Type": "application/octet-stream"}).json
+
+
+def is_waited_for(file):
+    """Whether a process waits for a lock of the file (proc_locks(5))."""
+    with open("/proc/locks", encoding="ascii") as locks:
+        return any("-> FLOCK" in lock and f":{os.fstat(file.fileno()).st_ino} " in lock for lock in locks)
 
 
 class Uploads(unittest.TestCase):
@@ -63,6 +71,18 @@ class Uploads(unittest.TestCase):
         self.assertEqual(200, get(visitor, "0/a (2).txt").status)
         self.assertEqual(2008, code(send(visitor, upload, 9 << 20, b"x")))
         self.assertEqual("empty", self.begin(visitor, "empty", 0)["data"]["name"])
+
+    def test_a_state_that_waits_for_the_last_piece_finds_no_upload(self):
+        _, visitor = self.inbox()
+        upload = self.begin(visitor, "new.txt", 5)["data"]["upload"]
+        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{upload}"))
+        with ThreadPoolExecutor(1) as pool:
+            with open(path, "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX)  # as while a piece is written
+                state = pool.submit(ask, visitor, "upload_state", upload=upload)
+                wait_until(lambda: is_waited_for(file))
+                os.unlink(path)  # as after the last one
+            self.assertEqual(2008, code(state.result()))
 
     def test_limits_and_names(self):
         folder, visitor = self.inbox(max_files=2, max_size=10)
