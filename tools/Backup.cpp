@@ -1,5 +1,5 @@
-// backup and restore of an SQLite database. Both copy through SQLite, so that a service at work
-// sees one whole database and loses nothing that it has reported as stored.
+// backup and restore of an SQLite database. Both copy through SQLite, so that a running service
+// always sees one whole database and loses nothing that it has reported as stored.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,8 +18,8 @@
 namespace VELT::tools {
 namespace {
 
-std::string PathOf(const Place& place, const char* instead) {
-  std::string path = sharing::db::SqlitePath(place.database);
+std::string PathOf(const HostOptions& options, const char* instead) {
+  std::string path = sharing::db::SqlitePath(options.database);
   if (path.empty()) {
     throw Failure(std::string("PostgreSQL has its own program for this: use ") + instead);
   }
@@ -44,7 +44,7 @@ int VersionOf(SqliteFile& file) {
 
 long long LinksOf(SqliteFile& file) { return std::stoll(file.Text("select count(*) from link")); }
 
-// What is copied must be whole and of a version that this release can use.
+// A backup must be undamaged and of a version that this release can use.
 void CheckBackup(SqliteFile& file, const std::string& path) {
   file.CheckIntegrity();
   const int version = VersionOf(file);
@@ -55,7 +55,7 @@ void CheckBackup(SqliteFile& file, const std::string& path) {
   }
 }
 
-void BringUp(const std::string& path) {
+void Upgrade(const std::string& path) {
   const auto session = sharing::db::OpenSession("sqlite3 " + path);
   sharing::db::Transaction transaction(*session);
   sharing::db::Migrate(*session);
@@ -77,7 +77,8 @@ Target StateOf(const std::string& path) {
   }
 }
 
-const char* Refusal(Target state) {
+// Null when the target may be replaced.
+const char* ReasonToKeep(Target state) {
   switch (state) {
     case Target::kMissing:
     case Target::kEmpty:
@@ -92,7 +93,7 @@ const char* Refusal(Target state) {
   return nullptr;
 }
 
-// A log beside a file that it doesn't belong to would be written into it.
+// SQLite would write a log that it finds beside a new database into that database.
 void RemoveLog(const std::string& path) {
   for (const char* suffix : {"-wal", "-shm", "-journal"}) {
     const std::string log = path + suffix;
@@ -104,10 +105,10 @@ void RemoveLog(const std::string& path) {
 
 }  // namespace
 
-Json::Value Backup(const Place& place, const std::string& file, bool force) {
-  const std::string path = PathOf(place, "pg_dump");
+Json::Value Backup(const HostOptions& options, const std::string& file, bool force) {
+  const std::string path = PathOf(options, "pg_dump");
   int version = 0;
-  OpenAnyVersion(place.database, version);
+  OpenAnyVersion(options.database, version);
   if (IsSameFile(path, file) || Exists(file + "-wal"))
     throw Failure(file + " is a database in use");
   if (!force && Exists(file)) throw Failure(file + " exists; --force replaces it");
@@ -117,7 +118,7 @@ Json::Value Backup(const Place& place, const std::string& file, bool force) {
     const SqliteFile source(path, SqliteFile::Mode::kWrite);
     SqliteFile target(copy.path(), SqliteFile::Mode::kWrite);
     target.CopyFrom(source);
-    // One file, that may lie where nobody can write.
+    // So that the copy is one file, which can be read in a folder that nobody can write to.
     target.Execute("pragma journal_mode = delete");
     target.CheckIntegrity();
     result["links"] = Json::Int64{LinksOf(target)};
@@ -128,10 +129,10 @@ Json::Value Backup(const Place& place, const std::string& file, bool force) {
   return result;
 }
 
-Json::Value Restore(const Place& place, const std::string& file, bool force) {
-  const std::string path = PathOf(place, "pg_restore, or psql for a dump that is plain text");
+Json::Value Restore(const HostOptions& options, const std::string& file, bool force) {
+  const std::string path = PathOf(options, "pg_restore, or psql for a dump that is plain text");
   const Target state = StateOf(path);
-  if (const char* why = Refusal(state); why != nullptr && !force) {
+  if (const char* why = ReasonToKeep(state); why != nullptr && !force) {
     throw Failure(path + " " + why + "; --force replaces it");
   }
   if (state == Target::kMissing && Exists(path + "-wal")) {
@@ -147,7 +148,7 @@ Json::Value Restore(const Place& place, const std::string& file, bool force) {
     result["links"] = Json::Int64{LinksOf(target)};
     result["schema_version"] = VersionOf(target);
   }
-  BringUp(copy.path());
+  Upgrade(copy.path());
   GiveToFolderOwner(copy.path());
   if (state == Target::kMissing || state == Target::kUnusable) {
     if (state == Target::kUnusable) RemoveLog(path);

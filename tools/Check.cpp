@@ -1,4 +1,4 @@
-// check: whether the service can do its work with these options on this machine.
+// check: whether the service can run with these options on this machine.
 #include <unistd.h>
 
 #include <chrono>
@@ -28,53 +28,53 @@ const char* TextOf(State state) {
   return "";
 }
 
-// The ids that velt-webapid takes on with these options; the configuration's own check reports
-// accounts that are not there.
-host::Ids IdsOf(const Place& place) {
-  host::Ids ids{geteuid(), getegid(), place.user};
-  if (const auto user = accounts::FindUser(place.user)) {
+// The ids that velt-webapid takes with these options. An account that does not exist is reported by
+// the check of the option file.
+host::Ids IdsOf(const HostOptions& options) {
+  host::Ids ids{geteuid(), getegid(), options.user};
+  if (const auto user = accounts::FindUser(options.user)) {
     ids.uid = user->uid;
     ids.gid = user->gid;
   }
-  if (const auto group = accounts::FindGroup(place.group)) ids.gid = *group;
+  if (const auto group = accounts::FindGroup(options.group)) ids.gid = *group;
   return ids;
 }
 
-Finding CheckDatabase(const Place& place, const host::Ids& /*ids*/) {
-  const std::string path = sharing::db::SqlitePath(place.database);
+Finding CheckDatabase(const HostOptions& options, const host::Ids& /*ids*/) {
+  const std::string path = sharing::db::SqlitePath(options.database);
   int version = 0;
-  const auto session = OpenAnyVersion(place.database, version);
-  const std::string text = NameOf(place.database) + ", schema version " + std::to_string(version);
+  const auto session = OpenAnyVersion(options.database, version);
+  const std::string text = NameOf(options.database) + ", schema version " + std::to_string(version);
   if (version > sharing::db::kSchemaVersion) {
     return {State::kFailed, text + ", made by a newer release: use its programs"};
   }
   if (!path.empty()) SqliteFile(path, SqliteFile::Mode::kRead).CheckIntegrity();
   Number(*session, "select count(*) from link");
   if (version < sharing::db::kSchemaVersion) {
-    return {State::kWarning, text + ": velt-webapid brings it to version " +
+    return {State::kWarning, text + ": velt-webapid upgrades it to version " +
                                  std::to_string(sharing::db::kSchemaVersion) +
                                  " when it opens it; make a backup before"};
   }
   return {State::kOk, text};
 }
 
-Finding CheckDatabaseRights(const Place& place, const host::Ids& ids) {
-  return CheckRights(sharing::db::SqlitePath(place.database), ids);
+Finding CheckDatabaseRights(const HostOptions& options, const host::Ids& ids) {
+  return CheckRights(sharing::db::SqlitePath(options.database), ids);
 }
 
-Finding CheckRegistry(const Place& place, const host::Ids& /*ids*/) {
-  host::Registry::Load(place.registry);
-  return {State::kOk, place.registry + " and the modules that it names"};
+Finding CheckRegistry(const HostOptions& options, const host::Ids& /*ids*/) {
+  host::Registry::Load(options.registry);
+  return {State::kOk, options.registry + " and the modules that it names"};
 }
 
-// What `work` finds, in a process of its own, for it may change ids, hang or crash.
-Finding Try(Finding (*work)(const Place& place, const host::Ids& ids), const Place& place,
-            const host::Ids& ids) {
+// Runs `work` in a process of its own, because it may change ids, hang or crash.
+Finding Try(Finding (*work)(const HostOptions& options, const host::Ids& ids),
+            const HostOptions& options, const host::Ids& ids) {
   constexpr std::chrono::seconds kPatience{60};
   const auto answer = [&]() -> std::string {
     Finding finding;
     try {
-      finding = work(place, ids);
+      finding = work(options, ids);
     } catch (const soci::soci_error& error) {
       finding = {State::kFailed, FirstLine(error)};
     } catch (const std::exception& error) {
@@ -87,13 +87,13 @@ Finding Try(Finding (*work)(const Place& place, const host::Ids& ids), const Pla
     case ForkedCall::kReturned:
       return {static_cast<State>(text.front() - '0'), text.substr(1)};
     case ForkedCall::kNotStarted:
-      return {State::kFailed, "no process can be started"};
+      return {State::kFailed, "the check can't start a process"};
     case ForkedCall::kTooLate:
-      return {State::kFailed, "no end after 60 seconds"};
+      return {State::kFailed, "the check did not end within 60 seconds"};
     case ForkedCall::kDied:
       break;
   }
-  return {State::kFailed, "crashes when it is looked at"};
+  return {State::kFailed, "the check crashed"};
 }
 
 void Add(Json::Value& result, const char* subject, const Finding& finding) {
@@ -107,18 +107,18 @@ void Add(Json::Value& result, const char* subject, const Finding& finding) {
 
 }  // namespace
 
-Json::Value Check(const Place& place) {
-  const host::Ids ids = IdsOf(place);
+Json::Value Check(const HostOptions& options) {
+  const host::Ids ids = IdsOf(options);
   Json::Value result;
   result["success"] = true;
-  if (!place.config.empty()) Add(result, "options", Try(CheckConfigFile, place, ids));
-  Add(result, "database", Try(CheckDatabase, place, ids));
-  if (!sharing::db::SqlitePath(place.database).empty()) {
-    Add(result, "rights", Try(CheckDatabaseRights, place, ids));
+  if (!options.config.empty()) Add(result, "options", Try(CheckConfigFile, options, ids));
+  Add(result, "database", Try(CheckDatabase, options, ids));
+  if (!sharing::db::SqlitePath(options.database).empty()) {
+    Add(result, "rights", Try(CheckDatabaseRights, options, ids));
   }
   Add(result, "qrencode", CheckQRCode());
   Add(result, "PAM", CheckPam());
-  if (!place.registry.empty()) Add(result, "registry", Try(CheckRegistry, place, ids));
+  if (!options.registry.empty()) Add(result, "registry", Try(CheckRegistry, options, ids));
   return result;
 }
 

@@ -78,16 +78,16 @@ std::string ComplaintOf(std::vector<std::string> command) {
 
 }  // namespace
 
-Finding CheckConfigFile(const Place& place, const host::Ids& /*ids*/) {
+Finding CheckConfigFile(const HostOptions& options, const host::Ids& /*ids*/) {
   const std::string host =
       std::filesystem::read_symlink("/proc/self/exe").replace_filename("velt-webapid");
-  const std::string complaint = ComplaintOf({host, "--check-config", "--config", place.config});
+  const std::string complaint = ComplaintOf({host, "--check-config", "--config", options.config});
   if (!complaint.empty()) return {State::kFailed, complaint};
-  if (place.database.find("password") != std::string::npos && IsOpenTo(place.config, 0044)) {
+  if (options.database.find("password") != std::string::npos && IsOpenTo(options.config, 0044)) {
     return {State::kWarning, "holds the database's password and others may read it: chmod 600 " +
-                                 place.config + ", or use a password file"};
+                                 options.config + ", or use a password file"};
   }
-  return {State::kOk, place.config};
+  return {State::kOk, options.config};
 }
 
 Finding CheckRights(const std::string& path, const host::Ids& ids) {
@@ -120,8 +120,8 @@ Finding CheckPam() {
   std::ifstream file(kPamService);
   if (!file) {
     return {State::kFailed, std::string(kPamService) +
-                                " is missing: PAM takes the service \"other\" instead. Make it, "
-                                "for example of the line \"@include common-auth\" and the line "
+                                " is missing: PAM uses the service \"other\" instead. Create it, "
+                                "for example with the line \"@include common-auth\" and the line "
                                 "\"@include common-account\""};
   }
   std::string text;
@@ -139,7 +139,7 @@ Finding CheckPam() {
   if (has_auth && has_account) return {State::kOk, kPamService};
   return {State::kFailed, std::string(kPamService) + " has no line for " +
                               (has_auth ? "\"account\"" : "\"auth\"") +
-                              ": PAM takes that of the service \"other\" instead"};
+                              ": PAM uses that of the service \"other\" instead"};
 }
 
 Finding CheckQRCode() {

@@ -1,4 +1,4 @@
-// The parts of `check` that are about files: the database's, the options', PAM's.
+// The parts of `check` that are about files and programs.
 #pragma once
 
 #include <string>
@@ -12,12 +12,12 @@ enum class State { kOk, kWarning, kFailed };
 
 struct Finding {
   State state = State::kOk;
-  std::string text = {};  // what is wrong and what to do; or what was found
+  std::string text = {};  // what was found, or what is wrong and what to do
 };
 
-// The service's own program judges its options.
-Finding CheckConfigFile(const Place& place, const host::Ids& ids);
-// `ids`: those of the service.
+// Has velt-webapid check its option file.
+Finding CheckConfigFile(const HostOptions& options, const host::Ids& ids);
+// Takes the service's `ids` for good, and checks its rights on the SQLite file `path` and the folder.
 Finding CheckRights(const std::string& path, const host::Ids& ids);
 Finding CheckPam();
 Finding CheckQRCode();

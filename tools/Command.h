@@ -9,8 +9,8 @@
 
 namespace VELT::tools {
 
-// What every command takes, read from the command line and the host's option file.
-struct Place {
+// The options of every command, read from the command line and the host's option file.
+struct HostOptions {
   std::string config;  // the file; empty: none was given
   std::string database;
   std::string registry;
@@ -18,17 +18,17 @@ struct Place {
   std::string group;
 };
 
-// The command can't do what it is for; the text is for the administrator.
+// The command failed; the text is for the administrator.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Each command returns its output, as --json prints it, and throws Failure, a
-// soci::soci_error or another std::exception. A member "success" that is false makes the program
-// fail all the same.
+// Each command returns its output, as --json prints it. It throws Failure, a soci::soci_error or
+// another std::exception. With a member "success" that is false the program prints the output and
+// then fails.
 
-Json::Value Check(const Place& place);
+Json::Value Check(const HostOptions& options);
 
 struct LinkFilter {
   std::string owner;        // an account's name or number; empty: everybody's
@@ -36,15 +36,15 @@ struct LinkFilter {
   std::string status;       // as in a link's JSON form; empty: all
   std::uint64_t limit = 0;  // 0: none
 };
-Json::Value List(const Place& place, const LinkFilter& filter);
-Json::Value Stats(const Place& place);
-Json::Value CollectGarbage(const Place& place, const std::string& owner,
+Json::Value List(const HostOptions& options, const LinkFilter& filter);
+Json::Value Stats(const HostOptions& options);
+Json::Value CollectGarbage(const HostOptions& options, const std::string& owner,
                            const std::string& project);
 
-Json::Value Backup(const Place& place, const std::string& file, bool force);
-Json::Value Restore(const Place& place, const std::string& file, bool force);
+Json::Value Backup(const HostOptions& options, const std::string& file, bool force);
+Json::Value Restore(const HostOptions& options, const std::string& file, bool force);
 
-// `show_progress`: a bar on standard error.
+// `show_progress` draws a bar on standard error.
 Json::Value Migrate(const std::string& from, const std::string& to, bool show_progress);
 
 }  // namespace VELT::tools

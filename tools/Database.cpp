@@ -52,7 +52,7 @@ std::unique_ptr<soci::session> OpenDatabase(const std::string& connection) {
   if (version > sharing::db::kSchemaVersion) {
     throw Failure(name + ": use the programs of the newer release");
   }
-  throw Failure(name + ": start this release's velt-webapid on it once, which brings it up");
+  throw Failure(name + ": start this release's velt-webapid on it once, which upgrades it");
 }
 
 std::string FirstLine(const soci::soci_error& error) {

@@ -1,4 +1,4 @@
-// The store's database, opened for a look or a repair: never made, never brought to another version.
+// Opens the store's database, but never makes or upgrades it.
 #pragma once
 
 #include <memory>
@@ -8,20 +8,21 @@
 
 namespace VELT::tools {
 
-// Opens the database that `connection` names. Throws Failure, which says what to do, when it is
-// not there, not the store's or of another version than this program's.
+// Opens the database that `connection` names. When it is missing, not the store's or of another
+// version than this program's, throws Failure, which says what to do.
 std::unique_ptr<soci::session> OpenDatabase(const std::string& connection);
 
-// As OpenDatabase, whatever version it has, which goes to `version`.
+// Like OpenDatabase, but takes every version and stores it in `version`.
 std::unique_ptr<soci::session> OpenAnyVersion(const std::string& connection, int& version);
 
 // `connection` without what may be secret in it: an SQLite file's path, or "PostgreSQL".
 std::string NameOf(const std::string& connection);
 
-// What went wrong, without the values in hand that SOCI, or a server below the first line, adds.
+// The error's text, without the values that SOCI adds to it and a server writes below the first
+// line.
 std::string FirstLine(const soci::soci_error& error);
 
-// The number that the statement gives.
+// The number that the statement returns.
 long long Number(soci::session& sql, const std::string& statement);
 
 }  // namespace VELT::tools

@@ -1,5 +1,5 @@
-// list, stats and gc: the links as an administrator sees them. Nothing here reads a password's
-// hash, a session's or private data.
+// list, stats and gc: the links as an administrator sees them. Nothing here reads password hashes,
+// session hashes or private data.
 #include <sys/stat.h>
 
 #include <charconv>
@@ -24,7 +24,7 @@ namespace {
 
 using sharing::LinkLimits;
 
-// Looked up once each: a directory service may be far away.
+// Looks each account up once: a directory service may be slow.
 class OwnerNames {
  public:
   // Empty when there is no such account.
@@ -53,8 +53,8 @@ long long UidOf(const std::string& owner) {
   return uid;
 }
 
-// One more than wanted shows that there are more. A status is in no column, so there all are
-// read.
+// Reads one more than wanted, to know whether there are more. No column has the status, so a filter
+// by status reads all.
 std::string LimitOf(const LinkFilter& filter) {
   if (filter.limit == 0 || !filter.status.empty()) return "";
   return " limit " + std::to_string(filter.limit + 1);
@@ -76,7 +76,7 @@ struct Link {
   }
 };
 
-// Reads the links that the filter's owner and project leave, the newest first.
+// Reads the links of the filter's owner and project, the newest first.
 class LinkReader {
  public:
   LinkReader(soci::session& sql, const LinkFilter& filter) : project_(filter.project), rows_(sql) {
@@ -116,7 +116,7 @@ class LinkReader {
   soci::statement rows_;
 };
 
-Json::Value Form(const Link& link, OwnerNames& owners, std::int64_t now) {
+Json::Value ToJson(const Link& link, OwnerNames& owners, std::int64_t now) {
   Json::Value form;
   form["sharing_id"] = link.id;
   form["owner_uid"] = Json::Int64{link.owner};
@@ -164,8 +164,8 @@ long long BytesOf(soci::session& sql, const std::string& path) {
 
 }  // namespace
 
-Json::Value List(const Place& place, const LinkFilter& filter) {
-  const auto sql = OpenDatabase(place.database);
+Json::Value List(const HostOptions& options, const LinkFilter& filter) {
+  const auto sql = OpenDatabase(options.database);
   const std::int64_t now = sharing::Now();
   OwnerNames owners;
   LinkReader links(*sql, filter);
@@ -178,14 +178,14 @@ Json::Value List(const Place& place, const LinkFilter& filter) {
       result["more"] = true;
       break;
     }
-    result["links"].append(Form(*link, owners, now));
+    result["links"].append(ToJson(*link, owners, now));
   }
   return result;
 }
 
-Json::Value Stats(const Place& place) {
-  const auto sql = OpenDatabase(place.database);
-  const std::string path = sharing::db::SqlitePath(place.database);
+Json::Value Stats(const HostOptions& options) {
+  const auto sql = OpenDatabase(options.database);
+  const std::string path = sharing::db::SqlitePath(options.database);
   const std::int64_t now = sharing::Now();
   Json::Value result;
   result["database"] = path.empty() ? "postgresql" : "sqlite3";
@@ -214,9 +214,9 @@ Json::Value Stats(const Place& place) {
   return result;
 }
 
-Json::Value CollectGarbage(const Place& place, const std::string& owner,
+Json::Value CollectGarbage(const HostOptions& options, const std::string& owner,
                            const std::string& project) {
-  const auto sql = OpenDatabase(place.database);
+  const auto sql = OpenDatabase(options.database);
   const auto uid =
       owner.empty() ? sharing::db::kEveryOwner : static_cast<std::uint32_t>(UidOf(owner));
   Json::Value result;

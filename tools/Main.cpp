@@ -1,4 +1,4 @@
-// velt-sharing: looks after the database of share links.
+// velt-sharing: manages the database of share links.
 #include <json/writer.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
 struct CommandLine {
-  Place place;
+  HostOptions options;
   bool json = false;
   LinkFilter filter;
   bool full_ids = false;
@@ -30,19 +30,20 @@ struct CommandLine {
   std::string from;
   std::string to;
 
-  // What the chosen command does, and how people see what it returns.
+  // The chosen command, and the function that prints its result for people.
   std::function<Json::Value()> run;
   std::function<void(const Json::Value&)> print;
 };
 
-// The host's options of the same names; the others in its file are not for us.
-void DescribePlace(CLI::App& app, CommandLine& line) {
-  app.set_config("--config", "", "velt-webapid's option file, which names the rest");
+// These are options of the host, so its option file can be read; its other options are ignored.
+void DescribeHostOptions(CLI::App& app, CommandLine& line) {
+  app.set_config("--config", "", "Option file of velt-webapid, which gives the other options");
   app.allow_config_extras(CLI::config_extras_mode::ignore_all);
-  app.add_option("--database", line.place.database, R"("sqlite3 PATH" or "postgresql CONNECTION")");
-  app.add_option("--registry", line.place.registry, "Folder of the API modules' *.json files");
-  app.add_option("--user", line.place.user, "Account with whose rights requests are served");
-  app.add_option("--group", line.place.group, "Group instead of the account's own");
+  app.add_option("--database", line.options.database,
+                 R"("sqlite3 PATH" or "postgresql CONNECTION")");
+  app.add_option("--registry", line.options.registry, "Folder of the API modules' *.json files");
+  app.add_option("--user", line.options.user, "Account with whose rights requests are served");
+  app.add_option("--group", line.options.group, "Group instead of the account's primary one");
   app.add_flag("--json", line.json, "Print one JSON object")->configurable(false);
 }
 
@@ -66,21 +67,22 @@ void AddFilter(CLI::App* command, CommandLine& line) {
 void DescribeLinks(CLI::App& app, CommandLine& line) {
   auto* list = Add(
       app, line, "list", "Lists links, the newest first",
-      [&line] { return List(line.place, line.filter); },
+      [&line] { return List(line.options, line.filter); },
       [&line](const Json::Value& result) { PrintList(result, line.full_ids); });
   AddFilter(list, line);
   list->add_option("--status", line.filter.status, "Only links of this status")
       ->check(CLI::IsMember({"active", "disabled", "pending", "expired", "used_up"}));
   line.filter.limit = 1000;
-  list->add_option("--limit", line.filter.limit, "At most so many; 0: all")->capture_default_str();
+  list->add_option("--limit", line.filter.limit, "At most this many; 0: all")
+      ->capture_default_str();
   list->add_flag("--full-ids", line.full_ids,
-                 "Whole ids, which open links; without it their beginning");
+                 "Show whole ids, which open links, instead of their beginning");
   Add(
-      app, line, "stats", "Counts links, visits and what they take",
-      [&line] { return Stats(line.place); }, PrintStats);
+      app, line, "stats", "Counts links and visits, and shows the database's size",
+      [&line] { return Stats(line.options); }, PrintStats);
   auto* collect = Add(
       app, line, "gc", "Removes expired and used up links that are marked for it",
-      [&line] { return CollectGarbage(line.place, line.filter.owner, line.filter.project); },
+      [&line] { return CollectGarbage(line.options, line.filter.owner, line.filter.project); },
       [](const Json::Value& result) {
         std::printf("%s links removed\n", result["removed"].asString().c_str());
       });
@@ -93,8 +95,8 @@ void DescribeCopies(CLI::App& app, CommandLine& line) {
     command->add_flag("--force", line.force, forced);
   };
   add_file(Add(
-               app, line, "backup", "Copies the SQLite database to FILE; the service may go on",
-               [&line] { return Backup(line.place, line.file, line.force); },
+               app, line, "backup", "Copies the SQLite database to FILE; the service may run",
+               [&line] { return Backup(line.options, line.file, line.force); },
                [](const Json::Value& result) {
                  std::printf("%s links in %s\n", result["links"].asString().c_str(),
                              result["file"].asString().c_str());
@@ -102,7 +104,7 @@ void DescribeCopies(CLI::App& app, CommandLine& line) {
            "Replace FILE");
   add_file(Add(
                app, line, "restore", "Makes the SQLite database a copy of the backup FILE",
-               [&line] { return Restore(line.place, line.file, line.force); },
+               [&line] { return Restore(line.options, line.file, line.force); },
                [](const Json::Value& result) {
                  std::printf("%s links from %s\n", result["links"].asString().c_str(),
                              result["file"].asString().c_str());
@@ -114,7 +116,7 @@ void DescribeCopies(CLI::App& app, CommandLine& line) {
       PrintMigrate);
   migrate->add_option("FROM", line.from, R"("sqlite3 PATH" or "postgresql CONNECTION")")
       ->required();
-  migrate->add_option("TO", line.to, "The same; its tables are made if need be")->required();
+  migrate->add_option("TO", line.to, "The same; missing tables are made")->required();
 }
 
 void PrintJson(const Json::Value& result) {
@@ -145,11 +147,11 @@ int Run(const CommandLine& line) {
 
 int Main(int argc, char** argv) {
   CommandLine line;
-  CLI::App app("Looks after the database of share links.", "velt-sharing");
-  DescribePlace(app, line);
+  CLI::App app("Manages the database of share links.", "velt-sharing");
+  DescribeHostOptions(app, line);
   Add(
-      app, line, "check", "Tells whether the service can work here, and what to do if not",
-      [&line] { return Check(line.place); }, PrintCheck);
+      app, line, "check", "Checks whether the service can run here, and says what to do if not",
+      [&line] { return Check(line.options); }, PrintCheck);
   DescribeLinks(app, line);
   DescribeCopies(app, line);
   app.require_subcommand(1);
@@ -161,9 +163,9 @@ int Main(int argc, char** argv) {
     return Fail(line, error.what(), kUsage);
   }
   if (const auto* config = app.get_config_ptr(); config->count() != 0) {
-    line.place.config = config->as<std::string>();
+    line.options.config = config->as<std::string>();
   }
-  if (line.place.database.empty() && line.from.empty()) {
+  if (line.options.database.empty() && line.from.empty()) {
     return Fail(line, "--database or --config is needed", kUsage);
   }
   openlog("velt-sharing", LOG_PERROR, LOG_USER);

@@ -1,5 +1,5 @@
-// migrate: every table of the store from one database into another, as they stand in the catalog, so
-// that a change of the tables needs none here.
+// migrate: copies every table of the store from one database into another. The catalog names the
+// tables, so that a change of the schema needs no change here.
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,7 +38,7 @@ struct Table {
 
 bool IsSqlite(soci::session& sql) { return sql.get_backend_name() == "sqlite3"; }
 
-// The tables but the version's. What has an id comes first, for the others refer to it.
+// All tables but schema_version. Those with an id come first, because the others refer to them.
 std::vector<Table> TablesOf(soci::session& sql) {
   std::string table;
   std::string column;
@@ -64,7 +64,7 @@ std::vector<Table> TablesOf(soci::session& sql) {
   return tables;
 }
 
-// One row, which the statement that reads it and the one that writes it share.
+// The values of one row: one statement reads into them, another writes them.
 class Row {
  public:
   explicit Row(const Table& table) : table_(table) {
@@ -111,13 +111,13 @@ std::string InsertOf(soci::session& to, const Table& table) {
     names += (names.empty() ? "" : ", ") + column.name;
     values += (values.empty() ? ":" : ", :") + column.name;
   }
-  // PostgreSQL gives ids itself unless a statement overrides that.
+  // PostgreSQL makes ids itself unless a statement overrides that.
   const bool own_ids = table.HasId() && !IsSqlite(to);
   return "insert into " + table.name + " (" + names + ")" +
          (own_ids ? " overriding system value" : "") + " values (" + values + ")";
 }
 
-// SOCI reads all of a PostgreSQL answer into memory, so there the rows come through a cursor.
+// SOCI reads a whole answer of PostgreSQL into memory, so rows are read from there by a cursor.
 void CopyRows(soci::session& from, soci::session& to, const Table& table, Progress& progress) {
   std::string select = SelectOf(table);
   if (!IsSqlite(from)) {
@@ -146,14 +146,14 @@ void CopyRows(soci::session& from, soci::session& to, const Table& table, Progre
   if (!IsSqlite(from)) from << "close source_rows";
 }
 
-// PostgreSQL's name of the sequence that gives the table's ids.
+// PostgreSQL's name of the sequence that makes the table's ids.
 std::string SequenceOf(soci::session& sql, const Table& table) {
   std::string sequence;
   sql << "select pg_get_serial_sequence('" << table.name << "', 'id')", soci::into(sequence);
   return sequence;
 }
 
-// The last id that was given, of a link that is gone too.
+// The last id that was given out, even if its row is gone.
 long long LastId(soci::session& sql, const Table& table) {
   return Number(
       sql,
@@ -162,7 +162,7 @@ long long LastId(soci::session& sql, const Table& table) {
           : "select case when is_called then last_value else 0 end from " + SequenceOf(sql, table));
 }
 
-void GoOnAbove(soci::session& sql, const Table& table, long long last_id) {
+void ContinueIdsAfter(soci::session& sql, const Table& table, long long last_id) {
   if (last_id == 0) return;
   if (!IsSqlite(sql)) {
     Number(sql, "select setval('" + SequenceOf(sql, table) + "', " + std::to_string(last_id) + ")");
@@ -189,7 +189,7 @@ long long CopyTable(soci::session& from, soci::session& to, const Table& table,
     throw Failure(table.name + ": " + std::to_string(copied) + " rows of " + std::to_string(rows) +
                   " arrived");
   }
-  if (table.HasId()) GoOnAbove(to, table, LastId(from, table));
+  if (table.HasId()) ContinueIdsAfter(to, table, LastId(from, table));
   return rows;
 }
 
@@ -202,7 +202,7 @@ std::unique_ptr<soci::session> OpenOrMake(const std::string& connection) {
   return OpenDatabase(connection);
 }
 
-// Nobody makes a link in the target meanwhile.
+// In PostgreSQL the locks keep everybody from adding rows meanwhile.
 void CheckEmpty(soci::session& to, const std::vector<Table>& tables) {
   for (const Table& table : tables) {
     if (!IsSqlite(to)) to << "lock table " << table.name << " in access exclusive mode";
@@ -219,7 +219,7 @@ Json::Value Migrate(const std::string& from_text, const std::string& to_text, bo
   const auto to = OpenOrMake(to_text);
   const std::vector<Table> tables = TablesOf(*from);
   if (tables != TablesOf(*to)) throw Failure("the tables of the two databases differ");
-  // All tables as they are at one moment.
+  // So that all tables are read as they are at one moment.
   *from << (IsSqlite(*from) ? "begin" : "begin isolation level repeatable read read only");
   sharing::db::Transaction transaction(*to);
   CheckEmpty(*to, tables);

@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t kShortId = 6;
 constexpr Json::ArrayIndex kMostShown = 10;
 
-// Code points, which is near enough to columns for names.
+// Counts code points, which is close enough to columns for names.
 std::size_t Width(const std::string& text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0) != 0x80;

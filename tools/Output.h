@@ -8,7 +8,8 @@
 
 namespace VELT::tools {
 
-// `text` without control characters: names are strangers' and must not command a terminal.
+// `text` with "?" for each control character: names come from strangers and must not control a
+// terminal.
 std::string Shown(const std::string& text);
 
 // Prints rows under their headings, in columns as wide as they need.

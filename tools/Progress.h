@@ -7,9 +7,9 @@ namespace VELT::tools {
 
 class Progress {
  public:
-  // Nothing is shown unless `show`.
+  // Draws nothing unless `show`.
   Progress(std::string name, long long total, bool show);
-  // Leaves the line as it is and begins a new one.
+  // Ends the line.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -7,7 +7,7 @@
 
 namespace VELT::tools {
 
-// One open connection to a file that exists. Everything throws Failure.
+// A connection to an existing file. Every function throws Failure.
 class SqliteFile {
  public:
   enum class Mode { kRead = SQLITE_OPEN_READONLY, kWrite = SQLITE_OPEN_READWRITE };
@@ -20,12 +20,12 @@ class SqliteFile {
   void Execute(const std::string& sql);
   // The first value of the statement's first row.
   std::string Text(const std::string& sql);
-  // Damage, or what refers to something that isn't there, throws.
+  // Throws when the file is damaged or a row refers to a missing one.
   void CheckIntegrity();
-  // Makes this database a copy of `other` as it is at one moment, in one transaction: others may
-  // go on with both, and see the old one or the new one.
+  // Makes this database a copy of `other` as it is at one moment, in one transaction. Others may
+  // use both meanwhile, and see this one's old state or the new one.
   void CopyFrom(const SqliteFile& other);
-  // No other process has the database open. From then on none can, until this object ends.
+  // Whether no other process has the database open. If so, none can open it until this object ends.
   bool IsOursAlone();
 
  private:
@@ -35,8 +35,8 @@ class SqliteFile {
   sqlite3* db_ = nullptr;
 };
 
-// A file made in the folder of `path` for its place, readable by its owner alone. It goes away
-// again unless it is put there.
+// A new file in the folder of `path`, readable by its owner alone. It is removed unless it is put
+// in the place of `path`.
 class NewFile {
  public:
   explicit NewFile(std::string path);
@@ -45,7 +45,7 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
 
   const std::string& path() const { return new_path_; }
-  // Takes the place of a file that is there only with `replace`. Lasts once it has returned.
+  // Replaces an existing file only with `replace`. On return the change is on the disk.
   void PutInPlace(bool replace);
 
  private:
@@ -56,8 +56,7 @@ class NewFile {
 // The folder that `path` is in.
 std::string FolderOf(const std::string& path);
 
-// What root makes for the service belongs to whom the folder belongs, or the service could not
-// write it.
+// Gives a file that root has made to the folder's owner, so that the service can write it.
 void GiveToFolderOwner(const std::string& path);
 
 }  // namespace VELT::tools

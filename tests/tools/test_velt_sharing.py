@@ -282,7 +282,7 @@ class Copies(ToolTest):
         self.make(3)
         other = self.at("other.db")
         shutil.copy(self.path, other)
-        for version, because in ((1000, "newer release"), (1, "brings it up")):
+        for version, because in ((1000, "newer release"), (1, "upgrades it")):
             with contextlib.closing(sqlite3.connect(other)) as sql, sql:
                 sql.execute("update schema_version set version = ?", (version,))
             self.refuse("migrate", f"sqlite3 {other}", self.postgresql, because=because)
