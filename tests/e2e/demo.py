@@ -1,4 +1,4 @@
-"""Starts the demonstration for a test and speaks to it as its accounts and as visitors of its links."""
+"""Starts the demonstration for a test, and sends it requests of its accounts and of visitors of its links."""
 
 import base64
 import http.client
@@ -35,8 +35,8 @@ class Answer:
 
 
 class Demo:
-    """One running demonstration. `state` is a folder to use on; without it, a fresh one that stop() removes.
-    `under` is a command that starts it, `options` are more of ./run's.
+    """One running demonstration. `state` is its state folder; without it a new one is made, which stop() removes.
+    `under` is a command that starts ./run, `options` are further options of ./run.
 
     The programs come from the build folder that VELT_BUILD names, else from build/release, which is brought
     up to date first.
@@ -53,7 +53,7 @@ class Demo:
 
     def start(self):
         """Starts the demonstration and waits until it serves."""
-        # Its own words go to a file: a pipe that nobody reads would stop it one day.
+        # The output goes to a file: a pipe that nobody reads would block it when full.
         self.output = os.path.join(self.state, "run.out")
         with open(self.output, "wb") as output:
             self.process = subprocess.Popen(
@@ -208,7 +208,7 @@ def wait_until(condition, seconds=60):
 
 
 def free_port():
-    """A port on 127.0.0.1 that nobody listens at now, below those that the system gives to clients meanwhile."""
+    """A free port on 127.0.0.1, below the range from which the system takes ports for clients."""
     while True:
         with socket.socket() as probe:
             try:

@@ -1,4 +1,4 @@
-"""What /proc tells of processes (proc(5))."""
+"""Facts about processes from /proc (proc(5))."""
 
 import os
 import re
@@ -42,5 +42,5 @@ def descriptors(pid):
 
 
 def memory(pid):
-    """What it has of its own, in KiB."""
+    """Its private memory in KiB."""
     return sum(map(int, re.findall(r"^Private_\w+:\s+(\d+) kB", _read(pid, "smaps_rollup"), re.MULTILINE)))

@@ -7,7 +7,7 @@ FILES, LINK = "VELT.Files", "VELT.Files.Link"
 
 
 class Shared:
-    """What the account `alice` of a demonstration has and shares. `home` is her folder."""
+    """The files and links of the demonstration's account `alice`. `home` is her folder."""
 
     def __init__(self, demo):
         self.demo = demo

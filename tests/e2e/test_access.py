@@ -25,7 +25,7 @@ MATRIX = {
     (LOGIN, "login"): ("http", 105, 105, 105, 0, 0, 0),
     (SESSION, "get"): ("http", 0, 0, 0, 0, 0, 0),
     (INIT, "get"): ("http", 105, 105, 105, 0, 105, 105),
-    # The link is another application's, and the answers say no more of it than of none.
+    # The link belongs to another application, so these answer as if there were none.
     (FILES, "roots"): ("http", 0, 0, 0, 105, 105, 105),
     (FILES, "list"): ("http", 2000, 2000, 2000, 105, 105, 105),
     (FILES, "describe"): ("http", 1005, 1005, 1005, 105, 105, 105),
@@ -34,7 +34,7 @@ MATRIX = {
     **{(FILES + ".Link", method): ("http", 105, 105, 105, 1000, 105, 105)
        for method in ("list", "thumbnail", "upload_begin", "upload_piece", "upload_state")},
 }
-# What methods need besides the link.
+# Parameters that methods need besides the link.
 PARAMETERS = {"path": "0", "name": "x", "size": 1, "upload": "0" * 32, "offset": 0}
 
 
@@ -67,6 +67,10 @@ def code(answer):
     return 0
 
 
+def stored(link):
+    return query("select revision, protect_title from link where hash = ?", link)
+
+
 class Matrix(unittest.TestCase):
     def test_every_registered_method_is_in_it(self):
         registered = set()
@@ -90,7 +94,7 @@ class Matrix(unittest.TestCase):
             for caller, wanted in zip(CALLERS, expected, strict=True):
                 with self.subTest(api=api, method=method, caller=caller):
                     link = DEMO.create(private_data={"note": "for members"})
-                    before = query("select revision, protect_title from link where hash = ?", link)
+                    before = stored(link)
                     body = {"api": api, "version": 1, "method": method, "sharing_id": link}
                     if api.startswith(FILES):
                         body |= PARAMETERS
@@ -98,11 +102,11 @@ class Matrix(unittest.TestCase):
                         body |= {"project_name": "album", "protect_title": "changed"}
                     self.assertEqual(wanted, code(self.ask(caller, link, body)))
                     if wanted:
-                        self.assertEqual(before, query("select revision, protect_title from link where hash = ?", link))
+                        self.assertEqual(before, stored(link))
                     elif method in ("set", "delete"):
-                        self.assertNotEqual(before, query("select revision, protect_title from link where hash = ?", link))
+                        self.assertNotEqual(before, stored(link))
 
-    def test_a_list_shows_only_what_is_the_callers(self):
+    def test_a_list_shows_only_the_callers_links(self):
         mine, theirs = DEMO.create("alice"), DEMO.create("bob")
         for account, everybody, sees in (("alice", False, {mine}), ("alice", True, {mine}), ("bob", True, {theirs}),
                                          ("admin", False, set()), ("admin", True, {mine, theirs})):
@@ -115,11 +119,11 @@ class Matrix(unittest.TestCase):
                     self.assertEqual(set(h for h, in query("select hash from link")), ids)
 
 
-class Doors(unittest.TestCase):
-    """What the address of a link gives away of this link and of others."""
+class Disclosure(unittest.TestCase):
+    """What the address of a link reveals about this link and about others."""
 
-    def asked(self, visitor, link):
-        """Every answer that the visitor gets at the link's address, with the id that he knows struck out."""
+    def answers_at(self, link, visitor):
+        """Every answer that the visitor gets at the link's address, with "ID" in place of the link's id."""
         visitor = visitor.at(link)
         script = f"/webapi?api={SESSION}&version=1&method=get"
         got = {"page": visitor.page(), "head": visitor.request("HEAD"),
@@ -134,7 +138,7 @@ class Doors(unittest.TestCase):
         return {name: (answer.status, {**answer.headers, "date": ""}, answer.text.replace(link, "ID"))
                 for name, answer in got.items()}
 
-    def test_a_link_that_is_off_is_as_good_as_none(self):
+    def test_a_link_that_is_off_is_answered_like_a_missing_one(self):
         fields = {"project_name": "photo-album", "protect_title": "Hidden", "app": {"title": "Hidden"},
                   "protect_type": "password", "protect_password": "0123", "enable_match_ip": False}
         for name, change in (("disabled", "enabled = 0"), ("without an owner", "owner_uid = 4242"),
@@ -144,12 +148,12 @@ class Doors(unittest.TestCase):
             with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
                 sql.execute(f"update link set {change} where hash = ?", (link,))
             for caller, visitor in callers.items():
-                off, none = self.asked(visitor, link), self.asked(visitor, "x" * 22)
-                for door, answer in none.items():
-                    with self.subTest(name, caller=caller, door=door):
-                        self.assertEqual(answer, off[door])
+                off, missing = self.answers_at(link, visitor), self.answers_at("x" * 22, visitor)
+                for request, answer in missing.items():
+                    with self.subTest(name, caller=caller, request=request):
+                        self.assertEqual(answer, off[request])
 
-    def test_no_other_link_can_be_asked_about(self):
+    def test_no_other_link_can_be_named(self):
         here = admitted(DEMO.create())
         others = (DEMO.create(protect_title="There"), DEMO.links["disabled"], "x" * 22)
         refusals = set()
@@ -191,15 +195,15 @@ class Tokens(unittest.TestCase):
 
 
 class EndOfAVisit(unittest.TestCase):
-    """A change of the link ends visits in progress at every address that knows them."""
+    """A change of the link ends its visits for every kind of request."""
 
-    def doors(self, visitor):
-        """What each address gives: (code of get, code of the start-up data, status of the redirecting page)."""
+    def outcomes(self, visitor):
+        """(code of get, code of the start-up data, status of the redirecting page)."""
         return (code(visitor.request("POST", "/webapi", {"api": SHARING, "version": 1, "method": "get"})),
                 code(visitor.request("POST", "/webapi", {"api": INIT, "version": 1, "method": "get"})),
                 visitor.page().status)
 
-    def test_every_change_that_must(self):
+    def test_changes_that_end_visits(self):
         password = {"protect_type": "password", "protect_password": "0123"}
         user = {"protect_type": "user", "protect_users": ["bob"]}
         bob = {"mosk_username": "bob", "mosk_password": DEMO.accounts["bob"]}
@@ -216,20 +220,20 @@ class EndOfAVisit(unittest.TestCase):
             with self.subTest(name):
                 link = DEMO.create(redirect_type="always", redirect_uri="/target", **fields)
                 visitor = admitted(link, **credentials)
-                self.assertEqual((0, 0, 302), self.doors(visitor))
+                self.assertEqual((0, 0, 302), self.outcomes(visitor))
                 if change is None:
                     DEMO.data(SHARING, "delete", {"sharing_id": link})
                 else:
                     DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, **change})
-                get, init, page = self.doors(visitor)
+                get, init, page = self.outcomes(visitor)
                 self.assertEqual((1005 if name in ("disabled", "deleted") else 1006, 105), (get, init))
                 self.assertNotEqual(302, page)
 
-    def test_other_changes_leave_it(self):
+    def test_other_changes_end_none(self):
         link = DEMO.create(redirect_type="always", redirect_uri="/target")
         visitor = admitted(link)
         DEMO.data(SHARING, "set", {"project_name": "album", "sharing_id": link, "protect_title": "new"})
-        self.assertEqual((0, 0, 302), self.doors(visitor))
+        self.assertEqual((0, 0, 302), self.outcomes(visitor))
 
 
 class Secrets(unittest.TestCase):

@@ -1,4 +1,4 @@
-"""The demonstration itself: restarts, two side by side, a clean end, and what it says when it can't serve."""
+"""The demonstration itself: restarts, two at the same time, a clean end, and its messages when it can't serve."""
 
 import glob
 import os
@@ -12,7 +12,7 @@ from demo import REPOSITORY, SHARING, Demo, free_port
 
 RUN = os.path.join(REPOSITORY, "run")
 IN_NAMESPACE = os.path.join(REPOSITORY, "scripts/in-namespace")
-# Gives the caller another number than root's, and the rights of an ordinary user with it.
+# Runs a command with another uid than root's, and so with the rights of an ordinary user.
 ORDINARY = ("unshare", "--user", "--map-user=1000", "--map-group=1000")
 KINDS = ("open", "password", "user", "expired", "used_up", "disabled", "pending", "redirect", "plugin",
          "files", "inbox")
@@ -31,7 +31,7 @@ def namespace_members(name):
 
 
 def replace_by_itself(path):
-    """What installing a package does to a file of accounts, with the same text."""
+    """Replaces a file as installing a package does, with the same text."""
     new = path + ".velt-test"
     subprocess.run(["cp", "--preserve=all", path, new], check=True)
     os.rename(new, path)
@@ -70,7 +70,7 @@ class Demonstration(unittest.TestCase):
         self.check_links(demo)
 
     @unittest.skipIf(os.geteuid(), "needs the right to install packages")
-    def test_packages_installed_meanwhile_take_no_accounts_away(self):
+    def test_installing_packages_removes_no_accounts(self):
         demo = Demo()
         self.addCleanup(demo.stop)
         for path in ("/etc/passwd", "/etc/group"):
@@ -81,7 +81,7 @@ class Demonstration(unittest.TestCase):
             self.addCleanup(os.rmdir, "/run/nscd")
         self.assertFalse(os.path.exists(f"/proc/{demo.pid}/root/run/nscd"))
 
-    def test_own_etc_is_the_folders_over_the_machines(self):
+    def test_etc_is_the_machines_with_the_folders_files_in_place(self):
         with tempfile.TemporaryDirectory(prefix="velt-demo-") as folder:
             os.makedirs(folder + "/etc/pam.d")
             for name in ("passwd", "pam.d/other", "pam.d/of-the-folder"):
@@ -126,15 +126,15 @@ class Demonstration(unittest.TestCase):
                 probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
                 probe.bind(("127.0.0.1", demo.port))
 
-    def test_what_it_says_when_it_cannot_serve(self):
+    def test_it_says_why_it_cannot_serve(self):
         demo = Demo()
         self.addCleanup(demo.stop)
         with tempfile.TemporaryDirectory(prefix="velt-demo-") as state:
-            for arguments, status, said in (
+            for arguments, status, output in (
                     (["--port", "http"], 2, "./run: no port number: http\n"),
                     (["--port", "65536"], 2, "./run: no port number: 65536\n"),
-                (["--port"], 2, "./run: --port needs a value\n"),
-                (["--state", ""], 2, "./run: --state needs a value\n"),
+                    (["--port"], 2, "./run: --port needs a value\n"),
+                    (["--state", ""], 2, "./run: --state needs a value\n"),
                     (["--state", demo.output], 1, f"./run: no folder to write to: {demo.output}\n"),
                     (["--port", str(demo.port), "--state", state], 1,
                      f"./run: port {demo.port}: Address already in use\n"),
@@ -143,9 +143,9 @@ class Demonstration(unittest.TestCase):
                 with self.subTest(arguments):
                     done = subprocess.run([RUN, "--no-install", *arguments], stdout=subprocess.PIPE,
                                           stderr=subprocess.STDOUT, text=True, check=False)
-                    self.assertEqual((status, said), (done.returncode, done.stdout))
+                    self.assertEqual((status, output), (done.returncode, done.stdout))
 
-    def test_damaged_state_is_told_with_its_file(self):
+    def test_damaged_state_is_reported_with_its_file(self):
         for name, text in (("accounts.json", "{bad"), ("accounts.json", "[]"), ("accounts.json", '{"alice": "x"}'),
                            ("links.json", "{bad"), ("links.json", '{"open": 5}')):
             with self.subTest(name=name, text=text), tempfile.TemporaryDirectory(prefix="velt-demo-") as state:

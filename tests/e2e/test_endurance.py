@@ -1,4 +1,4 @@
-"""A hundred thousand requests leave the workers as large as twenty thousand did."""
+"""Workers have the same size after 100,000 requests as after 20,000."""
 
 import json
 import os
@@ -11,7 +11,7 @@ from processes import children, descriptors, memory, name_of
 
 WARM_UP, REST = 20_000, 80_000
 
-# wrk itself knows a time only. What is in flight at the end is broken off.
+# wrk itself can only limit the time, so the script ends it after a number of answers.
 SCRIPT = """
 local left, at, statuses, requests = %d, 0, {}, {}
 function init() requests = { %s } end
@@ -63,11 +63,11 @@ class Endurance(unittest.TestCase):
         path = os.path.join(self.folder, "mix.lua")
         with open(path, "w", encoding="utf-8") as file:
             file.write(SCRIPT % (count, ",\n".join(self.requests())))
-        said = subprocess.run(["wrk", "-t1", "-c8", "-d240", "-s", path, self.demo.url], text=True, check=True,
-                              stdout=subprocess.PIPE).stdout
-        statuses = dict(map(int, line.split()) for line in said.splitlines() if line[0].isdigit())
+        output = subprocess.run(["wrk", "-t1", "-c8", "-d240", "-s", path, self.demo.url], text=True, check=True,
+                                stdout=subprocess.PIPE).stdout
+        statuses = dict(map(int, line.split()) for line in output.splitlines() if line[0].isdigit())
         # One of ten is the page of a link that has ended.
-        self.assertEqual({200: count * 9 // 10, 410: count // 10}, statuses, said)
+        self.assertEqual({200: count * 9 // 10, 410: count // 10}, statuses, output)
 
     def workers(self):
         """The most memory, in KiB, and the most descriptors that a worker has."""

@@ -1,4 +1,4 @@
-"""What hangs is ended in time, and holds up nobody else meanwhile: programs, PAM and plugins, twenty calls at once."""
+"""Programs, PAM and plugins that hang in twenty calls at once: they are ended in time and delay no other request."""
 
 import contextlib
 import json
@@ -31,7 +31,7 @@ def log():
 
 class Hangs(unittest.TestCase):
     def while_hanging(self, call):
-        """The answers of `call`, made many times at once. Others are served all the while."""
+        """Makes `call` many times at once, checks that others are served meanwhile, and returns its answers."""
         with ThreadPoolExecutor(CALLS) as pool:
             calls = [pool.submit(call) for _ in range(CALLS)]
             served = 0
@@ -45,7 +45,7 @@ class Hangs(unittest.TestCase):
 
     @contextlib.contextmanager
     def program(self, path, text):
-        """Another program in place of one of the machine's, in the demonstration's namespace alone."""
+        """Replaces the program `path`, in the demonstration's namespace only, by one with this text."""
         enter = ["nsenter", "--mount", "--root", "--target", str(DEMO.pid)]
         if os.geteuid():
             enter[1:1] = ["--user", "--preserve-credentials"]

@@ -25,12 +25,12 @@ KILLS = 200
 
 
 def before(command, *under):
-    """A command that runs `command` and becomes the host."""
+    """A command that runs `command` and then executes the host."""
     return [*under, "sh", "-c", command + ' && exec "$@"', "sh"]
 
 
 def answered(call):
-    """What `call` gives once it succeeds."""
+    """Repeats `call` until it succeeds, and returns its answer."""
     answers = []
     wait_until(lambda: answers.append(call()) or isinstance(answers[-1], dict))
     return answers[-1]
@@ -38,7 +38,7 @@ def answered(call):
 
 class Service(Host):
     """The host with the module and the fixtures. A method's answer is its data, an error's code or, when its
-    worker died over it, None."""
+    worker died, None."""
 
     def __init__(self, *options, **more):
         with open(os.path.join(BUILD, "lib", "webapi.d", SHARING + ".json"), encoding="utf-8") as file:
@@ -59,11 +59,11 @@ class Service(Host):
 
 
 class Workers(unittest.TestCase):
-    def test_killed_workers_lose_no_change_and_leave_none_half_made(self):
+    def test_killed_workers_lose_no_change_and_leave_no_partial_one(self):
         done = threading.Event()
 
-        def write(host, told):
-            """Changes one link and creates others; returns what calls came to that failed."""
+        def write(host, reported):
+            """Changes one link and creates others; returns the outcomes of failed calls."""
             link = answered(lambda: host.sharing("set", project_name="album", protect_title="0"))["sharing_id"]
             failures, number, known = [], 0, 0
             while not done.is_set():
@@ -71,7 +71,7 @@ class Workers(unittest.TestCase):
                 fields = {"expire_times": number, "protect_title": str(number), "app": {"number": number}}
                 changed = host.sharing("set", sharing_id=link, project_name="album", **fields)
                 created = host.create(protect_title="whole", expire_times=7)
-                (told if isinstance(created, str) else failures).append(created)
+                (reported if isinstance(created, str) else failures).append(created)
                 seen = answered(lambda: host.sharing("get", sharing_id=link))
                 possible = [number] if isinstance(changed, dict) else [known] if changed else [known, number]
                 self.assertIn(known := seen["expire_times"], possible)
@@ -81,7 +81,7 @@ class Workers(unittest.TestCase):
             return failures
 
         def kill(host, killed):
-            """Kills a worker that is older than those before whose successors the supervisor pauses."""
+            """Kills a worker that is old enough for the supervisor to replace it without a pause."""
             grown = [pid for pid in host.workers() if pid not in killed and seconds_old(pid) > 1.1]
             if grown:
                 killed.append(random.choice(grown))
@@ -89,8 +89,8 @@ class Workers(unittest.TestCase):
             return grown
 
         with Service("--max-pool-workers", "16", workers=8) as host, ThreadPoolExecutor(8) as pool:
-            told, killed = [], []
-            writing = [pool.submit(write, host, told) for _ in range(8)]
+            reported, killed = [], []
+            writing = [pool.submit(write, host, reported) for _ in range(8)]
             try:
                 while len(killed) < KILLS:
                     wait_until(lambda: kill(host, killed))
@@ -99,15 +99,15 @@ class Workers(unittest.TestCase):
                 done.set()
             failures = [failure for future in writing for failure in future.result()]
             self.assertGreater(failures.count(None), KILLS / 10)
-            self.assertGreater(len(told), KILLS / 10)
+            self.assertGreater(len(reported), KILLS / 10)
             with contextlib.closing(sqlite3.connect(host.database)) as sql:
                 self.assertEqual([("ok",)], sql.execute("pragma integrity_check").fetchall())
                 rows = sql.execute("select hash, protect_title, expire_times, enabled from link "
                                    "where protect_title in ('', 'whole')").fetchall()
             whole = {link for link, *fields in rows if fields == ["whole", 7, 1]}
-            # What was killed between its two writes is a bare link that is turned off.
+            # A worker that was killed between its two writes leaves an empty link that is turned off.
             self.assertEqual([], [row for row in rows if row[0] not in whole and row[1:] != ("", 0, 0)])
-            self.assertEqual(set(), set(told) - whole)
+            self.assertEqual(set(), set(reported) - whole)
 
     def test_workers_end_with_their_supervisor_at_once(self):
         for hanging in (False, True):
@@ -138,26 +138,26 @@ class Workers(unittest.TestCase):
         for spare in range(8):
             with self.subTest(spare=spare), Service() as host:
                 link, counts = "x" * 22, []
-                for _ in range(5):  # at first a worker lacks what it opens once and keeps
+                for _ in range(5):  # the first time, a worker opens what it then keeps open
                     self.starve(host, link, spare)
                     link = host.create()
                     self.assertIn("qrcode", host.sharing("get", sharing_id=link))
                     self.assertIsInstance(host.sharing("list"), dict)
                     counts.append({pid: len(descriptors(pid)) for pid in filter(lives, host.workers())})
                 for pid in counts[1].keys() & counts[4].keys():
-                    # One that leaks has lost nine; others may have come to the database and a connection.
+                    # A leak would cost nine; a worker may have opened the database and a connection since.
                     self.assertLess(counts[4][pid], counts[1][pid] + 6)
 
 
 class Database(unittest.TestCase):
     def refuse(self, host, link):
-        """Writes are refused clearly, and reads go on."""
+        """Writes are refused with a code, and reads go on."""
         wait_until(lambda: host.create() == 117)
         for number in range(1, 9):
             answer = host.sharing("set", sharing_id=link, project_name="album", expire_times=number)
             self.assertIsInstance(host.sharing("list"), dict)
             seen = host.sharing("get", sharing_id=link)
-            # The log of a full disk may have room for a small change.
+            # The database's log may still have room for a small change.
             self.assertTrue(answer == 117 or seen["expire_times"] == number, (answer, seen))
 
     def works(self, host, link):

@@ -1,4 +1,4 @@
-"""A link's page in Chromium, from the scan of its code on, over the real web server, store and plugins."""
+"""A link's page in Chromium, opened by its QR code, over the real web server, store and plugins."""
 
 import base64
 import contextlib
@@ -49,15 +49,15 @@ def serving(folder):
 
 
 class LinkPage(unittest.TestCase):
-    # What the browser says of the page itself: a page that tells of an end has an error status.
+    # The browser's message about the page itself: the page of a link that has ended has an error status.
     expected_console = r"/(sharing/\w+|favicon.ico) - Failed to load resource: .* status of (403|404|410)"
 
     def setUp(self):
         BROWSER.devtools("Network.clearBrowserCookies")
 
     def tearDown(self):
-        # Among others what the content security policy refuses.
-        self.assertEqual([], [said for said in BROWSER.console() if not re.search(self.expected_console, said)])
+        # The console also shows what the Content-Security-Policy refuses.
+        self.assertEqual([], [text for text in BROWSER.console() if not re.search(self.expected_console, text)])
         self.assertNotEqual("owned", BROWSER.title)
 
     def open(self, link, query=""):
@@ -116,7 +116,7 @@ class LinkPage(unittest.TestCase):
         self.is_open()
         BROWSER.reload()
         self.is_open()
-        # A changed password ends the visit, and the page tells instead of opening the link anew.
+        # A changed password ends the visit. The page says so instead of opening the link again.
         DEMO.data(SHARING, "set", {"sharing_id": link, "project_name": "album", "protect_type": "password",
                                    "protect_password": "other"})
         BROWSER.reload()
@@ -151,13 +151,13 @@ class LinkPage(unittest.TestCase):
                 self.assertEqual(heading, BROWSER.find("h1").text)
                 self.says(words, "main")
                 self.assertEqual([], BROWSER.find_all("form"))
-        # Neither the page nor anything that it loads tells a link that is turned off from none.
+        # The page of a link that is turned off is that of a missing one.
         unknown, disabled = [(page.status, {**page.headers, "date": ""}, page.text.replace(link, "ID"))
                              for link in (UNKNOWN, DEMO.links["disabled"]) for page in [DEMO.visitor(link).page()]]
         self.assertEqual(unknown, disabled)
         self.assertNotIn("sharing_id", unknown[2])
 
-    def test_without_a_database_it_tells_when_to_come_back(self):
+    def test_without_a_database_it_says_when_to_try_again(self):
         os.rename(DEMO.database, DEMO.database + ".away")
         try:
             page = DEMO.visitor(DEMO.links["open"]).page()
@@ -216,7 +216,7 @@ class LinkPage(unittest.TestCase):
         link = DEMO.create(redirect_type="url_param", redirect_uri="/link/words.js")
         BROWSER.open(f"{DEMO.url}/sharing/{link}")
         BROWSER.wait(lambda: BROWSER.url == f"{DEMO.url}/link/words.js?sharing_id={link}", "the redirect")
-        # The application sends a visitor back whom it didn't let in: he reads why, and isn't sent round in circles.
+        # The application sends a visitor back with an error: the page shows it and does not redirect again.
         self.open(link, "?sharing_error=1006")
         self.says("Your visit has ended.")
 
@@ -233,7 +233,7 @@ class LinkPage(unittest.TestCase):
         self.assertEqual("rgb(31, 111, 120)", BROWSER.script("return getComputedStyle(document.body).borderTopColor"))
         BROWSER.wait_for("#slideshow").click()
         self.assertEqual("Next picture", BROWSER.find("#slideshow").text)
-        # Its package is stopped: the module is told of and not loaded, the rest goes on.
+        # The package is stopped: its module is listed but not loaded, and the rest works.
         running = DEMO.path("/usr/velt/var/packages/photo-album/running")
         os.remove(running)
         self.addCleanup(lambda: open(running, "w", encoding="ascii").close())
@@ -270,7 +270,7 @@ class LinkPage(unittest.TestCase):
         self.assertEqual(["no-referrer", "nosniff", "no-store"], [
             headers[name] for name in ("referrer-policy", "x-content-type-options", "cache-control")])
 
-    def test_another_sites_page_reaches_the_page_and_no_method(self):
+    def test_another_sites_page_can_open_the_page_but_call_no_method(self):
         link = DEMO.create(protect_title="Trip")
         self.open(link)
         self.is_open(link, 1)

@@ -25,7 +25,7 @@ class OwnerPage(unittest.TestCase):
             self.demo.data(SHARING, "delete", {"sharing_id": link["sharing_id"]}, account="admin")
 
     def tearDown(self):
-        # Among others what the content security policy refuses.
+        # The console also shows what the Content-Security-Policy refuses.
         self.assertEqual(self.browser.console(), [])
 
     def open(self, account="alice"):
@@ -37,7 +37,7 @@ class OwnerPage(unittest.TestCase):
         return self.demo.data(SHARING, "get", {"sharing_id": link_id}, account)
 
     def click(self, css):
-        # A list that is being drawn anew may replace the button between finding and clicking it.
+        # A list that is drawn again may replace the button between finding and clicking it.
         self.browser.wait(lambda: self.browser.find(css).shown() and (self.browser.find(css).click() or True), css)
 
     def fill(self, **fields):
@@ -61,7 +61,7 @@ class OwnerPage(unittest.TestCase):
         self.browser.wait(lambda: text in self.browser.find("#status").property("textContent"), f"saying {text!r}")
 
     def scan(self):
-        """What a phone would read off the dialog."""
+        """The text that a phone would read from the dialog's QR code."""
         with tempfile.TemporaryDirectory() as folder:
             self.browser.find("#share").screenshot(f"{folder}/screen.png")
             return subprocess.run(["zbarimg", "--quiet", "--raw", f"{folder}/screen.png"], check=True,
@@ -95,7 +95,7 @@ class OwnerPage(unittest.TestCase):
         self.assertEqual(self.browser.find("#project-filter").property("value"), url)
         self.browser.find("#project-filter").clear()
 
-        # An edit sends what was changed and nothing else, so that what the page can't read stays as it is.
+        # An edit sends only what was changed, so that data that the page can't read is kept.
         self.browser.script("""const fetch = window.fetch;
             window.sent = [];
             window.fetch = (url, options) => (window.sent.push(JSON.parse(options.body)), fetch(url, options));""")
@@ -141,7 +141,7 @@ class OwnerPage(unittest.TestCase):
         self.browser.find("#project-filter").fill("none such" + Keys.ENTER)
         self.browser.wait_text("No link matches.")
 
-    def test_errors_stand_at_their_field(self):
+    def test_errors_are_shown_at_their_field(self):
         self.open()
         cases = [({"project_name": "", "protect_title": "Trip"}, "project_name", "Enter the name of a project."),
                  ({"protect_type": "A pass"}, "protect_password", "Give the link a password."),
@@ -246,7 +246,7 @@ class OwnerPage(unittest.TestCase):
             self.assertGreater(len(controls), 10)
             self.assertEqual([e.attribute("outerHTML") for e in controls if not e.label()], [])
 
-    def test_administrator_sees_everybodys_links_and_cleans_them(self):
+    def test_administrator_lists_everybodys_links_and_cleans_them(self):
         past = {"auto_gc": True, "expire_at": "2001-01-01 00:00:00"}
         for account, title, fields in [("bob", "Stays", {**past, "auto_gc": False}), ("bob", "Goes", past),
                                        ("alice", "Hers", past), ("admin", "Own", {})]:

@@ -1,4 +1,4 @@
-"""Faulty plugin libraries behind a link: each costs at most the request that runs it."""
+"""Faulty plugin libraries of a link: a fault affects only the request that runs the library."""
 
 import glob
 import json
@@ -9,6 +9,7 @@ import unittest
 from demo import REPOSITORY, SHARING, Demo
 
 LIBRARIES = os.path.join(REPOSITORY, os.environ.get("VELT_BUILD", "build/release"), "tests/plugins/libs")
+
 
 def setUpModule():
     global DEMO
@@ -49,7 +50,7 @@ def logged(text):
 
 
 class Plugins(unittest.TestCase):
-    def test_a_fault_costs_its_own_request(self):
+    def test_a_fault_affects_only_its_own_request(self):
         for fault, *expected in (
                 ("missing", "page", "script", ""),
                 ("ten_mebibytes_of_tags", "page", "script", ""),
@@ -68,7 +69,7 @@ class Plugins(unittest.TestCase):
                 if fault == "prints_to_stdout":
                     self.assertEqual(5, logged("Plugins:112 printed text was dropped: /usr/velt/lib/sharing/prints"))
 
-    def test_login_that_a_plugin_breaks_keeps_its_session(self):
+    def test_a_login_that_a_plugin_breaks_keeps_its_session(self):
         visitor = publish("throws")
         for _ in range(2):
             self.assertEqual(100, visitor.login()["error"]["code"])

@@ -108,7 +108,7 @@ class OverCurl(unittest.TestCase):
 
 
 class BadRequests(unittest.TestCase):
-    """Each is answered with its code, changes no link, and the next request works."""
+    """Each is answered with its code and changes no link, and the next request works."""
 
     def setUp(self):
         self.before = rows("select * from link order by id")
@@ -168,7 +168,7 @@ class BadRequests(unittest.TestCase):
             with self.subTest(name):
                 answer = DEMO.request("POST", "/webapi/entry.cgi", body, {"Content-Type": content_type}, "alice")
                 self.refused(code, detail, answer.json)
-        with self.subTest("shorter than told"):
+        with self.subTest("shorter than announced"):
             with contextlib.closing(DEMO.connect()) as connection:
                 connection.putrequest("POST", "/webapi/entry.cgi")
                 connection.putheader("Authorization", DEMO.authorization("alice"))
@@ -180,7 +180,7 @@ class BadRequests(unittest.TestCase):
     def test_callers(self):
         call = {"api": SHARING, "version": 1, "method": "list"}
         self.assertEqual(401, DEMO.request("POST", "/webapi/entry.cgi", call).status)
-        # The web server has a password of this account, the user database doesn't know it.
+        # An account with a password at the web server, but missing in the user database.
         path = DEMO.path("/usr/velt/etc/demo/htpasswd")
         with open(path, encoding="ascii") as file:
             alice = next(line.split(":", 1)[1] for line in file if line.startswith("alice:"))
@@ -196,7 +196,7 @@ class BadRequests(unittest.TestCase):
 
 
 class MissingDatabase(unittest.TestCase):
-    def test_is_told_and_no_empty_one_takes_its_place(self):
+    def test_is_reported_and_not_replaced_by_an_empty_one(self):
         link = DEMO.create()
         with database() as sql:
             sql.execute("pragma wal_checkpoint(truncate)")

@@ -1,4 +1,4 @@
-"""What the web server in front takes upon itself: guesses, connections, large bodies, headers, clients that leave."""
+"""What the web server in front is responsible for: guesses, connections, large bodies, headers, clients that leave."""
 
 import concurrent.futures
 import contextlib
@@ -26,13 +26,13 @@ def setUpModule():
 
 
 class Guesses(unittest.TestCase):
-    def check_brake(self, demo):
+    def check_limit(self, demo):
         def status(account, path="/"):
             return demo.request("GET", path, account=account).status
 
         right = demo.accounts["bob"]
-        self.assertEqual(200, status("bob"))  # a login that went well before doesn't help a guesser
-        # The server lets each of these wait for a moment, so they come at once.
+        self.assertEqual(200, status("bob"))  # an earlier success doesn't help a guesser
+        # The server delays its answer to each of these, so they are sent at once.
         with concurrent.futures.ThreadPoolExecutor(GUESSES) as pool:
             demo.accounts["bob"] = "guess"
             self.assertEqual([401] * GUESSES, list(pool.map(lambda _: status("bob"), range(GUESSES))))
@@ -46,15 +46,15 @@ class Guesses(unittest.TestCase):
         self.assertEqual(200, status("bob"))
 
     def test_one_account_is_refused_for_a_while(self):
-        self.check_brake(DEMO)
+        self.check_limit(DEMO)
 
     @unittest.skipIf(subprocess.run([*ORDINARY, "true"], check=False).returncode, "needs user namespaces")
     def test_as_an_ordinary_user(self):
         demo = Demo(under=ORDINARY)
         self.addCleanup(demo.stop)
-        self.check_brake(demo)
+        self.check_limit(demo)
 
-    def test_numbers_of_an_administrator_hold_at_once_and_stay(self):
+    def test_an_administrators_limits_work_at_once_and_are_kept(self):
         demo = Demo()
         self.addCleanup(demo.stop)
         path = demo.path("/etc/security/faillock.conf")
@@ -73,7 +73,7 @@ class Guesses(unittest.TestCase):
 
 
 class Connections(unittest.TestCase):
-    def test_a_crowd_that_sends_no_request_keeps_nobody_out(self):
+    def test_many_unfinished_requests_keep_nobody_out(self):
         head = f"POST /sharing/{DEMO.links['open']}/webapi HTTP/1.1\r\nHost: x\r\n".encode()
         for what, sent in (("idle", b""), ("half a header", head),
                            ("half a body", head + b"Content-Length: 60000\r\n\r\n" + b"x" * 30000)):
@@ -118,14 +118,14 @@ class Headers(unittest.TestCase):
             self.assertEqual(own + "; frame-ancestors 'none'", policy)
             self.assertEqual(["same-origin"] * 2, [page.headers[f"cross-origin-{name}-policy"]
                                                    for name in ("opener", "resource")])
-        # An application's files are for pages of any policy.
+        # An application's files set no policy for pages.
         file = DEMO.request("GET", "/pkg/photo-album/photos/lighthouse.svg")
         self.assertEqual((200, "nosniff", None), (file.status, file.headers["x-content-type-options"],
                                                   file.headers.get("content-security-policy")))
 
 
 class Worker(unittest.TestCase):
-    """The test itself in the workers' place: the server connects anew for each request."""
+    """The test takes the place of the workers; the server connects to it for each request."""
 
     def setUp(self):
         self.demo = Demo()
@@ -139,7 +139,7 @@ class Worker(unittest.TestCase):
         self.listener.settimeout(10)
 
     def begin(self):
-        """A request in the server's hands: its client's connection, and the worker's."""
+        """Sends a request; returns its client's connection and the worker's."""
         client = self.enterContext(socket.create_connection(("127.0.0.1", self.demo.port), timeout=10))
         client.sendall(b"HEAD /shared/icon.svg HTTP/1.1\r\nHost: x\r\n\r\n")
         self.assertRegex(client.recv(65536), rb"^HTTP/1\.1 200 ")
@@ -152,8 +152,8 @@ class Worker(unittest.TestCase):
         return client, worker
 
     def test_sees_that_its_client_has_left(self):
-        # The server watches for a client's end on a connection that it had to wait for before the request came, which
-        # no client can be sure of.
+        # The server notices the client's end only if it has waited for the request on an open connection. A client
+        # can't be sure of that, so several try.
         for _ in range(10):
             client, worker = self.begin()
             client.close()
@@ -163,7 +163,7 @@ class Worker(unittest.TestCase):
                 return
         self.fail("no end was seen")
 
-    def test_that_dies_is_told_at_once(self):
+    def test_that_dies_is_reported_at_once(self):
         client, worker = self.begin()
         worker.close()
         self.assertRegex(client.recv(65536), rb"^HTTP/1\.1 50[03] ")

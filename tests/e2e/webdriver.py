@@ -75,7 +75,7 @@ class Element:
         return self._call("GET", "/computedrole")
 
     def label(self):
-        """The name that a screen reader tells."""
+        """The name that a screen reader announces."""
         return self._call("GET", "/computedlabel")
 
     def find(self, css):

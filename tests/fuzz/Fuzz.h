@@ -9,10 +9,10 @@
 
 namespace VELT {
 
-// A broken promise ends the process, which makes libFuzzer report the input.
-inline void Require(bool kept, const char* promise) {
-  if (kept) return;
-  std::fprintf(stderr, "broken: %s\n", promise);
+// Ends the process unless the requirement is met, which makes libFuzzer report the input.
+inline void Require(bool met, const char* requirement) {
+  if (met) return;
+  std::fprintf(stderr, "violated: %s\n", requirement);
   std::abort();
 }
 

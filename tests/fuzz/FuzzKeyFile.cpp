@@ -1,4 +1,5 @@
-// Anything as a key file: what is read can be asked for, and written plainly again it is read the same.
+// Any text as a key file: every value that is read is also found by its key, and the values are read the same after
+// they were written back.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -8,7 +9,7 @@
 
 namespace {
 
-// A key file without a place in a folder.
+// A key file in memory.
 const char* Write(const std::string& text) {
   static const int file = memfd_create("keys", MFD_CLOEXEC);
   static const std::string path = "/proc/self/fd/" + std::to_string(file);

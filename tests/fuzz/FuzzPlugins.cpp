@@ -1,5 +1,5 @@
-// Anything as an application's configuration (first line), its plugins' result (second) and their tags (the
-// rest): only whole tags of the three kinds reach a page, and only JSON its script.
+// Any text as an application's configuration (first line), its plugins' result (second) and their tags (the
+// rest): only complete tags of the three kinds reach a page, and only JSON reaches its script.
 #include <cctype>
 #include <map>
 #include <string_view>
@@ -17,7 +17,7 @@ namespace {
 
 using sharing::record::Entry;
 
-// What the plugins give in this run. A plugin of the host gets no "extra", so it is handed in here.
+// What the plugins return in this run. The host passes no "extra" to plugins, so these are globals.
 Json::Value result;
 std::string raw_tags;
 std::string plugin_name;
@@ -58,7 +58,7 @@ void Visit(const Entry& /*link*/, PagePluginVisitor& visitor) {
   }
 }
 
-// A scanner for HTML tags in general (name, attributes in double quotes), ignorant of what makes them.
+// A scanner for HTML tags (name, attributes in double quotes) that shares no code with the filter.
 bool TakeTag(std::string_view& rest, std::string& name,
              std::map<std::string, std::string>& attributes) {
   const auto take = [&rest](std::string_view text) {
@@ -84,7 +84,7 @@ bool TakeTag(std::string_view& rest, std::string& name,
     if (end == std::string_view::npos) return false;
     const std::string value(rest.substr(0, end));
     if (value.find_first_of("<>") != std::string::npos) return false;
-    // HTML takes the first of two attributes of one name, so each must do.
+    // HTML uses the first of two attributes of the same name, so each must be allowed.
     attributes[attribute] += value;
     if (name == "meta" && attribute == "name" && strcasecmp(value.c_str(), "referrer") == 0)
       return false;

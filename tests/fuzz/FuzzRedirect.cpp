@@ -1,4 +1,4 @@
-// Anything as a link's redirect: no browser may be led to where the rules don't allow.
+// Any text as a link's redirect: no browser may be sent to an address that the rules forbid.
 #include <algorithm>
 
 #include "host/Redirect.h"

@@ -1,4 +1,4 @@
-// Anything as query, host, cookies, language and body: what is let through must be clean and within limits.
+// Any text as query, host, cookies, language and body: what is accepted must be clean and within the limits.
 #include "host/Language.h"
 #include "host/Limits.h"
 #include "host/RequestReader.h"

@@ -1,5 +1,5 @@
-// Anything as an owner's parameters: the pre-checks refuse in their one form, a handler knows its codes whatever
-// it gets, and what a pre-check lets through comes as far as the store, which can't be used here.
+// Any text as an owner's parameters: a pre-check refuses in its one form, a handler answers with a known code for any
+// input, and what a pre-check accepts reaches the store, which can't be used here.
 #include "host/RequestReader.h"
 #include "module/SharingAPI.h"
 #include "tests/fuzz/Fuzz.h"

@@ -1,5 +1,5 @@
-// Anything as two UI modules' config.json (first two lines) and texts (third and fourth): the start-up data keeps
-// its form, and a visitor gets no module and no class that isn't for him.
+// Any text as two UI modules' config.json (first two lines) and texts (third and fourth): the start-up data keeps
+// its form, and a visitor gets only the modules and classes that are for visitors.
 #include <filesystem>
 #include <fstream>
 

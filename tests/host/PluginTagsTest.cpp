@@ -1,4 +1,4 @@
-// What of an application's plugins reaches a link's page.
+// Which tags of an application's plugins reach a link's page.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -49,7 +49,7 @@ std::string TagsOfOutput(const std::string& key, const std::string& text) {
   return TagsOf(configuration);
 }
 
-TEST(PluginTags, KeepTheirFormOrStayAway) {
+TEST(PluginTags, AreKeptOnlyInTheirStrictForm) {
   const std::string script = R"(<script type="text/javascript" src="/a.js?v=1&x=2"></script>)";
   const std::string style = R"(<link rel="stylesheet" type="text/css" href="/a.css?v=1" />)";
   const std::string meta = R"(<meta content="Cats &amp; Dogs" property="og:title" />)";

@@ -1,4 +1,4 @@
-// An API module with one method for each way in which a handler can go right or wrong.
+// An API module with one method for each way in which a handler can succeed or fail.
 #include <syslog.h>
 #include <unistd.h>
 
@@ -49,7 +49,7 @@ void Print(APIRequest* request, APIResponse* response) {
 
 void Crash(APIRequest*, APIResponse*) { std::raise(SIGKILL); }
 
-// Until somebody who writes to the pipe has come and gone, or the time limit is over.
+// Waits until a writer has opened and closed the pipe.
 bool Await(const std::string& path) {
   FILE* file = std::fopen(path.c_str(), "re");
   if (file == nullptr) return false;
@@ -62,7 +62,7 @@ void Hang(APIRequest* request, APIResponse* response) {
   if (Await(request->GetParam("value", "").asString())) response->SetSuccess("finished");
 }
 
-// What a shell prints.
+// Answers with what a shell script prints.
 void Program(APIRequest* request, APIResponse* response) {
   if (request->HasParam("after")) Await(request->GetParam("after", "").asString());
   const std::string script = request->GetParam("value", "").asString();
@@ -79,7 +79,7 @@ void TouchFile(const std::string& path) {
   if (FILE* file = std::fopen(path.c_str(), "we"); file != nullptr) std::fclose(file);
 }
 
-// As long as the file is there, which gets a neighbour named after this process.
+// Waits as long as the file exists. Makes a file beside it, named after this process.
 void Wait(APIRequest* request, APIResponse* response) {
   const std::string path = request->GetParam("value", "").asString();
   TouchFile(path + "." + std::to_string(getpid()));
@@ -109,7 +109,7 @@ void Flood(APIRequest*, APIResponse* response) {
   for (int count = 0; count < 300; ++count) std::fputs(line.c_str(), stdout);
 }
 
-// `value` pieces of 64 KiB, and then what `end` names. What becomes of it is appended to `log`.
+// Sends `value` pieces of 64 KiB and then ends as `end` says. Appends what happens to the file `log`.
 void Stream(APIRequest* request, APIResponse* response) {
   response->AddCookie("/", "sid", "new", 0, "", false, false);
   const int count = request->GetParam("value", 0).asInt();

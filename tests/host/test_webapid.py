@@ -1,5 +1,5 @@
-"""velt-webapid, driven over its socket with the fixture module: what it lets through, what it refuses, and
-what it answers where handlers go wrong."""
+"""velt-webapid, driven over its socket with the fixture module: what it accepts, what it refuses, and what it
+answers when handlers fail."""
 
 import json
 import os
@@ -29,7 +29,7 @@ class Requests(unittest.TestCase):
                 self.assertEqual(answer.code, code, answer.text)
         self.assertEqual(self.host.ask({}, FORM).code, 0)
 
-    def test_malformed_requests_are_refused_and_their_neighbours_served(self):
+    def test_malformed_requests_are_refused_and_limits_are_exact(self):
         filler = b"&value=" + b"x" * (MIB - len(FORM) - 7)
         self.check(
             [
@@ -114,14 +114,14 @@ class Requests(unittest.TestCase):
                     (f"{caller}, {name}", {**variables, **headers}, content, code)
                     for name, headers, code in [
                         ("own page", {"HTTP_SEC_FETCH_SITE": "same-origin"}, 0),
-                        ("own page that tells no referrer",
+                        ("own page that sends no referrer",
                          {"HTTP_SEC_FETCH_SITE": "same-origin", "HTTP_ORIGIN": "null"}, 0),
                         ("the user's own doing", {"HTTP_SEC_FETCH_SITE": "none"}, 0),
                         ("a page of the same site", {"HTTP_SEC_FETCH_SITE": "same-site"}, 105),
                         ("a page on another port",
                          {"HTTP_SEC_FETCH_SITE": "same-site", "HTTP_ORIGIN": "http://nas:9999"}, 105),
                         ("another site's page", {"HTTP_SEC_FETCH_SITE": "cross-site"}, 105),
-                        ("a relation that is none yet", {"HTTP_SEC_FETCH_SITE": "x"}, 105),
+                        ("unknown value", {"HTTP_SEC_FETCH_SITE": "x"}, 105),
                         ("own origin", {"HTTP_ORIGIN": "http://nas:5000"}, 0),
                         ("other origin", {"HTTP_ORIGIN": "http://nas.example"}, 105),
                         ("other port", {"HTTP_ORIGIN": "http://nas:5001"}, 105),
@@ -150,7 +150,7 @@ class Requests(unittest.TestCase):
             ]
         )
 
-    def test_what_a_handler_learns(self):
+    def test_what_a_handler_gets(self):
         owner = self.host.call("echo", {"HTTP_ACCEPT_LANGUAGE": "xx, fr;q=0.5, de-CH;q=0.8"}, value="1e5")
         data = owner.json["data"]
         root = {"uid": 0, "admin": True, "sharing": False, "id": "", "value": "1e5",
@@ -171,14 +171,14 @@ class Requests(unittest.TestCase):
                        ("Set-Cookie", "sid=text; Path=/; HttpOnly; SameSite=Lax; Secure")]:
             self.assertIn(header, answer.headers)
         with Host("--external-url", "https://nas.example") as host:
-            for name, secure in [("nas.example", True), ("nas.local", False)]:  # by something that gives the name on
+            for name, secure in [("nas.example", True), ("nas.local", False)]:  # as a proxy that keeps the name sends
                 cookie = dict(host.call("echo", {"HTTP_HOST": name}, cookie="text").headers)["Set-Cookie"]
                 self.assertEqual(secure, cookie.endswith("; Secure"), name)
         answer = self.host.call("echo", cookie="a\r\nSet-Cookie: b")
         self.assertFalse(answer.json["data"]["added"])
         self.assertNotIn("Set-Cookie", dict(answer.headers))
 
-    def test_addresses_that_are_none(self):
+    def test_unknown_addresses(self):
         for path, status in [("/", "404"), ("/sharing/", "404"), ("/sharing/a/b", "404"),
                              ("/sharing//webapi", "404"), ("/sharing/abc", "405"),
                              ("/sharing/abc/", "405"), ("/sharing/abc//", "404"), ("/sharing//", "404"),
@@ -186,7 +186,7 @@ class Requests(unittest.TestCase):
             with self.subTest(path):
                 self.assertEqual(dict(self.host.ask({"SCRIPT_NAME": path}).headers)["Status"][:3], status)
 
-    def test_printed_output_is_sent_only_in_place_of_an_answer(self):
+    def test_printed_output_is_sent_only_instead_of_an_answer(self):
         worker = self.host.worker()
         self.assertEqual(self.host.call("raw").text, f"Content-Type: text/x-raw\r\n\r\n{worker}")
         self.assertEqual(self.host.call("print").code, 0)
@@ -205,7 +205,7 @@ class Requests(unittest.TestCase):
 
 
 class Streams(unittest.TestCase):
-    """Answers that are sent piece by piece, and bodies that are no parameters."""
+    """Answers that are sent piece by piece, and raw bodies."""
 
     @classmethod
     def setUpClass(cls):
@@ -220,7 +220,7 @@ class Streams(unittest.TestCase):
         wait_until(lambda: os.path.exists(self.log) and logged())
         os.unlink(self.log)
 
-    def test_a_stream_is_whole_or_tells_that_it_is_not(self):
+    def test_a_stream_is_complete_or_broken_off(self):
         for end, whole in [("", True), ("break", False), ("throw", False)]:
             with self.subTest(end):
                 answer = self.host.call("stream", value=500, end=end, log=self.log)
@@ -230,10 +230,10 @@ class Streams(unittest.TestCase):
         head = self.host.call("stream", {"REQUEST_METHOD": "HEAD"}, value=500, log=self.log)
         self.assertEqual((head.body, head.ended), ("", True))
         self.expect_log("left taken ")
-        self.assertEqual(self.host.call("stuck", log=self.log).code, 100)  # another pool's
+        self.assertEqual(self.host.call("stuck", log=self.log).code, 100)  # not in the pool "stream"
         self.expect_log("left taken ")
 
-    def test_a_reader_that_leaves_or_stands_still_ends_the_stream(self):
+    def test_a_reader_that_leaves_or_stops_reading_ends_the_stream(self):
         with self.host.begin("stream", value=500, log=self.log) as leaving:
             leaving.recv(1)
         self.expect_log("left taken ")
@@ -244,12 +244,12 @@ class Streams(unittest.TestCase):
             self.assertFalse(answer.ended)
             self.assertNotIn("504", answer.text)
 
-    def test_a_raw_body_comes_as_it_is(self):
+    def test_a_raw_body_arrives_unchanged(self):
         query = {"QUERY_STRING": "api=Test.Host&version=1&method=raw_body&value=1",
                  "CONTENT_TYPE": "application/octet-stream"}
         content = b"value=2&\0\xff" * (3 << 20)
         for name, variables, length, expected in [
-            ("all it takes", query, 3 << 20, {"size": 3 << 20, "nuls": True, "value": "1"}),
+            ("the largest", query, 3 << 20, {"size": 3 << 20, "nuls": True, "value": "1"}),
             ("a visitor's", {**query, **VISITOR}, 1 << 20, {"size": 1 << 20, "nuls": True, "value": "1"}),
             ("too much", query, (3 << 20) + 1, 106),
             ("far too much", query, 9 << 20, 106),

@@ -31,7 +31,7 @@ class Workers(unittest.TestCase):
             self.assertNotEqual(host.worker(), first)
             host.wait_for_log(f"worker {first} died: Killed")
 
-    def test_termination_finishes_the_request_in_hand(self):
+    def test_termination_finishes_the_current_request(self):
         with Host(workers=2) as host:
             with self.hanging(host) as connection:
                 host.signal(signal.SIGTERM)
@@ -39,15 +39,15 @@ class Workers(unittest.TestCase):
             self.assertEqual(host.wait(), 0)
             self.assertFalse(os.path.exists(host.socket))
 
-    def test_hangup_replaces_workers_by_ones_that_know_the_new_registry(self):
+    def test_hangup_replaces_workers_by_ones_with_the_new_registry(self):
         with Host(workers=2) as host:
             old = {host.worker() for _ in range(50)}
             self.assertEqual(host.call("unlisted").code, 103)
             host.register("fixture.json", "{")
             start = time.monotonic()
             host.signal(signal.SIGHUP)
-            host.wait_for_log("left with status 78", times=7)  # one of each pool, and then again
-            self.assertGreater(time.monotonic() - start, 0.7)  # after a pause that six deaths made longer
+            host.wait_for_log("left with status 78", times=7)  # one of each pool, and then another
+            self.assertGreater(time.monotonic() - start, 0.7)  # each death makes the next pause longer
             self.assertIn(host.worker(), old)  # meanwhile the old ones serve
             registry = fixture_registry()
             registry["methods"].append(
@@ -88,7 +88,7 @@ class Workers(unittest.TestCase):
             self.assertEqual(ids, ["Uid:"] + 4 * [str(nobody.pw_uid)] + ["Gid:"] + 4 * [str(nobody.pw_gid)])
 
     @unittest.skipUnless(os.geteuid() == 0, "needs root")
-    def test_a_worker_left_with_other_ids_answers_and_leaves(self):
+    def test_a_worker_whose_ids_a_handler_changed_answers_and_exits(self):
         with Host("--user", "nobody") as host:
             first = host.call("echo").json["data"]
             self.assertEqual(first["euid"], pwd.getpwnam("nobody").pw_uid)
@@ -98,7 +98,7 @@ class Workers(unittest.TestCase):
             self.assertEqual(second["euid"], first["euid"])
             host.wait_for_log("left effective ids 0:")
 
-    def test_workers_leave_with_their_parent_and_its_socket_is_taken_over(self):
+    def test_workers_exit_with_their_parent_and_its_socket_can_be_reused(self):
         def refused():
             with contextlib.suppress(ConnectionResetError, BrokenPipeError):
                 try:
@@ -156,7 +156,7 @@ class Pools(unittest.TestCase):
         finally:
             os.unlink(path)
 
-    def test_slow_calls_never_stand_before_fast_ones(self):
+    def test_slow_calls_never_delay_fast_ones(self):
         with Host("--max-pool-workers", "2", workers=1) as host:
             with self.waiting(host, 20, workers=2) as slow:
                 for _ in range(20):
@@ -164,7 +164,7 @@ class Pools(unittest.TestCase):
             answers = [host.finish(connection) for connection in slow]
             self.assertEqual([answer.code for answer in answers], [0] * 20)
 
-    def test_calls_beyond_what_the_queue_holds_are_told_to_come_back(self):
+    def test_calls_that_do_not_fit_the_queue_are_refused(self):
         with Host("--max-pool-workers", "1", workers=1) as host:
             with self.waiting(host, 400, workers=1) as slow:
                 self.assertEqual(host.call("echo").code, 0)
@@ -173,7 +173,7 @@ class Pools(unittest.TestCase):
             self.assertGreater(codes.count(0), 100)
             host.wait_for_log("too many calls wait for the workers of pool long")
 
-    def test_a_call_whose_client_has_left_is_not_made(self):
+    def test_a_call_whose_client_has_left_is_not_started(self):
         with Host("--max-pool-workers", "1", workers=1) as host:
             left, stayed = (os.path.join(host.folder.name, name) for name in ("left", "stayed"))
             with self.waiting(host, 1, workers=1) as slow:
@@ -196,7 +196,7 @@ class Pools(unittest.TestCase):
             self.assertEqual(host.call("echo").code, 0)
             host.wait_for_log("took too long over a request")
             for path in paths:
-                with contextlib.suppress(OSError):  # nobody waits there any more
+                with contextlib.suppress(OSError):  # the handler has ended already
                     os.close(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
             answers = [host.finish(each).text for each in hanging]
             self.assertIn("504 Gateway Timeout", "".join(answers))

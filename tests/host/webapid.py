@@ -24,7 +24,7 @@ def wait_until(condition):
 
 
 class Answer:
-    """`json` holds it where the body is JSON. An empty text: the worker died over it."""
+    """An answer; `json` is its value when the body is JSON. Its text is empty when the worker died."""
 
     def __init__(self, text):
         self.text = text
@@ -162,12 +162,12 @@ class Host:
                 + _stream(PARAMS, params)
                 + _stream(STDIN, body)
             )
-        except OSError:  # the answer tells
+        except OSError:  # the missing answer shows it
             pass
         return connection
 
     def finish(self, connection):
-        """`ended` of the answer tells whether the worker said that it is whole."""
+        """Reads the answer. Its `ended` is whether the worker has marked it as complete."""
         text = b""
         ended = False
         with connection:
@@ -208,21 +208,17 @@ class Host:
 
 
 def fixture_registry(**changes):
-    methods = ["echo", "raw", "print", "crash", "hang", "program", "throw", "throw_int", "silent", "flood"]
-    rows = [
-        {"api": "Test.Host", "version": 1, "method": name, "access": ["user", "visitor"]}
-        for name in methods + ["elevate"]
+    def row(name, *access, **more):
+        return {"api": "Test.Host", "version": 1, "method": name, "access": list(access), **more}
+
+    methods = ["echo", "raw", "print", "crash", "hang", "program", "throw", "throw_int", "silent", "flood", "elevate"]
+    rows = [row(name, "user", "visitor") for name in methods] + [
+        row("user_post", "user", post_only=True),
+        row("for_token", "token"),
+        row("wait", "user", pool="long"),
+        row("touch", "user", pool="long"),
+        row("stream", "user", pool="stream"),
+        row("stuck", "user"),
+        row("raw_body", "user", "visitor", post_only=True, raw_body=3 << 20, pool="bulk"),
     ]
-    rows.append(
-        {"api": "Test.Host", "version": 1, "method": "user_post", "access": ["user"], "post_only": True}
-    )
-    rows.append({"api": "Test.Host", "version": 1, "method": "for_token", "access": ["token"]})
-    rows += [
-        {"api": "Test.Host", "version": 1, "method": name, "access": ["user"], "pool": "long"}
-        for name in ["wait", "touch"]
-    ]
-    rows.append({"api": "Test.Host", "version": 1, "method": "stream", "access": ["user"], "pool": "stream"})
-    rows.append({"api": "Test.Host", "version": 1, "method": "stuck", "access": ["user"]})
-    rows.append({"api": "Test.Host", "version": 1, "method": "raw_body", "access": ["user", "visitor"],
-                 "post_only": True, "raw_body": 3 << 20, "pool": "bulk"})
     return {"library": os.path.join(FIXTURES, "fixture_api.so"), "methods": rows, **changes}

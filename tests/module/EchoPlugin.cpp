@@ -1,4 +1,4 @@
-// A render plugin that hands back what it was called with.
+// A render plugin that returns the arguments of its call.
 #include "veltplugin/RenderPlugin.h"
 
 extern "C" bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* status,

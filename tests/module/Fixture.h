@@ -1,5 +1,5 @@
-// Calls the methods as the framework does, through the exported tables, over a real store in a
-// fresh place: an SQLite file, or a schema of the server that VELT_TEST_POSTGRESQL names.
+// Calls the methods as the framework does, through the exported tables. The store is real and new:
+// an SQLite file, or a schema of the server that VELT_TEST_POSTGRESQL names.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -45,7 +45,8 @@ class ModuleTest : public testing::Test {
     return Call("VELT.Core.Sharing", method, parameters, checked);
   }
   Answer TryLogin(const std::string& link, const Members& credentials = {});
-  // Calls that must succeed. A link's id; a visitor's session id, left as the one that visits.
+  // Calls that must succeed. Create returns a link's id. Login returns the visitor's session id, and
+  // the calls that follow are this visitor's.
   std::string Create(const Members& members = {});
   std::string Login(const std::string& link, const Members& credentials = {});
 

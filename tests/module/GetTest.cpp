@@ -61,7 +61,7 @@ TEST_F(GetTest, VisitEndsWithItsSessionOrItsLink) {
 
   Login(id);
   Pass(14 * 3600);
-  EXPECT_EQ(refusal(), "Execute Error: no token");
+  EXPECT_EQ(refusal(), "Execute Error: no token");  // the link has ended, the session has not
   Pass(24 * 3600);
   EXPECT_EQ(refusal(), "Execute Error: invalid sharing session_id");
 }

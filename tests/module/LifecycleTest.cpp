@@ -1,4 +1,4 @@
-// A method's life: tables, handler, and what the framework gets when a step or an object fails.
+// The exported tables, the steps of a method, and the answer when a step fails.
 #include <dlfcn.h>
 
 #include <stdexcept>

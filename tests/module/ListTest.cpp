@@ -1,3 +1,4 @@
+// Lists of links, and their garbage collection.
 #include "Fixture.h"
 
 namespace VELT {
@@ -46,7 +47,7 @@ TEST_F(ListTest, OwnersSeeTheirOwn) {
             "117 Execute Error: db conut entries fail");
 }
 
-TEST_F(ListTest, ShareWithMeKeepsLinksProtectedForTheCaller) {
+TEST_F(ListTest, ShareWithMeKeepsLinksThatListTheCaller) {
   for (const char* title : {"a", "b", "c", "d", "e"}) {
     Add(title, "album",
         *title % 2 == 0 ? Members{{"protect_users", Array("alice", "nobody-knows")}}

@@ -1,4 +1,4 @@
-// What the pre-checks refuse, and that the handler does not run then.
+// What the pre-checks refuse; then the handler must not run.
 #include "Fixture.h"
 
 namespace VELT {
@@ -6,7 +6,7 @@ namespace {
 
 class ParamCheckTest : public ModuleTest {
  protected:
-  // `method` may stand behind the rest of its API's name and a blank.
+  // `method` may be "<rest of the API's name> <method>".
   Answer Ask(const std::string& method, const char* json) {
     const std::size_t blank = method.find(' ');
     if (blank == std::string::npos) {
@@ -17,7 +17,7 @@ class ParamCheckTest : public ModuleTest {
   }
 };
 
-TEST_F(ParamCheckTest, FirstBadParameterIsTold) {
+TEST_F(ParamCheckTest, FirstBadParameterIsReported) {
   const struct {
     const char* method;
     const char* json;

@@ -1,3 +1,4 @@
+// Creating and changing links, and their QR codes.
 #include <sys/mount.h>
 
 #include <array>
@@ -25,7 +26,7 @@ class SetTest : public ModuleTest {
   }
 };
 
-// Another file in the place of the program that makes QR codes, in the test's own mount namespace.
+// Replaces the program that makes QR codes by `file`, in the test's own mount namespace.
 class QRCodeProgram {
  public:
   explicit QRCodeProgram(const std::string& file) {
@@ -94,7 +95,7 @@ TEST_F(SetTest, OnlyOwnerAndAdministratorUpdate) {
   ExpectRefusal(Set({}, "unknown"), 1005, "Execute Error: invalid sharing id");
 }
 
-// Both ways in: a create leaves no record, an update leaves the record as it was.
+// Of each row a create must leave no record, and an update the record as it was.
 TEST_F(SetTest, RefusedChangesChangeNothing) {
   const std::string fields = "Execute Error: set entry fields fail";
   const std::string parse = "Parse Param Error: ";
@@ -154,7 +155,7 @@ TEST_F(SetTest, NewCredentialsEndVisits) {
   }
 }
 
-TEST_F(SetTest, UnusableStoreIsTold) {
+TEST_F(SetTest, UnusableStoreIsReported) {
   const std::string id = Create();
   BreakStore();
   for (const char* method : {"get", "set", "delete", "list", "trigger_gc"}) {
@@ -174,7 +175,7 @@ TEST_F(SetTest, UpdateMayNotLeaveAPasswordLinkWithoutOne) {
   EXPECT_EQ(Read(id), before);
 }
 
-TEST_F(SetTest, WriteThatTheDatabaseRefusesIsTold) {
+TEST_F(SetTest, WriteThatTheDatabaseRefusesIsReported) {
   const std::string id = Create({{"auto_gc", true}, {"expire_at", "2020-01-01 00:00:00"}});
   const Json::Value link = Object({{"project_name", "album"}, {"sharing_id", id}});
   const struct {
@@ -198,7 +199,7 @@ TEST_F(SetTest, WriteThatTheDatabaseRefusesIsTold) {
     EXPECT_EQ(Rows("link"), 1);
   }
   if (IsSqlite()) {
-    // What neither becomes whole nor goes away stays shut.
+    // A link that can be neither completed nor removed stays turned off.
     ExecuteSql("create trigger refusal before update on link begin select raise(abort, ''); end");
     ExecuteSql("create trigger keep before delete on link begin select raise(abort, ''); end");
     EXPECT_EQ(Set({}).code, 117);
@@ -210,7 +211,7 @@ TEST_F(SetTest, WriteThatTheDatabaseRefusesIsTold) {
 }
 
 // The trigger stands for another request that deletes the link once it was looked up.
-TEST_F(SetTest, DeleteThatComesSecondIsTold) {
+TEST_F(SetTest, DeleteThatComesSecondIsReported) {
   if (!IsSqlite()) GTEST_SKIP() << "PostgreSQL refuses such a trigger";
   const Json::Value link = Object({{"sharing_id", Create()}});
   ExecuteSql(
@@ -220,7 +221,7 @@ TEST_F(SetTest, DeleteThatComesSecondIsTold) {
   EXPECT_EQ(Sharing("delete", link).code, 1005);
 }
 
-TEST_F(SetTest, LinksWithoutAQRCodeAreAnswered) {
+TEST_F(SetTest, LinksAreReturnedWithoutAQRCodeThatCanNotBeMade) {
   Create();
   Create();
   Log().clear();

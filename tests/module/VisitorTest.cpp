@@ -1,4 +1,4 @@
-// The visitor's side: session script, login, logout, start-up data, with the application's
+// The methods for visitors (session script, login, logout, start-up data) and the application's
 // configuration.
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -12,12 +12,12 @@
 
 namespace {
 
-// The store's login as a test wants it; empty: as it is.
+// Replaces the store's login for a test; empty: the store's own.
 std::function<int(std::string& sid, const _tag_sharing_login_params& params)> g_login;
 
 }  // namespace
 
-// In place of the store's.
+// Intercepts the store's function.
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag) {
   constexpr const char* kName =
       "_Z16VeltSharingLoginRNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
@@ -93,7 +93,7 @@ TEST_F(VisitorTest, ScriptWithoutALinkHasTheBareSession) {
             1001);
 }
 
-TEST_F(VisitorTest, ScriptTellsOfLinkAndApplication) {
+TEST_F(VisitorTest, ScriptDescribesLinkAndApplication) {
   Configure("album",
             EchoConfig({{"theme", Object({{"color", "red"}})}, {"protect_title", "Albums"}}));
   const std::string titled = Create({{"protect_title", "Ours"}});
@@ -110,7 +110,7 @@ TEST_F(VisitorTest, ScriptTellsOfLinkAndApplication) {
   EXPECT_EQ(session["protect_title"], "Albums");
 }
 
-TEST_F(VisitorTest, PreviewAsksNoStore) {
+TEST_F(VisitorTest, PreviewNeedsNoStore) {
   Configure("album", EchoConfig());
   BreakStore();
   std::string extra;
@@ -141,7 +141,7 @@ TEST_F(VisitorTest, ScriptWithBadParametersIsAnError) {
   EXPECT_EQ(answer.printed, "");
 }
 
-TEST_F(VisitorTest, BadConfigurationsCostNobodyThePage) {
+TEST_F(VisitorTest, BadConfigurationsFailNoRequest) {
   const std::string id = Create();
   const Json::Value ask = Object({{"sharing_id", id}});
   const std::string of = " of the configuration of album: ";
@@ -261,9 +261,9 @@ TEST_F(VisitorTest, LoginWithoutTheRightToBecomeRootIsDenied) {
     const Answer answer = TryLogin(id);
     const bool denied =
         answer.code == 101 && answer.body == "Execute Error: " && answer.cookie.empty();
-    const bool told =
+    const bool logged =
         Log().size() == 2 && Log()[1] == "3 SharingLoginAPI:98 Permssion denied. uid=2001";
-    _exit(denied && told ? 0 : 1);
+    _exit(denied && logged ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);

@@ -1,4 +1,4 @@
-// Gives back what it is called with, so that a test chooses its result.
+// Returns its argument `extra`, so that a test can choose the result.
 #include "veltplugin/RenderPlugin.h"
 
 bool CustomPageFunc(const VELT::sharing::record::Entry& /*entry*/, const char* /*status*/,

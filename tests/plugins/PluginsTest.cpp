@@ -126,7 +126,7 @@ TEST_F(PluginsTest, PrintedTextIsDroppedAndLogged) {
     Log().clear();
     std::fflush(stdout);
     const int saved = dup(STDOUT_FILENO);
-    // Makes the stream a new one, which has taken no characters of either width yet.
+    // Reopens the stream, so that it accepts both narrow and wide characters again.
     ASSERT_NE(std::freopen("/usr/velt/printed", "w", stdout), nullptr);
     EXPECT_EQ(write(STDOUT_FILENO, "before, ", 8), 8);
     Json::Value output(Json::objectValue);
@@ -143,7 +143,7 @@ TEST_F(PluginsTest, PrintedTextIsDroppedAndLogged) {
   }
 }
 
-TEST_F(PluginsTest, ExceptionLeavesItsTextAndNothingElse) {
+TEST_F(PluginsTest, ExceptionKeepsItsTextAndClosesTheLibrary) {
   for (const char* plugin : kPlugins) {
     Json::Value output(Json::objectValue);
     try {
@@ -163,7 +163,7 @@ TEST_F(PluginsTest, UnconvertibleResultThrowsAndClosesTheLibrary) {
   EXPECT_FALSE(IsLoaded(LibPath("echo")));
 }
 
-TEST_F(PluginsTest, ResultOfOneMebibyteIsTheLargest) {
+TEST_F(PluginsTest, ResultMayHaveOneMebibyteAtMost) {
   Json::Value result;
   // {"SESSION":{"x":""}} are 20 bytes.
   result["SESSION"]["x"] = std::string(1024 * 1024 - 20, 'y');
@@ -172,7 +172,7 @@ TEST_F(PluginsTest, ResultOfOneMebibyteIsTheLargest) {
   EXPECT_FALSE(Merged("custom_page", result).isMember("SESSION"));
 }
 
-TEST_F(PluginsTest, UrlsAreGivenTheVersionOfTheirFile) {
+TEST_F(PluginsTest, UrlsGetTheVersionOfTheirFile) {
   const std::string app = "2000000000007";
   const std::string ui = "1000000000007";
   const struct {

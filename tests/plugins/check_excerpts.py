@@ -1,4 +1,4 @@
-"""Fails unless every code block of the pages that names a file beside its language stands in that file."""
+"""Fails unless each code block of the documents that names a file after its language is an excerpt of that file."""
 
 import pathlib
 import re

@@ -1,4 +1,4 @@
-// First starts, databases of a newer version, and servers that end connections.
+// First starts, databases of a newer version, and connections that are ended or locked out.
 #include <filesystem>
 
 #include "Fixture.h"
@@ -31,7 +31,7 @@ TEST_P(ConnectionTest, FirstStartsAtOnceMakeTheTablesOnce) {
   EXPECT_TRUE(Exists(Make()));
 }
 
-TEST_P(ConnectionTest, NewerVersionIsToldAndLeftAsItIs) {
+TEST_P(ConnectionTest, NewerVersionIsReportedAndLeftUnchanged) {
   const Entry link = Make();
   Execute("update schema_version set version = 1000");
   Reopen();
@@ -45,7 +45,7 @@ TEST_P(ConnectionTest, NewerVersionIsToldAndLeftAsItIs) {
 }
 
 TEST_P(ConnectionTest, EndedConnectionIsReplacedBeforeItIsUsed) {
-  if (IsSqlite()) GTEST_SKIP() << "a file ends nothing";
+  if (IsSqlite()) GTEST_SKIP() << "no server that could end it";
   const Entry link = Make(WithPassword());
   Visitor visitor;
   const std::vector<std::pair<const char*, std::function<bool()>>> calls = {
@@ -67,7 +67,7 @@ TEST_P(ConnectionTest, EndedConnectionIsReplacedBeforeItIsUsed) {
 }
 
 TEST_P(ConnectionTest, LockThatIsHeldTooLongFailsTheCallAlone) {
-  if (IsSqlite()) GTEST_SKIP() << "FaultTest has it";
+  if (IsSqlite()) GTEST_SKIP() << "covered by FaultTest";
   const Entry link = Make();
   {
     const auto other = db::OpenSession(connection_);

@@ -47,7 +47,7 @@ TEST_P(FaultTest, MissingFileIsNotMadeAnewAndUsedAgainWhenItComesBack) {
   EXPECT_TRUE(IsGood());
   EXPECT_TRUE(Exists(link));
 
-  // A file that another takes the place of is not written to any more.
+  // A file that was moved away is not written to any more.
   fs::rename(File(), File("-old"));
   ExpectRefused();
   EXPECT_FALSE(CreateStore()) << "beside the old one's log";
@@ -60,10 +60,10 @@ TEST_P(FaultTest, MissingFileIsNotMadeAnewAndUsedAgainWhenItComesBack) {
   EXPECT_EQ(stat(File().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 6)
-      << "both with their log and index";
+      << "both databases with their log and index";
 }
 
-TEST_P(FaultTest, FileThatIsNotOursIsLeftAsItIs) {
+TEST_P(FaultTest, ForeignFileIsRefusedAndLeftUnchanged) {
   ConfigureStore({});
   std::string foreign = Bytes();
   foreign.replace(0, 15, "SQLite format 2");
@@ -77,7 +77,7 @@ TEST_P(FaultTest, FileThatIsNotOursIsLeftAsItIs) {
   }
 }
 
-TEST_P(FaultTest, DamageBehindTheHeadFailsOnlyWhatMeetsIt) {
+TEST_P(FaultTest, DamageBehindTheHeaderFailsTheCallsThatReadIt) {
   const Entry link = Make();
   ConfigureStore({});
   std::string bytes = Bytes();
@@ -89,7 +89,7 @@ TEST_P(FaultTest, DamageBehindTheHeadFailsOnlyWhatMeetsIt) {
   EXPECT_EQ(LogIn(visitor, link), -1);
 }
 
-TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneBroughtUp) {
+TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneUpgraded) {
   const Entry link = Make(ForUsers({"alice"}, {}));
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, link, "alice's own", "alice"), 1);
@@ -152,7 +152,7 @@ TEST_P(FaultTest, ReadOnlyDatabaseIsNotUsedUntilItCanBeWritten) {
     });
     return good.front();
   };
-  // The folder may be written: SQLite would read the database.
+  // In a writable folder SQLite itself would still read the database.
   fs::permissions(folder_, fs::perms::all);
   const fs::perms readable = fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read;
   fs::permissions(File(), readable);

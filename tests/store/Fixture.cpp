@@ -110,6 +110,13 @@ int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& pas
   return result;
 }
 
+void StoreTest::ExpectLogIn(int want, const Entry& link, const std::string& password,
+                            const std::string& account) {
+  Visitor visitor;
+  EXPECT_EQ(LogIn(visitor, link, password, account), want) << password << " " << account;
+  EXPECT_EQ(visitor.sid.empty(), want != 1);
+}
+
 bool StoreTest::MayEnter(const Visitor& visitor, const Entry& link) {
   SetVisitor(visitor.address);
   record::Session session;

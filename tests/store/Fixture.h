@@ -1,5 +1,5 @@
-// A store in a fresh place, a clock that is set by hand, and short verbs. After each test no log
-// line may hold a secret, nor the database's files one in clear.
+// A new store, a clock that the test sets, and short helpers. After each test the log and the
+// database's files are searched for secrets in plain text.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -41,7 +41,7 @@ class StoreTest : public testing::TestWithParam<std::string> {
   std::string File(const std::string& suffix = "") const {
     return folder_ + "/sharing.db" + suffix;
   }
-  // The one database connection again, as in a new process.
+  // Closes the process's database connection; the next call opens it again, as in a new process.
   void Reopen() const {
     ConfigureStore({connection_, [] { return now_; }});
   }
@@ -58,6 +58,9 @@ class StoreTest : public testing::TestWithParam<std::string> {
   // The store's answer; a success gives the visitor the new session.
   int LogIn(Visitor& visitor, const Entry& link, const std::string& password = "",
             const std::string& account = "");
+  // A new visitor's login gives this answer, and a session only with success (1).
+  void ExpectLogIn(int want, const Entry& link, const std::string& password = "",
+                   const std::string& account = "");
   bool MayEnter(const Visitor& visitor, const Entry& link);
 
   // Runs `work` in each of `count` new processes at once; returns what they returned, 0 to 127
@@ -70,8 +73,8 @@ class StoreTest : public testing::TestWithParam<std::string> {
   db::EntryDB links_{db_};
   std::string folder_;
   std::string connection_;
-  std::vector<std::string> secrets_;  // not to be found in the database
-  std::vector<std::string> hashes_;   // nor these in the log
+  std::vector<std::string> secrets_;  // must be neither in the database nor in the log
+  std::vector<std::string> hashes_;   // link ids, which must not be in the log
 };
 
 // Edits of one field, and the common ones of several.

@@ -8,7 +8,7 @@ namespace VELT::sharing {
 class LinkTest : public StoreTest {};
 VELT_ON_EVERY_DATABASE(LinkTest);
 
-TEST_P(LinkTest, KeepsEveryFieldAndTellsVisitorsNoSecret) {
+TEST_P(LinkTest, KeepsEveryFieldAndShowsNoSecret) {
   Entry link = Make();
   EXPECT_THAT(link.get_hash(), testing::MatchesRegex("[A-Za-z0-9]{22}"));
   ASSERT_TRUE(Change(link, [](Entry& entry) {
@@ -54,10 +54,10 @@ TEST_P(LinkTest, KeepsEveryFieldAndTellsVisitorsNoSecret) {
   EXPECT_FALSE(Make().IsPasswordValid("x"));
   Entry refused;
   WithPassword("\xFF")(refused);
-  EXPECT_FALSE(refused.IsPasswordValid("")) << "it was not taken for none";
+  EXPECT_FALSE(refused.IsPasswordValid("")) << "a refused password is not the same as none";
 }
 
-TEST_P(LinkTest, RefusesWhatCanNotBeKeptAndChangesNothing) {
+TEST_P(LinkTest, RefusesWhatItCanNotStoreAndChangesNothing) {
   const Entry link = Make();
   const Json::Value before = Shown(link);
   using std::string_literals::operator""s;
@@ -96,7 +96,7 @@ TEST_P(LinkTest, RefusesWhatCanNotBeKeptAndChangesNothing) {
 }
 
 // Each late update is compared with the same one made after the early one.
-TEST_P(LinkTest, TwoUpdatesAtOnceBothStand) {
+TEST_P(LinkTest, ConcurrentUpdatesOfDifferentFieldsAreBothKept) {
   using Texts = std::vector<std::string>;
   const std::vector<std::pair<const char*, Edit>> edits = {
       {"owner", Set(&Entry::set_owner_uid, kBob)},
@@ -137,7 +137,7 @@ TEST_P(LinkTest, TwoUpdatesAtOnceBothStand) {
   EXPECT_TRUE(Read(link).IsPasswordValid(kPassword)) << "of one field the later wins";
 }
 
-TEST_P(LinkTest, TwoUpdatesMayNotMakeALinkThatNeitherAskedFor) {
+TEST_P(LinkTest, ConcurrentUpdatesMayNotTogetherMakeAnInvalidLink) {
   using Texts = std::vector<std::string>;
   const Edit no_password = [](Entry& link) {
     link.set_protect_password("", true, Entry::PasswordEncryptAlgo::kArgon2id);
@@ -191,7 +191,7 @@ TEST_P(LinkTest, VisitorFindsNoLinkThatIsOffOrWithoutItsOwner) {
   }
 }
 
-TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {
+TEST_P(LinkTest, DeletedLinkLosesItsTokensAndItsIdIsNeverUsedAgain) {
   Visitor visitor;
   const Entry old = Make();
   ASSERT_EQ(LogIn(visitor, old), 1);
@@ -205,7 +205,7 @@ TEST_P(LinkTest, DeletedLinkTakesItsTokensAlongAndItsIdNeverComesBack) {
   EXPECT_FALSE(MayEnter(visitor, next));
 }
 
-TEST_P(LinkTest, PurgeTakesWhatIsOverAndNothingElse) {
+TEST_P(LinkTest, PurgeRemovesEndedLinksThatAreMarkedForItOnly) {
   const auto make = [this](unsigned int owner, const char* project, bool gc, std::int64_t expiry,
                            int visits) {
     Entry link = Make([&](Entry& entry) {

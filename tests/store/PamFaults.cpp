@@ -1,5 +1,5 @@
-// A PAM module that goes wrong where it is asked about an account of one of its names, and leaves
-// all others to the modules after it.
+// A PAM module that fails in the way that an account's name says, and leaves all other accounts to
+// the modules after it.
 #include <security/pam_modules.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// Whether the process is as one for PAM alone should be.
+// Whether the process is isolated as a process for PAM must be.
 bool IsApart() {
   sigset_t blocked;
   sigprocmask(SIG_SETMASK, nullptr, &blocked);
@@ -31,7 +31,7 @@ bool IsApart() {
 int Fail(pam_handle_t* handle, const std::string& name) {
   if (name == "hangs" || name == "ignores SIGTERM") {
     if (name != "hangs") std::signal(SIGTERM, SIG_IGN);
-    if (fork() >= 0) pause();  // both
+    if (fork() >= 0) pause();  // parent and child
   }
   if (name == "crashes") raise(SIGSEGV);
   if (name == "exits") _exit(0);

@@ -50,7 +50,7 @@ TEST_P(ProcessTest, GuessesAreCountedOverAllProcesses) {
   for (const Entry& link : links) EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8);
 }
 
-TEST_P(ProcessTest, UpdatesOfSeveralProcessesAllStand) {
+TEST_P(ProcessTest, UpdatesOfSeveralProcessesAreAllKept) {
   const Entry link = Make();
   const auto changed = InProcesses(3, [&](int index) {
     int changes = 0;
@@ -88,7 +88,7 @@ TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
   }
   std::ofstream answer(pipe);  // returns when the visitor reads
   ASSERT_TRUE(Change(link, ForUsers({"alice"}, {})));
-  // From the next look on it is a file.
+  // The next check reads a file at this path.
   fs::copy_file(Environment("PAM_MATRIX_PASSWD"), folder_ + "/file");
   fs::rename(folder_ + "/file", pipe);
   answer << "bob:bob's own:velt-sharing\n";
@@ -99,14 +99,14 @@ TEST_P(ProcessTest, LoginThatAChangeOvertakesIsCheckedAgain) {
   EXPECT_EQ(Select("select count(*) || '' from visitor_token"), "0");
 }
 
-TEST_P(ProcessTest, KilledWriterLosesNothingThatWasTold) {
+TEST_P(ProcessTest, KilledWriterLosesNoReportedLink) {
   constexpr std::size_t kWanted = 1000;
   constexpr std::size_t kPerWriter = 200;
   constexpr std::size_t kLine = 23;
   Reopen();
-  std::vector<std::string> told;
+  std::vector<std::string> reported;
   int kills = 0;
-  while (told.size() < kWanted) {
+  while (reported.size() < kWanted) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     const pid_t writer = fork();
@@ -117,20 +117,21 @@ TEST_P(ProcessTest, KilledWriterLosesNothingThatWasTold) {
     close(ends[1]);
     std::array<char, kLine> line{};
     for (std::size_t count = 0; read(ends[0], line.data(), kLine) == kLine; ++count) {
-      told.emplace_back(line.data(), kLine - 1);
+      reported.emplace_back(line.data(), kLine - 1);
       if (count == kPerWriter) kill(writer, SIGKILL);
     }
     close(ends[0]);
     waitpid(writer, nullptr, 0);
     ++kills;
   }
-  for (const std::string& hash : told) {
+  for (const std::string& hash : reported) {
     Entry link;
     ASSERT_TRUE(links_.GetByHash(hash, link));
   }
   int count = 0;
   EXPECT_TRUE(links_.Count(count));
-  EXPECT_LE(count, static_cast<int>(told.size()) + kills) << "each writer had one link in hand";
+  EXPECT_LE(count, static_cast<int>(reported.size()) + kills)
+      << "at most one unreported link of each writer";
 }
 
 }  // namespace VELT::sharing

@@ -1,4 +1,4 @@
-// JSON values of the tests.
+// Makes JSON values for tests.
 #pragma once
 
 #include <gtest/gtest.h>

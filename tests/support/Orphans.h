@@ -1,4 +1,4 @@
-// What processes leave behind.
+// Finds processes that others have left behind.
 #pragma once
 
 #include <sys/prctl.h>
@@ -18,7 +18,7 @@ class Orphans {
   Orphans(const Orphans&) = delete;
   Orphans& operator=(const Orphans&) = delete;
 
-  // Whether no child or orphan is left, or about to be. `status` is the last orphan's.
+  // Waits until no child or orphan is left; false after 30 seconds. `status` is the last one's.
   bool AreGone(int* status = nullptr) const {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < end) {

@@ -51,7 +51,7 @@ TEST_F(Process, ChildGetsThreeDescriptorsAndAnEmptyStandardInput) {
   ASSERT_GT(fcntl(left_open.get(), F_DUPFD, 100), 0);
   FILE* other = VLIBCPopen("/usr/bin/yes", "r", nullptr);
   ASSERT_NE(other, nullptr);
-  // Of its own ls opens the folder, under the lowest free number.
+  // ls itself opens the folder, under the lowest free number.
   FILE* stream = VLIBCPopen("/bin/ls", "r", "/proc/self/fd", nullptr);
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(ReadAll(stream), "0\n1\n2\n3\n");
@@ -63,7 +63,7 @@ TEST_F(Process, ChildGetsThreeDescriptorsAndAnEmptyStandardInput) {
   VLIBCPclose(other);
 }
 
-// What a program is told about itself in a file of /proc.
+// What a program reads about itself from a file of /proc.
 std::string Own(const char* file) {
   FILE* stream = VLIBCPopen("/bin/cat", "r", file, nullptr);
   if (stream == nullptr) return "not started";
@@ -84,7 +84,7 @@ TEST_F(Process, ChildStartsWithoutBlockedOrIgnoredSignals) {
   EXPECT_THAT(status, ContainsRegex("\nSigBlk:\t0+\nSigIgn:\t0+\n"));
 }
 
-// Not so for root of a user namespace that knows nobody else.
+// False for root of a user namespace that maps no other id.
 bool MayTakeAnyId() { return setgroups(0, nullptr) == 0; }
 
 TEST_F(Process, ChildHasTheServicesIdsAndNoWayToMore) {
@@ -97,7 +97,7 @@ TEST_F(Process, ChildHasTheServicesIdsAndNoWayToMore) {
     uid_t want;
   } rows[] = {{"rules, ordinary ids", {.uid = 7001, .gid = 7001}, 7001, 7001},
               {"rules, other ids", {.uid = 7001, .gid = 7001}, 7002, 7001},
-              {"rules, root for a stretch", {.uid = 7001, .gid = 7001}, 0, 7001},
+              {"rules, root for a while", {.uid = 7001, .gid = 7001}, 0, 7001},
               {"no rules, ordinary ids", {}, 7002, 7002},
               {"no rules, root", {}, 0, 0}};
   ASSERT_EQ(setgroups(1, &kExtra), 0);
@@ -118,7 +118,7 @@ TEST_F(Process, ChildHasTheServicesIdsAndNoWayToMore) {
                                       "CapAmb:\t0+\nNoNewPrivs:\t1\n"));
   }
   setgroups(0, nullptr);
-  // Ours was given up by seteuid; a start alone leaves it as it is.
+  // seteuid has cleared the flag of this process; starting a program must not change it.
   prctl(PR_SET_DUMPABLE, dumpable);
   VELT::SetProgramRules({.uid = 7001, .gid = 7001});
   Own("/proc/self/status");
@@ -202,7 +202,7 @@ TEST_F(Process, ProgramThatHangsIsEndedWithItsGroup) {
   }
 }
 
-TEST_F(Process, OutputIsHeldToItsBoundExactly) {
+TEST_F(Process, OutputMayHaveSixteenMebibytesAtMost) {
   for (const std::size_t size : {std::size_t{16} << 20, (std::size_t{16} << 20) + 1}) {
     FILE* stream =
         VLIBCPopen("/usr/bin/head", "r", "-c", std::to_string(size).c_str(), "/dev/zero", nullptr);
@@ -245,7 +245,7 @@ TEST_F(Process, RequestStartsNoneAfterOneThatHungOrWhenItsClientHasLeft) {
   EXPECT_EQ(echo(), "");
   asked = 0;
   stays = true;
-  EXPECT_EQ(echo(), "") << "who has left does not come back";
+  EXPECT_EQ(echo(), "") << "a client that has left is not looked for again";
   EXPECT_EQ(asked, 0);
   VELT::BeginProgramsOfRequest({});
   EXPECT_EQ(echo(), "\nstarted");
@@ -268,7 +268,7 @@ TEST_F(Process, ProgramIsKilledWhenItsParentDies) {
   }
 }
 
-TEST_F(Process, WhatCannotStartSaysWhyAndLeavesNothing) {
+TEST_F(Process, ProgramThatCannotStartGivesAnErrorAndLeavesNoChild) {
   const struct {
     const char* path;
     const char* mode;

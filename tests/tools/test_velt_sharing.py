@@ -1,4 +1,4 @@
-"""velt-sharing as an administrator runs it: each command over SQLite, and over PostgreSQL where it works there."""
+"""velt-sharing as an administrator runs it: each command on SQLite, and on PostgreSQL if it works there."""
 
 import contextlib
 import json
@@ -74,7 +74,7 @@ class ToolTest(unittest.TestCase):
             self.assertLess(time.monotonic(), end, "waited in vain")
 
     def make(self, links=0):
-        """A database as the service makes it, with links 1, 2, ... of which the last is gone."""
+        """Makes a database as the service does, with links 1 to `links`, and one more that is deleted again."""
         self.stop_host(self.start_host())
         with contextlib.closing(sqlite3.connect(self.path)) as sql, sql:
             sql.execute("pragma journal_mode = wal")  # as its first use does
@@ -103,7 +103,7 @@ class ToolTest(unittest.TestCase):
                     for table in ("link", "visitor_session", "visitor_token", "failed_login", "sqlite_sequence")}
 
     def tool(self, *command, status=0, database=None):
-        """The JSON that a command prints, which must be the same in words but for its form."""
+        """The JSON that a command prints. An error must be the same as in the text on standard error."""
         done = run(*command, "--json", "--database", database or self.database)
         self.assertEqual(status, done.returncode, done.stderr)
         result = json.loads(done.stdout)
@@ -144,7 +144,7 @@ class Links(ToolTest):
                 self.assertEqual(1, self.tool("gc", database=database)["removed"])
                 self.assertEqual([5, 4, 3, 1], numbers())
 
-    def test_words_hold_no_whole_id_and_no_control_character(self):
+    def test_text_output_has_no_whole_id_and_no_control_character(self):
         self.make(1)
         with contextlib.closing(sqlite3.connect(self.path)) as sql, sql:
             sql.execute("update link set project_name = 'a\x1b[2J\u009bb', hash = 'AbCdEfGhIjKlMnOpQrStUv'")
@@ -155,7 +155,7 @@ class Links(ToolTest):
 
 
 class Copies(ToolTest):
-    def test_backup_of_a_service_at_work_opens_and_comes_back(self):
+    def test_backup_of_a_running_service_can_be_restored(self):
         self.make(3)
         before = self.rows()
         self.start_host()
@@ -211,7 +211,7 @@ class Copies(ToolTest):
                 if ROOT:
                     self.assertEqual(65534, os.stat(self.path).st_uid, "the service's")
 
-    def test_restore_brings_an_older_backup_up(self):
+    def test_restore_upgrades_an_older_backup(self):
         self.make(2)
         whole = self.rows()
         self.tool("backup", self.at("older"))
@@ -228,7 +228,7 @@ class Copies(ToolTest):
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 
-    def test_restore_over_an_empty_database_asks_whether_it_is_in_use(self):
+    def test_restore_over_an_empty_database_checks_whether_it_is_in_use(self):
         self.make(2)
         whole = self.rows()
         self.tool("backup", self.at("copy"))
@@ -238,7 +238,7 @@ class Copies(ToolTest):
         self.tool("restore", self.at("copy"))
         self.assertEqual(whole, self.rows())
 
-    def test_what_is_no_good_backup_changes_nothing(self):
+    def test_a_bad_backup_changes_nothing(self):
         self.make(2)
         before = self.rows()
         self.tool("backup", self.at("newer"))
@@ -266,7 +266,7 @@ class Copies(ToolTest):
         before = self.rows()
         counts = self.tool("migrate", self.database, self.postgresql)["tables"]
         self.assertEqual({"link": 1200, "visitor_session": 1, "visitor_token": 1, "failed_login": 1}, counts)
-        # The number of the link that is gone is not given again.
+        # The id of the deleted link is not used again.
         self.assertEqual("1201|t", psql("select last_value, is_called from tool.link_id_seq"))
         for database in (self.database, self.postgresql):
             self.assertEqual(1200, self.tool("stats", database=database)["links"])
@@ -308,7 +308,7 @@ class Checks(ToolTest):
             self.assertIn(words, states[subject]["text"])
         self.assertEqual(int(any(check["state"] == "failed" for check in states.values())), done.returncode)
 
-    def test_each_fault_is_told(self):
+    def test_each_fault_is_reported(self):
         self.make(1)
         os.mkdir(self.at("webapi.d"))
         write(self.at("webapi.d/x.json"), b'{"library": "nowhere.so", "methods": []}')

@@ -22,7 +22,7 @@ APIRequest With(RawParameter value) {
   return APIRequest(std::move(context));
 }
 
-// Which readers take the parameter: s(tring), i(nteger), b(oolean), o(bject), a(rray).
+// The readers that accept the parameter: s(tring), i(nteger), b(oolean), o(bject), a(rray).
 string TakenBy(const APIRequest& request) {
   const auto letter = [](const auto& parameter, const char* name) {
     EXPECT_TRUE(parameter.IsSet());

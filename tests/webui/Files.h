@@ -12,7 +12,7 @@ inline void Write(const std::string& path, const std::string& text) {
   std::ofstream(file) << text;
 }
 
-// An empty /usr/velt.
+// Empties /usr/velt.
 inline void Clear() {
   for (const auto& entry : std::filesystem::directory_iterator("/usr/velt")) remove_all(entry);
 }

@@ -40,7 +40,7 @@ class InitDataTest : public testing::Test {
   std::unique_ptr<InitDataHandler> handler_;
 };
 
-TEST_F(InitDataTest, ExtractorTakesAPieceOrLeavesTheTextAlone) {
+TEST_F(InitDataTest, ExtractorReturnsAPieceOrChangesNothing) {
   const struct {
     const char* text;
     const char* delim;
@@ -150,7 +150,7 @@ TEST_F(InitDataTest, PackageStatusIsNotedInTheMarkedClass) {
   EXPECT_EQ(Append(bare), Parse(bare));
 }
 
-TEST_F(InitDataTest, WithoutTheRightToBecomeRootThePackageIsNotAsked) {
+TEST_F(InitDataTest, WithoutTheRightToBecomeRootThePackageIsNotLookedUp) {
   const char* config = R"({"x/y/App": {"a.b.Main": {"allowSharing": true, "pkgId": "up"}}})";
   const pid_t child = fork();
   if (child == 0) {
@@ -159,9 +159,9 @@ TEST_F(InitDataTest, WithoutTheRightToBecomeRootThePackageIsNotAsked) {
     const bool open =
         Filtered(&InitDataHandler::FilterJSConfig, R"({"x/y/App": {}, "x/y/Main": {}})").size() ==
         2;
-    const bool told =
+    const bool logged =
         Log().size() == 2 && Log()[1] == "3 InitDataHandler:123 Permssion denied. uid=1024";
-    _exit(same && open && told ? 0 : 1);
+    _exit(same && open && logged ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);

@@ -40,7 +40,7 @@ void AwaitNextChangeTime() {
   }
 }
 
-// Those of the tests' files; none may reach a program that the process starts.
+// How many of the tests' files are open. Each must be close-on-exec.
 int OpenFiles() {
   int count = 0;
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
@@ -59,7 +59,7 @@ class ModifyTimesTest : public testing::Test {
 
   std::string Of(const std::string& path) { return times_.Of("/" + path); }
 
-  // Far from every change of a file, so that each is kept open.
+  // Long after every change of a file, so that each file is kept open.
   ModifyTimes::TimePoint now_ = std::chrono::system_clock::now() + 1h;
   ModifyTimes times_{kWeb, [this] { return now_; }};
 };
@@ -100,7 +100,7 @@ TEST_F(ModifyTimesTest, ExchangedFolderIsSeenWithinASecond) {
   fs::rename(kWeb / "pkg", kWeb / "old");
   fs::rename(kWeb / "new", kWeb / "pkg");
   now_ += 999ms;
-  EXPECT_EQ(Of("pkg/app.js"), Seconds(100)) << "its file was not asked, but its path looked up";
+  EXPECT_EQ(Of("pkg/app.js"), Seconds(100)) << "looked up its path instead of its open file";
   now_ += 1ms;
   EXPECT_EQ(Of("pkg/app.js"), Seconds(200));
 

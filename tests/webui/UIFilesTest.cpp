@@ -41,7 +41,7 @@ TEST_F(UIFilesTest, NoFilesAreNoModules) {
   EXPECT_EQ(Load(), empty);
 }
 
-TEST_F(UIFilesTest, BadFilesArePassedOver) {
+TEST_F(UIFilesTest, BadFilesAreIgnored) {
   const std::string huge = VELT::Object({{"x", std::string(1024 * 1024, 'x')}}).toStyledString();
   const struct {
     const char* module;
@@ -109,7 +109,7 @@ TEST_F(UIFilesTest, ClassesOfAnotherProjectAreLeftOut) {
   EXPECT_EQ(Load("enu", "album"), Load("enu", "other", true));
 }
 
-TEST_F(UIFilesTest, PackageRunsWhileItsFileStands) {
+TEST_F(UIFilesTest, PackageRunsWhileItsFileExists) {
   VELTPackageTool::PackageManager packages;
   EXPECT_FALSE(packages.isStarted("album"));
   Write("var/packages/album/running", "");

@@ -1,5 +1,5 @@
-// Both functions of a plugin library, with one body: it may use `result` and `is_page`, which tells
-// them apart.
+// Defines both functions of a plugin library with the same body. The body may use `result` and
+// `is_page`, which is true in CustomPageFunc.
 #pragma once
 
 #include <string>

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The library's end is its last occasion.
+// A library can print until it is closed.
 struct Closing {
   ~Closing() { std::printf("\r\n\r\nclosed"); }
 } const closing;

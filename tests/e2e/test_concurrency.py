@@ -1,4 +1,4 @@
-"""Many clients at once."""
+"""Several clients at once."""
 
 import threading
 import unittest
@@ -13,7 +13,7 @@ def setUpModule():
     unittest.addModuleCleanup(DEMO.stop)
 
 
-class Faults(unittest.TestCase):
+class Lists(unittest.TestCase):
     def test_lists_during_creates_and_deletes_are_whole(self):
         members = set(DEMO.data(SHARING, "get", {"sharing_id": DEMO.create("bob")}, "bob"))
         done = threading.Event()
@@ -32,7 +32,7 @@ class Faults(unittest.TestCase):
                     self.assertEqual(len(ids), len(set(ids)))
                     for link in links:
                         self.assertEqual(members, set(link))
-                        # Inserted bare and then filled in: what is listed must be either, not a mixture.
+                        # A link is first inserted empty and then filled: the list must show either, not a mixture.
                         self.assertIn((link["protect_title"], link["protect_users"]),
                                       (("", []), ("churn", ["alice", "bob"])))
             finally:

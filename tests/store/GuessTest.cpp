@@ -1,0 +1,128 @@
+// How many wrong passwords are allowed, and for whom they count.
+#include <dlfcn.h>
+#include <pwd.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "Fixture.h"
+
+// Makes the user database ignore the case of names, as a directory service may.
+extern "C" int getpwnam_r(const char* name, passwd* account, char* buffer, std::size_t size,
+                          passwd** found) {
+  static const auto next = reinterpret_cast<decltype(&getpwnam_r)>(dlsym(RTLD_NEXT, "getpwnam_r"));
+  std::string lower = name;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return next(lower.c_str(), account, buffer, size, found);
+}
+
+namespace VELT::sharing {
+
+class GuessTest : public StoreTest {};
+VELT_ON_EVERY_DATABASE(GuessTest);
+
+TEST_P(GuessTest, TenWrongPasswordsLockOutTheAddressForFifteenMinutes) {
+  const Entry link = Make(ForUsers({"alice"}, {}));
+  Visitor guesser;
+  for (int count = 0; count < 4; ++count) {
+    EXPECT_EQ(LogIn(guesser, link, "guess", "alice"), -2);
+  }
+  ASSERT_TRUE(Change(link, WithPassword()));
+  const auto guess = [&](int times, int want) {
+    for (int count = 0; count < times; ++count) EXPECT_EQ(LogIn(guesser, link, "guess"), want);
+  };
+  guess(5, -9);
+  EXPECT_EQ(LogIn(guesser, link, kPassword), 1)
+      << "which clears the five guesses at the link, not the four at the account";
+  guess(3, -9);
+  ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, false)));
+  guess(5, -3);
+  ASSERT_TRUE(Change(link, Set(&Entry::set_enabled, true)));
+  now_ += kMinute;
+  guess(3, -9);
+  const auto is_locked_out = [&] {
+    return LogIn(guesser, link, "guess") == -8 && LogIn(guesser, link, kPassword) == -8;
+  };
+  EXPECT_TRUE(is_locked_out());
+  Reopen();
+  EXPECT_TRUE(is_locked_out());
+  EXPECT_EQ(Select("select count(*) || '' from failed_login"), "10")
+      << "logins during the lockout do not count";
+  Visitor other{.address = "192.0.2.2"};
+  EXPECT_EQ(LogIn(other, link, kPassword), 1);
+  EXPECT_EQ(LogIn(guesser, Make(WithPassword()), kPassword), 1) << "on another link";
+  now_ += 14 * kMinute - 1;
+  EXPECT_TRUE(is_locked_out());
+  now_ += 1;
+  EXPECT_EQ(LogIn(guesser, link, "guess"), -9);
+  EXPECT_EQ(Select("select count(*) || '' from failed_login"), "4") << "the others have expired";
+  EXPECT_EQ(LogIn(guesser, link, kPassword), 1);
+}
+
+TEST_P(GuessTest, AccountAllowsTenGuessesFromAnAddressAndThirtyFromAll) {
+  const Edit listed = ForUsers({"alice", "bob"}, {});
+  const auto guess = [&](Visitor guesser, const char* name) {
+    Entry link = Make(listed);
+    EXPECT_EQ(LogIn(guesser, link, "guess", name), -2) << guesser.address;
+    return link;
+  };
+  const auto own = [&](const char* address) {
+    Visitor alice{.address = address};
+    return LogIn(alice, Make(listed), "alice's own", "alice");
+  };
+  Visitor guesser;
+  for (const char* name : {"alice", "ALICE", "Alice", "alice", "alice"}) {
+    EXPECT_EQ(LogIn(guesser, guess({}, name), "bob's own", "bob"), 1) << "which clears nothing";
+    EXPECT_TRUE(links_.Delete(guess({}, name))) << "which clears nothing either";
+  }
+  EXPECT_EQ(own("192.0.2.1"), -8);
+  EXPECT_EQ(LogIn(guesser, Make(listed), "bob's own", "bob"), 1);
+  for (int count = 0; count < 9; ++count) guess({.address = "192.0.2.2"}, "alice");
+  EXPECT_EQ(own("192.0.2.2"), 1) << "which clears the guesses from its own address only";
+  EXPECT_EQ(own("192.0.2.1"), -8);
+  for (const char* address : {"192.0.2.3", "192.0.2.4"}) {
+    for (int count = 0; count < 10; ++count) guess({.address = address}, "alice");
+  }
+  EXPECT_EQ(own("192.0.2.5"), -8);
+  now_ += 15 * kMinute;
+  EXPECT_EQ(own("192.0.2.1"), 1);
+}
+
+TEST_P(GuessTest, EveryRefusalOfAPasswordCountsAsAGuess) {
+  const std::vector<std::tuple<int, const char*, std::string>> rows = {
+      {-10, "bob's own", "bob"},  // reveals that it is right
+      {-2, "guess", "\xFF"},
+      {-2, "guess", ""},
+      {-2, "guess", std::string(3000, 'x')},
+  };
+  for (const auto& [want, password, account] : rows) {
+    for (int count = 0; count < 10; ++count) {
+      ExpectLogIn(want, Make(ForUsers({"alice"}, {})), password, account);
+    }
+    ExpectLogIn(-8, Make(ForUsers({"alice"}, {})), password, account);
+  }
+  EXPECT_EQ(Select("select max(length(account)) || '' from failed_login"), "64");
+}
+
+TEST_P(GuessTest, GuessesOfOneNetworkCountTogether) {
+  const std::vector<std::tuple<const char*, const char*, bool>> rows = {
+      {"192.0.2.1", "192.0.2.2", false},
+      {"192.0.2.1", "::ffff:192.0.2.1", true},
+      {"::ffff:192.0.2.1", "::ffff:192.0.2.2", false},
+      {"2001:db8:0:1::1", "2001:DB8:0:1:f000:0:0:2", true},
+      {"2001:db8:0:1::1", "2001:db8:0:2::1", false},
+      {"no address", "no address", true},
+      {"no address", "", false},
+  };
+  for (const auto& [first, second, together] : rows) {
+    const Entry link = Make(ForUsers({"alice"}, {}));
+    const std::string account = std::string(first) + second;
+    Visitor guesser{.address = first};
+    for (int count = 0; count < 10; ++count) EXPECT_EQ(LogIn(guesser, link, "guess", account), -2);
+    Visitor other{.address = second};
+    EXPECT_EQ(LogIn(other, link, "alice's own", "alice"), together ? -8 : 1) << account;
+  }
+}
+
+}  // namespace VELT::sharing
