@@ -1,5 +1,5 @@
-// constant-fcgi SOCKET [WORKERS]: answers every FastCGI request with the same JSON, in as many
-// processes as are asked for (else one per core), until it is ended with SIGTERM.
+// constant-fcgi SOCKET [WORKERS]: answers every FastCGI request with the same JSON, in WORKERS
+// processes (else one for each core), until SIGTERM ends it.
 #include <fcgiapp.h>
 #include <sys/wait.h>
 #include <unistd.h>

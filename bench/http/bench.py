@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Measures requests through lighttpd against floors of the same run: bench/http/bench.py BUILD-FOLDER
 
-Every figure is the median of rounds in which ours and the floor take turns, so that a busy machine slows
-both alike. The floor of a request is a FastCGI program on the same library that answers a constant, behind a
+Every figure is the median of rounds in which the service and the floor alternate, so that a busy machine slows
+both equally. The floor of a request is a FastCGI program on the same library that answers with a constant, behind a
 second lighttpd with the demonstration's own configuration. Needs ab (Debian: apache2-utils).
 """
 
@@ -38,7 +38,7 @@ class Constant:
             file.write(text)
         self.processes = [
             subprocess.Popen([os.path.join(build, "bin/constant-fcgi"), socket, str(os.cpu_count())]),
-            # Among the demonstration's own accounts and files.
+            # With the demonstration's own accounts and files.
             subprocess.Popen([os.path.join(TOP, "scripts/in-namespace"), demo.path("/"), "lighttpd", "-D", "-f", path])]
         while subprocess.run(["curl", "-fs", "-o", "/dev/null", f"http://127.0.0.1:{self.port}/sharing/x"],
                              check=False).returncode:

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Measures files by link against floors of the same run: bench/http/files.py BUILD-FOLDER
 
-Each figure is the median of rounds in which ours and the floor take turns. A download's floor is the same file served
-statically by the same lighttpd; an archive's a FastCGI program that sends the same bytes through another lighttpd with
-the same configuration; a listing's a bare readdir(3) of the folder. Needs wrk and curl, and 5 GB of disk.
+Each figure is the median of rounds in which the service and the floor alternate. The floor of a download is the same
+file served statically by the same lighttpd. The floor of an archive is a FastCGI program that sends the same bytes
+through another lighttpd with the same configuration. The floor of a listing is readdir(3) alone on the folder. Needs
+wrk and curl, and 5 GB of disk.
 """
 
 import os
@@ -63,7 +64,7 @@ class Cat:
         text = webserver.configuration(self.port, None)
         for old, new in ((webserver.SOCKET, socket), ("/usr/velt/", demo.path("/usr/velt/"))):
             text = text.replace(old, new)
-        # Its owners' login is of no use here.
+        # Without the owners' login, which needs the demonstration's accounts.
         text = re.sub(r'(?s)auth\.backend.*?\n\n', "", text.replace('"mod_auth", "mod_authn_pam", ', ""))
         text = re.sub(r'(?m)^ *auth\.require = .*$', "", text)
         path = os.path.join(folder, "cat.conf")
@@ -107,7 +108,7 @@ def measure(demo, build, folder):
     visitor = demo.visitor(link)
     assert visitor.login()["success"]
     cookie = "; ".join(f"{name}={value}" for name, value in visitor.cookies.items())
-    # A small file is above all a call of the API, and any call is several times what a static file costs.
+    # The cost of a small file is that of an API call, which is several times that of a static file.
     for name, measured, bound, what in (("large.bin", fetch, "at least 0.95", "1 GiB"),
                                         ("small.bin", rate, "wanted: 0.5", "4 KiB files")):
         ours, floor = demo.url + query(link, "get", path="0/" + name), f"{demo.url}/{name}"

@@ -1,4 +1,4 @@
-// What the work of a request costs when done by hand, for the benchmarks to compare with.
+// The work of a request done by hand, as the floor of benchmarks.
 #pragma once
 
 #include <sqlite3.h>
@@ -14,12 +14,12 @@ namespace bench {
 std::vector<double> Time(int count, const std::function<void()>& work);
 double Median(std::vector<double> values);
 
-// Runs qrencode(1) as bare as can be: posix_spawn, read to the end, wait. Returns the number of
+// Runs qrencode(1) in the simplest way: posix_spawn, read to the end, wait. Returns the number of
 // bytes.
 std::size_t BareQRCode(const std::string& url);
 
-// The two writes of a create by hand: the newest row of the table `link` is inserted once more and
-// then all its columns are written again, each in a transaction of its own.
+// The two writes of a create: inserts a copy of the newest row of the table `link`, and then writes
+// all its columns again, each in a transaction of its own.
 class LinkWriter {
  public:
   explicit LinkWriter(const std::string& database);

@@ -1,7 +1,7 @@
-// bench-floors DATABASE: reads lines "qrcode COUNT" and "create COUNT" and answers each with the
-// microseconds that so many bare runs of qrencode took, or the writes of so many creates by hand.
-// bench/http/bench.py asks between its own requests, so that neither side meets a warmer cache than
-// the other.
+// bench-floors DATABASE: reads lines "qrcode COUNT" and "create COUNT". Answers each with the
+// microseconds that COUNT bare runs of qrencode took, or the writes of COUNT creates by hand.
+// bench/http/bench.py sends these lines between its own requests, so that both sides find the same
+// caches.
 #include <iostream>
 #include <numeric>
 #include <string>

@@ -1,5 +1,5 @@
-// bench-qrcode: GenerateQRCode against a bare run of the same program, in a small process and in
-// one that holds 200 MiB. The two alternate, so that a busy machine slows both alike.
+// bench-qrcode: GenerateQRCode compared with a bare run of the same program, in a small process and
+// in one that holds 200 MiB. The two alternate, so that a busy machine slows both equally.
 #include <cstdio>
 #include <string>
 #include <vector>

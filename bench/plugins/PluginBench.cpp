@@ -1,5 +1,5 @@
-// What a plugin run costs beside the loader and the library's own function. Run it where the
-// example's files are installed, so that the tags' versions are looked up as on the appliance:
+// The cost of a plugin run compared with the loader and the library's own function alone. Run it
+// with the example's files installed, so that the tags' versions are looked up as on the appliance:
 //
 //   cmake --install build/release --prefix DIR/usr/velt
 //   scripts/in-namespace DIR build/release/bin/bench-plugins
@@ -46,14 +46,14 @@ double Median(std::vector<double>& times) {
   return times[kRounds / 2];
 }
 
-// The two take turns, so that both meet the machine in the same moods.
+// The two alternate, so that a busy machine slows both equally.
 void Compare(const char* plugin, const char* symbol, const char* state) {
   // A link as the application makes it.
   Entry entry;
   Json::Value album;
   album["title"] = "On the coast";
   for (const char* photo : {"harbour", "hills", "lighthouse"}) album["photos"].append(photo);
-  entry.set_owner_uid(65534);  // "nobody" stands behind the system accounts, as people do
+  entry.set_owner_uid(65534);  // "nobody" comes after the system accounts in the file, as people do
   entry.set_app(album);
   Json::Value params;
   params["lib"] = VELT_PHOTO_ALBUM;
@@ -76,7 +76,7 @@ void Compare(const char* plugin, const char* symbol, const char* state) {
 }  // namespace
 
 int main() {
-  // Files that were installed this moment would be looked up at every run.
+  // The times of files that have just changed are looked up at every run.
   std::this_thread::sleep_for(std::chrono::seconds(3));
   for (const bool resident : {false, true}) {
     void* library = resident ? dlopen(VELT_PHOTO_ALBUM, RTLD_LAZY) : nullptr;

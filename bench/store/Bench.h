@@ -1,4 +1,4 @@
-// What the store's benchmarks share: a database in a folder of its own, and medians.
+// Shared by the store's benchmarks: a database in a new folder, and medians.
 #pragma once
 
 #include <sqlite3.h>
@@ -16,7 +16,7 @@
 
 namespace bench {
 
-// A new folder below the current one, so that the file lies on the disk that the reader means.
+// A new folder below the current one, so that the user chooses the disk.
 class Folder {
  public:
   Folder() {

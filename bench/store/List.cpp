@@ -1,5 +1,5 @@
-// One page of 50 of an owner with 1,000 links, while the table grows a thousandfold with other
-// owners' links. Aim: at most twice the cost, for every field and also for the last page.
+// One page of 50 links of an owner with 1,000, while other owners' links make the table a thousand
+// times larger. Aim: at most twice the cost, for every field and also for the last page.
 #include <array>
 #include <functional>
 
@@ -25,7 +25,7 @@ constexpr std::array kFields = {
     "visits",    "protect_type",    "protect_title", "redirect_type", "redirect_uri",
     "created_at"};
 
-// The owners' links lie all over the table, as they do when many people make links at once.
+// The links of an owner are spread over the table, as if many people had made links at once.
 void Fill(const std::string& file, int size) {
   sqlite3* database = nullptr;
   bench::Check(sqlite3_open(file.c_str(), &database));
@@ -48,7 +48,7 @@ void Fill(const std::string& file, int size) {
   sqlite3_close(database);
 }
 
-// What one measurement does at a table of `size` links.
+// The work of one measurement with a table of `size` links.
 using Work = std::function<void(int size)>;
 
 void ReadPage(const std::string& field, bool ascending, bool everybody, int offset) {
@@ -85,7 +85,7 @@ std::vector<Row> Rows() {
     }
   }
   rows.push_back(
-      {"created_at, downwards", [](int) { ReadPage("created_at", false, false, 0); }, {}});
+      {"created_at, descending", [](int) { ReadPage("created_at", false, false, 0); }, {}});
   rows.push_back({"total", [](int) { ReadTotal(false, kOwned); }, {}});
   rows.push_back({"everybody's: (no order)", [](int) { ReadPage("", true, true, 0); }, {}});
   rows.push_back(
@@ -94,7 +94,7 @@ std::vector<Row> Rows() {
   return rows;
 }
 
-// The sizes take turns, so that what else the machine does falls on all of them.
+// The sizes alternate, so that a busy machine slows all of them equally.
 void Measure(Row& row, const std::vector<std::string>& files) {
   std::vector<std::vector<double>> times(files.size());
   for (int turn = 0; turn < kTurns; ++turn) {

@@ -1,5 +1,5 @@
-// A visitor's login against the same statements by hand, with the same durability, and for a link
-// with a password one bare Argon2id run more. Aims: at most 1.5 and 1.2 times that.
+// A visitor's login compared with the same statements by hand, with the same durability, and for a
+// link with a password with one run of Argon2id. Aims: at most 1.5 and 1.2 times that.
 #include "veltsharing/Login.h"
 
 #include <sodium.h>
@@ -65,7 +65,7 @@ class ByHand {
       BindText(kLink, 1, link_);
       const auto [id, hash] = ReadLink();
       if (password) {
-        Step(kCommit);  // nobody waits for a hash
+        Step(kCommit);  // so that nobody waits for the database while the hash is computed
         if (crypto_pwhash_str_verify(hash.c_str(), kPassword, std::string(kPassword).size()) != 0) {
           throw std::runtime_error("a wrong password");
         }
@@ -149,7 +149,7 @@ double Compare(bool password, int runs, double aim) {
   const std::string link = MakeLink(password);
   VELT::sharing::SetVisitor(kAddress);
 
-  // Turn about, so that what else the machine does falls on both.
+  // The two alternate, so that a busy machine slows both equally.
   std::vector<double> floor;
   std::vector<double> library;
   for (int run = 0; run < runs; ++run) {

@@ -1,5 +1,5 @@
-// What a visitor's start-up data costs with 2,000 UI modules beside reading and parsing the same
-// files. It fills the web root, so it runs where that is its own:
+// The cost of a visitor's start-up data with 2,000 UI modules, compared with reading and parsing the
+// same files. It fills the web root, so run it in a namespace of its own:
 //
 //   scripts/in-namespace "$(mktemp -d)" build/release/bin/bench-webui
 #include <json/reader.h>
