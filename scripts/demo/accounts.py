@@ -1,6 +1,6 @@
 """The demonstration's accounts: an administrator and two users, which exist in its own /etc only.
 
-As a program, with the state folder as argument: writes the files that stand in for the machine's in /etc.
+As a program, with the state folder as argument: writes the files that replace the machine's in /etc.
 """
 
 import json
@@ -17,27 +17,28 @@ _ADMINISTRATOR = "admin"
 _FIRST_UID = 70001
 _USERS_GID = 100  # Debian's group "users"
 _ADMINISTRATORS_GID = 70000
-# pam_unix can't be asked for an owner's password: it reads /etc/shadow, and the web server may not.
+# pam_unix can't check owners' passwords, because it reads /etc/shadow, which the web server may not read.
 _WEB_SERVICE = f"""\
 auth requisite pam_faillock.so preauth
 auth sufficient pam_pwdfile.so pwdfile={webserver.PASSWORDS} nodelay
 auth [default=die] pam_faillock.so authfail
 account required pam_faillock.so
 """
-_BRAKE = f"""\
-# The brake on guesses at an owner's password, faillock.conf(5). It is read at every login, so a change holds at
+_LIMITS = f"""\
+# The limits of guesses at an owner's password, faillock.conf(5). They are read at every login, so a change works at
 # once; the demonstration never writes this file again.
 #
-# An administrator changes these three: after so many wrong passwords in a row ...
+# Change these three to your needs. After this number of wrong passwords in a row ...
 deny = 10
-# ... within so many seconds, the account is refused, with the right password too ...
+# ... within this number of seconds, the account is refused, also with the right password, ...
 fail_interval = 900
-# ... for so many seconds after the last that counted.
+# ... for this number of seconds after the last one that counted.
 unlock_time = 900
 #
-# One file for each account: to let one in at once, remove it. A restart of the demonstration removes them all.
+# The folder has a file for each account. Remove the file to admit the account at once. A restart of the
+# demonstration removes all files.
 dir = {webserver.FAILURES}
-# The web server waits for nobody: a delay here would be everybody's.
+# The web server checks one login at a time, so a delay would hit every client.
 nodelay
 silent
 """
@@ -80,9 +81,9 @@ class Accounts:
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
             write_private(os.path.join(folder, name), text, 0o600 if name == "shadow" else 0o644)
-        brake = os.path.join(folder, "security/faillock.conf")
-        if not os.path.exists(brake):
-            write_private(brake, _BRAKE, 0o644)
+        limits = os.path.join(folder, "security/faillock.conf")
+        if not os.path.exists(limits):
+            write_private(limits, _LIMITS, 0o644)
 
     def htpasswd(self):
         return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
@@ -103,7 +104,7 @@ def read_texts(path):
 
 
 def write_private(path, text, mode=0o600):
-    """Writes a file that nobody else can read at any moment, in the place of an old one if there is one."""
+    """Writes or replaces a file. Unless `mode` says otherwise, nobody else can read it at any time."""
     new = path + ".new"
     with open(os.open(new, os.O_WRONLY | os.O_CREAT | os.O_TRUNC | os.O_CLOEXEC, mode), "w", encoding="utf-8") as file:
         os.fchmod(file.fileno(), mode)
@@ -112,15 +113,15 @@ def write_private(path, text, mode=0o600):
 
 
 def _hash(password):
-    # SHA-512 crypt, which both pam_pwdfile and pam_unix take, at its lowest cost: every request of an owner pays
-    # it, and 119 random bits need no more.
+    # SHA-512 crypt, which both pam_pwdfile and pam_unix support, at its lowest cost: every request of an owner
+    # computes it, and 119 random bits need no more.
     salt = "rounds=1000$" + secrets.token_hex(8)
     return subprocess.run(["openssl", "passwd", "-6", "-salt", salt, "-stdin"], input=password, text=True, check=True,
                           stdout=subprocess.PIPE).stdout.strip()
 
 
 def _system_entries(path):
-    """The lines of the machine's own services (www-data, nobody); its people have no business here."""
+    """The lines of the machine's system accounts (www-data, nobody), without those of people."""
     with open(path, encoding="utf-8", errors="surrogateescape") as file:
         rows = [line.rstrip("\n") for line in file if line.count(":") >= 3]
     taken = _NAMES + ("administrators",)

@@ -1,4 +1,4 @@
-"""What the demonstration's accounts can share: a folder of their own each, with something in it."""
+"""The files that the demonstration's accounts can share: a folder with some files for each account."""
 
 import json
 import os
@@ -41,7 +41,7 @@ def _fill(folder, uid, gid):
     for name, content in contents.items():
         with open(os.path.join(folder, name), "wb") as file:
             file.write(content)
-    # The web server sends what its group may read, and nobody else gets at it. New files take the folder's group.
+    # The web server's group may read the files, nobody else may. New files get the folder's group.
     for place, _, files in os.walk(folder):
         for path, mode in [(place, 0o2750)] + [(os.path.join(place, name), 0o640) for name in files]:
             if uid is not None:

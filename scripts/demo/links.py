@@ -1,4 +1,4 @@
-"""One link of each kind, made through the API like any other, as alice."""
+"""Makes one link of each kind, through the API, as alice."""
 
 import base64
 import http.client
@@ -30,7 +30,7 @@ _KINDS = {
 
 
 class Client:
-    """Speaks to the service as one account, or as a visitor when there is none."""
+    """Calls the API as one account, or as a visitor when none is given."""
 
     def __init__(self, port, account=None):
         self._port = port
@@ -53,7 +53,7 @@ class Client:
 
 
 def ensure(owner, port, state):
-    """Returns the ids by kind, those of an earlier start while they exist, and a list of what failed."""
+    """Makes the links that are missing. Returns the ids by kind, and a list of failures."""
     path = os.path.join(state, "links.json")
     ids = read_texts(path) or {}
     failures = []

@@ -26,7 +26,7 @@ STOP_SECONDS = 15
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
-SETTINGS = "/usr/velt/etc/webapid.conf"  # velt-webapid's options, where the user wants others than ours
+SETTINGS = "/usr/velt/etc/webapid.conf"  # further options of velt-webapid, from the user
 
 
 class Failure(Exception):
@@ -76,7 +76,7 @@ class Demonstration:
         self.build = build
         self.database = database
         self.programs = {}
-        # In a user namespace of ours there is only one account, root, which is the caller outside.
+        # In a user namespace of its own there is only the account root, which is the caller outside.
         self.account = ("www-data", "www-data") if _owns_every_id() else None
         self.lock = open(self._path("lock"), "w", encoding="utf-8")  # held until we end
         try:
@@ -112,12 +112,12 @@ class Demonstration:
         self._wait_ready()
 
     def _lay_out(self):
-        """Fills the appliance's folders; what a user has put there stays."""
+        """Fills the appliance's folders, and keeps what the user has put there."""
         for path in (webserver.FOLDER, "/usr/velt/etc.defaults/sharing", "/usr/velt/var/packages",
                      "/usr/velt/lib/sharing", DATA, LOGS, SOCKETS):
             os.makedirs(path, exist_ok=True)
         os.chmod(DATA, 0o700)
-        # Sockets end with us, whatever ends us.
+        # The sockets vanish with the namespace, even if this program is killed.
         _mount_empty(SOCKETS)
         done = subprocess.run(["cmake", "--install", self.build, "--prefix", "/usr/velt"], stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, text=True, check=False)
@@ -140,7 +140,7 @@ class Demonstration:
     def _run(self, name, *command):
         path = f"{LOGS}/{name}.log"
         with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_APPEND | os.O_CLOEXEC, 0o600), "ab") as log:
-            # A session of its own, so that Ctrl-C reaches us alone and we end the programs in order.
+            # A session of its own, so that Ctrl-C reaches only this program, which ends the others in order.
             self.programs[name] = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                                    start_new_session=True, cwd="/")
 
@@ -149,7 +149,7 @@ class Demonstration:
         while time.monotonic() < deadline:
             self._check_programs()
             try:
-                # Any answer of the API will do; this one needs no database.
+                # Any answer of the API is enough; this one needs no database.
                 if "success" in self.owner.own(""):
                     return
             except (OSError, ValueError):
@@ -163,7 +163,7 @@ class Demonstration:
                 raise Failure(f"{name} has ended; see {self._path('root') + LOGS}")
 
     def announce(self):
-        """Makes the links, writes demo.json and prints what there is."""
+        """Makes the links, writes demo.json and prints it."""
         ids, failures = links.ensure(self.owner, self.port, self.state)
         url = f"http://127.0.0.1:{self.port}"
         about = {"url": url, "pid": os.getpid(), "accounts": self.accounts.describe(), "links": ids,
@@ -181,12 +181,12 @@ class Demonstration:
         api = f"{url}/webapi/entry.cgi -d api=VELT.Core.Sharing -d version=1"
         print(f"\nYour links: {url}/   (log in as admin, alice or bob)\n\nCreate a link:\n"
               f"  curl -su {login} {api} -d method=set -d project_name=demo\n"
-              f"\nThose of alice, newest first:\n"
+              f"\nList alice's links, newest first:\n"
               f"  curl -su {login} {api} -d method=list -d sort_by=created_at -d sort_direction=DESC\n\n"
-              f"Settings, plugins and logs stand in {self._path('root')}\nCtrl-C ends.", flush=True)
+              f"Settings, plugins and logs are in {self._path('root')}\nPress Ctrl-C to stop.", flush=True)
 
     def watch(self):
-        """Returns never: ends by Stopped, or by Failure when a program ends by itself."""
+        """Never returns: raises Stopped, or Failure when a program ends by itself."""
         os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
         self._check_programs()
 

@@ -13,8 +13,8 @@ PAM_SERVICE = "velt-web"
 _DESCRIPTORS = 16384
 _CONNECTIONS = 4096
 
-# No access log: an address under /sharing/ is the secret of a link. mod_extforward is left out on
-# purpose: what a client says in X-Forwarded-For must not become its address.
+# No access log: an address under /sharing/ is the secret of a link. No mod_extforward: what a client sends as
+# X-Forwarded-For must not become its address.
 _TEXT = """\
 server.modules = ("mod_auth", "mod_authn_pam", "mod_setenv", "mod_fastcgi")
 server.bind = "127.0.0.1"
@@ -25,26 +25,27 @@ server.tag = ""
 server.feature-flags = ("server.graceful-shutdown-timeout" => 10)
 {user}
 
-# Connections. None of these limits is for one address, since many visitors may share one.
-# Most at a time; who comes later waits in the system's queue until one ends.
+# Connections. No limit is for a single address, because many visitors may share one.
+# The most at a time; later ones wait in the system's queue until one ends.
 server.max-connections = {connections}
 # Three for each connection (itself, its worker, its body in a file) and some to spare.
 server.max-fds = {descriptors}
-# The system's queue of those that are not accepted yet.
+# The system's queue of connections that are not accepted yet.
 server.listen-backlog = 4096
-# Seconds that a client may keep silent with a request begun or none sent yet ...
+# Seconds that a client may be silent before or within a request ...
 server.max-read-idle = 10
-# ... or between two requests ...
+# ... or between two requests, ...
 server.max-keep-alive-idle = 5
-# ... and take nothing of an answer.
+# ... and seconds that it may read nothing of an answer.
 server.max-write-idle = 30
-# Bytes of a request's header, and so of one that drips: nothing bounds its time.
+# Bytes of a request's header. This also limits a client that sends its header byte by byte, for which there is no
+# time limit.
 server.max-request-field-size = 8192
 
-# KiB of a body, which is kept here until it is whole: a visitor's, and below an owner's, who has logged in before. The
-# workers refuse 64 KiB and 1 MiB with the API's own answer, so they must get to see a little more.
+# KiB of a body, which is kept here until it is complete: first a visitor's, below an owner's, who has logged in. The
+# workers refuse more than 64 KiB and 1 MiB with the API's own answer, so they must get a little more.
 server.max-request-size = 72
-# What is larger still gets the same answer from a file; the server wants its name to end in .html.
+# A body that is still larger gets the same answer from a file; lighttpd requires a name that ends in .html.
 $HTTP["url"] =~ "^/webapi/entry\\.cgi" {{
   server.max-request-size = 1100
   server.errorfile-prefix = "{folder}/owner-"
@@ -63,8 +64,8 @@ mimetype.assign = (
   ".svg" => "image/svg+xml", ".png" => "image/png", ".jpg" => "image/jpeg", ".webp" => "image/webp",
   ".woff2" => "font/woff2", ".txt" => "text/plain; charset=utf-8", "" => "application/octet-stream")
 
-# The service counts wrong passwords; what it allows stands in /etc/security/faillock.conf. No auth.cache: guesses at
-# an account that is in it are answered from there, uncounted.
+# The PAM service counts wrong passwords; its limits are in /etc/security/faillock.conf. No auth.cache: guesses at a
+# cached account would not be counted.
 auth.backend = "pam"
 auth.backend.pam.opts = ("service" => "{service}")
 
@@ -82,23 +83,23 @@ else $HTTP["url"] !~ "^/(sharing|webapi)/" {{
   setenv.set-response-header = (
     "X-Content-Type-Options" => "nosniff", "X-Frame-Options" => "DENY", "Cache-Control" => "no-cache")
 }}
-# The session script has the module's own header alone. Pages of other sites may not include it, and so learn of
-# appliances that only their visitor reaches.
+# The module sets few header fields for the session script. Pages of other sites may not include the script: they would
+# learn about appliances that only their visitor can reach.
 $HTTP["url"] =~ "^/sharing/[^/]*/webapi$" {{
   setenv.set-response-header = (
     "X-Content-Type-Options" => "nosniff", "Cache-Control" => "no-store", "Cross-Origin-Resource-Policy" => "same-site")
 }}
-# A worker gives up after two minutes; a client waits little longer, whatever becomes of the worker. When a client has
-# left, its worker sees the end of the stream.
+# A worker gives up after two minutes. A client waits a little longer, whatever happens to the worker. When a client
+# leaves, its worker sees the end of the stream.
 var.worker = (("socket" => "{socket}", "check-local" => "disable",
                "write-timeout" => 130, "read-timeout" => 130, "tcp-fin-propagate" => "enable",
-               # Files are sent from here, by the name that a worker gives them in the spool.
+               # The files that may be sent: those that a worker has linked into the spool.
                "x-sendfile" => "enable", "x-sendfile-docroot" => ("{spool}/")))
-# A long answer waits in the worker for its reader, not in this program's memory or files.
+# A long answer waits in the worker until the client reads it, not in lighttpd's memory or files.
 $HTTP["url"] =~ "^/sharing/" {{ server.stream-response-body = 2 }}
 fastcgi.server = ("/webapi/entry.cgi" => var.worker, "/sharing/" => var.worker)
 """
-# As in web/index.html, for servers in front that send none, and what a page can't say of itself.
+# The policy of web/index.html, which has it for servers that send none, and frame-ancestors, which a page can't set.
 _POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
            "base-uri 'none'; form-action 'none'; frame-ancestors 'none'")
 
@@ -106,7 +107,7 @@ _POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'se
 def configuration(port, account):
     """`account`: (user, group) that lighttpd becomes; None leaves it what it is."""
     user = f'server.username = "{account[0]}"\nserver.groupname = "{account[1]}"' if account else ""
-    # An ordinary user can't raise the limit; below what it wants the server would fall back to far less.
+    # An ordinary user can't raise the limit. If it is below max-fds, lighttpd would use far fewer.
     allowed = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     descriptors = _DESCRIPTORS if allowed == resource.RLIM_INFINITY else min(_DESCRIPTORS, allowed)
     return _TEXT.format(port=port, user=user, socket=SOCKET, folder=FOLDER, service=PAM_SERVICE, policy=_POLICY,
