@@ -1,9 +1,9 @@
 // A link's page: logs the visitor in, hands the application its data, logs out.
 //
-// The body says where the visitor stands: data-state is "ended" (the page says all there is), "open" (the
-// browser has a visit that goes on) or "login", data-protect is what a login asks for, and data-redirect stands
-// there while a login leads on to another address. Visits may be few, and a login begins one: the page logs in
-// by itself when a tab first opens it, never because it was reloaded.
+// The body's attributes describe the visit. data-state is "ended" (there is nothing to log in to), "open" (the browser
+// has a valid visit) or "login". data-protect is the protection, and data-redirect is present when a login leads to
+// another address. A login begins a visit, and visits may be limited: the page logs in by itself only when a tab first
+// opens it, never because it was reloaded.
 
 import {callApi, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
@@ -36,7 +36,7 @@ function publish(name, type, detail) {
   document.dispatchEvent(new CustomEvent(type, {detail}));
 }
 
-/** Shows the form, with `text` above it and at the `field` that it concerns. */
+/** Shows the form with the error `text` above it, and marks the `field` that the error is about. */
 function askForLogin({text = '', field = null} = {}) {
   say('');
   tell(text);
@@ -52,8 +52,8 @@ function askForLogin({text = '', field = null} = {}) {
 }
 
 /**
- * A link may be bound to the address that logged in, and refuses a session that comes with another one, as a
- * phone does that leaves the house. Such a session is of no use here: it is ended, and the login tried once more.
+ * A link may be bound to the address that logged in. It then refuses the session from another address, for example of
+ * a phone that leaves the house. Such a session is useless here: end it and try the login once more.
  */
 async function callLogin(params) {
   const login = () => callApi(apiPath, `${SHARING}.Login`, 'login', params);
@@ -98,12 +98,13 @@ async function logIn() {
   await enter(data.private);
 }
 
-// Stays with this entry of the tab's history, over reloads. An error in the address has had its say.
+// The note stays with this entry of the tab's history, also after a reload. Drops an error from the address, since it
+// was shown already.
 function leaveNote(note) {
   history.replaceState({note}, '', location.pathname);
 }
 
-/** The visit goes on: gives the application the private data of its login and the init data. */
+/** Shows a valid visit: gives the application the private data of the login and the init data. */
 async function enter(privateData) {
   form.hidden = true;
   form.removeAttribute('aria-busy');
@@ -132,7 +133,7 @@ async function enter(privateData) {
   loadModules(data, modules);
 }
 
-/** Ends the visit and loads the page anew, so that nothing of what the application showed remains. */
+/** Ends the visit and reloads the page, so that nothing of what the application showed remains. */
 async function logOut() {
   tell('');
   try {
@@ -146,7 +147,7 @@ async function logOut() {
   location.reload();
 }
 
-/** Applications may choose one colour: {"color": "#rrggbb"}. The text on it is black or white, by its lightness. */
+/** Applications may choose one colour: {"color": "#rrggbb"}. Text on it is black or white, whichever is readable. */
 function applyTheme(theme) {
   if (typeof theme?.color !== 'string' || !/^#[0-9a-f]{6}$/i.test(theme.color)) return;
   const [red, green, blue] = [1, 3, 5].map((at) => (parseInt(theme.color.slice(at, at + 2), 16) / 255) ** 2.2);
@@ -167,8 +168,8 @@ async function start() {
     tell('This link needs cookies. Allow them for this site and reload the page.');
     return;
   }
-  // Only the answer to a login holds the private data, so a tab that has none logs in; while a visit goes on,
-  // that is no further one.
+  // Only the answer to a login has the private data, so a tab without it logs in. That is no further visit while one is
+  // valid.
   const kept = sessionStorage.getItem(privateKey);
   if (state === 'open' && kept !== null) {
     await enter(parseJson(kept));
@@ -190,5 +191,5 @@ async function start() {
   }
 }
 
-// Applications' scripts that wait for the document come first, so that they hear of the login.
+// Runs after applications' scripts that wait for the document, so that they get the login event.
 if (state !== 'ended') document.addEventListener('DOMContentLoaded', start);

@@ -1,4 +1,4 @@
-// The UI modules that the init data lets a link's page load.
+// The UI modules that a link's page may load according to its init data.
 
 import {make} from '/shared/dom.js';
 

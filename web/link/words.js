@@ -6,7 +6,7 @@ const BLOCK_MINUTES = 15;
 
 const WORDS = {
   105: 'Your visit has ended. Open the link again.',
-  1000: 'This link doesn’t open any more. Ask whoever sent it to you for a new one.',
+  1000: 'This link doesn’t open any more. Ask the person who sent it to you for a new one.',
   1002: 'This link is not for this account.',
   1004: 'Logging out failed. Reload the page to see whether your visit goes on.',
   1006: 'Your visit has ended. Open the link again.',
@@ -15,8 +15,8 @@ const WORDS = {
 
 let blockedUntil = null;
 
-// The answer doesn't say when the block began, so the time is the latest at which it can end. Later
-// refusals in the same block don't move it.
+// The answer doesn't say when the block began, so this shows the latest time at which it can end. Later refusals
+// during the same block don't change that time.
 function blocked() {
   const now = new Date();
   if (blockedUntil === null || blockedUntil < now) {
@@ -29,7 +29,7 @@ function blocked() {
     + 'browser and open the link again.';
 }
 
-/** {text, field}: plain words, and the name of the form's field that they concern, or null. */
+/** {text, field}: plain words, and the name of the form's field that they are about, or null. */
 export function explainToVisitor(error) {
   if (error.code === 1008) return {text: blocked(), field: null};
   const {text, field} = explain(error);

@@ -12,7 +12,7 @@ export function qrImage(entry) {
   return entry.qrcode?.startsWith('data:image/png;base64,') ? entry.qrcode : null;
 }
 
-/** Copies a text; false when the browser does not let us. Call it from a key press or a click. */
+/** Copies a text; false when the browser refuses. Call it from the handler of a key press or a click. */
 export async function copyText(text) {
   try {
     await navigator.clipboard.writeText(text);

@@ -1,4 +1,4 @@
-// Choosing files and folders to share by link, and what a link of theirs shares.
+// The dialog that chooses files and folders to share by link, and the list of what such a link shares.
 
 import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
@@ -19,7 +19,7 @@ function uploadWords({only, max_size: size, max_files: files}) {
   return `Visitors may leave files${limits ? `, ${limits}` : ''}${only ? ', and see nothing of what is there' : ''}.`;
 }
 
-/** Tells in `place` what the link `entry` shares; hides it where it is no link of files. */
+/** Lists in `place` what the link `entry` shares; hides `place` when it is no link of files. */
 export async function drawContents(place, entry) {
   place.hidden = true;
   if (entry.project_name !== PROJECT) return;
@@ -144,7 +144,7 @@ export class FilePicker {
       make('button', {type: 'button', on: {click: () => this.#enter(this.#root.name, path)}}, make('bdi', {}, text))));
   }
 
-  // Without a choice the folder that is open is shared.
+  // Without a choice the open folder is shared.
   #items() {
     return this.#chosen.size > 0 ? [...this.#chosen.values()] :
       [{path: this.#path, name: this.#path.split('/').at(-1), type: 'folder'}];

@@ -19,14 +19,14 @@ const READERS = {
     return Number(input.value);
   },
   time: (input) => {
-    // A time that is filled in half has an empty value, which would mean no limit.
+    // A time that is only partly filled in has an empty value, which would mean no limit.
     if (input.validity.badInput || input.validity.rangeOverflow || input.validity.rangeUnderflow) {
       throw new FieldError('Enter a whole date and time, or leave it empty.');
     }
     const text = input.value.replace('T', ' ');
     return text.length === 16 ? `${text}:00` : text;
   },
-  // As the link's page judges it, which follows nothing that browsers could read in two ways.
+  // The same rule as that of the link's page, which follows no address that browsers could read in two ways.
   target: (input) => {
     const {value} = input;
     if (value !== '' && (/[\u0000-\u001f\u007f\\]/.test(value) || !/^(\/(?!\/)|https?:\/\/[^/?# ])/i.test(value))) {
@@ -53,7 +53,7 @@ function isObject(value) {
   return value !== null && typeof value === 'object' && !Array.isArray(value);
 }
 
-// Puts what `get` returned of a link into a field.
+// Writes a value from the answer of `get` into a field.
 function write(input, value) {
   if (input.dataset.kind === 'flag') input.checked = value;
   else if (input.dataset.kind === 'lines') input.value = value.join('\n');
@@ -62,7 +62,7 @@ function write(input, value) {
   else input.value = isObject(value) && Object.keys(value).length === 0 ? '' : JSON.stringify(value, null, 2);
 }
 
-// What stands in a field, to see whether it was touched.
+// The content of a field, to see whether it was changed.
 function raw(input) {
   return input.type === 'checkbox' ? input.checked : `${input.value}${input.validity.badInput}`;
 }
@@ -163,8 +163,8 @@ export class LinkForm {
     return this.#fields.filter((input) => raw(input) !== this.#initial.get(input));
   }
 
-  // The values to send: what was changed, since a parameter that is not sent keeps what is stored, and
-  // on a new link has its default. Null when a field can't be read; its error then stands at it.
+  // The values to send: only changed ones, because a parameter that is not sent keeps its stored value,
+  // or its default on a new link. Null when a field is invalid; its error is then shown at the field.
   #read() {
     const params = {project_name: this.#field('project_name').value};
     if (this.#entry) params.sharing_id = this.#entry.sharing_id;
@@ -227,7 +227,7 @@ export class LinkForm {
     }
   }
 
-  // Puts an error at the field, or at the head of the form where there is no such field in sight.
+  // Shows an error at the field, or at the top of the form when the field is not visible.
   #showError(name, text) {
     const input = this.#field(name);
     if (!input || input.closest('[hidden]')) {

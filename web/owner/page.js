@@ -1,4 +1,4 @@
-// The owner's page: which links are shown, and what is done with them.
+// The owner's page: lists links and acts on them.
 
 import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
@@ -101,9 +101,9 @@ function drawChoices() {
   find('#sort-direction').setAttribute('aria-label', view.ascending ? 'Ascending' : 'Descending');
 }
 
-// Whether the caller is an administrator is in no answer, but it shows: only for an administrator
-// does a list of everybody's links count more than the own ones. Where both are equal the switch would
-// change nothing, so it is not offered. A limit of 0 asks for the count alone.
+// No answer says whether the caller is an administrator. But only for an administrator does a list of
+// everybody's links count more than the caller's own. When both counts are equal the switch would change
+// nothing, so it is hidden. A limit of 0 returns the count alone.
 async function drawScope() {
   let totals;
   try {

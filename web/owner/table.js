@@ -26,8 +26,8 @@ export const COLUMNS = [
 
 /**
  * Draws the table anew. `view` is {everybody, sortBy, ascending}; `on` has the functions `sort(name)`,
- * `show(entry)`, `copy(entry, button)`, `edit(entry)` and `remove(entry)`. The focus stays on what it was
- * on, or where that is gone on its neighbour; false when there is neither.
+ * `show(entry)`, `copy(entry, button)`, `edit(entry)` and `remove(entry)`. The focus stays on its element,
+ * or goes to the neighbour of one that is gone; false when there is neither.
  */
 export function drawTable(table, entries, view, on) {
   const columns = COLUMNS.filter((column) => view.everybody || !column.everybody);
@@ -61,7 +61,7 @@ function headCell(column, view, on) {
   }, title);
 }
 
-// A button of a row. Its name says of which link, since a screen reader may read it alone.
+// A button of a row. Its name includes the link's title, because a screen reader may read it alone.
 function rowButton(entry, action, text, className, listener) {
   return make('button', {
     type: 'button', class: className, 'data-key': `${action} ${entry.sharing_id}`,
@@ -88,7 +88,7 @@ function linkCell(entry, on) {
   ];
 }
 
-// A text that may be long: cut to the column, whole where the pointer rests on it.
+// A text that may be long: cut to the column's width, complete in the tooltip.
 function short(text) {
   return make('span', {class: 'short', title: text}, text);
 }

@@ -2,8 +2,8 @@
 
 /**
  * A call that did not succeed. `code` is the API's number, or one of "network" (no answer), "login"
- * (the server wants a login) and "server" (an answer that is not the API's). `detail` is what the API
- * tells with its code: a text, or {name, reason} for a parameter that it refuses.
+ * (the server requires a login) and "server" (an answer that is not the API's). `detail` comes with
+ * the API's code: a text, or {name, reason} for a parameter that it refuses.
  */
 export class ApiError extends Error {
   constructor(code, detail = '') {

@@ -1,4 +1,4 @@
-// Making elements. Text only ever becomes text: nothing here parses markup.
+// Makes elements. Texts become text nodes; nothing here parses markup.
 
 /**
  * Makes an element. `attributes` are set as attributes, where true sets an empty one and false, null

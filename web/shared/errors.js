@@ -1,4 +1,4 @@
-// Plain words for what ApiError carries.
+// Explains an ApiError in plain words.
 
 const GENERAL = {
   network: 'The server gave no answer. Check the connection and try again.',
@@ -33,13 +33,13 @@ const GENERAL = {
   2009: 'Files can’t be shared at the moment.',
 };
 
-// What a text that comes with 101 or 117 means, and the field it concerns.
+// What a text that comes with 101 or 117 means, and the field that it is about.
 const DETAILS = [
   [/invalid project name/, 'A link cannot move to another project.', 'project_name'],
   [/invalid expire times/, 'Enter a whole number, 0 or more.', 'expire_times'],
   [/bad (?<field>\w+)/, 'The server did not accept this value.', null],
   [/db (create|update) entry fail/,
-    'The link could not be stored. Is a time one that does not exist, or is a text not storable?', null],
+    'The link could not be stored. Check that its times exist and that its texts have no unusual characters.', null],
   [/db delete entry fail/, 'The link could not be deleted. Try again in a moment.', null],
   [/gc error/, 'Cleaning did not work. Try again in a moment.', null],
 ];

@@ -1,5 +1,5 @@
-// Names of files as the API gives them: percent escapes stand for "%", for control characters and for bytes that
-// are no UTF-8, so that a text names one file and no other.
+// File names as the API writes them: "%", control characters and bytes that are not UTF-8 are percent escapes, so that
+// each text names one file.
 
 /** The text of a name that the browser has. */
 export function encodeName(name) {
@@ -7,7 +7,7 @@ export function encodeName(name) {
     (character) => `%${character.charCodeAt(0).toString(16).toUpperCase().padStart(2, '0')}`);
 }
 
-/** What people see of it. Line breaks, and marks that turn the direction of what follows, become visible. */
+/** The text that people see. Line breaks and marks that change the writing direction become visible. */
 export function showName(text) {
   const bytes = [];
   for (const [piece, digits, plain] of text.matchAll(/%([0-9A-Fa-f]{2})|([^%]+|%)/g)) {

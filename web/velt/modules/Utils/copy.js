@@ -1,5 +1,4 @@
-// A button that copies the link's address, to hand it on. Browsers offer the clipboard on HTTPS and on the
-// machine itself only.
+// A button that copies the link's address. Browsers offer the clipboard only on HTTPS and on the machine itself.
 const texts = window.VELT.TALD.InitData.Strings['velt.modules.Utils'];
 
 if (navigator.clipboard) {

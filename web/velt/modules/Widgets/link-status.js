@@ -1,4 +1,4 @@
-// Tells the visitor how long the link is open and how often it can be visited.
+// Shows the visitor how long the link is open and how many visits are left.
 const {Sharing, Strings} = window.VELT.TALD.InitData;
 const texts = Strings['velt.modules.Widgets'];
 
