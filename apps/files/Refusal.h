@@ -21,7 +21,7 @@ enum Code {
   kWrongKind = 2002,      // a file where a folder is needed, or the other way round
   kNothingShared = 2003,  // the link's data name nothing that can be shared
   kNoUploads = 2004,      // the link takes no uploads
-  kUploadLimit = 2005,    // the file is too large, or the link has its most files
+  kUploadLimit = 2005,    // the file is too large, or the link has all its files
   kNoSpace = 2006,        // the disk or the owner's quota is full
   kWrongOffset = 2007,    // the detail's "offset" is where the upload goes on
   kNoUpload = 2008,       // no upload of this id

@@ -34,12 +34,16 @@ std::vector<std::string> MakeModules() {
     const std::string name = "Module" + std::to_string(i);
     const std::filesystem::path folder = kWebRoot / "velt" / "modules" / name;
     const std::string texts = R"({"title": "The module", "open": "Open", "close": "Close",
-      "explanation": "A sentence or two that tell what can be done here."})";
-    Write(folder / "config.json",
-          R"({"velt.modules.)" + name +
-              R"(": {"script": "main.js", "title": "title", "icon": "icon.svg",
-      "depend": ["velt.modules.Utils", "velt.modules.Widgets"], "allowSharing": )" +
-              (i % 2 == 0 ? "true" : "false") + "}}");
+      "explanation": "One or two sentences that explain the module."})";
+    Json::Value config;
+    Json::Value& description = config["velt.modules." + name];
+    description["script"] = "main.js";
+    description["title"] = "title";
+    description["icon"] = "icon.svg";
+    description["depend"].append("velt.modules.Utils");
+    description["depend"].append("velt.modules.Widgets");
+    description["allowSharing"] = i % 2 == 0;
+    Write(folder / "config.json", config.toStyledString());
     Write(folder / "texts" / "enu.json", texts);
     Write(folder / "texts" / "ger.json", texts);
     Write(folder / "style.css", "");

@@ -115,8 +115,7 @@ class Workers(unittest.TestCase):
                 if hanging:
                     path = os.path.join(host.folder.name, "fifo")
                     os.mkfifo(path)
-                    form = f"api=Test.Host&version=1&method=hang&value={path}"
-                    stack.enter_context(host.start({}, form.encode()))
+                    stack.enter_context(host.begin("hang", value=path))
                     stack.enter_context(open(path, "wb"))  # waits for the handler
                 workers = host.workers()
                 host.signal(signal.SIGKILL)

@@ -15,12 +15,11 @@ from webapid import Host, fixture_registry, wait_until
 
 class Workers(unittest.TestCase):
     @contextlib.contextmanager
-    def hanging(self, host, form="method=hang&value="):
-        """A request whose handler is at work until the block ends."""
+    def hanging(self, host, method="hang", pipe="value", **parameters):
+        """A call whose handler runs until the block ends; its parameter `pipe` names the pipe that it reads."""
         path = os.path.join(host.folder.name, "fifo")
         os.mkfifo(path)
-        form = f"api=Test.Host&version=1&{form}{path}"
-        connection = host.start({}, form.encode())
+        connection = host.begin(method, **parameters, **{pipe: path})
         with open(path, "wb"):  # waits for the handler
             yield connection
 
@@ -76,7 +75,7 @@ class Workers(unittest.TestCase):
             self.assertEqual(host.call("program", value="echo x; sleep 100").json["data"], "")
             host.wait_for_log("program /bin/sh took too long and was ended")
             self.assertEqual(host.call("program", value="echo x").json["data"], "x\n")
-            with self.hanging(host, "method=program&value=echo+x&after=") as connection:
+            with self.hanging(host, "program", pipe="after", value="echo x") as connection:
                 connection.close()
             host.wait_for_log("a program printed 0 bytes", times=2)
 

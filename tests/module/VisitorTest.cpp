@@ -186,7 +186,7 @@ TEST_F(VisitorTest, BadConfigurationsFailNoRequest) {
                 testing::ElementsAreArray(row.script_lines.empty() ? row.lines : row.script_lines));
     Log().clear();
     const Answer login = TryLogin(id);
-    EXPECT_EQ(login.body["private"], Parse(std::string("[") + row.login_private + "]")[0]);
+    EXPECT_EQ(login.body["private"], Parse(row.login_private));
     EXPECT_THAT(Errors("SharingLoginAPI:140"), testing::ElementsAreArray(row.lines));
   }
 }
