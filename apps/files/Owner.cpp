@@ -45,11 +45,7 @@ Json::Value Describe(const Share& share) {
   data["title"] = share.root().title;
   data["items"] = Json::Value(Json::arrayValue);
   for (const std::string& path : share.items()) data["items"].append(DescribeItem(share, path));
-  if (share.upload().allowed) {
-    data["upload"]["only"] = share.upload().only;
-    data["upload"]["max_size"] = static_cast<Json::UInt64>(share.upload().max_size);
-    data["upload"]["max_files"] = static_cast<Json::UInt64>(share.upload().max_files);
-  }
+  if (share.upload().allowed) data["upload"] = ToJson(share.upload());
   return data;
 }
 

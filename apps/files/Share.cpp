@@ -27,6 +27,11 @@ UploadRule UploadOf(const Json::Value& data) {
   return rule;
 }
 
+void AddLimit(Json::Value& json, const char* name, std::uint64_t limit) {
+  constexpr std::uint64_t kLargestExact = (std::uint64_t{1} << 53) - 1;
+  if (limit <= kLargestExact) json[name] = static_cast<Json::UInt64>(limit);
+}
+
 Account OwnerOf(const sharing::record::Entry& entry) {
   auto account = FindAccount(entry.get_owner_uid());
   if (!account) throw Refusal(kNoLink);
@@ -34,6 +39,14 @@ Account OwnerOf(const sharing::record::Entry& entry) {
 }
 
 }  // namespace
+
+Json::Value ToJson(const UploadRule& rule) {
+  Json::Value json;
+  json["only"] = rule.only;
+  AddLimit(json, "max_size", rule.max_size);
+  AddLimit(json, "max_files", rule.max_files);
+  return json;
+}
 
 Json::Value DataOf(const sharing::record::Entry& entry) {
   Json::Value link;

@@ -25,6 +25,10 @@ struct UploadRule {
   std::uint64_t max_files = 0;
 };
 
+// The rule for a page, which reads numbers as JavaScript does: a limit beyond the largest exact one
+// is no limit in practice, and is left out.
+Json::Value ToJson(const UploadRule& rule);
+
 // A link's data, {"root": NAME, "items": [PATHS, see Names.h], "upload": {...}}, comes from its
 // owner and is not trusted: every use looks each path up again.
 class Share {

@@ -28,15 +28,6 @@ Json::Value ListItems(const Share& share) {
   return rows;
 }
 
-Json::Value UploadJson(const UploadRule& rule) {
-  Json::Value data;
-  if (!rule.allowed) return data;
-  data["only"] = rule.only;
-  data["max_size"] = static_cast<Json::UInt64>(rule.max_size);
-  data["max_files"] = static_cast<Json::UInt64>(rule.max_files);
-  return data;
-}
-
 // A browser must not run anything in the file with this site's rights, nor guess another type.
 std::string SafetyHeaders(const MediaType& media) {
   std::string lines = std::string("Content-Type: ") + media.type +
@@ -55,7 +46,7 @@ void ListShare(const APIRequest& request, APIResponse& response) {
   const Share share(Admit(request, response, false));
   const std::string visitors = request.GetParam("path", "").asString();
   Json::Value data;
-  data["upload"] = UploadJson(share.upload());
+  data["upload"] = share.upload().allowed ? ToJson(share.upload()) : Json::Value();
   data["entries"] = Json::Value(Json::arrayValue);
   data["total"] = 0;
   if (share.upload().only && visitors.empty()) return response.SetSuccess(data);

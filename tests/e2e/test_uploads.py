@@ -10,7 +10,7 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import Demo, wait_until
-from shared_files import Shared, ask, code, get, listed, query
+from shared_files import FILES, Shared, ask, code, get, listed, query
 
 
 def setUpModule():
@@ -88,6 +88,11 @@ class Uploads(unittest.TestCase):
             with self.subTest(name[:9], size=size):
                 self.assertEqual(wanted, code(self.begin(visitor, name, size)))
         self.assertEqual(["a.txt", "one"], sorted(os.listdir(folder)))
+        for limits, shown in (({}, {}), ({"max_size": 1 << 60, "max_files": 7}, {"max_files": 7})):
+            link = ALICE.visit("Coast", upload=limits)
+            self.assertEqual({"only": False, **shown}, ask(link, "list", path="")["data"]["upload"])
+            described = DEMO.data(FILES, "describe", {"sharing_id": link.link_id})
+            self.assertEqual({"only": False, **shown}, described["upload"])
         for wanted, rule, item in ((2004, None, "Coast"), (2005, {"max_size": "all"}, "Coast"),
                                    (2004, {}, "Coast/Dawn.png")):
             self.assertEqual(wanted, code(self.begin(ALICE.visit(item, upload=rule), "x", 1)))

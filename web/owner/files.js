@@ -14,8 +14,8 @@ export const PROJECT = 'files';
 const call = (method, params) => callApi('webapi/entry.cgi', 'VELT.Files', method, params);
 
 function uploadWords({only, max_size: size, max_files: files}) {
-  const limits = [size < Number.MAX_SAFE_INTEGER && `up to ${showSize(size)} each`,
-    files < Number.MAX_SAFE_INTEGER && `${files} at most`].filter(Boolean).join(', ');
+  const limits = [size !== undefined && `up to ${showSize(size)} each`, files !== undefined && `${files} at most`]
+    .filter(Boolean).join(', ');
   return `Visitors may leave files${limits ? `, ${limits}` : ''}${only ? ', and see nothing of what is there' : ''}.`;
 }
 

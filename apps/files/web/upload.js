@@ -124,7 +124,7 @@ export function makeUpload(rule, done) {
     queue.then(done);
   };
   input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
-  const limit = rule.max_size < Number.MAX_SAFE_INTEGER ? ` Up to ${showSize(rule.max_size)} each.` : '';
+  const limit = rule.max_size === undefined ? '' : ` Up to ${showSize(rule.max_size)} each.`;
   const zone = make('div', {
     class: 'drop',
     on: {
