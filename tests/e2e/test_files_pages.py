@@ -78,6 +78,26 @@ class Pages(unittest.TestCase):
         arrived.pop("x")
         self.assertEqual(sums, arrived)
 
+    def test_a_file_whose_last_answer_was_lost_has_arrived(self):
+        path = os.path.join(DEMO.state, "lost.txt")
+        with open(path, "w", encoding="ascii") as file:
+            file.write("content")
+        ALICE.put("lost/x")
+        browser = self.browser
+        browser.open(f"{DEMO.url}/sharing/{ALICE.share('lost', upload={'only': True})}")
+        browser.wait_for("#upload-files")
+        browser.script("""const fetch = window.fetch;
+            let failures = 0;
+            window.fetch = async (url, options) => {
+              if (failures === 1) { failures = 2; throw new TypeError('offline'); }
+              const answer = await fetch(url, options);
+              if (failures === 0 && String(url).includes('upload_piece')) { failures = 1; throw new TypeError('lost'); }
+              return answer;
+            };""")
+        browser.find("#upload-files").type(path)
+        self.assertEqual("done", browser.wait_for(".uploads li[data-state]").attribute("data-state"))
+        self.assertEqual(["lost.txt", "x"], sorted(os.listdir(ALICE.path("lost"))))
+
     def test_an_owner_chooses_and_sees_what_is_gone(self):
         ALICE.put("chosen/one.txt")
         ALICE.put("chosen/two.txt")

@@ -41,35 +41,36 @@ async function persist(state, step) {
   }
 }
 
+/** Sends the piece at `at`; returns {offset, name}, where `name` is undefined until the file is complete. */
+function sendAt(upload, at, file, state) {
+  let tried = false;
+  return persist(state, async () => {
+    const again = tried;
+    tried = true;
+    try {
+      if (again) {
+        // The piece may have arrived although its answer was lost.
+        const {offset} = await call('upload_state', {upload});
+        if (offset !== at) return {offset};
+      }
+      return await sendPiece(upload, at, file.slice(at, at + PIECE));
+    } catch (error) {
+      if (error.code === 2007) return {offset: error.detail.offset};
+      // A complete upload is no longer an upload.
+      if (again && error.code === 2008 && at + PIECE >= file.size) {
+        return {offset: file.size, name: encodeName(file.name)};
+      }
+      throw error;
+    }
+  });
+}
+
 /** Sends one file; returns the name that it got. */
 async function sendFile(file, state) {
   let {upload, offset, name} = await persist(state, () =>
     call('upload_begin', {name: encodeName(file.name), size: file.size}));
   while (name === undefined) {
-    const at = offset;
-    try {
-      ({offset, name} = await persist(state, async () => {
-        try {
-          return await sendPiece(upload, at, file.slice(at, at + PIECE));
-        } catch (error) {
-          if (error.code === 'network' || error.code === 'server') {
-            // The piece may have arrived all the same.
-            try {
-              ({offset} = await call('upload_state', {upload}));
-            } catch (gone) {
-              // A complete upload is no longer an upload.
-              if (gone.code !== 2008 || at + PIECE < file.size) throw gone;
-              return {offset: file.size, name: encodeName(file.name)};
-            }
-            if (offset !== at) return {offset};
-          }
-          throw error;
-        }
-      }));
-    } catch (error) {
-      if (error.code !== 2007) throw error;
-      ({offset} = error.detail);
-    }
+    ({offset, name} = await sendAt(upload, offset, file, state));
     state.show(offset);
   }
   return name;
