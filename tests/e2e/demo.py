@@ -12,6 +12,8 @@ import tempfile
 import time
 
 REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+# The build folder that ./run serves.
+BUILD = os.path.abspath(os.environ.get("VELT_BUILD") or os.path.join(REPOSITORY, "build/release"))
 SHARING = "VELT.Core.Sharing"
 START_SECONDS = 120
 

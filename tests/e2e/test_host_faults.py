@@ -12,10 +12,9 @@ import threading
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from demo import REPOSITORY, SHARING
+from demo import BUILD, REPOSITORY, SHARING
 from processes import descriptors, lives, seconds_old
 
-BUILD = os.environ["VELT_BUILD"]
 os.environ.setdefault("VELT_FIXTURES", os.path.join(BUILD, "tests", "host"))
 sys.path.append(os.path.join(REPOSITORY, "tests", "host"))
 

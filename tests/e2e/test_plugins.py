@@ -6,9 +6,7 @@ import os
 import shutil
 import unittest
 
-from demo import REPOSITORY, SHARING, Demo
-
-LIBRARIES = os.path.join(REPOSITORY, os.environ.get("VELT_BUILD", "build/release"), "tests/plugins/libs")
+from demo import BUILD, SHARING, Demo
 
 
 def setUpModule():
@@ -18,10 +16,9 @@ def setUpModule():
 
 
 def publish(fault):
-    """A visitor of a link whose application ships the library `fault`."""
-    source = os.path.join(LIBRARIES, fault + ".so")
-    if os.path.exists(source):
-        shutil.copy(source, DEMO.path("/usr/velt/lib/sharing/"))
+    """A visitor of a link whose application ships the library `fault`, unless that is "missing"."""
+    if fault != "missing":
+        shutil.copy(os.path.join(BUILD, "tests/plugins/libs", fault + ".so"), DEMO.path("/usr/velt/lib/sharing/"))
     plugins = [{"name": name, "params": {"lib": f"/usr/velt/lib/sharing/{fault}.so"}}
                for name in ("custom_page", "open_graph")]
     with open(DEMO.path(f"/usr/velt/etc.defaults/sharing/{fault}"), "w", encoding="utf-8") as file:

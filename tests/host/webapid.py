@@ -10,7 +10,7 @@ import threading
 import time
 import urllib.parse
 
-BUILD = os.environ["VELT_BUILD"]
+BUILD = os.path.abspath(os.environ["VELT_BUILD"])
 HOST = os.path.join(BUILD, "bin", "velt-webapid")
 FIXTURES = os.environ["VELT_FIXTURES"]
 BEGIN, END, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6

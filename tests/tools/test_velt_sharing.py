@@ -12,7 +12,7 @@ import threading
 import time
 import unittest
 
-BUILD = os.environ["VELT_BUILD"]
+BUILD = os.path.abspath(os.environ["VELT_BUILD"])
 TOOL = os.path.join(BUILD, "bin", "velt-sharing")
 HOST = os.path.join(BUILD, "bin", "velt-webapid")
 REGISTRY = os.path.join(BUILD, "lib", "webapi.d")
