@@ -50,7 +50,7 @@ class VisitorTest : public ModuleTest {
   Answer InitData(const char* action) {
     return Call("VELT.Core.Sharing.Initdata", "get", Object({{"action", action}}));
   }
-  // The session object of a script, and what stands behind it.
+  // Returns the session object of a script; `extra` gets the rest of the script.
   static Json::Value Script(const Answer& answer, std::string* extra = nullptr) {
     EXPECT_TRUE(answer.raw);
     EXPECT_THAT(answer.printed, StartsWith(kHeader));

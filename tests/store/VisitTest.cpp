@@ -189,7 +189,7 @@ TEST_P(VisitTest, VisitIsValidForTheProtectionThatItWasGivenFor) {
       {"password, then users", WithPassword(), {ForUsers({"alice"}, {})}, false},
       {"password, then open", WithPassword(), {open}, false},
       {"open for a while", WithPassword(), {open, password}, false},
-      {"the same password anew", WithPassword(), {WithPassword()}, false},
+      {"the same password again", WithPassword(), {WithPassword()}, false},
       {"other users", ForUsers({"alice"}, {}), {bob}, false},
       {"other groups", ForUsers({"alice"}, {}), {family}, false},
       {"title and visits",
