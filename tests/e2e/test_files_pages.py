@@ -112,12 +112,12 @@ class Pages(unittest.TestCase):
         browser.wait(lambda: browser.find("#edit [type=submit]").shown())
         browser.find("#edit [type=submit]").click()
         browser.wait_text("chosen › two.txt", "#share-contents")
-        address = browser.find("#share-url").property("value")
+        link = browser.find("#share-url").property("value").rsplit("/", 1)[-1]
         browser.find("#share [data-close]").click()
         os.unlink(ALICE.path("chosen/two.txt"))
-        browser.wait_for("td.qr button").click()
+        browser.wait_for(f"[data-key='show {link}']").click()  # once the list has the new link
         browser.wait_text("two.txt (not there any more)", "#share-contents")
-        visitor = DEMO.visitor(address.rsplit("/", 1)[-1])
+        visitor = DEMO.visitor(link)
         self.assertTrue(visitor.login()["success"])
         self.assertEqual(["one.txt"], listed(visitor, ""))
 
