@@ -79,10 +79,15 @@ ForkedCall CallInFork(const std::function<std::string()>& work, std::chrono::mil
   output.Close();
   ChildProcess child(pid, deadline);
   if (!child.IsWatched()) return ForkedCall::kNotStarted;
-  if (child.Read(input.get(), kLargestResult, result) == ChildProcess::Output::kTooLate ||
-      !child.EndsInTime()) {
-    return ForkedCall::kTooLate;
+  switch (child.Read(input.get(), kLargestResult, result)) {
+    case ChildProcess::Output::kWhole:
+      break;
+    case ChildProcess::Output::kTooLate:
+      return ForkedCall::kTooLate;
+    case ChildProcess::Output::kTooMuch:
+      return ForkedCall::kDied;
   }
+  if (!child.EndsInTime()) return ForkedCall::kTooLate;
   const int status = child.End();
   return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? ForkedCall::kReturned : ForkedCall::kDied;
 }

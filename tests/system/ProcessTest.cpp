@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "tests/support/Orphans.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsys/Descriptor.h"
+#include "veltsys/ForkedCall.h"
 #include "veltsys/Process.h"
 #include "veltsys/ProgramRules.h"
 
@@ -284,6 +286,23 @@ TEST_F(Process, ProgramThatCannotStartGivesAnErrorAndLeavesNoChild) {
   EXPECT_EQ(errno, ECHILD);
   EXPECT_EQ(VLIBCPclose(nullptr), -1);
   EXPECT_EQ(VLIBCPclose(stdin), -1);
+}
+
+TEST(ForkedCall, ReturnsWholeResultsOnly) {
+  const struct {
+    const char* name;
+    std::function<std::string()> work;
+    VELT::ForkedCall outcome;
+  } rows[] = {
+      {"the largest", [] { return std::string(65536, 'x'); }, VELT::ForkedCall::kReturned},
+      {"too large", [] { return std::string(70000, 'x'); }, VELT::ForkedCall::kDied},
+      {"an exception", []() -> std::string { throw 1; }, VELT::ForkedCall::kDied},
+  };
+  for (const auto& row : rows) {
+    std::string result;
+    EXPECT_EQ(VELT::CallInFork(row.work, 60s, result), row.outcome) << row.name;
+    EXPECT_TRUE(row.outcome != VELT::ForkedCall::kReturned || result == row.work()) << row.name;
+  }
 }
 
 }  // namespace

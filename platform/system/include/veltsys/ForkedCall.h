@@ -9,14 +9,15 @@ namespace VELT {
 
 enum class ForkedCall { kReturned, kNotStarted, kTooLate, kDied };
 
-// Runs `work` in a forked child and hands the text that it returns back in `result`, which is of use
-// with kReturned only. After `limit` the child and all of its process group are ended (kTooLate); a
-// `work` that throws or ends its process is one that died. In any case nothing of it is left.
+// Runs `work` in a forked child and returns the text that it gives in `result`, which is meaningful
+// with kReturned only. kTooLate: `work` had not returned after `limit`. kDied: it threw, ended its
+// process, or gave more than 64 KiB. In every case the child and its process group have ended when
+// the call returns.
 //
-// The child has the caller's ids, memory and standard error, /dev/null as the other two standard
-// descriptors, no further one but the pipe to the caller, default signal actions, an empty mask, and
-// dumps no core. It is killed when the calling thread ends. No other thread may run meanwhile that
-// could hold a lock which `work` needs.
+// The child has the caller's ids, memory and standard error, /dev/null as standard input and output,
+// no other descriptor but the pipe to the caller, default signal actions and an empty signal mask,
+// and dumps no core. It is killed when the calling thread ends. No other thread of the caller may
+// hold a lock that `work` needs.
 ForkedCall CallInFork(const std::function<std::string()>& work, std::chrono::milliseconds limit,
                       std::string& result);
 
