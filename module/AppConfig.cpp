@@ -20,22 +20,22 @@ Json::Value ParamsOf(const Json::Value& plugin) {
   return plugin.get("params", Json::Value(Json::objectValue));
 }
 
-// What of an element of "plugins" keeps it from being run; null: nothing.
+// Why an element of "plugins" can't be run; null when it can.
 const char* FaultOf(const Json::Value& plugin) {
-  if (!plugin.isObject()) return "it is no object";
-  if (!plugin.get("name", "").isString()) return "\"name\" is no text";
-  return ParamsOf(plugin).isObject() ? nullptr : "\"params\" is no object";
+  if (!plugin.isObject()) return "it is not an object";
+  if (!plugin.get("name", "").isString()) return "\"name\" is not a string";
+  return ParamsOf(plugin).isObject() ? nullptr : "\"params\" is not an object";
 }
 
-// For the application's author. A configuration is read only under a file's name, so the project
-// is one here.
+// For the application's author. The project is the name of an installed configuration file here,
+// never a text that a visitor made up.
 void LogFault(unsigned int number, const sharing::record::Entry& entry, const char* fault) {
   LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s", number,
          entry.get_project_name().c_str(), fault);
 }
 
-// Calls `visit` for each element with its number, counted from 1, and its fault. An element of
-// another shape is its application's mistake and costs nobody else's plugin.
+// Calls `visit` for each element of "plugins" with its number, counted from 1, and its fault. A
+// malformed element is its author's mistake and must not stop the other plugins.
 template <typename Visit>
 void ForEachPlugin(const Json::Value& plugins, Visit visit) {
   for (Json::ArrayIndex index = 0; index < plugins.size(); ++index) {
@@ -72,7 +72,7 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
     const sharing::PluginRunnerFunc runner = sharing::GetSharingPlugin("render", name);
     if (runner == nullptr) return;
     const Json::Value params = ParamsOf(plugin);
-    if (!params.get("lib", "").isString()) LogFault(number, input.entry, "\"lib\" is no text");
+    if (!params.get("lib", "").isString()) LogFault(number, input.entry, "\"lib\" is not a string");
     runner(params, input.entry, input.status, input.extra, output);
   });
   return true;
@@ -80,7 +80,8 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
 
 }  // namespace VELT
 
-// The page's faults are logged by the session script, which every page loads.
+// Faults of the configuration are not logged here. Every page loads the session script, which logs
+// them.
 extern "C" VELT_EXPORT void VisitPagePlugins(const VELT::sharing::record::Entry& link,
                                              VELT::PagePluginVisitor& visitor) {
   const Json::Value config = VELT::ReadSharingAppConfig(link);

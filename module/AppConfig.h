@@ -18,17 +18,17 @@ bool FindSharingEntry(const std::string& sharing_id, sharing::record::Entry& ent
 // none that can be read.
 Json::Value ReadSharingAppConfig(const sharing::record::Entry& entry);
 
-// What a dispatch hands to every plugin. All is borrowed for the call.
+// What a dispatch passes to every plugin. Everything is borrowed for the call.
 struct RenderPluginInput {
   const sharing::record::Entry& entry;
   const char* status;
   const Json::Value& extra;
 };
 
-// Runs the render plugins of `config` in their order, all of them or those called `only_name`
-// (null: all), each writing into `output`. False when there is nothing to walk: no configuration,
-// or "plugins" is no array, which is logged under `place`. An element of "plugins" whose shape is
-// wrong is logged and passed over. Exceptions of a plugin pass on to the caller.
+// Runs the render plugins of `config` in order: those called `only_name`, or all when it is null.
+// Each adds to `output`. Returns false when there is no list of plugins: `config` is not an object,
+// or its "plugins" is not an array, which is logged at `place`. A malformed element of "plugins" is
+// logged and skipped. Exceptions of plugins reach the caller.
 bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
                            const RenderPluginInput& input, const LogPlace& place,
                            Json::Value& output);

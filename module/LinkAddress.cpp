@@ -31,8 +31,9 @@ std::vector<char> ReadAll(FILE* stream) {
   return content;
 }
 
-// Twice the source is room enough but for the shortest: 1, 2 and 4 bytes need it and a zero byte
-// more, which ends the text below and which an encoder that finds no room for it may leave out.
+// Twice the source size holds the base64 text and its zero byte, except for sources of 1, 2 and 4
+// bytes. The zero byte must fit: an encoder without room for it may leave it out, but it ends the
+// text below.
 std::size_t Base64BufferSize(std::size_t source_size) {
   return std::max(2 * source_size, (source_size + 2) / 3 * 4 + 1);
 }

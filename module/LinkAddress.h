@@ -1,4 +1,4 @@
-// A link's address, its QR code, and its description in answers.
+// A link's address, its QR code, and its JSON form in answers.
 #pragma once
 
 #include <json/value.h>
@@ -14,11 +14,11 @@ namespace VELT {
 std::string LinkURL(const APIRequest* request, const std::string& sharing_id);
 
 // Makes `qrcode` a data URI (RFC 2397) of a PNG image that encodes `url` at error correction level
-// H. False, leaving it unchanged and logging a line, when qrencode(1) can't be started; false as
-// well when it prints nothing.
+// H. Returns false and leaves it unchanged when qrencode(1) can't be started, which is logged, or
+// prints nothing.
 bool GenerateQRCode(const std::string& url, std::string& qrcode);
 
-// Makes `out` the link's own JSON form plus "url" and, when the image can be made, "qrcode".
+// Makes `out` the JSON form of Entry::ToJSON plus "url" and, when the image can be made, "qrcode".
 void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entry,
                    Json::Value& out);
 

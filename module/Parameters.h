@@ -1,5 +1,5 @@
-// What each method reads of its request, said once: pre-checks, ParseParams and the test of the
-// documents take names, types, defaults and order from here.
+// The parameters of each method, defined once: the pre-checks, ParseParams and the test of
+// docs/api.md take names, types, defaults and order from here.
 #pragma once
 
 #include <tuple>
@@ -25,15 +25,15 @@ using Bool = Param<bool>;
 struct Object {
   const char* name;
 };
-struct Names {  // an array of texts
+struct Names {  // an array of strings
   const char* name;
 };
 struct AnyValue {
   const char* name;
 };
 
-// Each kAll stands in the order in which the method's pre-check judges. It refers to its rows, for
-// compilers differ in which of two such variables they make first.
+// Each kAll lists the parameters in the order in which the pre-check reports them. It holds
+// references, because compilers initialise two such variables in different orders.
 
 namespace get {
 inline const Text kSharingID{sharing::SZK_SHARING_ID, ""};

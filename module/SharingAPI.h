@@ -1,4 +1,4 @@
-// The methods of VELT.Core.Sharing: their common life and the owner's side.
+// The steps that all methods share, and the methods of a link's owner.
 #pragma once
 
 #include <json/value.h>
@@ -18,28 +18,28 @@
 
 namespace VELT {
 
-// Callers distinguish failures by these; the texts beside them are for people.
+// Clients distinguish failures by these codes. The messages beside them are for people.
 enum ErrorCode : int {
-  kErrorParam = 101,   // a parameter can't be read, or the request is not allowed in its form
-  kErrorStore = 117,   // the database can't be used, or refused, or a login failed inside it
+  kErrorParam = 101,   // a bad parameter, or a request that this caller may not make
+  kErrorStore = 117,   // the database is unusable or refused a change, or a login failed internally
   kErrorCheck = 120,   // a pre-check refused a parameter; the detail says which and why
-  kErrorLogin = 1000,  // no link that lets visitors in
+  kErrorLogin = 1000,  // no such link, or it admits no visitors now
   kErrorProtectPassword = 1001,  // wrong link password
   kErrorProtectUser = 1002,      // the account is not among the link's
   kErrorUserLogin = 1003,        // wrong account or account password
   kErrorLogout = 1004,           // there was no visit to end
   kErrorSharingID = 1005,        // no such link, or a visit of another one
   kErrorSharingSession = 1006,   // no visit, or it has ended
-  kErrorOwner = 1007,            // somebody else's link
-  kErrorAddress = 1008,          // not from this address, or not now
-  kErrorNoUsers = 1009,          // protection by accounts without any
-  kErrorNoPassword = 1010,       // protection by a password without one
+  kErrorOwner = 1007,            // the link has another owner
+  kErrorAddress = 1008,          // another address than the visit's, or too many failed logins
+  kErrorNoUsers = 1009,          // protection by accounts, but none is listed
+  kErrorNoPassword = 1010,       // protection by a password, but none is set
   kErrorNoRedirectURI = 1011,    // a redirect without an address
   kErrorExpireTimes = 1012,      // no visit left
 };
 
-// One request to one method: made for it, run once, destroyed with it. A step returns 0 or the
-// error code that ends the request, and then may leave a text in error_message_.
+// One call of one method: created for the request and run once. A step returns 0, or the error code
+// that ends the request; it may then set error_message_.
 class SharingAPIBase {
  public:
   // Both are the framework's and outlive the object.
@@ -49,18 +49,19 @@ class SharingAPIBase {
   SharingAPIBase& operator=(const SharingAPIBase&) = delete;
   virtual ~SharingAPIBase();
 
-  // Takes the three steps and answers with result_, or with the code and text of the first that
+  // Runs the three steps and answers with result_, or with the code and message of the step that
   // failed.
   virtual void Run();
-  // May throw what reading a parameter throws: the request then ends with kErrorParam and its text.
+  // May throw a std::exception: the request then ends with kErrorParam and the exception's text.
   virtual int ParseParams();
   virtual int Execute();
   virtual int FormOutput();
 
  protected:
-  // The steps in their order: 0, or the failing one's code with its prefix put before
-  // error_message_.
+  // Runs the steps in order. Returns 0, or the code of the step that failed; error_message_ then
+  // begins with that step's prefix.
   int RunSteps();
+  // Sets error_message_ and returns `code`.
   int Fail(int code, const char* message);
 
   // The parameter, or its fallback. Throw what JsonCpp's conversions throw.
@@ -77,8 +78,8 @@ class SharingAPIBase {
   Json::Value result_;
 };
 
-// The handler of every row of the method table. The object is declared outside the block so that
-// the log line of an exception from Run comes before the object's end.
+// The handler of every row of the method table. The object is declared outside the try block, so
+// that an exception is logged before the object is destroyed.
 template <typename T>
 void SharingAPIHandler(APIRequest* request, APIResponse* response) {
   std::unique_ptr<SharingAPIBase> method;

@@ -23,18 +23,17 @@ constexpr const char* kRequired = "required";
 constexpr const char* kType = "type";
 constexpr const char* kCondition = "condition";
 
-// Reads the rows of one check; all are read before Judge looks at the first.
+// Reads the parameters of one pre-check, all of them before Judge looks at the first.
 class ParamCheck {
  public:
   ParamCheck(APIRequest* request, APIResponse* response) : request_(request), response_(response) {}
 
-  // Reads them in their order.
   template <typename... Params>
   auto ReadAll(const std::tuple<Params...>& all) {
     return std::apply([this](const Params&... each) { return std::tuple{Read(each)...}; }, all);
   }
 
-  // Reports the first invalid row, if any.
+  // False when a parameter is invalid; the first such one is then reported.
   bool Judge() {
     const auto bad = std::ranges::find_if(rows_, &Verdict::invalid);
     if (bad == rows_.end()) return true;
@@ -161,7 +160,7 @@ bool CheckSharingSetParams(APIRequest* request, APIResponse* response) {
   if (redirect_type.IsSet() && !IsOneOf(redirect_type, R"(["none", "url_param", "always"])")) {
     return check.Refuse(set::kRedirectType.name, kCondition);
   }
-  // Present and empty, or absent: the default is the empty text.
+  // An absent password is refused too: its default is the empty string.
   if (APIValidator::IsEqual(protect_type, "password") &&
       APIValidator::IsEqual(protect_password, "")) {
     return check.Refuse(set::kProtectPassword.name, kCondition);

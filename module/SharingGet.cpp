@@ -5,7 +5,7 @@
 namespace VELT {
 
 int SharingGet::ParseParams() {
-  // A visitor that names no link means the one that it came by.
+  // A visitor who names no link means the one of the address that they called.
   const std::string own = request_->GetSharingID();
   sharing_id_ = Read(params::Text{params::get::kSharingID.name, own.c_str()});
   return 0;

@@ -31,7 +31,7 @@ int SharingList::Execute() {
   PrepareCondition(condition);
   if (!entry_db.Count(total_)) return Fail(kErrorStore, "db conut entries fail");
 
-  // A store may clear the condition with the count or keep it: prepared anew, it says the same.
+  // Some stores clear the condition after a count. In one that keeps it, this changes nothing.
   PrepareCondition(condition);
   if (!share_with_me_) condition->Limit(offset_, limit_);
   if (!entry_db.Query(entries_)) return Fail(kErrorStore, "db get entries fail");
@@ -54,7 +54,7 @@ void SharingList::PrepareCondition(sharing::db::Condition* condition) {
 void SharingList::PrepareUserInfo() {
   login_uid_ = request_->GetLoginUID();
   VELTUSER* user = nullptr;
-  // Without the record the caller's groups stay unknown and only its uid matches.
+  // Without the account's record its groups are unknown, so that only its uid can match.
   if (VELTUserGetByUID(login_uid_, &user) == 0) sharing::UserGroupsGet(user, group_ids_);
   if (user != nullptr) VELTUserFree(user);
 }

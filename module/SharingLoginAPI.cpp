@@ -55,7 +55,7 @@ int SharingLogin::ParseParams() {
   return 0;
 }
 
-// Root, for the store checks the appliance's passwords.
+// As root, because the store checks passwords of the appliance's accounts.
 int SharingLogin::Execute() {
   IF_RUN_AS(0, 0, log_place::kLoginGuard) { return Login(); }
   // NOLINTNEXTLINE(readability-else-after-return): the guard ends after this block.

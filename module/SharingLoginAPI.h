@@ -15,8 +15,8 @@ namespace sharing {
 class InitDataHandler;
 }
 
-// Logs a visitor in to a link: the new session id goes into a cookie and, with what the
-// application's custom page plugin has for visitors who are in, into the answer.
+// Logs a visitor in to a link. The answer holds the new session id, which is set as a cookie too,
+// and the private data of the application's custom page plugin.
 class SharingLogin : public SharingAPIBase {
  public:
   using SharingAPIBase::SharingAPIBase;
@@ -39,7 +39,7 @@ class SharingLogin : public SharingAPIBase {
   Json::Value app_config_;
 };
 
-// Ends the visitor session of the request, or the one it names.
+// Ends the visitor session that the request names, or else its own.
 class SharingLogout : public SharingAPIBase {
  public:
   using SharingAPIBase::SharingAPIBase;

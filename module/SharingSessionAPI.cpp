@@ -99,8 +99,8 @@ void SharingSession::CollectSharingSession() {
   }
 }
 
-// The page builder gets tags from the plugins another way; the script keeps only their session
-// data.
+// Only the plugins' session data goes into the script. Their tags stand in the page, whose builder
+// runs the plugins itself.
 void SharingSession::RunRenderPlugins() {
   Json::Value output(Json::objectValue);
   const RenderPluginInput input{entry_, sharing_status_.c_str(), preview_param_};

@@ -11,8 +11,8 @@
 namespace VELT {
 
 // Answers with JavaScript instead of the framework's JSON: the page's session object, then what the
-// application's plugins add. In preview mode it describes a page that no stored link stands behind.
-// An unknown link or a store that is not usable still gets a script.
+// application's plugins add. In preview mode it describes the page of a link that is not stored. An
+// unknown link or an unusable database still gives a script.
 class SharingSession : public SharingAPIBase {
  public:
   using SharingAPIBase::SharingAPIBase;

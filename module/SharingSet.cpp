@@ -14,8 +14,8 @@ using sharing::record::Entry;
 
 constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
 
-// Whether `text` is empty or of the form of kTimeFormat. strptime(3), which looks at it next, is not
-// so strict, and whether there is such a time is the store's to judge.
+// Whether `text` is empty or has the form of kTimeFormat. A store that uses strptime(3) alone would
+// accept more. Whether such a time exists is left to the store.
 bool IsTimeText(const std::string& text) {
   constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
   return text.empty() ||
@@ -24,7 +24,7 @@ bool IsTimeText(const std::string& text) {
          });
 }
 
-// From here on: called while parameters are read, where an exception's text becomes the error's.
+// The functions below run in ParseParams, where an exception's text becomes the error message.
 Entry::ProtectType ProtectTypeOf(const std::string& text) {
   if (text == sharing::SZK_PROTECT_PROTECT_NONE) return Entry::ProtectType::kNone;
   if (text == sharing::SZK_PROTECT_PROTECT_PASSWORD) return Entry::ProtectType::kPassword;
@@ -88,7 +88,7 @@ int SharingSet::Execute() {
     entry.set_owner_uid(owner_uid_);
     entry.set_app(app_);
     entry.set_private_data(private_data_);
-    // Not yet protected: should this process die before the update below, nobody may open the link.
+    // Its protection is set by the update below. If this process dies before, nobody may open it.
     entry.set_enabled(false);
     if (!entry_db.CreateWithHash(entry)) return Fail(kErrorStore, "db create entry fail");
   }
@@ -134,7 +134,7 @@ bool SharingSet::Carries(const char* parameter, bool update) const {
 int SharingSet::SetEntryFields(Entry& entry, bool update) {
   SetAccessFields(entry, update);
   SetProtectFields(entry, update);
-  // Judged on stored and new values together, for an update may bring only one of the two.
+  // The record holds stored and new values here: an update may change the type alone.
   switch (entry.get_protect_type()) {
     case Entry::ProtectType::kNone:
       break;
