@@ -9,8 +9,8 @@
 
 namespace VELT::sharing {
 
-// Puts `url` into `format` at its one "%s". A URL without a version of its own, a parameter "v", is
-// given the version of the file that it names. The text is cut at 1023 bytes.
+// Puts `url` into `format` at its one "%s". A URL whose first "v=" is not a parameter gets the
+// version of the file that it names as its parameter "v". The result is cut at 1023 bytes.
 std::string FormatVersionedTag(const char* format, const char* url);
 
 // Writes "JSFILE", "CSS" and "SESSION" (text, after what earlier plugins gave) and "PRIVATE" (any

@@ -22,14 +22,14 @@ const std::vector<std::string> gAllowModuleList = {
     "Utils",     "Widgets",          "SharingManager",
 };
 
-// A module's name is the third piece of the texts that name it: <vendor>/<group>/<Module>/...
+// A module's name is the third part of its keys: <vendor>/<group>/<Module>/...
 constexpr unsigned int kModulePiece = 2;
 
 bool AllowsSharing(const Json::Value& member) {
   return member.isObject() && member["allowSharing"] == Json::Value(true);
 }
 
-void NotePackageStatus(Json::Value& member) {
+void SetPackageStatus(Json::Value& member) {
   IF_RUN_AS(0, 0, log_place::kPackageGuard) {
     if (!member.isMember("pkgId")) return;
     const Json::Value& id = member["pkgId"];
@@ -118,7 +118,7 @@ void InitDataHandler::AppendAllowSharing(Json::Value& config) {
       std::string opened;
       if (Extractor(member.name(), opened, ".", kModulePiece)) {
         allowModules.insert(opened);
-        NotePackageStatus(*member);
+        SetPackageStatus(*member);
       }
       allowModules.insert(module);
       break;

@@ -1,4 +1,4 @@
-// The start-up data of a link's page: what the appliance gives its own pages, cut down to what an
+// The start-up data of a link's page: that of the appliance's own pages, reduced to what an
 // anonymous visitor may see, and the link itself.
 #pragma once
 
@@ -41,9 +41,9 @@ class InitDataHandler : public ::InitDataHandler {
   bool IsLogined() override;
 
   // Allows the modules of the JS config that a member with "allowSharing" opens to visitors, and
-  // notes in that member whether its package runs. Needs the right to become root for the latter.
+  // sets "pkgStatus" in that member, for which it needs the right to become root.
   virtual void AppendAllowSharing(Json::Value& config);
-  // Each leaves the allowed modules' members or elements only.
+  // Each removes the members or elements of modules that are not allowed.
   virtual void FilterJSConfig(Json::Value& config);
   virtual void FilterCSSFiles(Json::Value& files);
   virtual void FilterStrings(Json::Value& strings);
@@ -54,8 +54,8 @@ class InitDataHandler : public ::InitDataHandler {
   record::Entry entry;
 };
 
-// The piece number `index` of `src`, split at `delim`. False, leaving `dst` as it was, when there
-// is none.
+// Makes `dst` the part number `index`, counted from 0, of `src` split at `delim`. False, leaving
+// `dst` as it was, when there is none.
 bool Extractor(const std::string& src, std::string& dst, const char* delim, unsigned int index);
 
 }  // namespace VELT::sharing

@@ -19,10 +19,10 @@ std::string LibraryPath(const Json::Value& params) {
   return path.isString() ? path.asString() : "";
 }
 
-// The longest text of a number, and more than enough for the other plain values.
+// No text of a number, a boolean or null is longer.
 constexpr std::size_t kNumberSize = 24;
 
-// About the length of the value's JSON text, escapes left out. Counting ends soon after `limit`.
+// Roughly the length of the value's JSON text, without escapes. Counting stops soon after `limit`.
 std::size_t TextSize(const Json::Value& value, std::size_t limit) {
   const Json::ValueType type = value.type();
   if (type == Json::stringValue) {
@@ -49,14 +49,14 @@ std::size_t TextSize(const Json::Value& value, std::size_t limit) {
 
 bool CallLibFunc(PluginLibFunc func, const record::Entry& entry, const char* status,
                  const Json::Value& extra, Json::Value& result) {
-  // The exception's code may stand in the library, which is closed before the caller looks at it:
-  // only its text goes on.
+  // The exception's code may be part of the library, which is closed before the caller handles the
+  // exception. So only its text is passed on.
   try {
     return func(entry, status, extra, result);
   } catch (const std::exception& error) {
     throw std::runtime_error(error.what());
   } catch (...) {
-    throw std::runtime_error("plugin threw something else than a std::exception");
+    throw std::runtime_error("plugin threw an exception that is no std::exception");
   }
 }
 
@@ -79,15 +79,15 @@ PluginCall::PluginCall(const Json::Value& params, const char* symbol, const reco
   const auto func = reinterpret_cast<PluginLibFunc>(address);
   if (!CallLibFunc(func, entry, status, extra, result_)) return;
 
-  used_ = TextSize(result_, kLargestResult) <= kLargestResult;
-  if (!used_) {
+  usable_ = TextSize(result_, kLargestResult) <= kLargestResult;
+  if (!usable_) {
     LOG_AT(log_place::kPluginOutput, LOG_ERR, "plugin output exceeds %zu bytes: %s", kLargestResult,
            path_.c_str());
   }
 }
 
 Json::Value* PluginCall::Result(Json::ValueType type) {
-  return used_ && result_.type() == type ? &result_ : nullptr;
+  return usable_ && result_.type() == type ? &result_ : nullptr;
 }
 
 }  // namespace VELT::sharing

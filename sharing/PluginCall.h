@@ -1,4 +1,4 @@
-// One call of the one function that a plugin takes from its library.
+// One call of the function that a plugin uses of its library.
 #pragma once
 
 #include <json/value.h>
@@ -14,14 +14,14 @@ namespace VELT::sharing {
 
 // The constructor opens the library that `params` name, calls the function and keeps the library
 // open for the object's life. What the library prints to standard output until it is closed is
-// dropped. Throws std::runtime_error with the text of whatever the function throws.
+// dropped. An exception of the function becomes a std::runtime_error with its text.
 class PluginCall {
  public:
   PluginCall(const Json::Value& params, const char* symbol, const record::Entry& entry,
              const char* status, const Json::Value& extra);
 
-  // What the function gave, when it returned true and gave a value of this type of at most 1 MiB of
-  // text; else null. Owned by this object; the caller may take parts out of it.
+  // The function's result, if it returned true and the result has this type and at most 1 MiB of
+  // text; else null. Owned by this object; the caller may move parts out of it.
   Json::Value* Result(Json::ValueType type);
 
  private:
@@ -30,9 +30,9 @@ class PluginCall {
   };
 
   Json::Value result_;
-  bool used_ = false;
+  bool usable_ = false;
   const std::string path_;
-  const StrayOutput output_;                  // until after the library's end
+  const StrayOutput output_;                  // ends after the library
   std::unique_ptr<void, LibCloser> library_;  // last: closed before the result is released
 };
 

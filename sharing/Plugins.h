@@ -1,5 +1,5 @@
-// Render plugins: which there are, the classes that they are made of, and how a plugin's library is
-// opened, searched and closed. Nothing here holds state; several threads may use it at once.
+// Render plugins: their list, their base classes, and how a plugin's library is opened, searched
+// and closed. Nothing here keeps state; several threads may use it at once.
 #pragma once
 
 #include <json/value.h>
@@ -12,10 +12,10 @@
 namespace VELT::sharing {
 
 // Runs one plugin. `params` are those of its entry in the application's configuration; `status` and
-// `extra` go to the plugin's library as they are; what the plugin gives is added to `output`, an
-// object that the plugins of one page share. Failures of the library are logged and add nothing.
-// Throws what the plugin's function throws, with its text, and what JsonCpp's conversions of its
-// result throw.
+// `extra` are passed to the plugin's library unchanged. The plugin's result is added to `output`,
+// an object that the plugins of one page share. A library that fails is logged and adds nothing.
+// Throws std::runtime_error with the text of an exception of the plugin's function, and what
+// JsonCpp's conversions of its result throw.
 using PluginRunnerFunc = void (*)(const Json::Value& params, const record::Entry& entry,
                                   const char* status, const Json::Value& extra,
                                   Json::Value& output);

@@ -10,7 +10,7 @@ namespace {
 constexpr uid_t kKeepUid = static_cast<uid_t>(-1);
 constexpr gid_t kKeepGid = static_cast<gid_t>(-1);
 
-// The group must change while the process is root, so a process that is not becomes root first.
+// Only root may take any group, so a process that is to change its user becomes root first.
 bool SwitchTo(uid_t uid, gid_t gid) {
   const uid_t euid = geteuid();
   const gid_t egid = getegid();

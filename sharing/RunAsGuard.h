@@ -7,11 +7,10 @@
 
 namespace VELT {
 
-// Switches the effective ids to a target when made and back to what they were when destroyed, on
-// every way out of the block. Only effective ids change, so the process must be able to become
-// root: its real or saved uid is 0. The ids are the whole process's: every thread runs with them
-// meanwhile. A switch that fails is logged at the authorisation facility; one that fails on the way
-// back leaves the process with ids that it should not serve another request with.
+// The constructor switches the effective ids to a target, the destructor back. Only effective ids
+// change, so the process must be able to become root: its real or saved uid is 0. Ids belong to the
+// whole process, so every thread runs with them meanwhile. A switch that fails is logged at the
+// authorisation facility. After a failed switch back the process must not serve another request.
 class RunAsGuard {
  public:
   // `source` and `line` go into the log lines; `source` is borrowed for the guard's life.
@@ -28,7 +27,7 @@ class RunAsGuard {
   const char* name_ = "IF_RUN_AS";
 
  public:
-  // The process has the target ids.
+  // True when the process got the target ids.
   bool ok_;
 };
 
@@ -37,8 +36,8 @@ void LogPermissionDenied(const LogPlace& place);
 
 }  // namespace VELT
 
-// Runs the statement that follows with the ids `uid` and `gid`, or the one after `else` where the
-// switch fails:
+// Runs the statement that follows with the effective ids `uid` and `gid`, or the one after `else`
+// when the switch fails:
 //
 //   IF_RUN_AS(0, 0, log_place::kLoginGuard) { ... } else { LogPermissionDenied(...); }
 #define IF_RUN_AS(uid, gid, place) \

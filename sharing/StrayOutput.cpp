@@ -11,7 +11,7 @@
 namespace VELT::sharing {
 namespace {
 
-// Where standard output stands with all of its text written; -1 where it has no position.
+// The position of standard output after all buffered text was written; -1 when it has none.
 off_t Position() {
   std::cout.flush();
   std::fflush(stdout);
@@ -21,7 +21,7 @@ off_t Position() {
 }  // namespace
 
 StrayOutput::StrayOutput(const std::string& library) : library_(library), begin_(Position()) {
-  // A stream that was first used for wide characters would take no others from then on.
+  // The first use of a stream decides whether it takes bytes or wide characters. It must be bytes.
   std::fwide(stdout, -1);
 }
 
@@ -29,9 +29,9 @@ StrayOutput::~StrayOutput() {
   if (begin_ < 0 || Position() == begin_) return;
   LOG_AT(log_place::kPluginPrinted, LOG_WARNING, "printed text was dropped: %s", library_.c_str());
   lseek(STDOUT_FILENO, begin_, SEEK_SET);
-  // Who reads the file to its position and not to its end may have made its length unchangeable.
+  // Fails where the file's size is sealed. Such a file is read up to its position, not to its end.
   static_cast<void>(ftruncate(STDOUT_FILENO, begin_) == 0);
-  // Both are in a failed state when there was more text than the file takes.
+  // Both are in an error state when the text did not fit into the file.
   std::clearerr(stdout);
   std::cout.clear();
 }

@@ -1,4 +1,4 @@
-// Standard output, on which the module writes answers of its own, kept clean of what others print.
+// Keeps what plugin libraries print out of standard output, where the module writes its answers.
 #pragma once
 
 #include <sys/types.h>
@@ -7,13 +7,13 @@
 
 namespace VELT::sharing {
 
-// For its life, whatever is printed to standard output is taken back at the end and logged as
-// dropped: text that a stream still holds in its buffer as well, unless the stream is the printing
-// library's own. Needs standard output to be a file with a position that this process alone writes
-// to; where it is something else, nothing is done.
+// The destructor removes, and logs as dropped, what was printed to standard output since the
+// constructor, including text that is still in the buffers of stdout and std::cout. It can't know
+// of a buffer that belongs to the library itself. Standard output must be a file that this process
+// alone writes; where it has no position, a pipe for instance, nothing is done.
 class StrayOutput {
  public:
-  // `library` is what the log line calls the culprit; borrowed for the object's life.
+  // The log line names `library`, which is borrowed for the object's life.
   explicit StrayOutput(const std::string& library);
   ~StrayOutput();
   StrayOutput(const StrayOutput&) = delete;

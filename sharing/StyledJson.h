@@ -1,4 +1,4 @@
-// JSON as a page's script holds it.
+// JSON in the form that a page's script contains.
 #pragma once
 
 #include <json/value.h>
@@ -7,8 +7,8 @@
 
 namespace VELT::sharing {
 
-// What value.toStyledString() gives, at a fraction of its cost: that makes a writer and a stream
-// for each call, which takes longer than writing a small value.
+// The text of value.toStyledString(), but faster: that function makes a writer and a stream for
+// each call, which takes longer than writing a small value.
 std::string StyledJson(const Json::Value& value);
 
 }  // namespace VELT::sharing

@@ -14,10 +14,10 @@ enum class ForkedCall { kReturned, kNotStarted, kTooLate, kDied };
 // process, or gave more than 64 KiB. In every case the child and its process group have ended when
 // the call returns.
 //
-// The child has the caller's ids, memory and standard error, /dev/null as standard input and output,
-// no other descriptor but the pipe to the caller, default signal actions and an empty signal mask,
-// and dumps no core. It is killed when the calling thread ends. No other thread of the caller may
-// hold a lock that `work` needs.
+// The child has the caller's ids, memory and standard error. Standard input and output are
+// /dev/null; its only other descriptor is the pipe to the caller. Signals have their default
+// actions and none is blocked. It dumps no core, and is killed when the calling thread ends. No
+// other thread of the caller may hold a lock that `work` needs.
 ForkedCall CallInFork(const std::function<std::string()>& work, std::chrono::milliseconds limit,
                       std::string& result);
 
