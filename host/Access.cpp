@@ -20,13 +20,13 @@ struct Identity {
 
 std::optional<Identity> LookUp(const std::string& name) {
   const auto user = accounts::FindUser(name);
-  // From kNobody on, uids have a meaning of their own.
+  // kNobody and the uid above it have special meanings.
   if (!user.has_value() || user->uid >= RequestContext::kNobody) return std::nullopt;
   return Identity{user->uid, accounts::IsAdministrator(*user)};
 }
 
-// What the user database said within the last second: asking it takes longer than the rest of a
-// short request. Who isn't found is asked for again.
+// Keeps what the user database says for a second, because a look-up takes longer than the rest of a
+// short request. An account that is not found is looked up again every time.
 std::optional<Identity> FindIdentity(const std::string& name) {
   using Clock = std::chrono::steady_clock;
   struct Known {
@@ -65,7 +65,7 @@ bool AsksForAnotherLink(const RequestContext& context) {
   const auto found = context.parameters.find(sharing::SZK_SHARING_ID);
   if (!context.is_sharing || found == context.parameters.end()) return false;
   const RawParameter& raw = found->second;
-  // No method takes a list or an object for an id.
+  // Refused here, since no method accepts an array or an object as an id.
   if (raw.typed && !raw.json.isConvertibleTo(Json::stringValue)) return true;
   const std::string id = raw.typed ? raw.json.asString() : raw.text;
   return !id.empty() && id != context.sharing_id;

@@ -9,13 +9,13 @@
 
 namespace VELT::host {
 
-// Fills in the user that the web server logged in. False, changing nothing, when it logged nobody
-// in or the user database doesn't know them. A change of the user database is noticed within a
-// second.
+// Sets the context's user to the one that the web server authenticated. False, changing nothing,
+// when there is none or the user database doesn't have them. A change of the user database takes
+// effect within a second.
 bool IdentifyUser(const WebRequest& request, RequestContext& context);
 
-// Whether a visitor names another link than that of the address. Who may ask about a link has its
-// address.
+// Whether a visitor's parameters name another link than the address does. Only who knows the
+// address of a link may ask about it.
 bool AsksForAnotherLink(const RequestContext& context);
 
 // Whether the caller that `context` describes may call a method with this access. `is_user`:

@@ -9,8 +9,8 @@
 namespace VELT::host {
 namespace {
 
-// JsonCpp writes ASCII only, with escapes, so that invalid UTF-8 out of a plugin can't break the
-// answer.
+// JsonCpp escapes everything but ASCII here, so that invalid UTF-8 from a plugin can't make the
+// answer invalid.
 std::string ToText(const Json::Value& value) {
   // Making a writer costs more than writing a short answer.
   static const std::unique_ptr<Json::StreamWriter> writer = [] {
@@ -48,7 +48,7 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
       "Cache-Control: no-store\r\n"
       "X-Content-Type-Options: nosniff\r\n";
   text += CookieLines(state, secure) + "\r\n";
-  // Written around the data, which may be a long list, instead of copied into an envelope with it.
+  // The data may be a long list, so it is not copied into a JSON value that encloses it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {
     return text + R"({"data":)" + ToText(state.body) + R"(,"success":true})";
   }

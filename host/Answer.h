@@ -19,14 +19,14 @@ enum FrameworkError {
   kMalformed = 106,
 };
 
-// The answer that a handler left in `state`, which holds a success or an error. Cookies are marked
-// Secure when `secure` is set.
+// The answer that a handler has set in `state`, which must hold a success or an error. `secure`
+// marks every cookie as Secure.
 std::string JsonAnswer(const ResponseState& state, bool secure);
-// The Set-Cookie lines of an answer whose other lines the handler gives.
+// The Set-Cookie lines of an answer whose other header lines come from the handler.
 std::string CookieLines(const ResponseState& state, bool secure);
 std::string ErrorAnswer(FrameworkError code, const std::string& detail);
 
-// An answer that is no API's: `status` with its reason ("404 Not Found") and a line of text.
+// An answer in plain text. `status` has its reason phrase ("404 Not Found"); `text` is one line.
 std::string PlainAnswer(const std::string& status, const std::string& text);
 
 }  // namespace VELT::host

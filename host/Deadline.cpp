@@ -16,13 +16,13 @@
 namespace VELT::host {
 namespace {
 
-// What the signal handler needs, which may neither allocate nor lock.
+// What the signal handler uses. It may neither allocate memory nor take a lock.
 struct Current {
-  Seat* seat = nullptr;
+  Slot* slot = nullptr;
   volatile sig_atomic_t connection = -1;
-  std::size_t libraries = 0;  // that were open when the request began
+  std::size_t libraries = 0;  // the number that was open when the request began
   int request_id = 0;
-  std::string answer;  // framed for it
+  std::string answer;  // FastCGI records for request_id
 };
 
 Current& TheCurrent() {
@@ -32,7 +32,7 @@ Current& TheCurrent() {
 
 int CountLibraries(dl_phdr_info* info, std::size_t /*size*/, void* count) {
   *static_cast<std::size_t*>(count) = static_cast<std::size_t>(info->dlpi_adds - info->dlpi_subs);
-  return 1;  // every call has the same numbers
+  return 1;  // ends the walk: the numbers are the same for every library
 }
 
 struct Search {
@@ -51,32 +51,32 @@ int FindLibrary(dl_phdr_info* info, std::size_t /*size*/, void* search) {
   return 1;
 }
 
-void TellSeat(const Current& current) {
+void RecordLibrary(const Current& current) {
   Search search{current.libraries, nullptr};
   dl_iterate_phdr(FindLibrary, &search);
   if (search.name == nullptr) return;
-  auto& text = current.seat->stuck_in;
+  auto& text = current.slot->stuck_in;
   const std::size_t length = std::min(std::strlen(search.name), text.size() - 1);
   std::memcpy(text.data(), search.name, length);
   text[length] = '\0';
 }
 
 void End(int /*signal*/) {
-  // Should the handler get stuck itself, in the loader's lock say, the next alarm has no handler.
+  // If this handler hangs, on the loader's lock for instance, the next alarm ends the process.
   alarm(1);
   const Current& current = TheCurrent();
   if (current.connection >= 0) {
     send(current.connection, current.answer.data(), current.answer.size(),
          MSG_NOSIGNAL | MSG_DONTWAIT);
   }
-  TellSeat(current);
+  RecordLibrary(current);
   raise(SIGALRM);
 }
 
 }  // namespace
 
-Deadline::Deadline(unsigned int seconds, Seat& seat) : seconds_(seconds) {
-  TheCurrent().seat = &seat;
+Deadline::Deadline(unsigned int seconds, Slot& slot) : seconds_(seconds) {
+  TheCurrent().slot = &slot;
   struct sigaction action {};
   action.sa_handler = End;
   action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
@@ -88,14 +88,14 @@ void Deadline::Start() const {
   alarm(seconds_);
 }
 
-void Deadline::Tell(const ReplyChannel* client) {
+void Deadline::SetClient(const ReplyChannel* client) {
   Current& current = TheCurrent();
   current.connection = -1;
   if (client == nullptr) return;
   if (current.answer.empty() || current.request_id != client->request_id()) {
     current.request_id = client->request_id();
     current.answer =
-        FrameAnswer(PlainAnswer("504 Gateway Timeout", "This took too long and was given up."),
+        FrameAnswer(PlainAnswer("504 Gateway Timeout", "This took too long and was ended."),
                     current.request_id);
   }
   current.connection = client->connection();
@@ -105,7 +105,7 @@ void Deadline::Extend() const { alarm(seconds_); }
 
 void Deadline::Stop() {
   alarm(0);
-  Tell(nullptr);
+  SetClient(nullptr);
 }
 
 }  // namespace VELT::host

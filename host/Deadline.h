@@ -1,4 +1,4 @@
-// The time that a request may take.
+// The time limit of a request.
 #pragma once
 
 #include "FastCgi.h"
@@ -6,18 +6,20 @@
 
 namespace VELT::host {
 
-// When the time is over the process ends itself by SIGALRM: the client is answered 504, and the
-// seat shows the supervisor which library was open that had been closed when the request began. A
-// handler can't be stopped in any other way. One per process, on one thread.
+// A handler that hangs can't be stopped, so the process ends itself by SIGALRM when the time is
+// over. Before, it answers the client with 504 and writes into its slot the path of the first
+// library that was opened during the request, which is likely the one that hangs. One per process,
+// on one thread.
 class Deadline {
  public:
-  // The seat must outlive the process.
-  Deadline(unsigned int seconds, Seat& seat);
+  // `slot` must live until the process ends.
+  Deadline(unsigned int seconds, Slot& slot);
 
-  // A request begins. It has no client yet; `Tell` names one, or with null none any more.
+  // Starts the time of a request. It has no client until SetClient names one.
   void Start() const;
-  void Tell(const ReplyChannel* client);
-  // The request has got on: its time begins anew.
+  // The client that gets the 504; null when none may get it any more.
+  void SetClient(const ReplyChannel* client);
+  // Starts the time again, for a request that makes progress.
   void Extend() const;
   void Stop();
 

@@ -33,7 +33,7 @@ struct Address {
 };
 
 Address AddressOf(const WebRequest& request) {
-  // The web server divides the path between the two as its configuration has it.
+  // How the web server divides the path between the two depends on its configuration.
   std::string path = request.Variable("SCRIPT_NAME") + request.Variable("PATH_INFO");
   if (path == "/webapi/entry.cgi") return {Address::Kind::kOwner, {}};
   constexpr std::string_view kLinks = "/sharing/";
@@ -42,7 +42,7 @@ Address AddressOf(const WebRequest& request) {
   path.erase(0, kLinks.size());
   const bool is_api = path.ends_with(kApi);
   if (is_api) path.resize(path.size() - kApi.size());
-  // Programs that turn addresses into links may add a slash.
+  // Some programs add a slash when they make an address clickable.
   if (!is_api && path.ends_with('/')) path.pop_back();
   if (path.empty() || path.find('/') != std::string::npos) return {};
   return {is_api ? Address::Kind::kVisitor : Address::Kind::kPage, std::move(path)};
@@ -56,7 +56,7 @@ std::string TextOf(const Parameters& parameters, const char* name) {
   return raw.json.isString() ? raw.json.asString() : std::string();
 }
 
-// -1, which no API has, for what is no whole number.
+// -1, which no API has, for anything but an integer.
 int VersionOf(const Parameters& parameters) {
   const auto found = parameters.find("version");
   if (found == parameters.end()) return -1;
@@ -68,17 +68,17 @@ int VersionOf(const Parameters& parameters) {
   return error == std::errc() && stop == end ? version : -1;
 }
 
-// False when an exception ended `work`. Its text may hold what was asked for, a password included:
-// it stays out of the log.
+// False when `work` throws. The exception's text may hold parameters of the request, such as a
+// password, so it is not logged.
 template <typename Work>
-bool RunsToItsEnd(const std::string& name, Work work) {
+bool ReturnsNormally(const std::string& name, Work work) {
   try {
     work();
     return true;
   } catch (const std::exception&) {
     syslog(LOG_ERR, "%s: an exception left the handler", name.c_str());
   } catch (...) {
-    syslog(LOG_ERR, "%s: an exception of no standard type left the handler", name.c_str());
+    syslog(LOG_ERR, "%s: an exception that is no std::exception left the handler", name.c_str());
   }
   return false;
 }
@@ -91,7 +91,7 @@ void LogDropped(const std::string& name, const std::optional<std::string>& print
   }
 }
 
-// What the handler left in `state`, or printed, as an answer.
+// The answer that the handler has set in `state` or printed.
 std::string AnswerOf(ResponseState& state, const std::string& label, bool returned,
                      std::optional<std::string> printed, bool secure) {
   if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
@@ -99,8 +99,7 @@ std::string AnswerOf(ResponseState& state, const std::string& label, bool return
   }
   LogDropped(label, printed);
   if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
-    // Cookies stay: a login that fails after its session was made must not leave the visitor
-    // without it.
+    // Cookies stay: if a login fails after it has made a session, the visitor still needs its id.
     state.outcome = ResponseState::Outcome::kError;
     state.error_code = kUnexpectedFailure;
     state.body = "unexpected failure";
@@ -108,8 +107,8 @@ std::string AnswerOf(ResponseState& state, const std::string& label, bool return
   return JsonAnswer(state, secure);
 }
 
-// Whether the browser speaks HTTPS: with us, or with something before us that gives the link's host
-// on. A visitor who comes another way, over plain HTTP, would lose a cookie that is for HTTPS only.
+// Whether the browser uses HTTPS, either to us or to a proxy that passes the external host on.
+// Otherwise cookies must not be Secure: over plain HTTP the browser would drop them.
 bool IsSecure(const WebRequest& request, const std::string& base_url) {
   return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
 }
@@ -232,21 +231,22 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
       if (!std::exchange(streamed, true) && !call.sink(CookieLines(state, call.secure))) {
         return false;
       }
-      // The first piece holds the header whole.
+      // The first piece has the whole header.
       if (call.head_only) piece = piece.substr(0, piece.find("\r\n\r\n") + 4);
       return call.sink(piece) && !call.head_only;
     };
   }
   output_.Begin();
-  bool elsewhere = false;
-  const bool returned = RunsToItsEnd(call.label, [&] {
-    // Judged here as well, so that nobody waits for a pool to be refused.
+  bool for_other_pool = false;
+  const bool returned = ReturnsNormally(call.label, [&] {
+    // The front's worker runs the check as well, so that a bad request is refused at once and does
+    // not wait for a worker of its pool.
     if (!call.method.check(&api_request, &api_response)) return;
-    elsewhere = call.method.pool != pool_;
-    if (!elsewhere) call.method.handler(&api_request, &api_response);
+    for_other_pool = call.method.pool != pool_;
+    if (!for_other_pool) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
-  if (elsewhere) return Outcome(call.method.pool);
+  if (for_other_pool) return Outcome(call.method.pool);
   Outcome outcome =
       streamed ? Outcome(std::string())
                : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));

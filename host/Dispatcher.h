@@ -1,4 +1,4 @@
-// From a web request to the text of its answer.
+// Turns a web request into the text of its answer.
 #pragma once
 
 #include <functional>
@@ -18,30 +18,30 @@
 
 namespace VELT::host {
 
-// One request at a time: handlers own standard output and the effective ids of the process
-// meanwhile.
+// Serves one request at a time, since a handler uses the process's standard output and effective
+// ids.
 class Dispatcher {
  public:
-  // Sends a piece of an answer; false when nothing more is wanted.
+  // Sends a piece of an answer; false when no more is to be sent.
   using Sink = std::function<bool(std::string_view)>;
 
-  // What became of a request: the answer, or the pool whose workers must answer it. An answer that
-  // was sent in pieces is empty.
+  // The answer, or the pool whose workers must answer instead. An answer that was sent through the
+  // sink is empty.
   struct Outcome {
     Outcome(std::string text) : answer(std::move(text)) {}  // NOLINT(google-explicit-constructor)
-    explicit Outcome(Pool other) : elsewhere(other) {}
+    explicit Outcome(Pool other) : other_pool(other) {}
 
     std::string answer;
-    std::optional<Pool> elsewhere;
-    bool broken_off = false;  // the pieces are not all
-    std::function<void()> when_taken;
+    std::optional<Pool> other_pool;
+    bool broken_off = false;           // what was sent is not the whole answer
+    std::function<void()> when_taken;  // see APIResponse::OnTaken; may be empty
   };
 
-  // `pool` is that of the worker. The others must outlive the object.
+  // `pool` is that of this worker. The referenced objects must outlive this one.
   Dispatcher(const Options& options, const Registry& registry, OutputCapture& output, Pool pool);
 
-  // Whatever the request and its handler do, there is an outcome; throws std::bad_alloc at most.
-  // `sink` is used only in the pool "stream".
+  // Exceptions of handlers become answers; throws nothing but std::bad_alloc. `sink` is used only
+  // in the pool "stream".
   Outcome Answer(const WebRequest& request, const Sink& sink);
 
  private:

@@ -37,8 +37,8 @@ std::size_t AnnouncedLength(const WebRequest& request) {
   return length;
 }
 
-// A body that is too large is still read to its end: the web server has it in hand, and takes an
-// answer that comes earlier for a failure.
+// A body that is too large is still read to its end. The web server is sending it, and treats an
+// answer that comes earlier as an error.
 void ReadBody(FCGX_Stream* input, std::size_t largest, WebRequest& request) {
   char chunk[16384];
   std::size_t length = 0;
@@ -75,7 +75,7 @@ bool SendAll(int connection, std::string_view text) {
   return true;
 }
 
-// Both in one call, for a stream has many.
+// One system call for header and content, since a stream has many records.
 bool SendRecord(int connection, std::string& header, std::string_view content) {
   iovec pieces[] = {{header.data(), header.size()},
                     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): it is only read
@@ -145,7 +145,7 @@ FastCgiListener::FastCgiListener(int listener, std::size_t largest_body)
     : largest_body_(largest_body), library_(std::make_unique<Library>()) {
   if (FCGX_Init() != 0 ||
       FCGX_InitRequest(&library_->fcgi, listener, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
-    throw std::runtime_error("cannot set FastCGI up");
+    throw std::runtime_error("cannot initialise FastCGI");
   }
 }
 
@@ -156,11 +156,12 @@ std::optional<Incoming> FastCgiListener::Take() {
   const int status = FCGX_Accept_r(&fcgi);
   if (status == -EAGAIN) return std::nullopt;
   if (status != 0) {
-    throw std::runtime_error("cannot take a connection: " + std::to_string(status));
+    throw std::runtime_error("cannot accept a connection: " + std::to_string(status));
   }
   fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
   WebRequest request = ReadRequest(fcgi, largest_body_);
-  // The answer doesn't go through the library, which would wait for the web server to close first.
+  // The answer is not sent by the library, which would wait until the web server closes the
+  // connection.
   ReplyChannel reply(fcgi.ipcFd, fcgi.requestId);
   fcgi.ipcFd = -1;
   fcgi.keepConnection = 1;

@@ -1,4 +1,4 @@
-// The web server's end of a request (FastCGI 1.0): what it asks, and where the answer goes.
+// Requests of the web server (FastCGI 1.0), and the connections on which the answers go back.
 #pragma once
 
 #include <cstddef>
@@ -12,20 +12,21 @@
 
 namespace VELT::host {
 
-// The way back to the client of one request. Closed when the object ends.
+// The connection on which one request is answered. The destructor closes it.
 class ReplyChannel {
  public:
   ReplyChannel(int connection, int request_id) : connection_(connection), id_(request_id) {}
 
-  // Sends the whole answer, header included. The client may be gone: that is not reported.
+  // Sends the whole answer, header included, and its end. A client that is gone is not reported.
   void Send(std::string_view answer) const;
-  // The same in pieces: each is sent when the call returns, and false means that the client is
-  // gone. Send ends it; without that the web server breaks its own answer off.
+  // Sends a piece of an answer, all of it before returning; false when the client is gone. Send
+  // ends the answer, with an empty text for instance. Without that the web server lets its client
+  // see that the answer is incomplete.
   bool SendPiece(std::string_view piece) const;
-  // Waits until the web server has taken in what was sent and closed the connection, for a second
-  // at most.
+  // Waits until the web server has read the answer and closed the connection, for a second at most.
   void WaitUntilTaken() const;
-  // Whether the web server has closed the connection or its sending half, because its client left.
+  // Whether the web server has closed the connection or its sending half because its client has
+  // left.
   bool ClientHasLeft() const;
 
   int connection() const { return connection_.get(); }
@@ -44,18 +45,18 @@ struct Incoming {
 // The bytes that ReplyChannel::Send sends.
 std::string FrameAnswer(std::string_view answer, int request_id);
 
-// Takes requests off a listening socket. One per process.
+// Accepts requests from a listening socket. One per process.
 class FastCgiListener {
  public:
-  // The socket, which doesn't block, must outlive the object. Of a body larger than `largest_body`
-  // only the beginning is kept. Throws std::runtime_error.
+  // The socket must not block and must outlive the object. Only the beginning of a body larger than
+  // `largest_body` bytes is kept. Throws std::runtime_error.
   FastCgiListener(int listener, std::size_t largest_body);
   ~FastCgiListener();
   FastCgiListener(const FastCgiListener&) = delete;
   FastCgiListener& operator=(const FastCgiListener&) = delete;
 
-  // The next request, read to its end. Nothing when there is none after all: another worker was
-  // faster, or the web server broke off. Throws std::runtime_error when the socket is of no use.
+  // The next request, completely read. Empty when another worker has taken it or the web server has
+  // closed the connection. Throws std::runtime_error when the socket can't be used.
   std::optional<Incoming> Take();
 
  private:

@@ -17,8 +17,8 @@
 namespace VELT::host {
 namespace {
 
-// A message is the request's number at the web server with two descriptors: the connection, and a
-// memory file that holds the request.
+// A message is the request's FastCGI id with two descriptors: the connection, and a memory file
+// that holds the request.
 constexpr std::size_t kDescriptors = 2;
 
 struct Control {
@@ -79,7 +79,7 @@ bool WriteAll(int file, std::string_view text) {
   return true;
 }
 
-// The whole of a file that nobody else writes any more.
+// The content of a file that is no longer written; empty when it can't be read.
 std::string ReadFile(int file) {
   struct stat status {};
   std::string text;
@@ -96,7 +96,7 @@ std::string ReadFile(int file) {
   return text;
 }
 
-// Messages stay whole, and the sender's buffer bounds how many wait.
+// SOCK_SEQPACKET keeps messages whole. The size of the sender's buffer limits how many wait.
 std::array<int, 2> MakePair() {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0) {
@@ -132,8 +132,8 @@ std::optional<Incoming> Handover::Take() const {
   msghdr message = Message(payload, control);
   if (recvmsg(receiver_.get(), &message, MSG_CMSG_CLOEXEC) != sizeof id) return std::nullopt;
   const cmsghdr* rights = CMSG_FIRSTHDR(&message);
-  // Without room for both descriptors the kernel closes what it can't deliver, and the web server
-  // answers its client.
+  // If this process can't take both descriptors, the kernel closes what it does not deliver, and
+  // the web server answers its client with an error.
   std::array<int, kDescriptors> descriptors = {-1, -1};
   if (rights == nullptr) return std::nullopt;
   std::memcpy(descriptors.data(), CMSG_DATA(rights), rights->cmsg_len - CMSG_LEN(0));

@@ -9,19 +9,21 @@
 
 namespace VELT::host {
 
-// Made before the first worker; every worker may use its copy at any time. The kernel holds what
-// waits, some two hundred requests with their connections, so no worker's death loses any of them.
+// Constructed before the workers are forked; each uses its copy of the descriptors. The kernel
+// keeps the requests that wait, some two hundred with their connections, so the death of a worker
+// loses none of them.
 class Handover {
  public:
   Handover();  // throws std::system_error
 
-  // Gives a request and its connection away. False, giving nothing, when too many wait already or
-  // the system lacks descriptors or memory.
+  // Puts a request and its connection into the queue. False, changing nothing, when the queue is
+  // full or the system lacks descriptors or memory.
   bool Give(const Incoming& incoming) const;
-  // The request that has waited longest; nothing when another worker was faster.
+  // The request that has waited longest. Empty when another worker has taken it or it can't be
+  // read.
   std::optional<Incoming> Take() const;
 
-  // Readable, as poll(2) has it, while requests wait.
+  // The descriptor that poll(2) reports as readable while requests wait.
   int fd() const { return receiver_.get(); }
 
  private:

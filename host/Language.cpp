@@ -8,11 +8,11 @@ namespace VELT::host {
 namespace {
 
 struct Language {
-  std::string_view tag;  // matches itself and, before a hyphen, everything below it
+  std::string_view tag;  // matches itself and every tag that begins with it and a hyphen
   const char* code;
 };
 
-// Of two tags that match, the one that stands first counts.
+// Of several tags that match, the first counts.
 constexpr Language kLanguages[] = {
     {"en", "enu"},    {"de", "ger"},    {"fr", "fre"},      {"it", "ita"}, {"es", "spn"},
     {"nl", "nld"},    {"da", "dan"},    {"sv", "sve"},      {"nb", "nor"}, {"no", "nor"},

@@ -1,4 +1,4 @@
-// What one request may cost. Texts nested more than 64 levels deep are refused by the JSON reader.
+// Limits of one request, sizes in bytes. The JSON reader has one more: 64 levels of nesting.
 #pragma once
 
 #include <cstddef>
@@ -6,14 +6,16 @@
 namespace VELT::host {
 
 constexpr std::size_t kLargestBody = std::size_t{1024} * 1024;
-// A stranger's: what a link's page sends is short, and an answer may repeat it many times as long.
+// A body from a visitor, who may be anybody. A link's page sends short ones, and an answer can be
+// many times as long as the request.
 constexpr std::size_t kLargestVisitorBody = std::size_t{64} * 1024;
-// Of a method that takes its body as it comes; each says in the registry how much.
+// The most that the registry may allow a method that takes a raw body.
 constexpr std::size_t kLargestRawBody = std::size_t{8} * 1024 * 1024;
-// A stream must move so much within each time limit: a reader may be slow, but not for ever.
+// What the client of a stream must take within each time limit, so that a slow one can't keep a
+// worker for ever.
 constexpr std::size_t kStreamProgress = std::size_t{1024} * 1024;
-// Of everything that a handler prints. Each plugin may give 1 MiB, and a script may escape every
-// character.
+// Everything that a handler prints. Each of several plugins may give 1 MiB, and escapes make it
+// longer.
 constexpr std::size_t kLargestOutput = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMostParameters = 256;
 

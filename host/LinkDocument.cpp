@@ -12,7 +12,7 @@ using sharing::record::Entry;
 
 constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
 
-// A state in which the page says all there is.
+// A state in which the link is not served: the page only says why.
 struct Ending {
   int status;
   const char* error;  // the code under which the session script reports it
@@ -20,7 +20,7 @@ struct Ending {
   const char* section;  // of the template
 };
 
-// One ending for a link that never was and one that is turned off: nobody learns which ids exist.
+// A disabled link gets the page of an unknown one, so that nobody learns which ids exist.
 const Ending* EndingOf(LinkState state) {
   static constexpr Ending kUnavailable{503, "117", "Links can’t be opened just now", "UNAVAILABLE"};
   static constexpr Ending kUnknown{404, "1000", "This link doesn’t work", "UNKNOWN"};
@@ -45,7 +45,8 @@ const Ending* EndingOf(LinkState state) {
   return nullptr;
 }
 
-// The session script's address. A page that ends here names no link: it shows nothing of one.
+// The session script's address. Without a served link it names none, so the script tells nothing
+// about the link.
 std::string SessionScript(const LinkDocument& document, const Ending* ending) {
   std::string address = "/sharing/" + EncodePercent(document.id) +
                         "/webapi?api=VELT.Core.Sharing.Session&version=1&method=get";

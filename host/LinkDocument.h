@@ -9,23 +9,25 @@
 
 namespace VELT::host {
 
-// What the page shows. Every text may be a stranger's but `tags`, which stands in the page as it is.
+// What the page shows. Every text is untrusted and is escaped, except `tags`, which are inserted
+// unchanged.
 struct LinkDocument {
   std::string id;  // as in the address
   LinkState state = LinkState::kUnknown;
   std::string error;  // the code to show, in text form; empty: none
 
-  // Of a link that is served.
+  // Used only when the link is served.
   sharing::record::Entry entry;
   std::string title;
   std::string tags;
-  bool leads_on = false;         // a login leads to another address
-  bool unsafe_redirect = false;  // or would, were the address safe to follow
+  bool leads_on = false;         // a login redirects to another address
+  bool unsafe_redirect = false;  // the link has a redirect, but its address is not safe to follow
 
-  std::string opens;  // when a pending link does
+  std::string opens;  // the local time at which a pending link opens
 };
 
-// Nothing, with a log line, when the template can't be read. It is read once for each process.
+// The page's HTML. Empty, with a log line, when the template can't be read, which happens once in
+// each process.
 std::optional<std::string> Expand(const LinkDocument& document);
 
 // The HTTP status of a page in this state (RFC 9110, section 15).

@@ -16,7 +16,7 @@ namespace {
 
 using sharing::record::Entry;
 
-// Application pages may use everything of this site but frames around the page and inline code.
+// The page may use everything from this site, but no inline code, and may not be put into a frame.
 constexpr const char* kContentSecurityPolicy =
     "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "object-src 'none'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'";

@@ -23,16 +23,16 @@ struct PageAnswer {
   std::string body;
 };
 
-// Reads the store and changes nothing in it: opening the page is no visit. Holds no state of a
-// request; one thread at a time, for the store's connection is one per process.
+// Only reads the store: opening the page is not a visit. Keeps no state of a request. One thread at
+// a time, since the process has one connection to the store.
 class LinkPage {
  public:
-  // `plugins` finds an application's plugins; null: there are none.
+  // `plugins` is the function that lists an application's plugins; null: there are none.
   explicit LinkPage(VisitPagePluginsFunc plugins);
 
-  // The answer to a GET; that to a HEAD is the same, its body left unsent. The store must know of
-  // the visitor (SetVisitor): a token may be bound to his address, and links that are off are to be
-  // hidden from him. Throws only std::bad_alloc.
+  // The answer to a GET; the answer to a HEAD is the same without the body. SetVisitor must have
+  // been called: a token may be bound to the visitor's address, and disabled links are hidden from
+  // visitors. Throws only std::bad_alloc.
   PageAnswer Answer(const PageRequest& request) const;
 
  private:

@@ -1,4 +1,4 @@
-// How a visitor finds a link.
+// The state of a link for one visitor.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ namespace VELT::host {
 
 enum class LinkState {
   kUnavailable,  // the database can't be used
-  kUnknown,      // there is none that visitors may know of
+  kUnknown,      // no such link, or one that is hidden from visitors
   kPending,
   kExpired,
   kUsedUp,
@@ -18,9 +18,10 @@ enum class LinkState {
 };
 
 // The state of the link `id`, which may be any text, for the visitor with the session `sid`. Fills
-// `entry` unless the link is unknown or the database unavailable. With `turned_away`, an application
-// has sent the visitor back although the session holds for this link: it must log in anew, so that
-// no redirect sends the visitor round in circles.
+// `entry` unless the link is unknown or the database unavailable. `turned_away` means that an
+// application has sent the visitor back with an error. They must then log in again even if their
+// session is valid; otherwise the redirect would lead them back to the application at once, for
+// ever.
 LinkState FindLinkState(const std::string& id, const std::string& sid, bool turned_away,
                         sharing::record::Entry& entry);
 

@@ -26,7 +26,7 @@ sockaddr_un AddressOf(const std::string& path) {
   return address;
 }
 
-// Removes the socket of a host that ended without doing so itself.
+// Removes the socket file that a killed host has left behind.
 void RemoveStale(const std::string& path, const sockaddr* address) {
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) return;
@@ -38,7 +38,7 @@ void RemoveStale(const std::string& path, const sockaddr* address) {
   unlink(path.c_str());
 }
 
-// Nobody else may connect, even for a moment.
+// Sets the umask, so that other users can't connect before the file gets its owner and group.
 bool BindPrivately(int fd, const sockaddr* address) {
   const mode_t mask = umask(0117);
   const bool bound = bind(fd, address, sizeof(sockaddr_un)) == 0;

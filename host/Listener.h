@@ -1,4 +1,4 @@
-// The socket at which the web server finds the workers.
+// The socket to which the web server connects.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace VELT::host {
 
-// Listens at a unix socket, which its user and group may use, from construction to destruction. The
-// socket doesn't block, so that a worker that comes too late for a connection can go on waiting.
+// Listens on a Unix socket that its user and group may connect to; the destructor removes it. The
+// socket does not block: a worker must not hang in accept(2) when another one took the connection.
 class Listener {
  public:
-  // Takes the place of a socket at which nobody listens any more. Throws std::system_error.
+  // Replaces a socket file on which nobody listens any more. Throws std::system_error.
   Listener(const std::string& path, const Ids& ids);
   ~Listener();
   Listener(const Listener&) = delete;

@@ -42,20 +42,20 @@ Ids FindIds(const std::string& user, const std::string& group) {
   return ids;
 }
 
-// unix(7) has room for no more.
+// The limit is that of unix(7).
 std::string CheckSocketPath(const std::string& path) {
   if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) return {};
   return "must be a path of 1 to 107 bytes";
 }
 
 std::string CheckExternalURL(std::string& url) {
-  if (url.ends_with('/')) url.pop_back();  // CLI11 keeps what its check leaves
+  if (url.ends_with('/')) url.pop_back();  // CLI11 stores the text that a check has changed
   if (IsSiteURL(url)) return {};
   return "must be http:// or https://, a host, and a port if it isn't the usual one";
 }
 
-// In a process of its own: no worker may inherit a database connection. A store that can't be used
-// fails every request until somebody repairs it.
+// Runs in a child process, because workers must not inherit a database connection. If the store
+// can't be used, the host starts all the same, and requests fail until it is repaired.
 void PrepareStore(const Options& options) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -85,7 +85,7 @@ int Serve(const Options& options) {
   return supervisor.Run();
 }
 
-// What is looked up only when the whole command line is known to be right.
+// The options with the values that need a look-up or a check after all of them were read.
 struct CommandLine {
   Options options;
   std::string user;
@@ -108,46 +108,45 @@ std::array<PoolLimits, kPoolCount> PoolsOf(const CommandLine& line) {
 
 void Describe(CLI::App& app, CommandLine& line) {
   Options& options = line.options;
-  app.add_option("--socket", options.socket_path, "Unix socket at which the web server finds it")
+  app.add_option("--socket", options.socket_path, "Unix socket to which the web server connects")
       ->required()
       ->check(CLI::Validator(CheckSocketPath, "PATH"));
   app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
       ->required()
       ->check(CLI::ExistingDirectory);
   app.add_option("--database", options.database,
-                 R"("sqlite3 PATH" or "postgresql CONNECTION"; made at the first start)")
+                 R"("sqlite3 PATH" or "postgresql CONNECTION"; created at the first start)")
       ->required();
   const auto add_number = [&app](const char* name, std::size_t& number, const char* text) {
     app.add_option(name, number, text)->check(CLI::Range(1, 1024))->capture_default_str();
   };
-  add_number("--min-workers", line.front.min, "Worker processes that are always there");
-  add_number("--spare-workers", line.front.spare, "Workers without work that are kept ready");
+  add_number("--min-workers", line.front.min, "Worker processes at least");
+  add_number("--spare-workers", line.front.spare, "Idle workers that are kept ready");
   add_number("--max-workers", line.front.max, "Worker processes at most");
   add_number("--max-pool-workers", line.max_pool,
-             "The same for each kind of slow calls: logins, calls that start programs, lists, "
-             "streams, and uploads; "
-             "they have workers of their own besides");
+             "Additional workers at most for each kind of slow calls: logins, calls that start "
+             "programs, lists, streams, uploads");
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
-  app.add_option("--external-url", options.external_url,
-                 "What links begin with (https://nas.example.com); else the Host of the request")
+  app.add_option(
+         "--external-url", options.external_url,
+         "Beginning of links (https://nas.example.com); without it, the Host of the request")
       ->check(CLI::Validator(CheckExternalURL, "URL"));
   app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
   app.add_option("--program-timeout", options.program_timeout,
-                 "Seconds that a program started for a request may run; it is ended then")
+                 "Seconds after which a program that a request has started is ended")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
   app.add_option("--login-timeout", options.login_timeout,
-                 "Seconds that PAM may take over a visitor's account; the login fails then")
+                 "Seconds after which a visitor's login fails if PAM has not answered")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
-  app.add_flag("--check-config", line.check_config, "Check the options and end")
+  app.add_flag("--check-config", line.check_config, "Check the options and exit")
       ->configurable(false);
-  app.set_config("--config", "",
-                 "File with any of these, a line NAME=VALUE each; # begins a comment");
+  app.set_config("--config", "", "File with options, a line NAME=VALUE each; # begins a comment");
   app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
@@ -155,8 +154,8 @@ int Main(int argc, char** argv) {
   CommandLine line;
   CLI::App app(
       "Serves the web APIs of the registered modules over FastCGI, in the foreground.\n"
-      "SIGTERM finishes the requests in hand and ends; SIGHUP replaces the workers one by one, "
-      "which reads the registry anew.");
+      "SIGTERM ends it after the requests that are being served; SIGHUP replaces the workers one "
+      "by one, and the new ones read the registry again.");
   Describe(app, line);
   CLI11_PARSE(app, argc, argv);
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);

@@ -1,4 +1,4 @@
-// What the command line settles, checked and looked up.
+// The options of the command line, after checks and look-ups.
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,7 @@ namespace VELT::host {
 struct Ids {
   uid_t uid = 0;
   gid_t gid = 0;
-  std::string user;  // empty when `uid` is the one that the host was started with
+  std::string user;  // the account's name; empty when the host keeps the uid it was started with
 };
 
 struct Options {
@@ -23,8 +23,8 @@ struct Options {
   Ids ids;
   std::string registry;
   std::string database;
-  std::string external_url;  // without a slash at the end; empty: the address that the browser used
-  // Seconds, each. The latter two are for what a request waits for.
+  std::string external_url;  // without a slash at the end; empty: the request's Host is used
+  // All in seconds. A program or PAM that a request waits for has its own, shorter limit.
   unsigned int request_timeout = 120;
   unsigned int program_timeout = 5;
   unsigned int login_timeout = 15;

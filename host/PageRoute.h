@@ -1,4 +1,4 @@
-// The way from a web request to the page of a link.
+// Answers a web request with the page of a link.
 #pragma once
 
 #include <string>
@@ -9,8 +9,8 @@
 
 namespace VELT::host {
 
-// The function of the first module of `registry` that knows plugins; null: none does. Valid as long
-// as the registry.
+// The function VisitPagePlugins of the first module in `registry` that exports it; null when none
+// does. Valid as long as the registry.
 VisitPagePluginsFunc FindPluginsIn(const Registry& registry);
 
 // The whole answer to a GET or HEAD of the page of the link `id`.

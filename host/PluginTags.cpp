@@ -44,8 +44,8 @@ bool TakeStylesheet(std::string_view& rest) {
          Take(rest, " />");
 }
 
-// A meta tag of a plugin describes the page and nothing more: `http-equiv` would act, and the name
-// "referrer", in whatever spelling, would undo a header of the answer.
+// A plugin's meta tags may only describe the page. `http-equiv` is not accepted, since browsers act
+// on it, nor is the name "referrer", in any spelling, which would override a header of the answer.
 bool TakeMeta(std::string_view& rest) {
   if (!Take(rest, "<meta ")) {
     return false;
@@ -66,9 +66,8 @@ bool TakeMeta(std::string_view& rest) {
   return true;
 }
 
-// A plugin's tags are made of texts that applications and owners of links choose, in part
-// unescaped. Only tags of exactly the given form reach the page; whatever else stands between them
-// is left out.
+// Plugins' tags contain texts that applications and owners of links choose, some of them unescaped.
+// Only tags of exactly the given form are put into the page; all other text is left out.
 std::string KeptTags(const Json::Value& output, const char* key,
                      bool (*take)(std::string_view& rest)) {
   std::string kept;
@@ -96,8 +95,7 @@ std::size_t TextSize(const Json::Value& output) {
   return size;
 }
 
-// What the plugins add together. One that throws, or that would make the output too large, adds
-// nothing.
+// Collects the output of all plugins. One that throws or makes the output too large adds nothing.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is final and never owned by its base.
 class Collector final : public PagePluginVisitor {
  public:

@@ -11,14 +11,14 @@
 namespace VELT::host {
 
 struct PluginPage {
-  Json::Value configuration;  // the application's; null where there is none
-  std::string tags;           // fit to stand in the page's head
+  Json::Value configuration;  // the application's; null when there is none
+  std::string tags;           // safe to insert into the page's head
 };
 
-// Runs the plugins that `visit` knows for the link, in order, and keeps their Open Graph, stylesheet
-// and script tags. A plugin that throws or gives more than 1 MiB adds nothing; the others still
-// count. `visit` may be null: there are none then. `status` is the link's protection as plugins
-// get it.
+// Runs the plugins that `visit` lists for the link, in order, and keeps their Open Graph,
+// stylesheet and script tags. A plugin is left out when it throws or when the tags exceed 1 MiB
+// with its own. A null `visit` means that there are none. `status` is the name of the link's
+// protection, which plugins receive.
 PluginPage RunPagePlugins(VisitPagePluginsFunc visit, const sharing::record::Entry& entry,
                           const char* status);
 

@@ -1,6 +1,7 @@
-// The kinds of workers. Calls that wait for programs, hash passwords, go through many links or move
-// much data have workers of their own, so that however many of them hang, pages and short calls are
-// answered. Only those of "stream" may send an answer piece by piece, at the pace of its reader.
+// The kinds of workers. Calls that wait for programs, hash passwords, read many links or move much
+// data have workers of their own, so that pages and short calls are answered however many of those
+// hang. Only the workers of "stream" may send an answer piece by piece, as fast as its client
+// reads.
 #pragma once
 
 #include <array>
@@ -12,15 +13,16 @@ namespace VELT::host {
 
 enum class Pool { kFront, kLogin, kProgram, kLong, kStream, kBulk };
 
-// Each at the place of its number. The front's workers read every request and keep what no other
-// pool is for; a registry file names the others.
+// Indexed by Pool. The front's workers read every request and answer it unless the registry names
+// another pool for its method.
 inline constexpr std::array kPoolNames = {"front", "login", "program", "long", "stream", "bulk"};
 inline constexpr std::size_t kPoolCount = kPoolNames.size();
 
 constexpr std::size_t IndexOf(Pool pool) { return static_cast<std::size_t>(pool); }
 constexpr const char* NameOf(Pool pool) { return kPoolNames.at(IndexOf(pool)); }
 
-// The pool of this name, if a method may ask for it.
+// The pool that a registry file means by `name`; empty when there is none. The front has no name
+// there.
 constexpr std::optional<Pool> FindPool(std::string_view name) {
   for (std::size_t index = IndexOf(Pool::kFront) + 1; index < kPoolCount; ++index) {
     if (kPoolNames.at(index) == name) return static_cast<Pool>(index);
@@ -28,8 +30,8 @@ constexpr std::optional<Pool> FindPool(std::string_view name) {
   return std::nullopt;
 }
 
-// How many workers a pool has: `min` at least, `max` at most, and between them so many that `spare`
-// of them have nothing to do.
+// The number of workers in a pool: between `min` and `max`, and in that range as many as it takes
+// for `spare` of them to be idle.
 struct PoolLimits {
   std::size_t min = 1;
   std::size_t spare = 1;

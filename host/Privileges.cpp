@@ -19,7 +19,7 @@ void LowerTo(const Ids& ids) {
   const std::set<gid_t> set = accounts::GroupsOf({ids.user, ids.uid, ids.gid});
   const std::vector<gid_t> groups(set.begin(), set.end());
   constexpr auto kKeep = static_cast<uid_t>(-1);
-  // The user last: what comes before needs the old one's rights.
+  // The user last, since the other changes need the old user's rights.
   if (setgroups(groups.size(), groups.data()) != 0 || setresgid(kKeep, ids.gid, kKeep) != 0 ||
       setresuid(kKeep, ids.uid, kKeep) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot become user " + ids.user);

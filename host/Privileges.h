@@ -1,15 +1,16 @@
+// The effective ids that a worker serves requests with.
 #pragma once
 
 #include "Options.h"
 
 namespace VELT::host {
 
-// Makes `ids` the effective ids of the process and takes the user's groups on; the real and saved
-// ids stay, so that a handler can come back to them for a stretch. Does nothing where they are in
-// force already. Throws std::system_error.
+// Makes `ids` the effective ids of the process, with the user's supplementary groups. The real and
+// saved ids stay, so that a handler can return to them for a short time. Does nothing when the
+// process has the effective ids already. Throws std::system_error.
 void LowerTo(const Ids& ids);
 
-// Whether `ids` are in force.
+// Whether `ids` are the effective ids of the process.
 bool IsLoweredTo(const Ids& ids);
 
 }  // namespace VELT::host

@@ -1,4 +1,4 @@
-// Where a link with a redirect leads.
+// The target of a link with a redirect.
 #pragma once
 
 #include <optional>
@@ -8,9 +8,10 @@
 
 namespace VELT::host {
 
-// The address that a link with a redirect leads to, fit for a header; none when it isn't to be
-// followed. Browsers take a backslash for a slash, drop line breaks and tabs, and read `//host` as
-// another site's address: what they could read in two ways is refused.
+// The address to redirect to, encoded for a header; empty when the link has no redirect or its
+// address is not safe. Only http and https URLs and paths of this site are. Browsers read a
+// backslash as a slash, drop line breaks and tabs, and read `//host` as another site's address, so
+// all of these are refused.
 std::optional<std::string> RedirectTarget(const sharing::record::Entry& entry);
 
 }  // namespace VELT::host

@@ -26,7 +26,7 @@ namespace {
 
 std::string Text(const Json::Value& object, const char* member) {
   if (!object.isObject() || !object[member].isString() || object[member].asString().empty()) {
-    Fail({"\"", member, "\" must be a text"});
+    Fail({"\"", member, "\" must be a string that is not empty"});
   }
   return object[member].asString();
 }
@@ -68,7 +68,7 @@ std::size_t ReadRawBody(const Json::Value& row) {
   const Json::Value& value = row["raw_body"];
   if (value.isNull()) return 0;
   if (!value.isUInt() || value.asUInt() == 0 || value.asUInt() > kLargestRawBody) {
-    Fail({R"("raw_body" must be a number of bytes, 8388608 at most)"});
+    Fail({R"("raw_body" must be a number of bytes, at most )", std::to_string(kLargestRawBody)});
   }
   if (row["post_only"] != true) Fail({R"("raw_body" needs "post_only")"});
   return value.asUInt();
@@ -131,7 +131,7 @@ Registry Registry::Load(const std::string& folder) {
 void Registry::AddModule(const std::string& folder, const std::string& file) {
   const Json::Value content = ReadJsonFile(folder, file);
   if (!content.isObject() || !content["methods"].isArray()) {
-    Fail({R"(this is no readable JSON object with a "methods" list)"});
+    Fail({R"(not a readable JSON object with a list "methods")"});
   }
   // An absolute path on the right side of `/` replaces the left one.
   void* module = LoadModule(std::filesystem::absolute(folder) / Text(content, "library"));

@@ -1,4 +1,4 @@
-// The API modules that this host serves, loaded, and who may call which of their methods.
+// The API modules that this host has loaded, and who may call which of their methods.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace VELT::host {
 
-// Who may call a method; several may hold.
+// Who may call a method. Several of these may be true.
 struct Access {
   bool user = false;     // a logged-in user
   bool visitor = false;  // whoever knows a link's address, logged in or not
@@ -23,9 +23,9 @@ struct Method {
   APIHandler handler = nullptr;
   APICheck check = nullptr;
   Access access;
-  bool post_only = false;    // it changes something: only by POST
+  bool post_only = false;    // for methods that change something
   Pool pool = Pool::kFront;  // whose workers run it
-  std::size_t raw_body = 0;  // bytes that it takes as they come; 0: it has parameters only
+  std::size_t raw_body = 0;  // the largest raw body in bytes; 0: the body holds parameters
 };
 
 // Constant after Load; several threads may read it.
@@ -34,22 +34,22 @@ class Registry {
   // Reads every *.json file of `folder`, each of which names one module, and loads the modules,
   // which stay loaded until the process ends:
   //
-  //   {"library": PATH, absolute or from the file's folder on,
+  //   {"library": PATH, absolute or relative to the file's folder,
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
   //                 "access": [any of "user", "visitor", "token"],
   //                 "post_only": BOOL, false if absent,
   //                 "pool": "login", "program", "long", "stream" or "bulk"; absent: the front,
-  //                 "raw_body": BYTES, with "post_only": it takes a body of the type
-  //                   application/octet-stream as it comes, and parameters from the query}]}
+  //                 "raw_body": BYTES, only with "post_only": the method accepts a raw body of
+  //                   the type application/octet-stream, with its parameters in the query}]}
   //
-  // Throws std::runtime_error, whose text says what is wrong with which file. A method that a
-  // module has and its file lacks can't be called.
+  // Throws std::runtime_error with the file and what is wrong with it. A method of a module that
+  // its file does not list can't be called.
   static Registry Load(const std::string& folder);
 
-  // Leaves the method in `*method` and returns 0, or returns the framework's error code.
+  // Sets `*method` and returns 0, or returns a FrameworkError (Answer.h).
   int Find(const std::string& api, int version, const std::string& name,
            const Method** method) const;
-  // The largest body that any method takes, at least kLargestBody.
+  // The size of the largest body that any method accepts, at least kLargestBody.
   std::size_t LargestBody() const;
   // The address of `symbol` in the first module that exports it, or null.
   void* Symbol(const char* symbol) const;

@@ -20,7 +20,8 @@ std::string_view Trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// Takes the piece before the next `separator` off the head of `text`.
+// Removes the text up to the next `separator`, or all, from the head of `text` and returns it
+// without the separator.
 std::string_view NextPiece(std::string_view& text, char separator) {
   const std::size_t end = text.find(separator);
   const std::string_view piece = text.substr(0, end);
@@ -28,7 +29,7 @@ std::string_view NextPiece(std::string_view& text, char separator) {
   return piece;
 }
 
-// application/x-www-form-urlencoded: a plus sign stands for a blank.
+// As in application/x-www-form-urlencoded, where a plus sign means a space.
 bool DecodeText(std::string_view text, std::string& decoded) {
   std::string spaced(text);
   std::replace(spaced.begin(), spaced.end(), '+', ' ');
@@ -46,7 +47,7 @@ std::string ReadForm(std::string_view text, const char* place, Parameters& param
 std::string ReadJson(const std::string& text, Parameters& parameters) {
   Json::Value object;
   if (!ParseJsonText(text, object) || !object.isObject()) {
-    return "request body is no JSON object, or nested deeper than 64 levels";
+    return "request body is not a JSON object, or is nested deeper than 64 levels";
   }
   if (!IsCleanJson(object)) return "malformed text in the request body";
   if (object.size() > kMostParameters) return kTooMany;

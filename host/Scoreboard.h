@@ -1,4 +1,4 @@
-// What each worker is doing, in memory that the supervisor and all workers share.
+// The state of every worker, in memory that the supervisor and all workers share.
 #pragma once
 
 #include <array>
@@ -11,32 +11,33 @@
 
 namespace VELT::host {
 
-// One worker's place. It alone writes there while it lives, and the supervisor before and after.
-struct Seat {
+// The state of one worker. Only the worker writes to it while it lives, and the supervisor before
+// and after.
+struct Slot {
   enum class State : std::uint8_t { kEmpty, kStarting, kIdle, kBusy };
 
   std::atomic<State> state{State::kEmpty};
-  // Since when it is busy.
+  // When it last became busy.
   std::atomic<std::chrono::steady_clock::time_point> since{};
-  // Where the request was stuck that the worker ended itself over; empty: unknown.
+  // The library that was running when the time limit ended the worker, a C string; empty: unknown.
   std::array<char, 256> stuck_in{};
 };
 
-// Made before the first worker, whose copy of the object shows the same seats.
+// Constructed before the workers are forked: their copies of the object refer to the same slots.
 class Scoreboard {
  public:
-  explicit Scoreboard(std::size_t seats);  // throws std::bad_alloc
+  explicit Scoreboard(std::size_t slots);  // throws std::bad_alloc
 
-  std::span<Seat> seats() const { return {seats_.get(), count_}; }
+  std::span<Slot> slots() const { return {slots_.get(), count_}; }
 
  private:
   struct Unmap {
     std::size_t size;
-    void operator()(Seat* seats) const;
+    void operator()(Slot* slots) const;
   };
 
   std::size_t count_;
-  std::unique_ptr<Seat[], Unmap> seats_;
+  std::unique_ptr<Slot[], Unmap> slots_;
 };
 
 }  // namespace VELT::host

@@ -17,8 +17,8 @@ bool IsPort(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() && port > 0 && port < 65536;
 }
 
-// What stands between the host's brackets, or before its port, looks like the address or name it
-// must be.
+// Checks the text between brackets, an IPv6 address, or else the name or IPv4 address before the
+// port, for its characters only.
 bool IsHost(std::string_view host, bool bracketed) {
   const std::string_view marks = bracketed ? ":." : "-._";
   return !host.empty() && std::all_of(host.begin(), host.end(), [marks](char c) {
@@ -54,13 +54,13 @@ std::string BaseURL(const WebRequest& request, const std::string& external_url) 
 }
 
 bool IsFromOtherSite(const WebRequest& request, const std::string& base_url) {
-  // "none": the user, by a bookmark or the address bar. "same-site" is another port of this host, or
-  // a neighbour's name: somebody else's page.
+  // "none" means that the user opened a bookmark or typed the address. "same-site" is another port
+  // of this host or another host of its domain, whose pages are not ours.
   const std::string relation = request.Variable("HTTP_SEC_FETCH_SITE");
   if (!relation.empty()) return relation != "same-origin" && relation != "none";
   const std::string origin = request.Variable("HTTP_ORIGIN");
   if (origin.empty() || origin == base_url) return false;
-  // Within the local network the appliance has other names than its external one.
+  // In the local network the appliance is also reached under other names than the external one.
   const std::string own = (request.IsHttps() ? "https://" : "http://");
   return origin != own + request.Variable("HTTP_HOST");
 }

@@ -20,12 +20,12 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr seconds kYoung{1};
+constexpr seconds kEarlyDeath{1};
 constexpr milliseconds kShortestPause{100};
 constexpr milliseconds kLongestPause{10000};
 constexpr seconds kSurplusKept{10};
 constexpr seconds kShrinkPause{1};
-constexpr seconds kStuck{10};
+constexpr seconds kBusyTooLong{10};
 
 sigset_t Signals() {
   sigset_t signals;
@@ -34,9 +34,9 @@ sigset_t Signals() {
   return signals;
 }
 
-void LogDeath(pid_t pid, int status, const Seat& seat) {
+void LogDeath(pid_t pid, int status, const Slot& slot) {
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
-    const char* place = seat.stuck_in.data();
+    const char* place = slot.stuck_in.data();
     syslog(LOG_ERR, "worker %d took too long over a request%s%s and was ended", pid,
            *place == '\0' ? "" : " in ", place);
   } else if (WIFSIGNALED(status)) {
@@ -46,12 +46,12 @@ void LogDeath(pid_t pid, int status, const Seat& seat) {
   }
 }
 
-// While workers are replaced there is one more than usual.
-std::size_t SeatsOf(const PoolLimits& limits) { return limits.max + 1; }
+// While workers are replaced, a pool has one worker more than its maximum.
+std::size_t SlotsOf(const PoolLimits& limits) { return limits.max + 1; }
 
-std::size_t SeatsOf(const std::array<PoolLimits, kPoolCount>& pools) {
+std::size_t SlotsOf(const std::array<PoolLimits, kPoolCount>& pools) {
   std::size_t count = 0;
-  for (const PoolLimits& limits : pools) count += SeatsOf(limits);
+  for (const PoolLimits& limits : pools) count += SlotsOf(limits);
   return count;
 }
 
@@ -63,12 +63,12 @@ std::size_t Count(const Workers& workers, Condition condition) {
 }  // namespace
 
 Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker)
-    : scoreboard_(SeatsOf(limits)), worker_(std::move(worker)) {
-  std::span<Seat> seats = scoreboard_.seats();
+    : scoreboard_(SlotsOf(limits)), worker_(std::move(worker)) {
+  std::span<Slot> slots = scoreboard_.slots();
   for (std::size_t index = 0; index < kPoolCount; ++index) {
-    const std::size_t count = SeatsOf(limits[index]);
-    pools_.push_back({static_cast<Pool>(index), limits[index], seats.first(count), {}, {}});
-    seats = seats.subspan(count);
+    const std::size_t count = SlotsOf(limits[index]);
+    pools_.push_back({static_cast<Pool>(index), limits[index], slots.first(count), {}, {}});
+    slots = slots.subspan(count);
   }
 }
 
@@ -93,7 +93,7 @@ void Supervisor::Adjust(WorkerPool& pool) {
   Replace(pool);
   Grow(pool);
   Shrink(pool);
-  if (pool.pool == Pool::kFront) Relieve(pool);
+  if (pool.pool == Pool::kFront) EndStuckWorker(pool);
 }
 
 // An outdated worker leaves only when its successor is ready.
@@ -108,7 +108,7 @@ void Supervisor::Replace(WorkerPool& pool) {
       Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });
   if (std::ranges::any_of(pool.workers, is_new)) return;
   if (current > 0 && staying > pool.limits.min) {
-    TellToLeave(*oldest);
+    RequestStop(*oldest);
   } else if (Clock::now() >= next_start_) {
     Start(pool);
   }
@@ -118,10 +118,10 @@ void Supervisor::Grow(WorkerPool& pool) {
   const auto staying = [&] {
     return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
   };
-  // One that starts is as good as idle, for it soon will be.
+  // A worker that is starting counts as idle, since it soon will be.
   const auto available = [&] {
     return Count(pool.workers, [](const Worker& worker) {
-      return !worker.leaving && (!worker.ready || worker.seat->state == Seat::State::kIdle);
+      return !worker.leaving && (!worker.ready || worker.slot->state == Slot::State::kIdle);
     });
   };
   const auto lacks_one = [&] {
@@ -135,38 +135,38 @@ void Supervisor::Grow(WorkerPool& pool) {
 void Supervisor::Shrink(WorkerPool& pool) {
   const auto now = Clock::now();
   const auto is_idle = [](const Worker& worker) {
-    return !worker.leaving && worker.ready && worker.seat->state == Seat::State::kIdle;
+    return !worker.leaving && worker.ready && worker.slot->state == Slot::State::kIdle;
   };
   const std::size_t staying =
       Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
   if (staying <= pool.limits.min || Count(pool.workers, is_idle) <= pool.limits.spare) {
     pool.shrink_at = now + kSurplusKept;
   } else if (now >= pool.shrink_at) {
-    TellToLeave(*std::ranges::find_if(pool.workers, is_idle));
+    RequestStop(*std::ranges::find_if(pool.workers, is_idle));
     pool.shrink_at = now + kShrinkPause;
   }
 }
 
 bool Supervisor::IsBusy(const Worker& worker) {
-  return worker.ready && worker.seat->state == Seat::State::kBusy;
+  return worker.ready && worker.slot->state == Slot::State::kBusy;
 }
 
-// Where workers are replaced there may be one more than usual, which serves as well.
+// More than the maximum while workers are replaced.
 bool Supervisor::IsFull(const WorkerPool& pool) {
   return pool.workers.size() >= pool.limits.max && std::ranges::all_of(pool.workers, IsBusy);
 }
 
-// A short call that takes this long hangs, in a plugin for instance, and when every worker does no
-// page is served any more. Its deadline then comes early.
-void Supervisor::Relieve(const WorkerPool& pool) {
+// A short call that takes this long hangs, in a plugin for instance. When all workers hang, no page
+// is served any more, so the request that has run longest then gets its deadline early.
+void Supervisor::EndStuckWorker(const WorkerPool& pool) {
   if (!IsFull(pool)) return;
   const auto longest = std::ranges::min_element(
-      pool.workers, {}, [](const Worker& worker) { return worker.seat->since.load(); });
-  if (Clock::now() - longest->seat->since.load() >= kStuck) kill(longest->pid, SIGALRM);
+      pool.workers, {}, [](const Worker& worker) { return worker.slot->since.load(); });
+  if (Clock::now() - longest->slot->since.load() >= kBusyTooLong) kill(longest->pid, SIGALRM);
 }
 
 Supervisor::Clock::duration Supervisor::LongestWait() const {
-  // Long enough to cost nothing, when nothing is due.
+  // When nothing is due, any time that is long enough to cost nothing.
   Clock::duration wait = seconds(60);
   if (stopping_) return wait;
   for (const WorkerPool& pool : pools_) {
@@ -195,7 +195,7 @@ void Supervisor::WaitForSignal() {
 void Supervisor::NoteReady() {
   for (WorkerPool& pool : pools_) {
     for (Worker& worker : pool.workers) {
-      if (worker.seat->state != Seat::State::kStarting) worker.ready = ever_ready_ = true;
+      if (worker.slot->state != Slot::State::kStarting) worker.ready = ever_ready_ = true;
     }
   }
 }
@@ -203,11 +203,11 @@ void Supervisor::NoteReady() {
 void Supervisor::Stop() {
   stopping_ = true;
   for (WorkerPool& pool : pools_) {
-    for (Worker& worker : pool.workers) TellToLeave(worker);
+    for (Worker& worker : pool.workers) RequestStop(worker);
   }
 }
 
-void Supervisor::TellToLeave(Worker& worker) {
+void Supervisor::RequestStop(Worker& worker) {
   worker.leaving = true;
   kill(worker.pid, SIGTERM);
 }
@@ -222,22 +222,22 @@ void Supervisor::Reap() {
       if (worker == pool.workers.end()) continue;
       const Worker dead = *worker;
       pool.workers.erase(worker);
-      Bury(dead, status);
+      OnWorkerEnded(dead, status);
     }
   }
 }
 
-void Supervisor::Bury(const Worker& worker, int status) {
-  LogDeath(worker.pid, status, *worker.seat);
-  worker.seat->stuck_in.front() = '\0';
-  worker.seat->state = Seat::State::kEmpty;
+void Supervisor::OnWorkerEnded(const Worker& worker, int status) {
+  LogDeath(worker.pid, status, *worker.slot);
+  worker.slot->stuck_in.front() = '\0';
+  worker.slot->state = Slot::State::kEmpty;
   if (!ever_ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kBadConfiguration) {
     exit_status_ = kBadConfiguration;
     if (!stopping_) Stop();
   }
   if (worker.leaving) return;
   const auto now = Clock::now();
-  if (worker.ready && now - worker.start >= kYoung) {
+  if (worker.ready && now - worker.start >= kEarlyDeath) {
     early_deaths_ = 0;
     return;
   }
@@ -248,21 +248,21 @@ void Supervisor::Bury(const Worker& worker, int status) {
 }
 
 bool Supervisor::Start(WorkerPool& pool) {
-  const auto seat = std::ranges::find(pool.seats, Seat::State::kEmpty,
-                                      [](const Seat& each) { return each.state.load(); });
-  // Those that were told to leave keep theirs until they have.
-  if (seat == pool.seats.end()) return false;
-  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*seat, pool.seats};
-  seat->state = Seat::State::kStarting;
+  const auto slot = std::ranges::find(pool.slots, Slot::State::kEmpty,
+                                      [](const Slot& each) { return each.state.load(); });
+  // Workers that were asked to stop keep their slots until they have ended.
+  if (slot == pool.slots.end()) return false;
+  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*slot, pool.slots};
+  slot->state = Slot::State::kStarting;
   const pid_t pid = fork();
   if (pid == 0) std::exit(worker_(place));
   if (pid < 0) {
     syslog(LOG_ERR, "cannot start a worker: %s", strerror(errno));
-    seat->state = Seat::State::kEmpty;
+    slot->state = Slot::State::kEmpty;
     next_start_ = Clock::now() + kLongestPause;
     return false;
   }
-  pool.workers.push_back({pid, Clock::now(), &*seat});
+  pool.workers.push_back({pid, Clock::now(), &*slot});
   return true;
 }
 

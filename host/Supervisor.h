@@ -15,31 +15,35 @@
 
 namespace VELT::host {
 
-// Where a worker belongs.
+// Which worker a process is.
 struct WorkerPlace {
   pid_t supervisor;
   Pool pool;
   PoolLimits limits;
-  Seat* seat;                   // its own
-  std::span<const Seat> seats;  // those of its pool
+  Slot* slot;                   // its own
+  std::span<const Slot> slots;  // those of its pool
 };
 
-// One per process, whose only children are the workers; one thread.
+// One per process, on one thread. The process must have no other children than the workers.
 class Supervisor {
  public:
-  // Run in a child process; returns its exit status. It keeps the state of its seat, sends SIGUSR1
-  // when it has become ready or when its pool lacks idle workers, and leaves at SIGTERM.
+  // Runs in a child process and returns its exit status. It must keep the state in its slot up to
+  // date, send SIGUSR1 to the supervisor when it is ready and when its pool lacks idle workers, and
+  // return after SIGTERM.
   using WorkerMain = std::function<int(const WorkerPlace& place)>;
 
   Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker);
 
-  // Keeps workers running until SIGTERM or SIGINT, and returns the exit status of the program when
-  // the last has left. A worker that dies is replaced: at once, or after a pause that grows when
-  // they die young. Surplus workers are told to leave, one a second, when a pool has had some for
-  // ten seconds. When all of the front's are busy and it may have no more, the one that has been
-  // busy longest is sent SIGALRM once that is ten seconds. SIGHUP replaces all of them one by one,
-  // each only when the next is ready. When a first worker ends with kBadConfiguration before any
-  // was ready, all are ended and that is returned.
+  // Keeps workers running until SIGTERM or SIGINT, and returns the program's exit status when the
+  // last worker has ended.
+  // - A worker that dies is replaced at once, or after a pause if it died soon after its start; the
+  //   pause grows with every such death.
+  // - When a pool has had too many idle workers for ten seconds, they are stopped, one each second.
+  // - When all workers that the front may have are busy, and one of them for ten seconds, the one
+  //   that has been busy longest gets SIGALRM.
+  // - SIGHUP replaces all workers one by one, each only when the next is ready.
+  // - If a worker ends with kBadConfiguration before any was ready, all are stopped and that is
+  //   returned.
   int Run();
 
  private:
@@ -48,18 +52,18 @@ class Supervisor {
   struct Worker {
     pid_t pid = -1;
     Clock::time_point start;
-    Seat* seat = nullptr;
+    Slot* slot = nullptr;
     bool ready = false;
     bool outdated = false;  // to be replaced
-    bool leaving = false;   // told to leave
+    bool leaving = false;   // was asked to stop
   };
 
   struct WorkerPool {
     Pool pool;
     PoolLimits limits;
-    std::span<Seat> seats;
+    std::span<Slot> slots;
     std::vector<Worker> workers;
-    Clock::time_point shrink_at;  // when a surplus worker may be told to leave
+    Clock::time_point shrink_at;  // when a surplus worker may be stopped
   };
 
   void WaitForSignal();
@@ -67,7 +71,7 @@ class Supervisor {
   void Stop();
   void NoteReady();
   void Reap();
-  void Bury(const Worker& worker, int status);
+  void OnWorkerEnded(const Worker& worker, int status);
   bool Start(WorkerPool& pool);
   void Adjust(WorkerPool& pool);
   void Replace(WorkerPool& pool);
@@ -75,8 +79,8 @@ class Supervisor {
   void Shrink(WorkerPool& pool);
   static bool IsBusy(const Worker& worker);
   static bool IsFull(const WorkerPool& pool);
-  static void Relieve(const WorkerPool& pool);
-  void TellToLeave(Worker& worker);
+  static void EndStuckWorker(const WorkerPool& pool);
+  void RequestStop(Worker& worker);
   bool HasWorkers() const;
 
   const Scoreboard scoreboard_;

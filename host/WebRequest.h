@@ -1,4 +1,4 @@
-// One request as the web server hands it over, before anything in it is believed.
+// One request as the web server passes it on. Nothing in it has been checked.
 #pragma once
 
 #include <map>
@@ -15,8 +15,8 @@ struct WebRequest {
   bool IsHttps() const { return Variable("HTTPS") == "on"; }
 
   std::map<std::string, std::string> variables;
-  std::string body;            // of one that is larger than any method takes, the beginning
-  bool body_complete = false;  // as many bytes came as CONTENT_LENGTH announced
+  std::string body;            // only the beginning if it is larger than any method accepts
+  bool body_complete = false;  // it had as many bytes as CONTENT_LENGTH says
 };
 
 }  // namespace VELT::host

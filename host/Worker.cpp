@@ -36,14 +36,14 @@
 namespace VELT::host {
 namespace {
 
-// A slow call gives way to pages on a busy machine, and so do the programs that it starts.
+// On a busy machine, pages have priority over slow calls and the programs that these start.
 constexpr int kNiceness = 10;
 
-// The descriptor from which the signals to leave are read. They stay blocked, so that they neither
-// disturb a request in hand nor get lost between two.
+// A descriptor that becomes readable when the worker is to stop. The signals stay blocked, so that
+// they neither interrupt a request nor get lost between two.
 int WatchSignals() {
-  std::signal(SIGPIPE, SIG_IGN);  // a client that went away is no reason to end
-  std::signal(SIGHUP, SIG_IGN);   // the parent's business
+  std::signal(SIGPIPE, SIG_IGN);  // a client that is gone must not end the worker
+  std::signal(SIGHUP, SIG_IGN);   // for the supervisor only
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
@@ -52,7 +52,7 @@ int WatchSignals() {
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-// Waits for requests without waking other workers that wait for the same one.
+// Waits for a request; of several workers that wait, the kernel wakes one.
 class RequestWaiter {
  public:
   RequestWaiter(int source, int signals) : source_(source), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
@@ -60,8 +60,8 @@ class RequestWaiter {
     Watch(signals, EPOLLIN);
   }
 
-  // False when it is time to leave. A request that came at the same moment is served first, for
-  // this worker alone was woken for it.
+  // False when the worker is to stop. A request that came at the same time is served first, because
+  // no other worker was woken for it.
   bool Wait() {
     while (!leaving_) {
       epoll_event events[2];
@@ -91,26 +91,26 @@ class RequestWaiter {
   bool leaving_ = false;
 };
 
-// Asks the kernel to end this process with its supervisor. A change of effective ids, as a handler
-// may make, takes that back (prctl(2)), so it is asked again for each request. False when the
-// supervisor is gone already.
+// Asks the kernel to kill this process when the supervisor ends. A change of the effective ids,
+// which handlers make, cancels that (prctl(2)), so this is called for every request. False when the
+// supervisor has ended already.
 bool EndWithSupervisor(const WorkerPlace& place) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   return getppid() == place.supervisor;
 }
 
-void BecomeIdle(const WorkerPlace& place) { place.seat->state = Seat::State::kIdle; }
+void BecomeIdle(const WorkerPlace& place) { place.slot->state = Slot::State::kIdle; }
 
-// The supervisor is woken when the pool has too few idle workers left and may have more.
+// Wakes the supervisor when the pool has too few idle workers left and may have more.
 void BecomeBusy(const WorkerPlace& place) {
-  place.seat->since = std::chrono::steady_clock::now();
-  place.seat->state = Seat::State::kBusy;
+  place.slot->since = std::chrono::steady_clock::now();
+  place.slot->state = Slot::State::kBusy;
   std::size_t idle = 0;
   std::size_t taken = 0;
-  for (const Seat& seat : place.seats) {
-    const Seat::State state = seat.state;
-    if (state == Seat::State::kIdle) ++idle;
-    if (state != Seat::State::kEmpty) ++taken;
+  for (const Slot& slot : place.slots) {
+    const Slot::State state = slot.state;
+    if (state == Slot::State::kIdle) ++idle;
+    if (state != Slot::State::kEmpty) ++taken;
   }
   if (idle < place.limits.spare && taken < place.limits.max) kill(place.supervisor, SIGUSR1);
 }
@@ -124,9 +124,9 @@ class Worker {
         queues_(queues),
         place_(place),
         dispatcher_(dispatcher),
-        deadline_(options.request_timeout, *place.seat) {}
+        deadline_(options.request_timeout, *place.slot) {}
 
-  // Serves requests until it is time to leave.
+  // Serves requests until the worker is to stop.
   void Serve(int listener, int signals) {
     if (place_.pool == Pool::kFront) {
       FastCgiListener front(listener, registry_.LargestBody());
@@ -157,11 +157,11 @@ class Worker {
 
   void Answer(const Incoming& incoming) {
     if (incoming.reply.ClientHasLeft()) return;
-    deadline_.Tell(&incoming.reply);
+    deadline_.SetClient(&incoming.reply);
     BeginProgramsOfRequest([&incoming] { return !incoming.reply.ClientHasLeft(); });
     std::size_t moved = 0;
     Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request, [&](std::string_view piece) {
-      deadline_.Tell(nullptr);
+      deadline_.SetClient(nullptr);
       if (incoming.reply.ClientHasLeft() || !incoming.reply.SendPiece(piece)) return false;
       moved += piece.size();
       if (moved >= kStreamProgress) {
@@ -170,10 +170,10 @@ class Worker {
       }
       return true;
     });
-    // An answer that is half sent can't be followed by another.
-    deadline_.Tell(nullptr);
-    if (outcome.elsewhere) {
-      const Pool pool = *outcome.elsewhere;
+    // From here on the answer may be partly sent, so the deadline must not send another one.
+    deadline_.SetClient(nullptr);
+    if (outcome.other_pool) {
+      const Pool pool = *outcome.other_pool;
       if (queues_[IndexOf(pool)].Give(incoming)) return;
       syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
       outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
@@ -183,7 +183,7 @@ class Worker {
       incoming.reply.WaitUntilTaken();
       outcome.when_taken();
     }
-    // JSON takes a hundred times its text, and nobody may leave a worker that large.
+    // Parsed JSON can take a hundred times the memory of its text. It is given back to the system.
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
   }
 

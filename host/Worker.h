@@ -1,3 +1,4 @@
+// The worker process.
 #pragma once
 
 #include <array>
@@ -9,11 +10,12 @@
 
 namespace VELT::host {
 
-// What a worker process does, from just after the fork on: loads the API modules, lowers its
-// effective ids, and answers requests, one at a time. Those of the front arrive at `listener` (a
-// socket that doesn't block); what another pool is for goes into that pool's queue. It leaves when
-// it is told to (SIGTERM, SIGINT) and when a handler left it with other ids; it ends with its
-// supervisor. Returns the exit status of the process: kBadConfiguration when it could not start.
+// Called in a new child process. Loads the API modules, lowers the effective ids and answers
+// requests, one at a time. A worker of the front takes them from `listener`, a socket that must not
+// block, and puts those for another pool into that pool's queue; the other workers take them from
+// there. Returns after SIGTERM or SIGINT, or when a handler has changed the process's ids. The
+// process is killed when its supervisor ends. Returns the exit status: kBadConfiguration when the
+// worker could not start.
 int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
               const WorkerPlace& place);
 

@@ -25,8 +25,8 @@ struct FailureKey {
 std::string AccountKey(const std::string& name);
 
 // One text for all addresses of one visitor. An IPv6 address counts by its first 64 bits, which one
-// customer has to himself; an IPv4 address that is mapped into IPv6 counts as itself. So does a text
-// that is no address.
+// customer has to himself; an IPv4 address that is mapped into IPv6 counts as itself. So does a
+// text that is no address.
 std::string SourceKey(const std::string& address);
 
 // These throw soci::soci_error.

@@ -82,8 +82,8 @@ void CreateSqliteFile(const std::string& path) {
   }
 }
 
-// Hosts that start for the first time together wait here for each other: the look and the making are
-// one.
+// Hosts that start for the first time together wait here for each other: the look and the making
+// are one.
 void CreatePostgresqlTables(const std::string& connection) {
   constexpr int kLock = 0x56454C54;  // "VELT"; any number that nobody else locks in this database
   const auto session = db::OpenSession(connection);

@@ -157,9 +157,9 @@ class BadRequests(unittest.TestCase):
         deep = json.dumps({**call, "app": 0}).replace(": 0", ": " + '{"a":' * 64 + "1" + "}" * 64)
         for name, body, content_type, code, detail in (
                 ("cut off", json.dumps(call)[:-5], "application/json", 106,
-                 "request body is no JSON object, or nested deeper than 64 levels"),
+                 "request body is not a JSON object, or is nested deeper than 64 levels"),
                 ("too deep", deep, "application/json", 106,
-                 "request body is no JSON object, or nested deeper than 64 levels"),
+                 "request body is not a JSON object, or is nested deeper than 64 levels"),
                 ("too large", json.dumps({**call, "app": {"a": "x" * MIB}}), "application/json", 106,
                  "request body is larger than 1 MiB"),
                 ("invalid UTF-8", form + "a%ffb", "application/x-www-form-urlencoded", 106, "malformed form"),

@@ -69,7 +69,7 @@ class Requests(unittest.TestCase):
         for detail, variables, content in [
             ("malformed form", {}, FORM + b"&value=%4"),
             ("too many parameters", {}, FORM + b"&p=" * 254),
-            ("request body is no JSON object, or nested deeper than 64 levels", JSON,
+            ("request body is not a JSON object, or is nested deeper than 64 levels", JSON,
              body(value=0)[:-2] + b"[" * 64 + b"]" * 64 + b"}"),
         ]:
             self.assertEqual(detail, self.host.ask(variables, content).json["error"]["errors"])

@@ -120,7 +120,7 @@ class Workers(unittest.TestCase):
     def test_a_registry_that_is_wrong_ends_the_start_with_the_reason(self):
         row = fixture_registry()["methods"][0]
         for content, reason in [
-            ("{", "no readable JSON object"),
+            ("{", "not a readable JSON object"),
             (fixture_registry(library="./none.so"), "cannot load library"),
             (fixture_registry(library="/usr/lib/x86_64-linux-gnu/libc.so.6"), "has no GetAPITable"),
             (fixture_registry(methods=[{**row, "method": "no"}]), "no handler or no check for Test.Host no"),

@@ -24,8 +24,9 @@ constexpr const char* kPostgresqlDefaults =
 constexpr Dialect kSqliteDialect{"begin immediate", ""};
 constexpr Dialect kPostgresqlDialect{"begin", " for update"};
 
-// SOCI always asks SQLite to create a missing file; only a URI's mode (sqlite.org/uri.html) prevents
-// it. Escaping everything unusual also keeps the path from being read as SOCI's own syntax.
+// SOCI always asks SQLite to create a missing file; only a URI's mode (sqlite.org/uri.html)
+// prevents it. Escaping everything unusual also keeps the path from being read as SOCI's own
+// syntax.
 std::string SqliteUri(const std::string& path) {
   return "file:" + EncodePercent(path, "/") + "?mode=rw";
 }

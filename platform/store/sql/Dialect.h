@@ -16,7 +16,8 @@ struct Dialect {
 
 const Dialect& DialectOf(soci::session& session);
 
-// Opens the database that a StoreOptions::connection names. Never creates an SQLite file. Throws soci::soci_error.
+// Opens the database that a StoreOptions::connection names. Never creates an SQLite file. Throws
+// soci::soci_error.
 std::unique_ptr<soci::session> OpenSession(const std::string& connection);
 
 // Whether the server has ended the session, as far as that shows without asking it. Between two

@@ -1,5 +1,6 @@
-// SOCI without its extras for Boost's types. Debian's configuration switches them on, but its package
-// does not bring Boost's headers. They are templates in headers, so the library is not affected.
+// SOCI without its extras for Boost's types. Debian's configuration switches them on, but its
+// package does not bring Boost's headers. They are templates in headers, so the library is not
+// affected.
 #pragma once
 
 #include <soci/soci-config.h>

@@ -8,10 +8,10 @@
 namespace VELT::sharing::db {
 
 // Filled by the caller, applied by EntryDB::Count and Query. The field names are those of
-// Entry::ToJSON, except its lists and objects and what it computes: "owner_user", "has_password" and
-// "status", which changes by itself and so can't order pages. Any other name makes Count and Query
-// fail. The two types are ordered by their numbers in Entry.h, times and texts by value with the
-// empty first. A repeated call of Where or OrderBy changes nothing.
+// Entry::ToJSON, except its lists and objects and what it computes: "owner_user", "has_password"
+// and "status", which changes by itself and so can't order pages. Any other name makes Count and
+// Query fail. The two types are ordered by their numbers in Entry.h, times and texts by value with
+// the empty first. A repeated call of Where or OrderBy changes nothing.
 class Condition {
  public:
   // Keep only links whose field `key` has `value`, in text form. All of several must hold.

@@ -24,8 +24,8 @@ struct _tag_sharing_login_params {  // NOLINT(bugprone-reserved-identifier): cal
 // Returns 1: logged in; -2: wrong account or password; -3: no such link, or it is disabled, not
 // started, expired or its owner gone; -8: the address is denied, or too much was guessed within the
 // last quarter of an hour (ten times at the link or at the account from this address, thirty times
-// at the account from all); -9: wrong link password; -10: the account is not listed, which counts as
-// a guess; -11: no visit left; -1: internal failure. Never throws.
+// at the account from all); -9: wrong link password; -10: the account is not listed, which counts
+// as a guess; -11: no visit left; -1: internal failure. Never throws.
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag);
 
 // Ends the visitor session `sid`, its tokens for other links included, if it holds one for the

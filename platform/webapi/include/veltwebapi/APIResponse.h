@@ -28,18 +28,18 @@ class APIResponse {
   // 3875, section 6.2), with the cookies that were added.
   void SetEnableOutput(bool enable);
 
-  // Sends raw output as it is made, however much: the first call's text begins with the header. Only
-  // for methods of the pool "stream". Waits while the client is slow; false means that nothing more
-  // is wanted, and the handler returns. What is set or printed besides is dropped, and cookies must
-  // be there before the first call. A client that takes less than 1 MiB within the request's time
-  // limit is given up, and the worker with it.
+  // Sends raw output as it is made, however much: the first call's text begins with the header.
+  // Only for methods of the pool "stream". Waits while the client is slow; false means that nothing
+  // more is wanted, and the handler returns. What is set or printed besides is dropped, and cookies
+  // must be there before the first call. A client that takes less than 1 MiB within the request's
+  // time limit is given up, and the worker with it.
   bool Send(std::string_view bytes);
   // What was sent is not the whole answer, and never will be: the client sees that.
   void BreakOff();
 
   // `action` is called once, on every way out of the handler but the worker's death: when the web
-  // server has read the answer, and has opened what its header names, or a second later. It must not
-  // throw, nor use the request.
+  // server has read the answer, and has opened what its header names, or a second later. It must
+  // not throw, nor use the request.
   void OnTaken(std::function<void()> action);
 
   // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an
