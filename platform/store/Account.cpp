@@ -30,7 +30,8 @@ int Answer(int count, const pam_message** messages, pam_response** responses, vo
   return PAM_SUCCESS;
 }
 
-// Wrong guesses are counted by the store; a delay would hold up the other visitors of the process.
+// Switches PAM's delay after a wrong password off. The store limits guesses, and a delay would make
+// the process's other visitors wait.
 void NoDelay(int /*status*/, unsigned int /*microseconds*/, void* /*password*/) {}
 
 int Authenticate(pam_handle_t* handle, const std::string& address, std::string& name) {
@@ -46,7 +47,7 @@ int Authenticate(pam_handle_t* handle, const std::string& address, std::string& 
 
 struct PamResult {
   int status = PAM_SYSTEM_ERR;
-  std::string name;  // that PAM knows the account by
+  std::string name;  // the account's name as PAM has it, which a module may have changed
 };
 
 PamResult AskPam(const std::string& name, const std::string& password, const std::string& address) {
@@ -60,7 +61,7 @@ PamResult AskPam(const std::string& name, const std::string& password, const std
   return result;
 }
 
-// The form in which the process that asks PAM returns its result.
+// The text in which the process that asks PAM returns its result.
 std::string Serialized(const PamResult& result) {
   std::string text(sizeof result.status, '\0');
   std::memcpy(text.data(), &result.status, sizeof result.status);
@@ -95,7 +96,7 @@ AccountCheck ToAccountCheck(int status) {
   }
 }
 
-// PAM's modules write the name into the log, some of them without escaping it.
+// Some of PAM's modules log the name without escaping it.
 bool IsLoggable(const std::string& name) {
   return !name.empty() && name.size() <= 256 && name.front() != '-' && name.front() != '+' &&
          std::none_of(name.begin(), name.end(),
@@ -118,13 +119,13 @@ AccountCheck CheckAccount(std::string& name, const std::string& password,
       return ToAccountCheck(result.status);
     }
     case ForkedCall::kNotStarted:
-      fault = "could not be asked";
+      fault = "could not be started";
       break;
     case ForkedCall::kTooLate:
       fault = "took too long and was ended";
       break;
     case ForkedCall::kDied:
-      fault = "died of a login";
+      fault = "crashed during a login";
       break;
   }
   syslog(LOG_ERR, "sharing store: PAM service %s %s", kService, fault);

@@ -1,4 +1,4 @@
-// The appliance's accounts as links and visitors' logins ask for them.
+// The appliance's accounts: of links' owners, and at visitors' logins.
 #pragma once
 
 #include <chrono>
@@ -11,10 +11,10 @@ bool OwnerExists(long long uid);
 
 enum class AccountCheck { kRight, kWrong, kFailed };
 
-// Asks the PAM service "velt-sharing" whether `password` is the password of the account `name`. If
-// it is, `name` becomes the name that PAM knows the account by. kFailed, with a log line: PAM
-// failed, or did not answer within `limit`. PAM and its modules run in a process of their own with
-// the ids of this one, so what they change ends with it.
+// Asks the PAM service "velt-sharing" whether `password` is the password of the account `name`, for
+// a visitor from `address`. If it is, `name` becomes the account's name as PAM has it. kFailed,
+// with a log line, means that PAM failed or did not answer within `limit`. PAM and its modules run
+// in a process of their own with the ids of this one, so they can't change this one.
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address, std::chrono::milliseconds limit);
 

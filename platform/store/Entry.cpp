@@ -51,8 +51,8 @@ std::vector<unsigned int> Entry::get_protect_gids() const {
 }
 
 bool Entry::IsPasswordValid(const std::string& password) const {
-  // A password that could not be hashed must not pass for the empty one. Update reports that it
-  // can't be stored.
+  // A password that could not be hashed must not count as the empty one. Update fails because of
+  // it.
   if (password_refused_) return false;
   if (password_hash_.empty() || password.empty()) return password_hash_.empty() && password.empty();
   return MatchesPassword(password_hash_, password);

@@ -41,8 +41,8 @@ bool EntryDB::Update(const record::Entry& entry) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
     Transaction transaction(store.sql());
-    const EntryRow* present = store.statements().LockLink(row->hash);
-    if (present == nullptr || !row->MergeOnto(*present)) return false;
+    const EntryRow* stored = store.statements().LockLink(row->hash);
+    if (stored == nullptr || !row->MergeOnto(*stored)) return false;
     store.statements().UpdateLink(*row);
     transaction.Commit();
     return true;

@@ -23,12 +23,12 @@ enum class Kind { kText, kNumber, kBool, kTime, kProtectType, kRedirectType };
 
 struct Column {
   std::string_view field;  // its name in Entry::ToJSON
-  const char* name;        // and in the table
+  const char* name;        // its name in the table
   Kind kind;
 };
 
-// The JSON form's other members are lists, objects, or computed when they are read. A status can
-// change between two pages and so can't order them.
+// The other members of the JSON form are lists, objects, or computed when they are read. A status
+// can change between two pages of a list, so lists can't be sorted by it.
 constexpr std::array<Column, 15> kColumns = {{
     {"sharing_id", "hash", Kind::kText},
     {"project_name", "project_name", Kind::kText},
@@ -149,7 +149,8 @@ void EntryQuery::Count(soci::session& sql, int& n) const {
 }
 
 void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) const {
-  // The list index alone gives the page's ids; only the page's own rows are read from the table.
+  // The ids of a page come from the index link_list alone, so only the rows of the page are read
+  // from the table.
   std::string text = EntryRow::Select() + where_;
   const long long limit = limit_ < 0 ? std::numeric_limits<long long>::max() : limit_;
   const bool paged = offset_ > 0 || limit_ >= 0;

@@ -1,4 +1,4 @@
-// A Condition as SQL.
+// Translates a Condition to SQL and runs it.
 #pragma once
 
 #include <string>
@@ -14,8 +14,9 @@ class EntryQuery {
  public:
   explicit EntryQuery(const Condition& condition);
 
-  // False, with a log line, when the condition names something that is no plain column.
+  // False when the condition names a field that Condition.h does not allow, which has been logged.
   bool IsGood() const { return good_; }
+  // Both throw soci::soci_error, and Run std::runtime_error for a damaged link.
   void Count(soci::session& sql, int& n) const;
   void Run(soci::session& sql, std::vector<record::Entry>& entries) const;
 

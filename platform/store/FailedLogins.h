@@ -1,8 +1,8 @@
-// The limits on failed logins. Within a quarter of an hour, ten failures from one address lock it
-// out of the link, whatever credentials they were. An account's password opens more than one link,
-// so failures at an account also count over all links: ten from one address lock that address out
-// of the account, thirty from all addresses lock everybody out. A lower limit would make it easy to
-// lock the account's owner out.
+// The limits on failed logins. Ten failures within 15 minutes from one address, with any
+// credentials, lock the address out of the link. An account's password opens more than one link, so
+// the failures at an account also count over all links: ten from one address lock that address out
+// of the account, thirty from all addresses lock everybody out. With a lower limit it would be easy
+// to lock out the account's owner.
 #pragma once
 
 #include <cstdint>
@@ -19,22 +19,23 @@ struct FailureKey {
   std::string source;   // SourceKey of the visitor's address
 };
 
-// One text for all spellings of an account's name that the user database knows. It is a digest,
-// which bounds the length and keeps what people type into the wrong field from being stored in
-// clear.
+// The same text for all spellings of an account's name that the user database accepts. It is a
+// digest, which limits its length and keeps what people type into the wrong field, a password for
+// instance, from being stored in clear.
 std::string AccountKey(const std::string& name);
 
-// One text for all addresses of one visitor. An IPv6 address counts by its first 64 bits, which one
-// customer has to himself; an IPv4 address that is mapped into IPv6 counts as itself. So does a
-// text that is no address.
+// The same text for all addresses that one visitor is likely to have: of an IPv6 address the first
+// 64 bits, since one customer usually gets all addresses below them. An IPv4 address mapped into
+// IPv6 becomes the IPv4 address. A text that is not an address stays as it is.
 std::string SourceKey(const std::string& address);
 
 // These throw soci::soci_error.
 bool IsLockedOut(soci::session& sql, const FailureKey& key, std::int64_t now);
 // Also removes failures that no longer count.
 void CountFailure(soci::session& sql, const FailureKey& key, std::int64_t now);
-// After a successful login: removes the failures from the same source at the same account or, for
-// an empty account, at the same link's password. Others may be another person's.
+// To be called after a successful login. Removes the failures from the same source at the same
+// account or, if the account is empty, at the password of the same link. Others may be somebody
+// else's.
 void ClearFailures(soci::session& sql, const FailureKey& key);
 // Removes failures that no longer count.
 void PruneFailures(soci::session& sql, std::int64_t now);

@@ -1,4 +1,4 @@
-// What state a link is in, decided in one place for its JSON form, its login and its tokens.
+// The state of a link, decided in one place for its JSON form, its logins and its tokens.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ struct LinkLimits {
 
 LinkStatus StatusAt(const LinkLimits& limits, std::int64_t now);
 
-// Whether visitors who are in may stay. A link without visits left lets nobody new in, but its
-// last visitors are not turned out.
+// Whether visitors who have logged in keep their access. A link without visits left admits nobody
+// new, but its last visitors keep theirs.
 bool ServesVisitors(LinkStatus status);
 
 const char* StatusText(LinkStatus status);

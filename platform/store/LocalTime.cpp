@@ -10,8 +10,8 @@ std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* 
   const char* end = format == nullptr ? nullptr : strptime(text.c_str(), format, &parts);
   if (end != text.c_str() + text.size()) return std::nullopt;
 
-  // strptime(3) accepts blanks for zeros and skips blanks, and mktime(3) moves a time that does not
-  // exist to one that does. So a text is valid only if writing its time gives the same text.
+  // strptime(3) accepts spaces for zeros and skips spaces, and mktime(3) moves a time that does not
+  // exist to one that does. So a text is valid only if formatting its time gives the same text.
   parts.tm_isdst = -1;
   const std::time_t time = std::mktime(&parts);
   std::string again(text.size() + 1, '\0');

@@ -10,7 +10,7 @@ namespace VELT::sharing {
 inline constexpr const char* kTimeFormat = "%Y-%m-%d %H:%M:%S";
 
 // Seconds since 1970 UTC, always above 0. Empty when `text` is not exactly what strftime(3) writes
-// in `format` for that time. That excludes a missing zero or blank, a time that does not exist (30
+// in `format` for that time. That excludes a missing zero or space, a time that does not exist (30
 // February, an hour that summer time skips), and times up to the start of 1970.
 std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* format);
 

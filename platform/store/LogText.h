@@ -1,4 +1,4 @@
-// Texts of strangers in log lines.
+// Untrusted texts in log lines.
 #pragma once
 
 #include <string>

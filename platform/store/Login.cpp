@@ -45,7 +45,7 @@ int VeltSharingLogout(const std::string& sharing_id, const std::string& sid) {
     return statement.get_affected_rows() == 1;
   };
   if (!VELT::sharing::db::Connection::Of(database).Run("log a visitor out", end_session)) return 0;
-  // A disabled link must answer as an unknown one does, so it is looked up as for a visitor.
+  // A disabled link must look like an unknown one, so the result depends on what a visitor finds.
   VELT::sharing::record::Entry link;
   return VELT::sharing::db::EntryDB(database).GetByHash(sharing_id, link) ? 1 : 0;
 }

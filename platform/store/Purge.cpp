@@ -10,7 +10,7 @@
 namespace VELT::sharing::db {
 namespace {
 
-constexpr int kMostSessions = 1000;  // since everybody waits meanwhile
+constexpr int kMostSessions = 1000;  // a limit, because all others wait for the transaction
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// Removing the links that have ended.
+// Removes expired and used up links.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace VELT::sharing::db {
 
-// Does what EntryDB::PurgeExpiredByOwnerProject does, in a transaction of its own, and returns the
+// Does the work of EntryDB::PurgeExpiredByOwnerProject in its own transaction and returns the
 // number of removed links. Throws soci::soci_error.
 long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string& project);
 

@@ -22,7 +22,7 @@ bool SodiumReady() {
   return ready;
 }
 
-// Whether the memory that a password takes, which libsodium maps and frees again, can be had.
+// Whether the system has the memory that hashing a password needs. libsodium maps it for each call.
 bool HasPasswordMemory() {
   void* memory =
       mmap(nullptr, kPasswordMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -71,7 +71,7 @@ std::string HashPassword(const std::string& password) {
 bool MatchesPassword(const std::string& hash, const std::string& password) {
   if (!SodiumReady() || hash.size() >= crypto_pwhash_STRBYTES) return false;
   if (crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0) return true;
-  // libsodium reports the same, errno included, when the two differ and when it gets no memory. The
+  // libsodium's result and errno are the same for a wrong password and for missing memory. The
   // latter must not count as a wrong guess.
   if (!HasPasswordMemory()) throw std::bad_alloc();
   return false;

@@ -1,4 +1,4 @@
-// Link ids, visitor session ids and link passwords. Everything random is from the system's source.
+// Link ids, visitor session ids and link passwords. Random values come from the system's generator.
 #pragma once
 
 #include <string>
@@ -15,9 +15,10 @@ std::string NewSessionId();
 // SHA-256 in hexadecimal digits: what the database keeps of a session id.
 std::string Digest(const std::string& text);
 
-// Argon2id with 19 MiB and two passes. Empty when the memory for it is lacking.
+// Argon2id with 19 MiB and two passes. Empty when memory is lacking.
 std::string HashPassword(const std::string& password);
-// Throws std::bad_alloc when the memory is lacking, or the hash is none of ours.
+// Whether `password` has this hash. False when `hash` is not one of HashPassword. Throws
+// std::bad_alloc when memory is lacking.
 bool MatchesPassword(const std::string& hash, const std::string& password);
 
 }  // namespace VELT::sharing

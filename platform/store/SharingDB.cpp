@@ -45,7 +45,7 @@ void CreateTables(soci::session& session) {
   db::Migrate(session);
 }
 
-// A new file that is removed with this object. A hard link to it stays.
+// A new file. The destructor removes its name; hard links to the file stay.
 class FreshFile {
  public:
   explicit FreshFile(std::string path) : path_(std::move(path)) {
@@ -63,12 +63,13 @@ class FreshFile {
 };
 
 // The file gets its name when it is complete, so that a crash leaves no partial one, and only if no
-// other process has made one by then. A write-ahead log without its database belongs to a database
-// that was moved away. SQLite would write its links into the new one.
+// other process has created one by then. A write-ahead log without its database belongs to one that
+// was moved away. SQLite would write the links in that log into the new database.
 void CreateSqliteFile(const std::string& path) {
   if (access(path.c_str(), F_OK) == 0) return;
   if (access((path + "-wal").c_str(), F_OK) == 0) {
-    throw std::system_error(EEXIST, std::generic_category(), "a log of another database");
+    throw std::system_error(EEXIST, std::generic_category(),
+                            "the write-ahead log of another database is in its place");
   }
   const FreshFile fresh(path + "." + std::to_string(getpid()) + ".new");
   {
@@ -82,10 +83,10 @@ void CreateSqliteFile(const std::string& path) {
   }
 }
 
-// Hosts that start for the first time together wait here for each other: the look and the making
-// are one.
+// Several hosts may start for the first time together. The lock makes the check for tables and
+// their creation one step.
 void CreatePostgresqlTables(const std::string& connection) {
-  constexpr int kLock = 0x56454C54;  // "VELT"; any number that nobody else locks in this database
+  constexpr int kLock = 0x56454C54;  // "VELT"; any number that nothing else locks in this database
   const auto session = db::OpenSession(connection);
   db::Transaction transaction(*session);
   *session << "select 1 from pg_advisory_xact_lock(" << kLock << ")";

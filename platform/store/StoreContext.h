@@ -1,5 +1,5 @@
-// What the host has set through StoreOptions.h: options, clock, whether the request is a visitor's
-// and from which address.
+// What the host has set through StoreOptions.h: the options, the clock, whether the request is a
+// visitor's and from which address.
 #pragma once
 
 #include <chrono>
@@ -16,7 +16,7 @@ std::int64_t Now();
 
 bool IsVisitor();
 
-// Empty when the request is no visitor's.
+// Empty when the request is not a visitor's.
 const std::string& VisitorAddress();
 
 std::chrono::milliseconds LoginTimeout();

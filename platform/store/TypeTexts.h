@@ -1,4 +1,4 @@
-// The texts of the two types of a link, each at the place of its number.
+// The names of Entry::ProtectType and Entry::RedirectType, indexed by their values.
 #pragma once
 
 #include <array>

@@ -1,7 +1,8 @@
-// A login takes one transaction, or two when the link asks for credentials. The first checks the
-// preconditions, which need no credentials, and then ends: checking credentials takes long and must
-// make nobody wait. The second checks the preconditions again and stores the outcome. If the link's
-// revision has changed between them, the credentials are checked again.
+// A login takes one transaction, or two when the link needs credentials. The first checks the
+// preconditions, those that need no credentials, and ends. Credentials are checked between the two,
+// because that takes long and a transaction makes others wait. The second checks the preconditions
+// again and stores the outcome. If the link's revision has changed since the first, the credentials
+// are checked again.
 #include "VisitorLogin.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ namespace {
 
 using ProtectType = record::Entry::ProtectType;
 
-// A login fails when the link was updated during each of so many attempts.
+// A login fails when the link was updated during each of this many attempts.
 constexpr int kMaxAttempts = 3;
 
 }  // namespace
@@ -152,8 +153,8 @@ LoginResult VisitorLogin::Admit(StoreSession& store) {
   return LoginResult::kLoggedIn;
 }
 
-// Every login gives a new session id. A session that lives on under it keeps its other tokens; the
-// old id opens nothing any more.
+// Every login gives a new session id. A session that exists already keeps its other tokens under
+// it, and its old id becomes invalid.
 void VisitorLogin::RenewSession(StoreSession& store) {
   new_sid_ = NewSessionId();
   const std::string hash = Digest(new_sid_);

@@ -13,12 +13,13 @@
 
 namespace VELT::sharing::db {
 
-// Belongs to one call. The texts of `params` are copied.
+// Used for one login. The texts of `params` are copied.
 class VisitorLogin {
  public:
   explicit VisitorLogin(const _tag_sharing_login_params& params);
 
-  // To be called once. Throws when the stored link is damaged or memory is lacking.
+  // To be called once. Throws std::runtime_error when the stored link is damaged, std::bad_alloc
+  // when memory is lacking.
   LoginResult Run();
 
   // The new session's id after kLoggedIn.
@@ -42,7 +43,7 @@ class VisitorLogin {
   const std::string source_key_;
   std::string new_sid_;
 
-  // What the present attempt has read.
+  // What the current attempt has read.
   long long now_ = 0;
   EntryRow link_;
   std::optional<SessionRow> session_;  // the visitor's, if alive

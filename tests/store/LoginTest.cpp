@@ -56,7 +56,7 @@ TEST_P(LoginTest, PamThatHangsOrCrashesFailsTheLoginAndNothingElse) {
   } rows[] = {
       {"hangs", std::chrono::milliseconds(200), -1, {"took too long and was ended"}},
       {"ignores SIGTERM", std::chrono::seconds(1), -1, {"took too long and was ended"}},
-      {"crashes", std::chrono::seconds(30), -1, {"died of a login"}},
+      {"crashes", std::chrono::seconds(30), -1, {"crashed during a login"}},
       {"exits", std::chrono::seconds(30), -1, {"failed: System error"}},
       {"renames", std::chrono::seconds(30), 1, {}},
       {"alice", std::chrono::seconds(30), 1, {}},

@@ -32,7 +32,7 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
   } catch (const std::exception&) {
     syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
   }
-  // A session that failed once may stay broken; a new one costs little.
+  // After a failure the session may be unusable. Opening a new one costs little.
   session_.reset();
   return false;
 }
@@ -47,13 +47,13 @@ Connection::FileIdentity Connection::CurrentFile() const {
 void Connection::Open() {
   const FileIdentity before = CurrentFile();
   const std::string path = SqlitePath(database_);
-  // SQLite would open such a file for reading, and keep to that when it can be written again.
+  // SQLite would open such a file read-only, and would not notice when it becomes writable again.
   if (!path.empty() && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
     throw soci::soci_error(std::string("The database file can't be written: ") +
                            std::strerror(errno));
   }
   auto session = OpenSession(database_);
-  // The version is read first: nothing is written into a file that is not ours.
+  // The version is read first, so that nothing is written into a database that is not ours.
   const int version = SchemaVersion(*session);
   if (version > kSchemaVersion) {
     throw soci::soci_error("The database was made by a newer version: " + std::to_string(version));
@@ -69,7 +69,7 @@ void Connection::Open() {
 }
 
 void LogError(const char* task, const soci::soci_error& error) noexcept {
-  // what() carries bound values; so may a PostgreSQL message after its first line.
+  // what() contains bound values, and so may a PostgreSQL message after its first line.
   const std::string message = error.get_error_message();
   syslog(LOG_ERR, "sharing store: failed to %s: %s", task,
          message.substr(0, message.find('\n')).c_str());

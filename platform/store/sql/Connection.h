@@ -1,4 +1,4 @@
-// The open database behind SharingDB, and the one seam where SOCI's errors become `false`.
+// The open database behind SharingDB, and the one place where SOCI's errors become `false`.
 #pragma once
 
 #include <sys/types.h>
@@ -13,8 +13,9 @@
 
 namespace VELT::sharing::db {
 
-// Opened when first needed, and again after an error, when the SQLite file was replaced or when the
-// server has ended the session: after a server's restart no later request fails.
+// Opened when first needed. Opened again after an error, when the SQLite file was replaced, and
+// when the server has ended the session, so that a restart of the server makes no later request
+// fail.
 class Connection {
  public:
   using Work = std::function<bool(StoreSession&)>;
@@ -27,13 +28,13 @@ class Connection {
   // Closes the session and from now on uses `database`.
   void Use(std::string database);
 
-  // Returns what `work` returns; false when the database can't be opened or `work` throws. That is
-  // logged as a failure to `task`.
+  // Returns what `work` returns. False when the database can't be opened or `work` throws, which is
+  // logged as a failure to `task`, an infinitive without "to".
   bool Run(const char* task, const Work& work) noexcept;
 
  private:
-  // The device and inode of the open SQLite file. One that was removed or replaced must not be
-  // written to: what was reported as stored would be lost.
+  // The device and inode of the open SQLite file. A file that was removed or replaced must not be
+  // written to, because changes would be reported as stored and then be lost.
   struct FileIdentity {
     dev_t device;
     ino_t inode;
@@ -48,7 +49,7 @@ class Connection {
   FileIdentity file_{};
 };
 
-// Logs a failure to `task` without anything that SOCI or a server adds about the values in hand.
+// Logs a failure to `task`, without the values that SOCI or a server adds to the message.
 void LogError(const char* task, const soci::soci_error& error) noexcept;
 
 }  // namespace VELT::sharing::db

@@ -15,8 +15,8 @@ namespace {
 constexpr std::string_view kSqlite = "sqlite3 ";
 constexpr std::string_view kPostgresql = "postgresql ";
 
-// A server that is gone is given up after seconds, not after the hours that TCP would wait. Of two
-// values for one name the later holds, so these are defaults.
+// With these a server that is gone is noticed after seconds; TCP alone would wait for hours. libpq
+// uses the last of several values for one name, so the configured ones override these.
 constexpr const char* kPostgresqlDefaults =
     "connect_timeout=5 keepalives_idle=10 keepalives_interval=5 keepalives_count=3 "
     "tcp_user_timeout=20000 fallback_application_name=velt-sharing ";
@@ -24,23 +24,22 @@ constexpr const char* kPostgresqlDefaults =
 constexpr Dialect kSqliteDialect{"begin immediate", ""};
 constexpr Dialect kPostgresqlDialect{"begin", " for update"};
 
-// SOCI always asks SQLite to create a missing file; only a URI's mode (sqlite.org/uri.html)
-// prevents it. Escaping everything unusual also keeps the path from being read as SOCI's own
-// syntax.
+// SOCI always asks SQLite to create a missing file; only the mode of a URI (sqlite.org/uri.html)
+// prevents it. The escapes also keep SOCI from reading parts of the path as its own parameters.
 std::string SqliteUri(const std::string& path) {
   return "file:" + EncodePercent(path, "/") + "?mode=rw";
 }
 
 std::unique_ptr<soci::session> OpenPostgresql(const std::string& parameters) {
-  const bool is_uri =  // which takes no other words
+  const bool is_uri =  // no parameters may stand before it
       parameters.starts_with("postgresql://") || parameters.starts_with("postgres://");
   auto session = std::make_unique<soci::session>();
   try {
     session->open("postgresql", (is_uri ? "" : kPostgresqlDefaults) + parameters);
   } catch (const soci::soci_error& error) {
     std::string text = error.get_error_message();
-    // The reason stands in the lines below the first. A string that can't be read is cited there,
-    // perhaps with a piece of a password.
+    // The reason is in the lines after the first. Only these two kinds are safe to log: about a
+    // connection string that can't be parsed, libpq quotes the string, perhaps with a password.
     if (text.find("connection to server") == std::string::npos &&
         text.find("could not translate host name") == std::string::npos) {
       throw;
@@ -49,8 +48,8 @@ std::unique_ptr<soci::session> OpenPostgresql(const std::string& parameters) {
         text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
     throw soci::soci_error(text);
   }
-  // As long as SQLite waits for another process's lock. A machine that vanished with a link locked
-  // must not keep it for the hours that its connection seems alive.
+  // The lock timeout is that of SQLite below. The other one releases the locks of a client machine
+  // that has crashed, whose connection may seem alive for hours.
   *session << "set lock_timeout = '5s'";
   *session << "set idle_in_transaction_session_timeout = '60s'";
   return session;
@@ -65,7 +64,7 @@ const Dialect& DialectOf(soci::session& session) {
 std::unique_ptr<soci::session> OpenSession(const std::string& connection) {
   const std::string path = SqlitePath(connection);
   if (!path.empty()) {
-    // Five seconds of waiting for another process's lock.
+    // The timeout is in seconds, for another process's lock.
     auto session = std::make_unique<soci::session>(*soci::factory_sqlite3(),
                                                    "db=" + SqliteUri(path) + " timeout=5");
     *session << "pragma foreign_keys = on";
@@ -80,10 +79,11 @@ std::unique_ptr<soci::session> OpenSession(const std::string& connection) {
 
 bool IsLost(soci::session& session) {
   if (session.get_backend_name() == "sqlite3") return false;
-  // SOCI's library hides the type information that another cast would need.
+  // dynamic_cast would need type information that SOCI's library does not export.
   auto* backend = static_cast<soci::postgresql_session_backend*>(  // NOLINT(*-static-cast-downcast)
       session.get_backend());
-  // Unasked, a server says little but farewell.
+  // Between statements a server sends almost nothing but its last message before it ends the
+  // session.
   pollfd connection{PQsocket(backend->conn_), POLLIN, 0};
   return poll(&connection, 1, 0) != 0;
 }

@@ -1,5 +1,5 @@
-// What SQLite and PostgreSQL write differently. Schema.cpp has the differences in the tables; all
-// other SQL is the same for both.
+// How SQLite and PostgreSQL differ. The differences in the tables are in Schema.cpp; all other SQL
+// is the same for both.
 #pragma once
 
 #include <memory>
@@ -20,8 +20,8 @@ const Dialect& DialectOf(soci::session& session);
 // soci::soci_error.
 std::unique_ptr<soci::session> OpenSession(const std::string& connection);
 
-// Whether the server has ended the session, as far as that shows without asking it. Between two
-// statements only.
+// Whether the server has ended the session, as far as that is known without a query. To be called
+// only between two statements.
 bool IsLost(soci::session& session);
 
 // The path of the SQLite file, empty for another database.

@@ -52,7 +52,7 @@ Enum ReadEnum(long long value) {
   return static_cast<Enum>(value);
 }
 
-// Whether what is stored can be read again.
+// Whether the stored text could be read again.
 bool IsStorableJson(const Json::Value& value) {
   Json::Value again;
   return IsCleanJson(value) && ParseJsonText(WriteJson(value), again);
@@ -193,13 +193,13 @@ void EntryRow::Identify(Entry& entry) const {
   entry.changed_ = 0;
 }
 
-bool EntryRow::MergeOnto(const EntryRow& present) {
-  id = present.id;
-  revision = present.revision + 1;
-  VisitSettable([this, &present](Field field, const char*, auto column) {
-    if ((changed & Entry::Bit(field)) == 0) this->*column = present.*column;
+bool EntryRow::MergeOnto(const EntryRow& stored) {
+  id = stored.id;
+  revision = stored.revision + 1;
+  VisitSettable([this, &stored](Field field, const char*, auto column) {
+    if ((changed & Entry::Bit(field)) == 0) this->*column = stored.*column;
   });
-  protection = present.protection + (ProtectsAs(present) ? 0 : 1);
+  protection = stored.protection + (ProtectsAs(stored) ? 0 : 1);
   const char* missing = Missing();
   if (missing != nullptr) {
     syslog(LOG_ERR, "sharing store: an update would leave a link without %s", missing);

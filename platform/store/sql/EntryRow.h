@@ -31,16 +31,16 @@ class EntryRow {
 
   // Sets what only a new link's insert sets.
   void MakeNew(const std::string& new_hash, std::int64_t now);
-  // Gives the entry the stored link's identity.
+  // Sets in `entry` what the store has given the new link, and marks its fields as unchanged.
   void Identify(record::Entry& entry) const;
 
-  // Completes a row From an updated entry with the `present` row: of the columns that an update may
-  // change, it keeps those whose field was set. False, with a log line, when the result lacks
-  // something that its types need. Two updates that are right on their own can cause that.
-  bool MergeOnto(const EntryRow& present);
+  // Completes a row that From made of an updated entry: columns whose field was not set get the
+  // value of the `stored` row. False, with a log line, when the result lacks something that its
+  // types need, which two updates can cause that are each valid alone.
+  bool MergeOnto(const EntryRow& stored);
 
-  // Bind this row to a statement and return its SQL: an insert, which leaves the link's id in
-  // `new_id`, or an update of the link with the row's id.
+  // Bind this row to a statement and return its SQL: an insert, which sets `new_id` to the link's
+  // id, or an update of the link with the row's id. The row must outlive the statement.
   std::string BindInsert(soci::statement& statement, long long& new_id);
   std::string BindUpdate(soci::statement& statement);
 
@@ -73,22 +73,22 @@ class EntryRow {
 
   // "select <every column> from link", for ReadFrom.
   static const std::string& Select();
-  // Binds every column of a Select to this row.
+  // Binds every column of a Select to this row, which must outlive the statement.
   void ReadFrom(soci::statement& statement);
 
  private:
   using Field = record::Entry::Field;
 
-  // Visit every column with its name, in one order: first those that only the store writes, then
-  // the others with the entry's field that they hold.
+  // Both call `visit` for each column with its name, always in the same order: VisitOwn for those
+  // that only the store sets, VisitSettable for the others, with the entry's field.
   template <typename Visitor>
   void VisitOwn(Visitor&& visit);
   template <typename Visitor>
   static void VisitSettable(Visitor&& visit);
 
-  // Names, for a log line, a part of the entry that can't be stored; null when there is none.
+  // The name, for a log line, of a part of the entry that can't be stored; null when there is none.
   static const char* Unstorable(const record::Entry& entry);
-  // Names what the link's types need and the row lacks, the same way.
+  // The name of what the link's types need but the row lacks; null when there is nothing.
   const char* Missing() const;
   // Whether both rows let in the same visitors with the same credentials.
   bool ProtectsAs(const EntryRow& other) const;

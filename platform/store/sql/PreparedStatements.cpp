@@ -8,8 +8,8 @@
 namespace VELT::sharing::db {
 namespace {
 
-// One statement each, with the variables that are bound to it and so must not move. The statement
-// is the last member, to end before them.
+// Each has one statement and the variables that are bound to it, which must not move. The statement
+// is the last member, so that it is destroyed first.
 
 struct VersionRead {
   explicit VersionRead(soci::session& sql) : statement(sql) {

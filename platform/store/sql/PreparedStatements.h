@@ -1,4 +1,4 @@
-// The statements of nearly every request and of every login. They are prepared once per connection,
+// The statements that most requests and all logins use. They are prepared once per connection,
 // because preparing one takes longer than running it.
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace VELT::sharing::db {
 
-// Belongs to one session, which must outlive it. Between two calls no statement is running, so no
-// other process waits. All functions throw soci::soci_error.
+// Uses one session, which must outlive it. Each statement ends within its call, so that it holds no
+// lock afterwards. All functions throw soci::soci_error.
 class PreparedStatements {
  public:
   explicit PreparedStatements(soci::session& sql);
@@ -25,11 +25,11 @@ class PreparedStatements {
   const EntryRow* FindLink(const std::string& hash);
   // The same for enabled links only. A disabled link takes no longer than an unknown one.
   const EntryRow* FindEnabledLink(const std::string& hash);
-  // FindLink within a transaction, until whose end nobody else changes the row.
+  // FindLink within a transaction. Nobody else changes the row until the transaction ends.
   const EntryRow* LockLink(const std::string& hash);
   // Stores a new link and returns its new id.
   long long InsertLink(const EntryRow& row);
-  // Writes what an update may change over the link with the row's id, which must be locked.
+  // Updates the link with the row's id, which must be locked.
   void UpdateLink(const EntryRow& row);
 
   // Counts a visit of the link. False, counting nothing, when it has none left.
@@ -38,9 +38,10 @@ class PreparedStatements {
   long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);
   // Replaces the session's token for the link, if there is one.
   void InsertToken(long long session, const EntryRow& link, const std::string& address);
-  // Both keep the tables small without a purge: sessions that were not used after `unused_since`,
-  // and all but the newest 999 that hold a token of the link for the address. Each call removes a
-  // hundred at most, since others wait meanwhile; a login adds one, so no backlog lasts.
+  // These keep the tables small without a purge. The first removes sessions that were not used
+  // after `unused_since`, the second all but the newest 999 sessions that hold a token of the link
+  // for the address. Each call removes a hundred at most, since others wait for it. Every login
+  // calls both and adds only one session.
   void RemoveDeadSessions(long long unused_since);
   void RemoveSurplusSessions(long long link, const std::string& address);
 

@@ -10,14 +10,14 @@
 namespace VELT::sharing::db {
 namespace {
 
-// What replaces the words in braces. Existing databases were made with these, so they change no
-// more than the statements do.
+// The texts that replace the words in braces. Existing databases were created with them, so they
+// must not change, just as the statements must not.
 struct Words {
-  const char* id;    // a primary key whose values never come back
-  const char* text;  // texts ordered by their bytes
-  // The columns, after the owner, of the index that serves an owner's lists. In SQLite it holds
-  // every column that a list can be sorted by. An owner's rows lie together in the index but all
-  // over the table, so sorting must not read the table. PostgreSQL can't index long texts.
+  const char* id;    // a primary key whose values are never used again
+  const char* text;  // texts that are sorted by their bytes
+  // The columns, after the owner, of the index for an owner's lists. In SQLite it has every column
+  // that a list can be sorted by, so that sorting need not read the table, where an owner's rows
+  // are scattered. PostgreSQL can't index long texts.
   const char* list;
 };
 
@@ -29,9 +29,9 @@ constexpr Words kSqlite{
 constexpr Words kPostgresql{"bigint generated always as identity primary key", "text collate \"C\"",
                             ""};
 
-// Booleans are 0 or 1, times seconds since 1970 UTC with 0 for no limit, lists and objects JSON.
-// `revision` counts the link's updates, so that a login notices one that overtook it. A token keeps
-// the address of the login that made it, since a session's address changes with its visitor's.
+// Booleans are 0 or 1, times are seconds since 1970 UTC with 0 for no limit, lists and objects are
+// JSON. `revision` counts the link's updates, so that a login notices an update that happens during
+// it. A token has the address of the login that made it, since later logins change the session's.
 const std::vector<std::string> kVersion1 = {
     R"(create table link (
          id {id}, hash {text} not null unique, owner_uid bigint not null,
@@ -64,9 +64,9 @@ const std::vector<std::string> kVersion2 = {
     "create index visitor_token_address on visitor_token (link_id, address, session_id)",
 };
 
-// `protection` counts the changes of who is let in. A token keeps the link's count from when it was
-// made, and is void when that has changed. Failed logins outlive their link: otherwise, making and
-// deleting links would give new guesses at an account.
+// `protection` counts the changes of the link's protection. A token has the count at the time of
+// its login, and is invalid when the link's is another. Failed logins are kept when their link is
+// deleted: otherwise creating and deleting links would allow more guesses at an account.
 const std::vector<std::string> kVersion3 = {
     "alter table link add column protection bigint not null default 0",
     "alter table visitor_token add column protection bigint not null default 0",
@@ -111,7 +111,7 @@ void CreateVersionTable(soci::session& session) {
 }
 
 void Migrate(soci::session& session) {
-  // Another process may be migrating. The lock waits for it, and then reads the version it left.
+  // Another process may be migrating. The lock waits for it; then the new version is read.
   const int version = SchemaVersion(session, DialectOf(session).row_lock);
   if (version < 0) throw soci::soci_error("The schema version is not one of ours.");
   const Words& words = session.get_backend_name() == "sqlite3" ? kSqlite : kPostgresql;

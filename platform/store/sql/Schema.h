@@ -10,8 +10,8 @@ inline constexpr int kSchemaVersion = 3;
 // SQL that reads the version of the tables.
 inline constexpr const char* kSelectVersion = "select version from schema_version";
 
-// The version of the database's tables. Throws soci::soci_error when it has none.
-// `lock` is empty or, in a transaction, the dialect's row lock.
+// The version of the database's tables. Throws soci::soci_error when there is none. `lock` is empty
+// or, in a transaction, the dialect's row lock.
 int SchemaVersion(soci::session& session, const char* lock = "");
 
 // Creates the version table in a database that has no tables of the store yet.

@@ -1,5 +1,5 @@
-// SOCI without its extras for Boost's types. Debian's configuration switches them on, but its
-// package does not bring Boost's headers. They are templates in headers, so the library is not
+// SOCI without its support for Boost's types. Debian's configuration enables it, but the package
+// does not depend on Boost's headers. It consists of templates in headers, so the library is not
 // affected.
 #pragma once
 

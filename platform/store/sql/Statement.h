@@ -1,4 +1,4 @@
-// What SOCI leaves open about preparing and running a statement. Both throw soci::soci_error.
+// Helpers to prepare and run SOCI statements. Both throw soci::soci_error.
 #pragma once
 
 #include <string>
@@ -7,11 +7,12 @@
 
 namespace VELT::sharing::db {
 
-// Prepares a statement whose variables have been exchanged.
+// Prepares a statement to which all variables have been bound by `exchange`.
 void Prepare(soci::statement& statement, const std::string& text);
 
-// Runs a statement to its end and returns whether it gave a row. A read that stops before its end
-// keeps seeing the database as it is at this moment, and a write is not committed.
+// Runs a statement to its end and returns whether it gave a row. In SQLite a statement that stops
+// before its end keeps its transaction open: a read sees no later changes, a write is not
+// committed.
 bool RunToEnd(soci::statement& statement);
 
 }  // namespace VELT::sharing::db

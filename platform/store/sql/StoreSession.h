@@ -1,4 +1,4 @@
-// What work on the store has in hand while it runs.
+// What functions that work on the store get while they run.
 #pragma once
 
 #include <memory>
@@ -10,8 +10,8 @@
 
 namespace VELT::sharing::db {
 
-// An open database with its prepared statements. Connection owns it and lends it to the work that
-// Connection::Run does; nobody keeps it longer.
+// An open database with its prepared statements. Connection owns it. It is borrowed for one
+// Connection::Run.
 class StoreSession {
  public:
   explicit StoreSession(std::unique_ptr<soci::session> sql)
@@ -24,7 +24,7 @@ class StoreSession {
  private:
   const std::unique_ptr<soci::session> sql_;
   const Dialect& dialect_;
-  PreparedStatements statements_;  // of sql_, so they end before it
+  PreparedStatements statements_;  // use sql_, so they are destroyed before it
 };
 
 }  // namespace VELT::sharing::db

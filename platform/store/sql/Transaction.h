@@ -5,8 +5,8 @@
 
 namespace VELT::sharing::db {
 
-// Under SQLite nobody else writes meanwhile; under PostgreSQL only rows that were read with the
-// dialect's row lock stay as they are. Throws soci::soci_error, except at its end.
+// In SQLite nobody else can write during a transaction; in PostgreSQL nobody else can change the
+// rows that were read with the dialect's row lock. All but the destructor throws soci::soci_error.
 class Transaction {
  public:
   explicit Transaction(soci::session& session);

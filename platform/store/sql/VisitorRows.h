@@ -1,4 +1,4 @@
-// The rows of a visitor's session and of its tokens, one for each link that it opens.
+// The rows of a visitor's session and of its tokens, one for each link that it may open.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ inline constexpr std::int64_t kSessionLife = std::int64_t{24} * 60 * 60;  // sec
 
 struct SessionRow {
   long long id = 0;
-  std::string address;  // of the login that gave it its present id
+  std::string address;  // at the login that gave it its current id
   long long last_used = 0;
 
   bool IsAlive(std::int64_t now) const { return now - last_used < kSessionLife; }
@@ -25,19 +25,19 @@ std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid
                                       const char* lock = "");
 
 struct TokenRow {
-  std::string address;  // of the login that made it
+  std::string address;  // at the login that made the token
   long long protection = 0;
 
-  // Whether the link's protection is still that of the login and, where the link asks for that, the
-  // visitor's address is.
+  // Whether the link's protection is the same as at the login and, if the link asks for that, the
+  // visitor's address too.
   bool Fits(const EntryRow& link, const std::string& visitor_address) const;
 };
 
 // The session's token for the link; empty when there is none.
 std::optional<TokenRow> FindToken(soci::session& sql, long long session, long long link);
 
-// SQL that removes sessions that were not used after `:time`, the longest unused first and `limit`
-// at most.
+// SQL that removes at most `limit` sessions that were not used after `:time`, beginning with the
+// one that has not been used for longest.
 std::string RemoveDeadSessionsSql(int limit);
 
 }  // namespace VELT::sharing::db

@@ -8,18 +8,18 @@
 namespace VELT::sharing::db {
 
 // Filled by the caller, applied by EntryDB::Count and Query. The field names are those of
-// Entry::ToJSON, except its lists and objects and what it computes: "owner_user", "has_password"
-// and "status", which changes by itself and so can't order pages. Any other name makes Count and
-// Query fail. The two types are ordered by their numbers in Entry.h, times and texts by value with
-// the empty first. A repeated call of Where or OrderBy changes nothing.
+// Entry::ToJSON, but not its lists and objects, nor "owner_user", "has_password" and "status",
+// which are computed. Any other name makes Count and Query fail. The two types are sorted by their
+// values in Entry.h, times and texts by value with empty ones first. A repeated call of Where or
+// OrderBy changes nothing.
 class Condition {
  public:
-  // Keep only links whose field `key` has `value`, in text form. All of several must hold.
+  // Keeps only links whose field `key` has `value`, in text form. Several conditions must all hold.
   void Where(const std::string& key, const std::string& value);
-  // Order by `field`; equal values are ordered by id. Of several the first weighs most.
+  // Sorts by `field`, then by the fields of later calls, and at last by id.
   void OrderBy(const std::string& field, bool ascending);
-  // At most `limit` links from the zero-based `offset` on; negative: from the first, without a
-  // limit.
+  // At most `limit` links, beginning with number `offset`, counted from 0. A negative `offset`
+  // means 0, a negative `limit` no limit.
   void Limit(int offset, int limit);
 
  private:

@@ -23,7 +23,8 @@ class Entry {
   enum class RedirectType { kNone = 0, kUrlParam = 1, kAlways = 2 };
   enum class PasswordEncryptAlgo { kArgon2id = 0 };
 
-  // The store's key of the link, never given twice; 0 before the link is stored.
+  // The link's key in the store, which is never used again for another link; 0 before the link is
+  // stored.
   std::int64_t get_id() const { return id_; }
   // The public id, 22 characters from [A-Za-z0-9]: whoever knows it may open the link.
   const std::string& get_hash() const { return hash_; }
@@ -65,8 +66,9 @@ class Entry {
   void set_protect_title(const std::string& title) {
     Set(Field::kProtectTitle, protect_title_, title);
   }
-  // Keeps only a hash of `password`; the empty text is no password. `plain` means that the text is
-  // the password itself. It must be true: anything else leaves the record unwritable.
+  // Keeps only a hash of `password`; an empty one means no password. `plain` means that the text is
+  // the password itself. If it is false, the text is not valid UTF-8, or memory for the hash is
+  // lacking, the record is unwritable until another password is set.
   void set_protect_password(const std::string& password, bool plain, PasswordEncryptAlgo algo);
   void set_protect_users(const std::vector<std::string>& users) {
     Set(Field::kProtectUsers, protect_users_, users);
@@ -136,7 +138,7 @@ class Entry {
   std::int64_t created_at_ = 0;
   unsigned int changed_ = 0;       // the Bit of every field set since this was stored or read
   bool writable_ = true;           // false once a setter refused its value
-  bool password_refused_ = false;  // the last one that was set
+  bool password_refused_ = false;  // the last password that was set could not be hashed
 };
 
 }  // namespace VELT::sharing::record

@@ -1,4 +1,5 @@
-// Names of parameters, the visitor's cookie, record fields and fixed values. Static texts.
+// Names of parameters, the visitor's cookie, record fields and fixed values. They live as long as
+// the library is loaded.
 #pragma once
 
 namespace VELT::sharing {

@@ -1,4 +1,4 @@
-// What state a link is in.
+// The state of a link.
 #pragma once
 
 namespace VELT::sharing {
@@ -8,7 +8,7 @@ enum class LinkStatus {
   kDisabled,
   kExpired,
   kPending,  // not yet started
-  kUsedUp,   // as many visits as it allows; its last visitors may stay
+  kUsedUp,   // it had as many visits as it allows; its last visitors keep their access
 };
 
 }  // namespace VELT::sharing

@@ -14,7 +14,7 @@ namespace VELT::sharing::record {
 // belongs to one thread at a time.
 class Session {
  public:
-  // The session existed and was alive when it was read.
+  // The session existed and had not ended when it was read.
   bool IsLegal() const { return legal_; }
 
  private:

@@ -15,7 +15,7 @@ namespace VELT::sharing::db {
 
 class Connection;
 
-// What a table accessor needs of its database. Not for use on its own.
+// The part of SharingDB that the table accessors below use.
 class BaseDB {
  public:
   BaseDB(const BaseDB&) = delete;
@@ -40,8 +40,8 @@ class SharingDB : public BaseDB {
   SharingDB(const SharingDB&) = delete;
   SharingDB& operator=(const SharingDB&) = delete;
 
-  // The database is open, of a schema that this library knows, and answers. One that is not is
-  // tried again at the next call, so a database that comes back is used again.
+  // Whether the database is open, has a schema that this library knows, and answers. A database
+  // that does not is opened again at the next call.
   bool IsGood() const;
 
  private:
@@ -49,8 +49,9 @@ class SharingDB : public BaseDB {
   ~SharingDB();
 };
 
-// Operations return false when nothing is found and on any failure, which is logged; an output
-// record is then left empty. True means that the change is committed.
+// Operations return false when nothing is found, and on any failure, which is logged; GetBy... and
+// Query then leave their output empty. True means that the change is committed. Nothing
+// but std::bad_alloc is thrown.
 class EntryDB {
  public:
   explicit EntryDB(BaseDB& db);
@@ -63,12 +64,12 @@ class EntryDB {
   // Stores the entry as a new link and gives it a new id and hash, which the entry holds
   // afterwards. A failed call leaves the entry as it was.
   bool CreateWithHash(record::Entry& entry);
-  // Writes the fields that were set since the entry was read or stored over those of the stored
-  // link; what others have written meanwhile stays. Where it changes who is let in, the link's
-  // visitors must log in again. False when the link is gone, and when it would be left without the
-  // password, the users or the redirect address that it asks for.
+  // Stores the fields that were set since the entry was read or stored. Changes that others have
+  // made to other fields stay. If the protection changes, the link's visitors must log in again.
+  // False when the link no longer exists, or would need a password, users or a redirect address and
+  // have none.
   bool Update(const record::Entry& entry);
-  // Removes the link and its visitors' tokens. False when it is gone already.
+  // Removes the link and its visitors' tokens. False when it no longer exists.
   bool Delete(const record::Entry& entry);
 
   // The condition that Count and Query of this object apply. Owned by the accessor.
@@ -77,8 +78,8 @@ class EntryDB {
   bool Count(int& n) const;
   bool Query(std::vector<record::Entry>& entries) const;
 
-  // Removes the links whose auto-gc flag is set and that are past their expiry or used up; sessions
-  // past their life go along. Owner 0xFFFFFFFF: every owner's; an empty project: every project's.
+  // Removes the links that are expired or used up and have the auto-gc flag, and sessions that have
+  // ended. Owner 0xFFFFFFFF means every owner, an empty project every project.
   bool PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project);
 
  private:

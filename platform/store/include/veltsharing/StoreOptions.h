@@ -1,4 +1,4 @@
-// What the host sets for the store: where it is, what time it is, whose request is served.
+// What the host sets for the store: the database, the clock, and whose request is served.
 #pragma once
 
 #include <chrono>
@@ -11,28 +11,27 @@ namespace VELT::sharing {
 struct StoreOptions {
   // "sqlite3 <path>" or "postgresql <libpq connection string>".
   std::string connection = "sqlite3 /var/lib/velt/sharing.db";
-  // Seconds since 1970; the system's clock when empty.
+  // Returns seconds since 1970 UTC; the system's clock when empty.
   std::function<std::int64_t()> clock;
-  // How long PAM may take over a visitor's account; then the login fails (-1).
+  // How long PAM may take to check a visitor's account. After that the login fails (-1).
   std::chrono::milliseconds login_timeout{15000};
 };
 
-// To be called before the first use of SharingDB in a process, and by tests to move on to another
-// database: an open connection is closed.
+// To be called before the first use of SharingDB in a process. Tests call it again to change the
+// database; an open connection is closed.
 void ConfigureStore(StoreOptions options);
 
-// From now on the request served is a visitor's, who comes from `address`, a text. Meanwhile
-// EntryDB::GetByHash finds no link that is disabled, and takes no longer for it than for an unknown
-// one, and no link whose owner has no account any more.
+// Says that the requests from now on are those of a visitor from `address`, in text form. For them
+// EntryDB::GetByHash finds no link that is disabled or whose owner has no account any more. A
+// disabled link takes no longer than an unknown one.
 void SetVisitor(const std::string& address);
-// From now on the request served is no visitor's, as at the start of a process.
+// Says that the requests from now on are not a visitor's, as at the start of a process.
 void SetNoVisitor();
 
-// For a first start: creates the database of the options, empty, schema included, unless there is
-// one; its folder, or the PostgreSQL database, must exist. An SQLite file belongs to the process's
-// effective user, is closed again and readable to nobody else, so this is called with the ids that
-// the workers have. False, with a log line, when it could not. Nothing else ever creates a
-// database.
+// Creates the database of the options with empty tables if it does not exist; nothing else ever
+// does. The folder of an SQLite file, or the PostgreSQL database, must exist. The file belongs to
+// the effective user and nobody else may read it, so this must be called with the ids of the
+// workers. No connection stays open. Returns false, with a log line, on failure.
 bool CreateStore();
 
 }  // namespace VELT::sharing

@@ -1,4 +1,4 @@
-// The record of one visitor's grant for one link.
+// The record of one session's access to one link.
 #pragma once
 
 #include <cstdint>
@@ -12,9 +12,9 @@ namespace VELT::sharing::record {
 // A value type; one object belongs to one thread at a time.
 class Token {
  public:
-  // When it was read, the token's session was alive, its link enabled, within its times, its owner
-  // in the user database, its protection that under which the visitor logged in, and the visitor's
-  // address the one that logged in, where the link asks for that.
+  // Whether, when the token was read, its session had not ended; its link was enabled, within its
+  // times, its owner had an account and its protection was the same as at the login; and, if the
+  // link asks for that, the visitor had the same address as at the login.
   bool IsLegal() const { return legal_; }
   // Entry::get_id of the link that the token opens.
   std::int64_t get_entry_id() const { return entry_id_; }

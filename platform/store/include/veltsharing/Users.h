@@ -1,4 +1,4 @@
-// Small helpers of the store that its callers share.
+// Small helpers that the store offers to its callers.
 #pragma once
 
 #include <set>
@@ -13,8 +13,8 @@ namespace VELT::sharing {
 // nothing, when `user` is null.
 bool UserGroupsGet(const VELTUSER* user, std::set<unsigned int>& gids);
 
-// Splits `text` at every `delimiter` into `pieces`, whose earlier content is lost; empty pieces are
-// kept. False, leaving `pieces` empty, when the delimiter is null or empty.
+// Makes `pieces` the parts of `text` between the `delimiter`s; empty parts are kept. False, leaving
+// `pieces` empty, when the delimiter is null or empty.
 bool StringExplode(std::vector<std::string>& pieces, const std::string& text,
                    const char* delimiter);
 

@@ -1,4 +1,4 @@
-// Visits as the host and the applications beside the module see them.
+// Visits, for the host and for API modules other than the sharing module.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace VELT::sharing {
 
-// What VeltSharingLogin returns; Login.h says when.
+// The results of VeltSharingLogin, which Login.h describes.
 enum class LoginResult {
   kLoggedIn = 1,
   kInternal = -1,
