@@ -106,7 +106,7 @@ class SharingGet : public SharingAPIBase {
   sharing::record::Entry entry_;
 };
 
-// Creates a link, or changes those fields of an existing one that the request carries.
+// Creates a link, or changes those fields of an existing one that the request contains.
 class SharingSet : public SharingAPIBase {
  public:
   using SharingAPIBase::SharingAPIBase;

@@ -1,5 +1,5 @@
-// The pre-checks of the methods: each judges a request's parameters before its handler runs. False:
-// error 120 with the first bad parameter's name and the reason is on the response.
+// The pre-checks of the methods. Each checks a request's parameters before the handler runs. When it
+// returns false, it has set error 120 with the name of the first bad parameter and the reason.
 #pragma once
 
 namespace VELT {

@@ -99,7 +99,7 @@ void SharingSession::CollectSharingSession() {
   }
 }
 
-// Only the plugins' session data goes into the script. Their tags stand in the page, whose builder
+// Only the plugins' session data goes into the script. Their tags are part of the page, whose builder
 // runs the plugins itself.
 void SharingSession::RunRenderPlugins() {
   Json::Value output(Json::objectValue);

@@ -1,5 +1,5 @@
-// The source name and line that each log line of the library carries. Log watchers match on these,
-// so they stay as they are wherever the code moves.
+// The source name and line in each log line of the library. Log watchers match on these, so they do
+// not change when the code moves.
 #pragma once
 
 namespace VELT {

@@ -33,7 +33,7 @@ std::size_t TextSize(const Json::Value& value, std::size_t limit) {
   }
   if (type != Json::arrayValue && type != Json::objectValue) return kNumberSize;
 
-  std::size_t size = 2;  // the brackets; a comma stands before every member but the first
+  std::size_t size = 2;  // the brackets; every member but the first has a comma before it
   const auto end = value.end();
   for (auto member = value.begin(); member != end && size <= limit; ++member) {
     size += size == 2 ? 0 : 1;

@@ -1,4 +1,4 @@
-// The least of a plugin, to copy: a script on the page, and a text for it.
+// A minimal plugin to copy. It adds a script to the page, and a text that the script shows.
 #include "veltplugin/RenderPlugin.h"
 
 bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* /*status*/,

@@ -2,8 +2,8 @@
 //
 //   {"title": "On the coast", "photos": ["harbour", "hills"]}
 //
-// Without a list it shows all. Everybody sees the title and the number of pictures, a visitor who
-// is logged in the pictures.
+// Without a list it shows all pictures. Everybody sees the title and the number of pictures, but
+// only a visitor who has logged in sees the pictures.
 #include <string>
 
 #include "veltplugin/RenderPlugin.h"
@@ -23,8 +23,8 @@ constexpr Photo kPhotos[] = {
     {"lighthouse", "The lighthouse"},
 };
 
-// What the album is to show, as a preview asks for it or as the link keeps it. The owner chose the
-// values, so any may be missing or of a wrong type.
+// The album's application data: of the preview, or else of the link. Any client can send it, so
+// values may be missing or have the wrong type.
 Json::Value AlbumOf(const Entry& entry, const Json::Value& extra) {
   if (extra.isObject()) return extra["sharing_preview_params"];
   Json::Value link;
@@ -80,7 +80,7 @@ bool CustomPageFunc(const Entry& entry, const char* /*status*/, const Json::Valu
 bool OpenGraphFunc(const Entry& entry, const char* /*status*/, const Json::Value& extra,
                    Json::Value& result) {
   result.append(MetaTag("og:type", "website"));
-  // Whoever fetches the address is shown these: of a protected link, its title at most.
+  // These tags are public. For a protected link they show only its title.
   if (entry.get_protect_type() != Entry::ProtectType::kNone) {
     result.append(MetaTag("og:title", TitleOf(entry, Json::Value())));
     return true;

@@ -34,7 +34,8 @@ std::optional<gid_t> FindGroup(const std::string& name) {
 std::set<gid_t> GroupsOf(const VELTUSER& user) {
   std::vector<gid_t> ids(32);
   int count = static_cast<int>(ids.size());
-  // On failure getgrouplist(3) leaves the size that it needs; the membership may grow meanwhile.
+  // On failure getgrouplist(3) sets `count` to the size that it needs. The account may get more
+  // groups before the next call.
   while (getgrouplist(user.name.c_str(), user.gid, ids.data(), &count) < 0) {
     if (static_cast<std::size_t>(count) <= ids.size()) return {user.gid};
     ids.resize(static_cast<std::size_t>(count));
@@ -44,7 +45,7 @@ std::set<gid_t> GroupsOf(const VELTUSER& user) {
 
 bool IsAdministrator(const VELTUSER& user) {
   if (user.uid == 0) return true;
-  // By the user's groups: a directory service may keep a group's list of members to itself.
+  // The user's groups are looked up, because a directory service may not list a group's members.
   const auto administrators = FindGroup("administrators");
   return administrators.has_value() && GroupsOf(user).contains(*administrators);
 }

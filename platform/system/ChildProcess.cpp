@@ -21,7 +21,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kGrace{200};
 
-// Until there is something to read from `descriptor`, its end included. A negative one never has.
+// Waits until `descriptor` is readable or at its end; false when it is not by `until`. A negative
+// descriptor never becomes readable.
 bool AwaitInput(int descriptor, Clock::time_point until) {
   for (;;) {
     const std::int64_t left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();
@@ -44,7 +45,8 @@ ChildProcess::Output ChildProcess::Read(int pipe, std::size_t most, std::string&
   std::array<char, 16384> chunk;
   output.clear();
   for (;;) {
-    // Asked here too: there may always be something to read.
+    // The deadline is checked here as well, because AwaitInput returns at once while there is
+    // input.
     if (Clock::now() >= deadline_ || !AwaitInput(pipe, deadline_)) return Output::kTooLate;
     const ssize_t got = read(pipe, chunk.data(), chunk.size());
     if (got == 0) return Output::kWhole;
@@ -70,7 +72,7 @@ int ChildProcess::End() {
     kill(-pid_, SIGTERM);
     AwaitInput(watch_.get(), Clock::now() + kGrace);
   }
-  // Before it is waited for: afterwards the group's number may be another's.
+  // Before waitpid(2), after which the kernel may give the group's number to another one.
   kill(-pid_, SIGKILL);
   while (waitpid(pid_, &status_, 0) < 0) {
     if (errno == EINTR) continue;

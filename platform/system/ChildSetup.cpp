@@ -20,7 +20,7 @@ SignalsBlocked::SignalsBlocked() { SetMask(~std::uint64_t{0}, &before_); }
 SignalsBlocked::~SignalsBlocked() { SetMask(before_, nullptr); }
 
 void ResetSignals() {
-  // The kernel's own record of an action, in which zeros mean the default.
+  // The kernel's structure for an action. All zeros mean the default.
   const std::uint64_t action[4] = {};
   for (int signal = 1; signal < _NSIG; ++signal) {
     syscall(SYS_rt_sigaction, signal, action, nullptr, sizeof(std::uint64_t));

@@ -1,5 +1,5 @@
-// What a new child process does before its work. Everything here makes system calls only, past the
-// C library: it also runs in a child that shares the memory of its parent.
+// What a new child process does before its work. Everything here only makes system calls, without
+// the C library's wrappers, because it also runs in a child that shares its parent's memory.
 #pragma once
 
 #include <sys/types.h>
@@ -8,8 +8,8 @@
 
 namespace VELT {
 
-// Blocks every signal, the C library's own included, while it lives, so that no handler of the
-// parent's runs in a child.
+// Blocks every signal, even those that the C library uses itself, during its life, so that no
+// handler of the parent runs in a child.
 class SignalsBlocked {
  public:
   SignalsBlocked();
@@ -21,11 +21,11 @@ class SignalsBlocked {
   std::uint64_t before_ = 0;
 };
 
-// Default actions, then an empty mask.
+// Gives every signal its default action, then unblocks all.
 void ResetSignals();
 
-// The calling child is killed when the thread that started it ends. False: `parent` is gone
-// already. A later change of ids undoes it.
+// Has the kernel kill the calling child when the thread that started it ends. False when that fails
+// or `parent` has ended already. A later change of ids cancels it.
 bool EndWithParent(pid_t parent);
 
 }  // namespace VELT

@@ -19,9 +19,11 @@ namespace {
 
 constexpr std::size_t kLargestResult = 65536;
 
-// Returns where `output` is now, the only descriptor beyond the standard ones; -1 on failure.
+// Closes all descriptors but the standard ones and `output`, and returns the new number of
+// `output`; -1 on failure.
 int KeepOnly(int output) {
-  // The log's would be closed behind its back, and its number be taken by something else.
+  // syslog(3) would not know that its descriptor is closed, and would write to what gets its
+  // number.
   closelog();
   const int kept = fcntl(output, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -71,11 +73,11 @@ ForkedCall CallInFork(const std::function<std::string()>& work, std::chrono::mil
   {
     const SignalsBlocked blocked;
     pid = fork();
-    // What the parent has in hand stays untouched: nothing is destroyed, no buffer written out.
+    // _exit(2), since the child must not run the parent's destructors or write its buffers.
     if (pid == 0) _exit(RunChild(work, output.get(), parent) ? 0 : 1);
   }
   if (pid < 0) return ForkedCall::kNotStarted;
-  setpgid(pid, pid);  // by both, so that it is done for either
+  setpgid(pid, pid);  // in both processes, so that it is done whichever runs first
   output.Close();
   ChildProcess child(pid, deadline);
   if (!child.IsWatched()) return ForkedCall::kNotStarted;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr off_t kLargestFile = off_t{1024} * 1024;
 
-// One byte more than the file's `size` is asked for: a file that grows meanwhile is refused.
+// Reads up to one byte more than `size`, so that it can refuse a file that has grown.
 bool ReadAll(int fd, std::size_t size, std::string& text) {
   text.resize(size + 1);
   std::size_t length = 0;
@@ -37,7 +37,7 @@ Json::Value ReadJsonFile(const std::string& folder, const std::string& name) {
   if (!IsFileName(name) || folder.find('\0') != std::string::npos) return {};
   const Descriptor directory(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() < 0) return {};
-  // O_NONBLOCK: opening a FIFO that stands there must not wait for its writer.
+  // O_NONBLOCK: if the file is a FIFO, open(2) must not wait for a writer.
   const Descriptor file(
       openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};

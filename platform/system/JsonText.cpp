@@ -32,7 +32,7 @@ std::size_t TakeDigits(std::string_view& text) {
   return count;
 }
 
-// Takes a number (RFC 8259, section 6) off the head of `text`.
+// Removes a number (RFC 8259, section 6) from the head of `text`.
 bool TakeNumber(std::string_view& text) {
   if (text.starts_with('-')) text.remove_prefix(1);
   const bool zero = text.starts_with('0');
@@ -50,8 +50,8 @@ bool TakeNumber(std::string_view& text) {
   return true;
 }
 
-// The UTF-16 code unit whose four digits begin at `at`. What is no four digits gives some other
-// number than a surrogate's; JsonCpp refuses it.
+// The UTF-16 code unit whose four digits begin at `at`. Without four digits there, the result is
+// never a surrogate, and JsonCpp refuses the text.
 unsigned int CodeUnit(std::string_view text, std::size_t at) {
   unsigned int unit = 0;
   const std::string_view digits = text.substr(at, 4);
@@ -59,9 +59,9 @@ unsigned int CodeUnit(std::string_view text, std::size_t at) {
   return unit;
 }
 
-// Whether the escape whose 'u' stands at `at` means a character, alone or together with the one
-// that follows, at whose end `at` is left then. JsonCpp would make another character of a high
-// surrogate and anything that is no low one, and broken UTF-8 of a low one alone.
+// Whether the escape with its 'u' at `at` is a character, alone or with the escape that follows, to
+// whose end `at` is then moved. JsonCpp would accept a high surrogate without a low one as another
+// character, and would write invalid UTF-8 for a low one alone.
 bool TakeCodePoint(std::string_view text, std::size_t& at) {
   const unsigned int unit = CodeUnit(text, at + 1);
   if (unit < 0xD800 || unit > 0xDFFF) return true;
@@ -71,9 +71,9 @@ bool TakeCodePoint(std::string_view text, std::size_t& at) {
   return low >= 0xDC00 && low <= 0xDFFF;
 }
 
-// Takes a string, but for its opening quote, off the head of `text`. False when it has no end or
-// holds a control character, invalid UTF-8 or half a surrogate pair. Other escapes are JsonCpp's to
-// judge.
+// Removes a string without its opening quote from the head of `text`. False when it has no end, or
+// contains a control character, invalid UTF-8 or half a surrogate pair. JsonCpp checks other
+// escapes.
 bool TakeString(std::string_view& text) {
   unsigned char bits = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -99,9 +99,9 @@ bool TakeWord(std::string_view& text) {
   return false;
 }
 
-// Whether `text` consists of JSON's tokens (RFC 8259, section 2) and white space alone. JsonCpp
-// would read "-" as 0 and "01" as 1, and so make a number of a slip; it takes comments in spite of
-// its settings, and a byte order mark, and reads no further than a NUL character.
+// Whether `text` consists only of JSON's tokens (RFC 8259, section 2) and white space. JsonCpp
+// accepts more: it reads "-" as 0 and "01" as 1, accepts comments in spite of its settings, and a
+// byte order mark, and ignores everything after a NUL character.
 bool HasStrictTokens(std::string_view text) {
   while (!text.empty()) {
     switch (text.front()) {

@@ -6,7 +6,7 @@
 
 namespace VELT {
 
-// Every key of the file at `path` with its value; nothing when the file can't be read.
+// All keys of the file at `path` with their values; empty when the file can't be read.
 std::map<std::string, std::string> ReadKeyValues(const char* path);
 
 }  // namespace VELT

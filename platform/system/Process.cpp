@@ -29,12 +29,12 @@ using VELT::ChildProcess;
 
 constexpr std::size_t kLargestOutput = std::size_t{16} << 20;
 
-// One start of a program, from which its stream reads. Without the start it prints nothing.
+// One run of a program, whose output a stream reads. If it is never started, the stream is empty.
 class Program {
  public:
   explicit Program(const char* path) : path_(path) {}
 
-  // False, with errno set, when it could not be started; nothing is left of it then.
+  // False, with errno set, when the program could not be started; no child is left then.
   bool Start(char* const* argv);
   std::size_t Read(char* buffer, std::size_t size);
   // The wait status, or -1 with errno set.
@@ -44,7 +44,7 @@ class Program {
   void Gather();
   void EndEarly(const char* why);
 
-  const std::string path_;  // no argument is kept: they may be secret
+  const std::string path_;  // for the log; arguments may be secret, so they are not kept
   std::optional<ChildProcess> child_;
   std::optional<VELT::Descriptor> pipe_;  // until its end has been read
   std::string output_;
@@ -108,7 +108,7 @@ int Program::Close() {
     errno = ECANCELED;
     return -1;
   }
-  // First, so that a program that still writes ends instead of being waited for in vain.
+  // First, so that a program that still writes gets SIGPIPE and ends.
   pipe_.reset();
   if (!child_->EndsInTime()) EndEarly("took too long");
   return child_->End();
@@ -118,7 +118,8 @@ ssize_t ReadProgram(void* program, char* buffer, std::size_t size) {
   return static_cast<ssize_t>(static_cast<Program*>(program)->Read(buffer, size));
 }
 
-// The open streams and their programs. Never destroyed: a stream may outlive static destruction.
+// The open streams and their programs. Never destroyed, since a stream may be closed during static
+// destruction.
 class Programs {
  public:
   static Programs& Instance() {
@@ -130,7 +131,7 @@ class Programs {
     const std::lock_guard lock(mutex_);
     programs_[stream] = std::move(program);
   }
-  // The program of `stream`, which is forgotten; null when there is none.
+  // Removes and returns the program of `stream`; null when there is none.
   std::unique_ptr<Program> Take(FILE* stream) {
     const std::lock_guard lock(mutex_);
     const auto found = programs_.find(stream);
@@ -152,7 +153,7 @@ struct CloseStream {
 FILE* Open(const char* path, char* const* argv) {
   const bool wanted = VELT::ProgramsAreWanted();
   auto program = std::make_unique<Program>(path);
-  // The program last: when anything else fails there is none to be ended.
+  // The program is started last, so that no other failure leaves one to be ended.
   std::unique_ptr<FILE, CloseStream> stream(
       fopencookie(program.get(), "r", {ReadProgram, nullptr, nullptr, nullptr}));
   if (!stream) return nullptr;
@@ -181,7 +182,7 @@ FILE* VLIBCPopen(const char* path, const char* mode, ...) {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): execve(2) only reads it.
     std::vector<char*> argv{const_cast<char*>(path)};
     do {
-      // The checker loses va_start when it is given several files in one run.
+      // clang-tidy overlooks va_start when it checks several files in one run.
       argv.push_back(va_arg(rest, char*));  // NOLINT(clang-analyzer-valist.Uninitialized)
     } while (argv.back() != nullptr);
     stream = Open(path, argv.data());

@@ -16,7 +16,7 @@ struct State {
   bool given_up = false;
 };
 
-// Never destroyed: programs may run during static destruction.
+// Never destroyed, since programs may be started during static destruction.
 State& TheState() {
   // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
   static auto* state = new State;

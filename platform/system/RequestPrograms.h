@@ -1,4 +1,4 @@
-// What the host has said about programs (ProgramRules.h), for those who start them.
+// What the host has set in ProgramRules.h, for the code that starts programs.
 #pragma once
 
 #include "veltsys/ProgramRules.h"
@@ -7,10 +7,10 @@ namespace VELT {
 
 ProgramRules CurrentProgramRules();
 
-// Whether the present request may start another program.
+// Whether the current request may start another program.
 bool ProgramsAreWanted();
 
-// The present request starts no more.
+// From now on the current request may start no more.
 void GiveUpPrograms();
 
 }  // namespace VELT

@@ -1,7 +1,8 @@
-// posix_spawn(3) can't change ids, and a fork copies the page tables of a large process. So this
-// makes the child as posix_spawn does: it borrows our memory, on a stack of its own, while we
-// stand still until it runs the program. Until then it may make system calls only, and these not
-// through the C library, which would carry a change of ids over to all threads of the parent.
+// posix_spawn(3) can't change ids, and fork(2) copies the page tables, which is slow in a large
+// process. So this creates the child as posix_spawn does: it shares the parent's memory, on its own
+// stack, and the parent is suspended until the child runs the program. Until then the child may
+// only make system calls, and without the C library, which would change the ids of all the parent's
+// threads.
 #include "Spawn.h"
 
 #include <fcntl.h>
@@ -34,7 +35,7 @@ struct Child {
 };
 
 bool SetDescriptors(int output) {
-  // The output first: it may be 0, when the caller runs without standard input.
+  // The output first, since it may be descriptor 0 if the caller has no standard input.
   const bool moved = output == STDOUT_FILENO
                          ? syscall(SYS_fcntl, output, F_SETFD, 0) == 0
                          : syscall(SYS_dup3, output, STDOUT_FILENO, 0) == STDOUT_FILENO;
@@ -61,14 +62,14 @@ bool SetLimits(const ProgramStart& start) {
 
 bool DropRights(uid_t uid, gid_t gid) {
   constexpr auto kKeep = static_cast<uid_t>(-1);
-  // Root's rights, which lie in the real and the saved id, serve to give all of them up.
+  // The real or saved id may be root's. Only root can give up all rights, groups for instance.
   const bool is_root = syscall(SYS_setresuid, kKeep, 0, kKeep) == 0;
   if (syscall(SYS_setgroups, 0, nullptr) != 0 && is_root && uid != 0) return false;
   if (syscall(SYS_setresgid, gid, gid, gid) != 0) return false;
   if (syscall(SYS_setresuid, uid, uid, uid) != 0) return false;
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
-  // Without the second a program of root's would have them back.
+  // Without the second, execve(2) would give a program of root all capabilities again.
   return syscall(SYS_capset, &header, none) == 0 &&
          syscall(SYS_prctl, PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
 }
@@ -90,8 +91,8 @@ int RunChild(void* argument) {
 pid_t StartProgram(const ProgramStart& start) {
   alignas(16) std::array<char, 16384> stack;
   Child child{start, getpid(), 0};
-  // The child's new ids bar others that have them from its memory, which is ours: a flag of the
-  // memory's, to be put back when the child has left it and not before.
+  // When the child changes its ids, the kernel clears the dumpable flag of the memory, which is
+  // ours too. The flag is set again when the child no longer uses the memory.
   const int dumpable = prctl(PR_GET_DUMPABLE);
   pid_t pid = -1;
   {

@@ -1,4 +1,4 @@
-// Starting a program with the ids and the limits of its own.
+// Starts a program with its own ids and limits.
 #pragma once
 
 #include <sys/types.h>
@@ -16,8 +16,8 @@ struct ProgramStart {
   std::chrono::seconds processor_time{};
 };
 
-// Returns the process id, -1 with errno set when the program could not be started; no child is left
-// then. The caller's ids and signals are what they were before.
+// Returns the process id, or -1 with errno set when the program could not be started; no child is
+// left then. The caller's ids and signal mask do not change.
 pid_t StartProgram(const ProgramStart& start);
 
 }  // namespace VELT

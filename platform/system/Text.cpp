@@ -6,9 +6,9 @@
 namespace VELT {
 namespace {
 
-// How many bytes the character at the head of `text` takes; 0 when there is no valid one. The
-// bounds of the second byte keep out overlong forms, surrogates and code points past U+10FFFF (RFC
-// 3629, section 4).
+// The number of bytes of the character at the head of `text`; 0 when it is not valid. The bounds of
+// the second byte exclude overlong forms, surrogates and code points above U+10FFFF (RFC 3629,
+// section 4).
 std::size_t CharacterLength(std::string_view text) {
   const auto byte = [text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
   const unsigned char first = byte(0);

@@ -1,4 +1,4 @@
-// One look-up in the C library's user database, whose records stand in a buffer of the caller.
+// Look-ups in the C library's user database, which writes its records into a buffer of the caller.
 #pragma once
 
 #include <pwd.h>
@@ -12,8 +12,8 @@
 
 namespace VELT {
 
-// Calls `get` as one of the getpwnam_r(3) family with a buffer that grows until the record fits,
-// and `use` with the record when there is one.
+// Calls `get`, a function like getpwnam_r(3), with a buffer that grows until the record fits, and
+// `use` with the record if there is one.
 template <typename Record, typename Get, typename Use>
 void LookUp(Get get, Use use) {
   constexpr std::size_t kLargestRecord = std::size_t{1024} * 1024;

@@ -16,8 +16,8 @@ const RawParameter* Find(const RequestContext& context, const std::string& name)
   return found != context.parameters.end() ? &found->second : nullptr;
 }
 
-// The parameter for a reader of strings, or of anything else. Escapes in the JSON text of a form
-// value can spell what the host refuses in a plain one; such text counts as no JSON.
+// The parameter's value for a caller that wants a string, or another type. The JSON text of a form
+// value may contain escapes for characters that the host refuses. It is then not treated as JSON.
 Json::Value ValueOf(const RawParameter& raw, bool as_string) {
   if (raw.typed) return raw.json;
   Json::Value parsed;

@@ -8,8 +8,8 @@
 namespace VELT {
 namespace {
 
-// RFC 6265, section 4.1.1, as far as it keeps one cookie from becoming two, or a header line of its
-// own.
+// Excludes the characters that could end the cookie's text and begin another attribute, cookie or
+// header line (RFC 6265, section 4.1.1).
 bool IsCookieText(const std::string& text) {
   return std::none_of(text.begin(), text.end(), [](unsigned char c) {
     return c < 0x20 || c == 0x7F || c == ';' || c == ',';

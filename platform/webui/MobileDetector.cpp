@@ -2,7 +2,7 @@
 
 #include "veltweb/WebMan.h"
 
-// Every current phone browser has this piece in its text, and no desktop browser does
+// All current browsers of phones have this word in their user agent, and no desktop browser does
 // (https://developer.mozilla.org/docs/Web/HTTP/Browser_detection_using_the_user_agent).
 MobileDetector::MobileDetector(WebMan& page)
     : mobile_(page.GetUserAgent().find("Mobi") != std::string::npos) {}

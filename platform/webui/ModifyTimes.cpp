@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t kMostFiles = 64;
 constexpr std::chrono::seconds kPathTrusted{1};
 
-// File systems round their times, to two seconds at worst, so a second change may leave no mark on
-// a file until then.
+// File systems round their times, to two seconds at worst. A file may change twice in that time
+// with the same change time.
 constexpr std::chrono::seconds kCoarsestTime{2};
 
 std::string TextOf(const timespec& time) {
@@ -20,8 +20,8 @@ std::string TextOf(const timespec& time) {
   return std::to_string(time.tv_sec) + nanoseconds.substr(1);
 }
 
-// Writing to a file and removing a name of it touch its change time (inode(7)), as in practice does
-// moving it.
+// A write to a file and the removal of one of its names set its change time (inode(7)), and in
+// practice a move does too.
 bool IsUnchanged(const struct stat& before, const struct stat& now) {
   return before.st_dev == now.st_dev && before.st_ino == now.st_ino &&
          before.st_ctim.tv_sec == now.st_ctim.tv_sec &&
@@ -54,7 +54,7 @@ std::string ModifyTimes::Of(std::string_view path) {
   return TextOf(status.st_mtim);
 }
 
-// A clock that was set back does not show how long ago a path was looked up.
+// If the clock was set back, the time since the look-up is unknown.
 bool ModifyTimes::IsCurrent(const OpenFile& file, TimePoint now) {
   struct stat status;
   return now >= file.looked_up && now - file.looked_up < kPathTrusted &&

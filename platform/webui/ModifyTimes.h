@@ -1,4 +1,5 @@
-// When served files were last modified, for pages that ask about the same few files at every visit.
+// The modification times of the web server's files, for pages that need those of the same few files
+// at every visit.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,11 +15,11 @@
 
 namespace VELT {
 
-// Asking an open file costs a third of looking its path up, so files stay open, a few dozen at most
-// and only on the root's own file system, for others are there to be unmounted. It is noticed at
-// once when a file is edited, replaced, moved or removed, and within a second when a folder above
-// it is exchanged, a symbolic link turned, or a file of an overlay's lower layer covered. Several
-// threads may call it at once.
+// fstat(2) of an open file takes a third of the time of a path look-up, so files stay open: a few
+// dozen at most, and only on the root's own file system, since an open file would keep another one
+// from being unmounted. A file that is edited, replaced, moved or removed is noticed at once.
+// Within a second it is noticed that a folder above the file was replaced, a symbolic link changed,
+// or a file of an overlay's lower layer was hidden. Several threads may call it at once.
 class ModifyTimes {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
@@ -26,14 +27,14 @@ class ModifyTimes {
   explicit ModifyTimes(std::string root,
                        std::function<TimePoint()> clock = std::chrono::system_clock::now);
 
-  // Of the file at `path` below the root ("/pkg/app.js"), as decimal digits that count nanoseconds
-  // since 1970; empty when there is no such regular file.
+  // The modification time of the file at `path` below the root ("/pkg/app.js"), as the decimal
+  // number of nanoseconds since 1970; empty when there is no such regular file.
   std::string Of(std::string_view path);
 
  private:
   struct OpenFile {
     Descriptor descriptor;
-    struct stat status;  // as the path was looked up
+    struct stat status;  // when the path was looked up
     std::string modify_time;
     TimePoint looked_up;
   };

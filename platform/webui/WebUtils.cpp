@@ -13,7 +13,7 @@
 namespace VELT {
 namespace {
 
-// Symbolic links below the root are followed, as the web server does that serves the same files.
+// Symbolic links below the root are followed, as the web server that serves the files does.
 bool StaysInRoot(std::string_view path) {
   return path.starts_with('/') && path.find("/../") == std::string_view::npos &&
          !path.ends_with("/..");

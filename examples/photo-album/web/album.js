@@ -1,4 +1,4 @@
-// Shows what the plugin gave: its session data to everybody, its private data after the login.
+// Shows the plugin's session data to everybody, and its private data after the login.
 (() => {
   const {TALD} = window.VELT;
 
@@ -16,7 +16,7 @@
       element('section', {id: 'album'}, element('h2', {textContent: title}), element('p', {textContent: pictures})));
   }
 
-  // `detail.private` is null where the page knows of the login, but not what it gave.
+  // `detail.private` is null when the page could not restore it after a reload.
   function showPhotos({detail}) {
     const photos = detail.private?.photos ?? [];
     document.getElementById('album')?.append(...photos.map(({src, caption}) =>

@@ -90,7 +90,7 @@ class EntryRow {
   static const char* Unstorable(const record::Entry& entry);
   // The name of what the link's types need but the row lacks; null when there is nothing.
   const char* Missing() const;
-  // Whether both rows let in the same visitors with the same credentials.
+  // Whether both rows admit the same visitors with the same credentials.
   bool ProtectsAs(const EntryRow& other) const;
 };
 

@@ -1,4 +1,4 @@
-// A child process that must be done by a deadline, for the other platform libraries.
+// A child process with a deadline, for the other platform libraries.
 #pragma once
 
 #include <sys/types.h>
@@ -11,39 +11,41 @@
 
 namespace VELT {
 
-// Owns a child of this process that leads a process group of its own; when it goes, so do the child
-// and its group. For one thread at a time.
+// Owns a child of this process that leads its own process group. The destructor ends the child and
+// its group. For one thread at a time.
 class ChildProcess {
  public:
   using Clock = std::chrono::steady_clock;
   enum class Output { kWhole, kTooLate, kTooMuch };
 
-  // `pid` has not been waited for, and nobody else will.
+  // Nobody else may wait for `pid`.
   ChildProcess(pid_t pid, Clock::time_point deadline);
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  // False, with errno set: the system gave no means to watch the child, which can only be ended.
+  // False, with errno set, when the system gives no descriptor to watch the child with. End is then
+  // the only operation that works.
   bool IsWatched() const { return watch_.get() >= 0; }
 
-  // Reads from `pipe` into `output` until all its writers have closed it. kTooLate: some had not at
-  // the deadline; kTooMuch: it was more than `most` bytes, or than there is memory for. `output` is
-  // of no use then.
+  // Reads from `pipe` into `output` until all writers have closed it. kTooLate: not all had at the
+  // deadline. kTooMuch: there were more than `most` bytes, or memory was lacking, or reading
+  // failed. `output` is meaningful with kWhole only.
   Output Read(int pipe, std::size_t most, std::string& output) const;
 
-  // Waits for the child's own end, to the deadline at most. True when it came, or End was called.
+  // Waits until the child ends by itself, to the deadline at most. True when it has, or End was
+  // called.
   bool EndsInTime() const;
 
-  // Ends the child, if it still runs: SIGTERM to its group, and SIGKILL when it is not gone a short
-  // while later. What is left of the group is killed in any case. Returns the child's wait status
-  // (wait(2)), the same at every call, or -1 when it can't be had.
+  // Ends the child if it still runs: sends SIGTERM to its group, and SIGKILL if it has not ended a
+  // short time later. What is left of the group is killed in any case. Returns the child's wait
+  // status (wait(2)), the same at every call, or -1 when it is unknown.
   int End();
 
  private:
-  pid_t pid_;  // -1 when it has been waited for
+  pid_t pid_;  // -1 after End
   Clock::time_point deadline_;
-  Descriptor watch_;
+  Descriptor watch_;  // a pidfd
   int status_ = -1;
 };
 

@@ -1,4 +1,4 @@
-// A file descriptor that closes itself; -1 stands for none.
+// Owns a file descriptor and closes it; -1 means none.
 #pragma once
 
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// The one way in which every part of the platform reads JSON.
+// The JSON reader of all parts of the platform.
 #pragma once
 
 #include <json/value.h>
@@ -7,10 +7,11 @@
 
 namespace VELT {
 
-// Parses one JSON text (RFC 8259, any value at the top) into `value`. False, leaving `value` null,
-// for anything else: comments, trailing commas or text, a byte order mark, invalid UTF-8, half a
-// surrogate pair; and for a name given twice in one object, a number beyond double's range, more
-// than 64 levels of values. Several threads may call it at once; throws nothing but std::bad_alloc.
+// Parses one JSON text (RFC 8259, any value at the top) into `value`. Returns false and makes
+// `value` null for anything else: comments, trailing commas or text, a byte order mark, invalid
+// UTF-8, half a surrogate pair; and for an object with two members of one name, a number that a
+// double can't hold, and more than 64 levels of values. Several threads may call it at once; throws
+// nothing but std::bad_alloc.
 bool ParseJsonText(const std::string& text, Json::Value& value);
 
 }  // namespace VELT

@@ -2,6 +2,6 @@
 // the same key the last counts.
 #pragma once
 
-// Tells whether the file at `path` holds `key` with exactly `value`: 1 when it does, 0 when it
-// does not or can't be read. `flags` must be 0. Several threads may call it at once.
+// Returns 1 when the file at `path` has `key` with exactly `value`, 0 when it does not or can't be
+// read. `flags` must be 0. Several threads may call it at once.
 int VLIBCFileCheckKeyValue(const char* path, const char* key, const char* value, int flags);

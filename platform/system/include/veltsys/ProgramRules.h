@@ -1,4 +1,4 @@
-// The host's half of running programs (Process.h): with which ids, for how long, and for whom.
+// What the host sets for programs (Process.h): their ids, their time limit, and when to start none.
 #pragma once
 
 #include <sys/types.h>
@@ -9,23 +9,25 @@
 namespace VELT {
 
 struct ProgramRules {
-  // The real, effective and saved ids of every program, whatever ids the process has at the time; a
-  // program that can't get them is not started. User 0 stands for the effective ids of the moment:
-  // where these are root's, as in a user namespace that maps nobody else, the program keeps them,
-  // but no capability, and no supplementary group where the system lets it drop them.
+  // The real, effective and saved ids of every program, whatever ids the process has when it starts
+  // one. A program that can't get them is not started. User 0 means the process's effective ids at
+  // that time. If these are root's, as in a user namespace that maps nobody else, the program keeps
+  // them, but has no capabilities, and no supplementary groups if the system lets it drop them.
   uid_t uid = 0;
   gid_t gid = 0;
   // How long a program may run, counted from its start.
   std::chrono::milliseconds time_limit{5000};
 };
 
-// For the whole process, from the next start on. Several threads may call both functions.
+// Sets the rules of the whole process for programs that start later. Several threads may call both
+// functions at once.
 void SetProgramRules(const ProgramRules& rules);
 
-// A new request begins. As soon as one of its programs has had to be ended, or `wanted` (whether
-// somebody still waits for the answer; asked before each start, must start no program itself) has
-// said no, no further one is started for it: VLIBCPopen then gives streams that are empty. An empty
-// function means always wanted. In a process that never calls this, every start is tried.
+// To be called when a request begins. `wanted` returns whether the client still waits for the
+// answer. It is called before each start of a program and must start none itself; an empty function
+// means always. After it has returned false, or a program of the request had to be ended, no more
+// programs are started for the request: VLIBCPopen then returns empty streams. In a process that
+// never calls this, programs are always started.
 void BeginProgramsOfRequest(std::function<bool()> wanted);
 
 }  // namespace VELT

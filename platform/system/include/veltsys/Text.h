@@ -1,4 +1,4 @@
-// Which texts of outsiders the platform takes in, and percent escapes.
+// Checks of untrusted texts, and percent encoding.
 #pragma once
 
 #include <json/value.h>
@@ -15,15 +15,15 @@ bool IsCleanText(std::string_view text);
 // percent escapes.
 std::string EncodePercent(std::string_view text, std::string_view also_kept = "");
 
-// Makes `decoded` the text behind `text`'s percent escapes (RFC 3986, section 2.1). False for a
-// broken escape and when what comes out is not clean.
+// Decodes the percent escapes (RFC 3986, section 2.1) of `text` into `decoded`. False for an
+// invalid escape, and when the result is not clean.
 bool DecodePercent(std::string_view text, std::string& decoded);
 
-// Whether `text` can name a file in a folder, and nothing outside it: it is not empty, "." or "..",
-// and holds no slash or NUL character. Throws nothing.
+// Whether `text` can be the name of a file directly in a folder: it is not empty, "." or "..", and
+// contains no slash or NUL character. Throws nothing.
 bool IsFileName(std::string_view text);
 
-// Whether every string and member name in `value`, however deep, is clean.
+// Whether all strings and member names in `value`, at every level, are clean.
 bool IsCleanJson(const Json::Value& value);
 
 }  // namespace VELT

@@ -11,9 +11,9 @@ struct VELTUSER {
   gid_t gid;  // the primary group
 };
 
-// Looks the account with `uid` up. Returns 0 and a record in `*user` that the caller releases with
-// VELTUserFree; -1 and a null `*user` when there is no such account or the database can't be read.
-// Several threads may call it at once.
+// Looks up the account with `uid`. Returns 0 and sets `*user` to a record that the caller releases
+// with VELTUserFree. Returns -1 and sets `*user` to null when there is no such account or the
+// database can't be read. Several threads may call it at once.
 int VELTUserGetByUID(uid_t uid, VELTUSER** user);
 
 // Releases a record of VELTUserGetByUID; null is allowed.

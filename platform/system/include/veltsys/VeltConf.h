@@ -5,13 +5,13 @@
 #include <map>
 #include <string>
 
-// A snapshot of the settings, read by the constructor; a file that is missing or can't be read is
-// one without settings. An object may be shared by threads, for it never changes.
+// The settings at the time of the constructor. A file that is missing or can't be read has none. An
+// object never changes, so several threads may use it at once.
 class VeltConf {
  public:
   VeltConf();
 
-  // The value of `key`, or `fallback` when the settings lack it.
+  // The value of `key`, or `fallback` when there is none. Neither may be null.
   std::string Info(const char* key, const char* fallback) const;
 
  private:

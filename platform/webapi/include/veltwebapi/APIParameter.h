@@ -10,8 +10,8 @@ namespace VELT {
 
 enum PARAM_NECESSITY { PARAM_REQUIRED = 0, PARAM_OPTIONAL = 1 };
 
-// A value type for T = std::string, int, bool and Json::Value. A default-constructed one is absent
-// and valid.
+// A value type for T = std::string, int, bool and Json::Value. A default-constructed object is an
+// absent and valid parameter.
 template <typename T>
 class APIParameter {
  public:
@@ -19,9 +19,10 @@ class APIParameter {
   APIParameter(bool set, bool invalid, T value)
       : set_(set), invalid_(invalid), value_(std::move(value)) {}
 
-  // The request carries the parameter, whatever its type.
+  // Whether the request has the parameter, of any type.
   bool IsSet() const { return set_; }
-  // Absent although required, of the wrong type, or refused by the reader's validator.
+  // Whether the parameter is required but absent, has the wrong type, or was refused by the
+  // validator.
   bool IsInvalid() const { return invalid_; }
   // The value that Get returns when the parameter is absent.
   void SetDefault(const T& value) {

@@ -13,27 +13,26 @@ namespace VELT {
 
 struct RequestContext;
 
-// Read-only; lives for one handler call and belongs to the framework. One thread at a time.
+// Read-only. Lives for one handler call and is owned by the framework. One thread at a time.
 //
-// A parameter of a JSON body keeps its JSON type. A form-encoded one has no type of its own and
-// takes the reader's: as a string it is the text as it stands, for every other type the text parsed
-// as JSON.
+// A parameter of a JSON body keeps its JSON type. A form-encoded one has no type: it is the text
+// itself for a caller that wants a string, and the text parsed as JSON for every other type.
 class APIRequest {
  public:
-  // For the host: see RequestContext.h. The context is taken over.
+  // For the host: see RequestContext.h.
   explicit APIRequest(std::unique_ptr<const RequestContext> context);
   ~APIRequest();
   APIRequest(const APIRequest&) = delete;
   APIRequest& operator=(const APIRequest&) = delete;
 
-  // The parameter, or `fallback` when the request lacks it. A form-encoded value takes the type of
-  // `fallback` (null: any JSON); text that is no JSON then comes as a JSON string, so that the
-  // caller's conversion refuses it.
+  // The parameter, or `fallback` when the request lacks it. A form-encoded value is read as a
+  // string if `fallback` is one, else as JSON. Text that is not JSON is then returned as a string,
+  // so that the caller's conversion fails.
   Json::Value GetParam(const std::string& name, const Json::Value& fallback) const;
   bool HasParam(const std::string& name) const;
 
-  // Read and judge a parameter for a pre-check. A null validator accepts every value of the type.
-  // An integer is one that fits 32 bits; a JSON null is of no type.
+  // Read and check a parameter for a pre-check. A null validator accepts every value of the type.
+  // An integer must fit into 32 bits. A JSON null has none of the types.
   APIParameter<std::string> GetAndCheckString(const std::string& name, PARAM_NECESSITY necessity,
                                               bool (*validator)(const std::string&)) const;
   APIParameter<int> GetAndCheckInt(const std::string& name, PARAM_NECESSITY necessity,
@@ -46,27 +45,28 @@ class APIRequest {
   APIParameter<Json::Value> GetAndCheckUnitArray(const std::string& name, PARAM_NECESSITY necessity,
                                                  bool (*validator)(const Json::Value&)) const;
 
-  // The logged-in user; meaningless for a visitor's request, and then no account's uid.
+  // The logged-in user. For a visitor's request it is meaningless, and is no account's uid.
   unsigned int GetLoginUID() const;
   bool IsAdmin() const;
 
-  // Whether a share-link visitor makes the request, and under which link and visitor session. The
-  // last two are what the visitor claims: empty or unknown ids are the caller's to refuse.
+  // Whether a visitor of a share link makes the request, and the link and the session that the
+  // visitor claims. These may be empty or unknown, which the caller must check.
   bool IsSharing() const;
   std::string GetSharingID() const;
   std::string GetSharingSID() const;
-  // The link of a visitor's request as the store has it now; an empty record when there is none.
+  // The link of a visitor's request, read from the store; an empty record when there is none.
   sharing::record::Entry GetSharingEntry() const;
 
-  // The base of link addresses: scheme, host and port, without a slash at the end. `path` is
-  // appended as it stands.
+  // The beginning of links, which is scheme, host and port without a slash at the end, with `path`
+  // appended unchanged.
   std::string GetSharingURL(const std::string& path) const;
 
-  // The body, any bytes, where the registry lets the method take it as it comes; else empty.
+  // The body, if the registry lets the method take a raw one; else empty. It may contain any bytes.
   const std::string& GetRawBody() const;
 
   std::string GetCookie(const std::string& name, const std::string& fallback) const;
-  // A language code such as "enu", from the visitor's browser; "enu" when it names none we have.
+  // The code of the browser's preferred language, such as "ger"; "enu" when the appliance has none
+  // of the browser's languages.
   std::string GetUILanguage() const;
 
  private:

@@ -12,7 +12,7 @@ namespace VELT {
 
 struct ResponseState;
 
-// Lives for one handler call and belongs to the framework. One thread at a time.
+// Lives for one handler call and is owned by the framework. One thread at a time.
 class APIResponse {
  public:
   APIResponse();
@@ -20,31 +20,32 @@ class APIResponse {
   APIResponse(const APIResponse&) = delete;
   APIResponse& operator=(const APIResponse&) = delete;
 
-  // Each replaces what an earlier call of either set.
+  // The answer's data, or its error code and detail. Each call replaces an earlier one of either.
   void SetSuccess(const Json::Value& data);
   void SetError(int code, const Json::Value& detail);
 
-  // False: nothing of the above is sent; the module's standard output, header included, is (RFC
-  // 3875, section 6.2), with the cookies that were added.
+  // With false, the module's standard output is sent instead of the above: header lines and body
+  // (RFC 3875, section 6.2), to which the cookies are added.
   void SetEnableOutput(bool enable);
 
-  // Sends raw output as it is made, however much: the first call's text begins with the header.
-  // Only for methods of the pool "stream". Waits while the client is slow; false means that nothing
-  // more is wanted, and the handler returns. What is set or printed besides is dropped, and cookies
-  // must be there before the first call. A client that takes less than 1 MiB within the request's
-  // time limit is given up, and the worker with it.
+  // Sends a piece of an answer of any length at once, only in methods of the pool "stream". The
+  // first piece begins with all header lines; cookies must have been added before. Waits while the
+  // client is slow. Returns false when the handler must return, because the client has left for
+  // instance. Other output and what the functions above set are dropped. If the client takes less
+  // than 1 MiB within the request's time limit, the worker ends, and with it the answer.
   bool Send(std::string_view bytes);
-  // What was sent is not the whole answer, and never will be: the client sees that.
+  // Says that what was sent is not the whole answer. The connection is then closed without the
+  // answer's end, so that the client notices.
   void BreakOff();
 
-  // `action` is called once, on every way out of the handler but the worker's death: when the web
-  // server has read the answer, and has opened what its header names, or a second later. It must
-  // not throw, nor use the request.
+  // `action` is called once after the handler, even one that threw, unless the worker dies: when
+  // the web server has read the answer and opened the file that its header names, or after a
+  // second. It must not throw or use the request. A second call replaces the action.
   void OnTaken(std::function<void()> action);
 
   // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an
-  // empty `domain` is this host only. HttpOnly and SameSite=Lax are always set, and Secure on
-  // HTTPS, whatever the two flags say. Returns false, adding nothing, when a text holds a control
+  // empty `domain` is this host only. HttpOnly and SameSite=Lax are always set; Secure is set on
+  // HTTPS or if `secure` is true. Returns false, adding nothing, when a text contains a control
   // character, ';' or ',' or the name is empty.
   bool AddCookie(const std::string& path, const std::string& name, const std::string& value,
                  long lifetime, const std::string& domain, bool secure, bool http_only);

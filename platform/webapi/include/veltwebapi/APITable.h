@@ -1,5 +1,5 @@
-// The rows by which a module declares its methods to the framework and their pre-checks. A module
-// exports two C functions, each returning the first row of an array that ends with an all-null row:
+// The tables in which a module lists its methods and their pre-checks. A module exports two C
+// functions. Each returns the first row of an array that ends with a row of zeros:
 //
 //   extern "C" const VELT::APITableEntry* GetAPITable();
 //   extern "C" const VELT::APICheckTableEntry* GetAPICheckTable();

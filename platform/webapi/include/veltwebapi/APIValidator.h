@@ -1,4 +1,4 @@
-// Value rules of pre-checks. Each judges the parameter's value, the default included; none throws.
+// Checks of parameters' values in pre-checks. An absent parameter has its default. None throws.
 #pragma once
 
 #include <json/value.h>

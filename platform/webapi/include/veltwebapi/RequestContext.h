@@ -1,4 +1,4 @@
-// The host's half of APIRequest: what the host knows of a request before a module sees it.
+// The host's side of APIRequest: what the host knows of a request.
 #pragma once
 
 #include <json/value.h>
@@ -8,7 +8,7 @@
 
 namespace VELT {
 
-// A parameter as it came. `json` holds it when the body was JSON, `text` when it was form-encoded.
+// A parameter as it was received: in `json` from a JSON body (`typed`), in `text` from a form.
 struct RawParameter {
   bool typed = false;
   Json::Value json;
@@ -16,8 +16,8 @@ struct RawParameter {
 };
 
 struct RequestContext {
-  // The uid of a request that no user made. It is not 0xFFFFFFFF, which the store takes for every
-  // owner.
+  // The uid of a request without a user. It is not 0xFFFFFFFF, which means every owner in the
+  // store.
   static constexpr unsigned int kNobody = 0xFFFFFFFE;
 
   std::map<std::string, RawParameter> parameters;

@@ -1,4 +1,4 @@
-// The host's half of APIResponse: what a handler left to send.
+// The host's side of APIResponse: what a handler has set.
 #pragma once
 
 #include <json/value.h>
@@ -14,7 +14,7 @@ struct Cookie {
   std::string path;
   std::string name;
   std::string value;
-  long lifetime = 0;  // seconds; 0: until the browser ends
+  long lifetime = 0;  // in seconds; 0: until the browser closes
   std::string domain;
   bool secure = false;
 };
@@ -28,7 +28,7 @@ struct ResponseState {
   bool output_enabled = true;
   std::vector<Cookie> cookies;
 
-  // See APIResponse. `sink` is the host's, empty where a method may not stream.
+  // See APIResponse. The host sets `sink`; it is empty for methods that may not stream.
   std::function<bool(std::string_view)> sink;
   bool broken_off = false;
   std::function<void()> when_taken;

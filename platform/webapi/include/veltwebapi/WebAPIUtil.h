@@ -1,3 +1,4 @@
+// Small helpers of web API modules.
 #pragma once
 
 #include <json/value.h>

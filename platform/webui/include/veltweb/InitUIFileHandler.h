@@ -9,19 +9,18 @@
 //   config.json            an object; each member describes one class "<vendor>.<group>.<Name>" of
 //                          the module
 //   *.css                  its stylesheets
-//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) stands
-//                          in for whole languages and single texts that are missing
-// Names of folders and stylesheets hold letters, digits, '-', '_', and stylesheets' also '.';
-// others are passed over. A file that is missing, larger than 1 MiB, not JSON or no object counts
-// as not there; without config.json there is no module. So does a JSON file that is a symbolic
-// link.
+//   texts/<language>.json  an object of texts, one file for each language; "enu" (English) is used
+//                          for missing languages and texts
+// Folders and stylesheets are ignored if their names have other characters than ASCII letters,
+// digits, '-', '_' and, of stylesheets, '.'. A JSON file that is larger than 1 MiB, a symbolic
+// link, or not a JSON object is treated as missing. Without config.json there is no module.
 //
 // One object belongs to one thread at a time.
 class InitUIFileHandler {
  public:
-  // A class that names a "project" is for that application's pages only: it is left out unless the
-  // project is `project` or `every_project` is true. A module that had classes and keeps none is
-  // left out whole. All texts are copied.
+  // A class with a "project" is only for that application's pages. It is left out unless the
+  // project is `project` or `every_project` is true. A module all of whose classes are left out is
+  // left out too. The texts are copied.
   InitUIFileHandler(const char* language, bool every_project, const char* project);
 
   // Reads the files and sets these members of the object `data`:

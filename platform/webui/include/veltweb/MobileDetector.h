@@ -1,4 +1,4 @@
-// Whether a page is shown by a phone's browser.
+// Whether a page is shown by the browser of a phone.
 #pragma once
 
 class WebMan;
@@ -7,7 +7,7 @@ class MobileDetector {
  public:
   explicit MobileDetector(WebMan& page);
 
-  // The browser calls itself mobile.
+  // Whether the browser's user agent says that it is a mobile one.
   bool IsMobile() const { return mobile_; }
 
  private:

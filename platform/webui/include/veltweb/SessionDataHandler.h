@@ -1,4 +1,4 @@
-// What the web UI's login page adds to a page's session object.
+// The data of the web UI's login page in a page's session object.
 #pragma once
 
 #include <json/value.h>
@@ -9,9 +9,9 @@ class APIRequest;
 
 namespace TALD {
 
-// The appliance has neither settings for the style of its login page nor a footer text, so both
-// operations leave the session object as it is: a page's own style and the application's theme
-// stand.
+// This appliance has no settings for the style of its login page and no footer text, so both
+// functions leave the session object unchanged. A page keeps its own style and the application's
+// theme.
 class SessionDataHandler {
  public:
   // The request is borrowed for the object's life.

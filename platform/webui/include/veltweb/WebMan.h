@@ -1,4 +1,4 @@
-// The page that is being served, as its server knows it.
+// The context of the page that is being served.
 #pragma once
 
 #include <string>

@@ -11,16 +11,16 @@ class WebUtils {
   // The appliance's host name, empty when the system has none.
   static std::string GetServerName();
 
-  // Replaces the characters & < > " ' by character references. What stands in an attribute and what
-  // stands between tags (`attribute` true and false) is escaped alike, so either is safe in place
-  // of the other.
+  // Replaces the characters & < > " ' with character references. Texts for attributes and texts
+  // between tags (`attribute` true and false) are escaped in the same way, so each is safe in the
+  // other's place.
   static std::string EncodeHtml(const std::string& text, bool attribute);
 
-  // A short text, fit for a URL, that changes when the file is modified at which a page's `path`
-  // points below the web root ("/pkg/app.js"; a query or fragment is left aside). A path that
-  // leaves the root or names no file there, another site's address and null give the web UI's own
-  // version, which follows its start page. A change of the file is seen at once, a folder or link
-  // on the way to it put in another's place within a second.
+  // The version of the file at a page's `path` below the web root ("/pkg/app.js"): a short text for
+  // a URL that changes when the file is modified. A query or fragment in `path` is ignored. For
+  // null, the address of another site, a path that leaves the root and one without a file it is the
+  // version of the web UI's start page, or "0". A change of the file is noticed at once, the
+  // replacement of a folder or symbolic link above it within a second.
   static std::string GetModifyTime(const char* path);
 };
 
