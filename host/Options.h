@@ -24,7 +24,7 @@ struct Options {
   std::string registry;
   std::string database;
   std::string external_url;  // without a slash at the end; empty: the request's Host is used
-  // All in seconds. A program or PAM that a request waits for has its own, shorter limit.
+  // All in seconds: for a whole request, and for a program or PAM that it waits for.
   unsigned int request_timeout = 120;
   unsigned int program_timeout = 5;
   unsigned int login_timeout = 15;
