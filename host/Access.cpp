@@ -1,13 +1,18 @@
 #include "Access.h"
 
 #include <chrono>
+#include <cstddef>
 #include <map>
 #include <optional>
+#include <string>
+#include <utility>
 
+#include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::host {
 

@@ -1,8 +1,6 @@
 // Who makes a request, and whether they may.
 #pragma once
 
-#include <string>
-
 #include "Registry.h"
 #include "WebRequest.h"
 #include "veltwebapi/RequestContext.h"

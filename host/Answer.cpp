@@ -5,6 +5,7 @@
 #include <memory>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 namespace VELT::host {
 namespace {

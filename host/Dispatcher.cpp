@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <exception>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>

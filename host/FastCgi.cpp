@@ -11,9 +11,9 @@
 #include <charconv>
 #include <cstddef>
 #include <iterator>
+#include <map>
 #include <stdexcept>
-
-#include "Limits.h"
+#include <utility>
 
 namespace VELT::host {
 namespace {

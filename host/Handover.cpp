@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,9 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "WebRequest.h"
 
 namespace VELT::host {
 namespace {

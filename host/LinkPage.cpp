@@ -10,6 +10,7 @@
 #include "LinkState.h"
 #include "PluginTags.h"
 #include "Redirect.h"
+#include "veltsharing/Entry.h"
 
 namespace VELT::host {
 namespace {

@@ -1,14 +1,15 @@
 // velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
-#include <pwd.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -22,6 +23,7 @@
 #include "Worker.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::host {
 namespace {

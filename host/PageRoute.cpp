@@ -1,5 +1,9 @@
 #include "PageRoute.h"
 
+#include <map>
+#include <utility>
+#include <vector>
+
 #include "Answer.h"
 #include "RequestReader.h"
 #include "veltsharing/Keys.h"

@@ -6,6 +6,7 @@
 #include "LinkPage.h"
 #include "Registry.h"
 #include "WebRequest.h"
+#include "veltwebapi/PagePlugins.h"
 
 namespace VELT::host {
 

@@ -5,9 +5,11 @@
 
 #include <cerrno>
 #include <set>
+#include <string>
 #include <system_error>
 #include <vector>
 
+#include "Options.h"
 #include "veltsys/Accounts.h"
 
 namespace VELT::host {

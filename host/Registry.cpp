@@ -10,9 +10,11 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "Answer.h"
 #include "Limits.h"
+#include "Pool.h"
 #include "veltsys/JsonFile.h"
 
 namespace VELT::host {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -17,9 +18,10 @@
 #include <exception>
 #include <iterator>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "Answer.h"
 #include "Deadline.h"
@@ -29,6 +31,7 @@
 #include "OutputCapture.h"
 #include "Privileges.h"
 #include "Registry.h"
+#include "WebRequest.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/ProgramRules.h"

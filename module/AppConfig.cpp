@@ -1,5 +1,7 @@
 #include "module/AppConfig.h"
 
+#include <syslog.h>
+
 #include "sharing/Export.h"
 #include "sharing/Log.h"
 #include "sharing/Plugins.h"

@@ -1,5 +1,7 @@
 #include "module/LinkAddress.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 #include "veltsys/Base64.h"
 #include "veltsys/Process.h"
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <json/value.h>
+#include <syslog.h>
 
 #include <exception>
 #include <memory>
@@ -11,6 +12,7 @@
 
 #include "module/Parameters.h"
 #include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
 #include "veltwebapi/APIRequest.h"

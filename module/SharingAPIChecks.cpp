@@ -9,6 +9,8 @@
 #include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltwebapi/APIParameter.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APIValidator.h"
 #include "veltwebapi/WebAPIUtil.h"
 

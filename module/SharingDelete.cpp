@@ -1,5 +1,10 @@
+#include <string>
+
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT {
 

@@ -1,6 +1,13 @@
+#include <string>
+
 #include "module/LinkAddress.h"
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Token.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT {
 

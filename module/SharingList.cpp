@@ -1,12 +1,19 @@
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "module/LinkAddress.h"
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
+#include "veltsharing/Condition.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Users.h"
 #include "veltsys/User.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT {
 

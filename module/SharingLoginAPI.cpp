@@ -1,7 +1,12 @@
 #include "module/SharingLoginAPI.h"
 
+#include <syslog.h>
+
 #include "module/AppConfig.h"
+#include "module/Parameters.h"
 #include "sharing/InitDataHandler.h"
+#include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 #include "sharing/RunAsGuard.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Login.h"

@@ -8,6 +8,8 @@
 
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT {
 

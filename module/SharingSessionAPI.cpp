@@ -5,11 +5,15 @@
 #include <cstdio>
 
 #include "module/AppConfig.h"
+#include "sharing/LogPlaces.h"
 #include "sharing/StyledJson.h"
+#include "veltsharing/Keys.h"
 #include "veltsys/KeyFile.h"
 #include "veltsys/VeltConf.h"
 #include "veltweb/SessionDataHandler.h"
 #include "veltweb/WebUtils.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT {
 namespace {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
 

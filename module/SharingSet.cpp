@@ -1,11 +1,16 @@
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "module/LinkAddress.h"
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT {
 namespace {

@@ -1,5 +1,9 @@
+#include <string>
+
+#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/SharingDB.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT {
 namespace {

@@ -5,7 +5,9 @@
 
 #include <string>
 
+#include "sharing/Export.h"
 #include "sharing/Plugins.h"
+#include "veltsharing/Entry.h"
 
 namespace VELT::sharing {
 

@@ -1,6 +1,5 @@
 #include "sharing/InitDataHandler.h"
 
-#include <memory>
 #include <vector>
 
 #include "sharing/LogPlaces.h"

@@ -1,11 +1,14 @@
 #include "sharing/PluginCall.h"
 
+#include <syslog.h>
+
 #include <cstddef>
 #include <exception>
 #include <stdexcept>
 #include <string>
 
 #include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 #include "veltplugin/RenderPlugin.h"
 
 namespace VELT::sharing {

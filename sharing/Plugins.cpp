@@ -1,9 +1,11 @@
 #include "sharing/Plugins.h"
 
 #include <dlfcn.h>
+#include <syslog.h>
 
 #include "sharing/CustomPagePlugin.h"
 #include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 #include "sharing/OpenGraphPlugin.h"
 
 namespace VELT::sharing {

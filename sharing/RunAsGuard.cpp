@@ -1,5 +1,6 @@
 #include "sharing/RunAsGuard.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include "sharing/Log.h"

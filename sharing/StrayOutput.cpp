@@ -1,5 +1,6 @@
 #include "sharing/StrayOutput.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <iostream>
 
 #include "sharing/Log.h"
+#include "sharing/LogPlaces.h"
 
 namespace VELT::sharing {
 namespace {

@@ -6,7 +6,8 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <optional>
+#include <memory>
+#include <string>
 
 #include "sql/Dialect.h"
 #include "sql/Schema.h"

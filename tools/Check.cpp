@@ -2,7 +2,11 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
 
+#include "host/Options.h"
 #include "host/Registry.h"
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
@@ -12,6 +16,7 @@
 #include "tools/SqliteFile.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/ForkedCall.h"
+#include "veltsys/User.h"
 
 namespace VELT::tools {
 namespace {

@@ -3,8 +3,12 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "LinkStatus.h"
 #include "LocalTime.h"
@@ -16,8 +20,8 @@
 #include "sql/Statement.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
-#include "veltsharing/StoreOptions.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::tools {
 namespace {

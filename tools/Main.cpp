@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <functional>
 #include <iostream>
-#include <map>
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "sql/Soci.h"
 #include "tools/Command.h"

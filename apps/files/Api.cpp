@@ -8,7 +8,9 @@
 
 #include "Methods.h"
 #include "Refusal.h"
-#include "veltsys/JsonText.h"
+#include "veltwebapi/APIParameter.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
 
 namespace VELT::files {

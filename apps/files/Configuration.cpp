@@ -4,6 +4,9 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
+#include <utility>
 
 #include "Refusal.h"
 #include "veltsys/JsonFile.h"

@@ -1,7 +1,6 @@
 // What the administrator lets people share: /usr/velt/etc/files.json, read for each request.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -12,9 +12,11 @@
 #include <fstream>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "Refusal.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::files {
 namespace {

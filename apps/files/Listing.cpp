@@ -1,7 +1,15 @@
 // What the listings of owners and of visitors have in common.
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <string>
+
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
+#include "Tree.h"
+#include "veltwebapi/APIRequest.h"
 
 namespace VELT::files {
 namespace {

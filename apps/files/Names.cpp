@@ -1,7 +1,7 @@
 #include "Names.h"
 
 #include <algorithm>
-#include <array>
+#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cstddef>

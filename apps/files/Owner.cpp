@@ -1,9 +1,20 @@
 // An owner's methods: what may be shared, and what a link shares.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Configuration.h"
+#include "Ids.h"
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
+#include "Tree.h"
 #include "Visit.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "veltplugin/RenderPlugin.h"
+#include "veltsharing/Entry.h"
 
 namespace {
 

@@ -1,7 +1,10 @@
 #include "Share.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <limits>
+#include <optional>
 
 #include "Names.h"
 #include "Refusal.h"

@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,16 +10,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <vector>
 
+#include "Ids.h"
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
 #include "Spool.h"
+#include "Tree.h"
 #include "Visit.h"
+#include "veltsys/Descriptor.h"
 #include "veltsys/Process.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {

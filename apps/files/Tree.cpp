@@ -11,8 +11,8 @@
 #include <memory>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
-#include "Names.h"
 #include "Refusal.h"
 
 namespace VELT::files {

@@ -1,9 +1,17 @@
 // A visitor's uploads.
+#include <cstdint>
+#include <optional>
+#include <string>
+
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
 #include "UploadStore.h"
 #include "Visit.h"
+#include "veltsharing/Entry.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {

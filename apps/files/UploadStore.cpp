@@ -15,9 +15,14 @@
 #include <ctime>
 #include <memory>
 #include <string_view>
+#include <utility>
+#include <vector>
 
+#include "Ids.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Tree.h"
+#include "veltsys/Descriptor.h"
 #include "veltsys/JsonText.h"
 
 namespace VELT::files {

@@ -4,6 +4,7 @@
 
 #include "Refusal.h"
 #include "veltsharing/Keys.h"
+#include "veltsharing/LinkStatus.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/Visit.h"
 

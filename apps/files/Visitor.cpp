@@ -2,12 +2,21 @@
 #include <fcntl.h>
 
 #include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
 
+#include "Ids.h"
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
 #include "Spool.h"
+#include "Tree.h"
 #include "Visit.h"
+#include "veltsys/Descriptor.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {

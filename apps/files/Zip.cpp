@@ -2,22 +2,33 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <cstddef>
 #include <limits>
 #include <memory>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "Ids.h"
 #include "Methods.h"
 #include "Names.h"
 #include "Refusal.h"
+#include "Share.h"
+#include "Tree.h"
 #include "Visit.h"
+#include "veltsharing/Entry.h"
+#include "veltsys/Descriptor.h"
 #include "veltsys/Text.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {

@@ -10,6 +10,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <ratio>
+#include <string>
 #include <string_view>
 #include <vector>
 

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <ratio>
 
 namespace bench {
 namespace {

@@ -8,11 +8,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <ratio>
 #include <thread>
 #include <vector>
 
 #include "sharing/Plugins.h"
 #include "veltplugin/RenderPlugin.h"
+#include "veltsharing/Entry.h"
 
 namespace {
 

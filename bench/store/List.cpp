@@ -1,10 +1,19 @@
 // One page of 50 links of an owner with 1,000, while other owners' links make the table a thousand
 // times larger. Aim: at most twice the cost, for every field and also for the last page.
+#include <algorithm>
 #include <array>
+#include <cstdio>
 #include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "Bench.h"
+#include "veltsharing/Condition.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
 
 namespace {
 

@@ -4,10 +4,17 @@
 
 #include <sodium.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "Bench.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
 
 namespace {
 

@@ -10,10 +10,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ratio>
 #include <string>
 #include <vector>
 
 #include "sharing/InitDataHandler.h"
+#include "veltsharing/Entry.h"
 #include "veltweb/WebMan.h"
 
 namespace {

@@ -1,5 +1,8 @@
 // A minimal plugin to copy. It adds a script to the page, and a text that the script shows.
+#include <string>
+
 #include "veltplugin/RenderPlugin.h"
+#include "veltsharing/Entry.h"
 
 bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* /*status*/,
                     const Json::Value& /*extra*/, Json::Value& result) {

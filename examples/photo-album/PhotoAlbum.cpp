@@ -7,6 +7,7 @@
 #include <string>
 
 #include "veltplugin/RenderPlugin.h"
+#include "veltsharing/Entry.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "veltsys/Accounts.h"
 #include "veltsys/ForkedCall.h"

@@ -1,5 +1,9 @@
 #include "veltsharing/Entry.h"
 
+#include <array>
+#include <cstddef>
+#include <optional>
+
 #include "LinkStatus.h"
 #include "LocalTime.h"
 #include "Secrets.h"
@@ -7,6 +11,7 @@
 #include "TypeTexts.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/Text.h"
+#include "veltsys/User.h"
 
 namespace VELT::sharing::record {
 namespace {

@@ -1,3 +1,10 @@
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "Account.h"
 #include "EntryQuery.h"
 #include "Purge.h"
@@ -5,7 +12,11 @@
 #include "StoreContext.h"
 #include "sql/Connection.h"
 #include "sql/EntryRow.h"
+#include "sql/PreparedStatements.h"
+#include "sql/StoreSession.h"
 #include "sql/Transaction.h"
+#include "veltsharing/Condition.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string_view>
 

@@ -1,6 +1,8 @@
 #include "FailedLogins.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -8,6 +10,7 @@
 
 #include "Secrets.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::sharing::db {
 namespace {

@@ -1,5 +1,6 @@
 #include "veltsharing/Keys.h"
 
+#include <array>
 #include <cstddef>
 
 #include "TypeTexts.h"

@@ -7,7 +7,10 @@
 #include "StoreContext.h"
 #include "VisitorLogin.h"
 #include "sql/Connection.h"
+#include "sql/StoreSession.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Visit.h"
 
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag) {
   using VELT::sharing::LoginResult;

@@ -1,9 +1,13 @@
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "sql/Connection.h"
+#include "sql/StoreSession.h"
 #include "sql/VisitorRows.h"
+#include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {

@@ -12,7 +12,9 @@
 #include "StoreContext.h"
 #include "sql/Connection.h"
 #include "sql/Dialect.h"
+#include "sql/PreparedStatements.h"
 #include "sql/Schema.h"
+#include "sql/StoreSession.h"
 #include "sql/Transaction.h"
 #include "veltsharing/StoreOptions.h"
 

@@ -1,8 +1,17 @@
+#include <optional>
+#include <string>
+
 #include "Account.h"
+#include "LinkStatus.h"
 #include "StoreContext.h"
 #include "sql/Connection.h"
+#include "sql/EntryRow.h"
+#include "sql/StoreSession.h"
 #include "sql/VisitorRows.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/Token.h"
 #include "veltsharing/Visit.h"
 
 namespace VELT::sharing::db {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::sharing {
 

@@ -6,14 +6,21 @@
 #include "VisitorLogin.h"
 
 #include <algorithm>
+#include <set>
+#include <vector>
 
 #include "Account.h"
+#include "LinkStatus.h"
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "sql/Connection.h"
+#include "sql/Dialect.h"
+#include "sql/PreparedStatements.h"
 #include "sql/Transaction.h"
+#include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::sharing::db {
 namespace {

@@ -8,6 +8,7 @@
 #include "sql/EntryRow.h"
 #include "sql/StoreSession.h"
 #include "sql/VisitorRows.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/Visit.h"
 

@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <cstddef>
 #include <vector>
 
 #include "UserDatabase.h"

@@ -3,8 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "KeyValues.h"
 

@@ -1,6 +1,7 @@
 #include "veltsys/User.h"
 
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "veltsys/Accounts.h"

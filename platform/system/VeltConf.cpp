@@ -1,5 +1,7 @@
 #include "veltsys/VeltConf.h"
 
+#include <utility>
+
 #include "KeyValues.h"
 
 VeltConf::VeltConf() : values_(VELT::ReadKeyValues("/usr/velt/etc/velt.conf")) {}

@@ -1,5 +1,6 @@
 #include "veltwebapi/APIRequest.h"
 
+#include <map>
 #include <type_traits>
 #include <utility>
 

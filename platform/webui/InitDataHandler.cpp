@@ -2,7 +2,10 @@
 
 #include <strings.h>
 
+#include <optional>
+
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 #include "veltsys/VeltConf.h"
 #include "veltweb/InitUIFileHandler.h"
 #include "veltweb/WebUtils.h"

@@ -1,5 +1,7 @@
 #include "veltweb/MobileDetector.h"
 
+#include <string>
+
 #include "veltweb/WebMan.h"
 
 // All current browsers of phones have this word in their user agent, and no desktop browser does

@@ -8,6 +8,8 @@
 #include "host/PluginTags.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
+#include "veltwebapi/PagePlugins.h"
 
 namespace VELT::host {
 namespace {

@@ -1,14 +1,19 @@
 // The parameters in docs/api.md are those that the methods read.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include "module/Parameters.h"
+#include "veltwebapi/APIParameter.h"
 
 namespace VELT {
 namespace {

@@ -1,5 +1,6 @@
 // A render plugin that returns the arguments of its call.
 #include "veltplugin/RenderPlugin.h"
+#include "veltsharing/Entry.h"
 
 extern "C" bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const char* status,
                                const Json::Value& extra, Json::Value& result) {

@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "sql/Dialect.h"
 #include "veltsharing/StoreOptions.h"

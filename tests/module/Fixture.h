@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 

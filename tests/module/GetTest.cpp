@@ -1,5 +1,8 @@
 // Who may read and delete a link.
+#include <string>
+
 #include "Fixture.h"
+#include "tests/support/Json.h"
 
 namespace VELT {
 namespace {

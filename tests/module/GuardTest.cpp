@@ -1,12 +1,14 @@
 // The guard over a process whose ids and log are simulated: the calls are intercepted at link time.
 #include <gtest/gtest.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
 
+#include "sharing/LogPlaces.h"
 #include "sharing/RunAsGuard.h"
 
 namespace {

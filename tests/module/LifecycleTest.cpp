@@ -1,10 +1,17 @@
 // The exported tables, the steps of a method, and the answer when a step fails.
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "Fixture.h"
 #include "module/SharingAPI.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
 #include "veltwebapi/ResponseState.h"
 

@@ -1,5 +1,10 @@
 // Lists of links, and their garbage collection.
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include "Fixture.h"
+#include "tests/support/Json.h"
 
 namespace VELT {
 namespace {

@@ -1,5 +1,10 @@
 // What the pre-checks refuse; then the handler must not run.
+#include <cstddef>
+#include <string>
+
 #include "Fixture.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 
 namespace VELT {
 namespace {

@@ -1,11 +1,19 @@
 // Creating and changing links, and their QR codes.
 #include <sys/mount.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
+#include <filesystem>
 #include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "Fixture.h"
 #include "module/LinkAddress.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 
 namespace VELT {
 namespace {

@@ -4,10 +4,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <fstream>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "Fixture.h"
+#include "tests/support/Json.h"
+#include "tests/support/SyslogCapture.h"
 #include "veltsharing/Login.h"
 
 namespace {

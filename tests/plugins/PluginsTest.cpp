@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -16,6 +18,7 @@
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "tests/webui/Files.h"
+#include "veltsharing/Entry.h"
 #include "veltweb/WebUtils.h"
 
 namespace VELT::sharing {

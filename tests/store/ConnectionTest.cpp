@@ -1,8 +1,17 @@
 // First starts, databases of a newer version, and connections that are ended or locked out.
 #include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "Fixture.h"
 #include "sql/Dialect.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/Login.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
 
 namespace VELT::sharing {
 

@@ -3,11 +3,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "Fixture.h"
 #include "sql/Dialect.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
 
 namespace VELT::sharing {
 

@@ -3,12 +3,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "sql/Dialect.h"
+#include "veltsharing/Session.h"
+#include "veltsharing/Token.h"
 
 namespace VELT::sharing {
 

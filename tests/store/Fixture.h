@@ -5,12 +5,14 @@
 #include <gmock/gmock.h>
 #include <json/writer.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "sql/Soci.h"
 #include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"

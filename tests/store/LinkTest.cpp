@@ -1,5 +1,16 @@
 // The life of a link: made, read, changed, deleted, purged.
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
 #include "Fixture.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
 #include "veltsharing/Users.h"
 #include "veltsys/JsonText.h"
 

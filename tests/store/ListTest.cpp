@@ -1,9 +1,21 @@
 // What a condition finds, in which order.
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <map>
+#include <memory>
 #include <random>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "Fixture.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/Condition.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing {
 

@@ -1,9 +1,23 @@
 // Who may log in to a link.
+#include <cctype>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "Fixture.h"
 #include "tests/support/Orphans.h"
+#include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/Login.h"
+#include "veltsharing/Session.h"
+#include "veltsharing/SharingDB.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltsharing/Token.h"
 
 namespace VELT::sharing {
 

@@ -4,12 +4,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <string>
+#include <vector>
 
 #include "Fixture.h"
+#include "veltsharing/Entry.h"
+#include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing {
 

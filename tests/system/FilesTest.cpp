@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 
 #include "veltsys/Accounts.h"
 #include "veltsys/Base64.h"
@@ -13,6 +17,7 @@
 #include "veltsys/JsonText.h"
 #include "veltsys/KeyFile.h"
 #include "veltsys/Text.h"
+#include "veltsys/User.h"
 
 namespace {
 

@@ -1,11 +1,17 @@
 #include <gmock/gmock.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "Files.h"
 #include "sharing/InitDataHandler.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "veltsharing/Entry.h"
 #include "veltweb/WebMan.h"
 
 namespace VELT::sharing {

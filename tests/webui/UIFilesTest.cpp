@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <string>
+
 #include "Files.h"
 #include "tests/support/Json.h"
 #include "veltsys/PackageManager.h"

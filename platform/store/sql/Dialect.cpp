@@ -1,5 +1,6 @@
 #include "sql/Dialect.h"
 
+#include <libpq-fe.h>
 #include <poll.h>
 #include <soci/postgresql/soci-postgresql.h>
 #include <soci/sqlite3/soci-sqlite3.h>

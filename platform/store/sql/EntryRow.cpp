@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <vector>
 
 #include "sql/Statement.h"
 #include "veltsys/JsonText.h"

@@ -1,8 +1,10 @@
 #include "sql/Schema.h"
 
 #include <array>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sql/Dialect.h"

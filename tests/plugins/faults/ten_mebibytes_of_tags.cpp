@@ -1,3 +1,5 @@
+#include <string>
+
 #include "Fault.h"
 
 FAULT(Json::Value tag; tag["content"] = std::string(1024, 'x');
