@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "veltsys/Accounts.h"
+#include "veltsys/Counters.h"
 #include "veltsys/ForkedCall.h"
 
 namespace VELT::sharing {
@@ -111,6 +112,7 @@ bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(u
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address, std::chrono::milliseconds limit) {
   if (!IsLoggable(name)) return AccountCheck::kWrong;
+  Count(Event::kPamRun);
   std::string reply;
   const char* fault = nullptr;
   switch (CallInFork([&] { return Serialized(AskPam(name, password, address)); }, limit, reply)) {
@@ -123,6 +125,7 @@ AccountCheck CheckAccount(std::string& name, const std::string& password,
       fault = "could not be started";
       break;
     case ForkedCall::kTooLate:
+      Count(Event::kPamTimeout);
       fault = "took too long and was ended";
       break;
     case ForkedCall::kDied:

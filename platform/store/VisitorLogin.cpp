@@ -20,6 +20,7 @@
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/Counters.h"
 #include "veltsys/User.h"
 
 namespace VELT::sharing::db {
@@ -106,6 +107,7 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
   const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
   holds_token_ = token && token->Fits(link_, VisitorAddress());
   if (link_.IsProtected() && IsLockedOut(store.sql(), MakeFailureKey(), now_)) {
+    Count(Event::kGuessBraked);
     return LoginResult::kDenied;
   }
   if (status == LinkStatus::kUsedUp && !holds_token_) return LoginResult::kUsedUp;

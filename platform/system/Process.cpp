@@ -20,6 +20,7 @@
 #include "RequestPrograms.h"
 #include "Spawn.h"
 #include "veltsys/ChildProcess.h"
+#include "veltsys/Counters.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/ProgramRules.h"
 
@@ -42,6 +43,7 @@ class Program {
 
  private:
   void Gather();
+  void EndLate();
   void EndEarly(const char* why);
 
   const std::string path_;  // for the log; arguments may be secret, so they are not kept
@@ -64,6 +66,7 @@ bool Program::Start(char* const* argv) {
        settled ? rules.gid : getegid(),
        std::chrono::ceil<std::chrono::seconds>(rules.time_limit) + std::chrono::seconds(1)});
   if (pid < 0) return false;
+  VELT::Count(VELT::Event::kProgramRun);
   child_.emplace(pid, deadline);
   if (!child_->IsWatched()) {
     const int error = errno;
@@ -87,13 +90,18 @@ void Program::Gather() {
     case ChildProcess::Output::kWhole:
       break;
     case ChildProcess::Output::kTooLate:
-      EndEarly("took too long");
+      EndLate();
       break;
     case ChildProcess::Output::kTooMuch:
       EndEarly("printed too much");
       break;
   }
   pipe_.reset();
+}
+
+void Program::EndLate() {
+  VELT::Count(VELT::Event::kProgramTimeout);
+  EndEarly("took too long");
 }
 
 void Program::EndEarly(const char* why) {
@@ -110,7 +118,7 @@ int Program::Close() {
   }
   // First, so that a program that still writes gets SIGPIPE and ends.
   pipe_.reset();
-  if (!child_->EndsInTime()) EndEarly("took too long");
+  if (!child_->EndsInTime()) EndLate();
   return child_->End();
 }
 

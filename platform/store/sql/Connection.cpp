@@ -12,6 +12,7 @@
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
 #include "sql/Transaction.h"
+#include "veltsys/Counters.h"
 
 namespace VELT::sharing::db {
 
@@ -32,6 +33,7 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
   } catch (const std::exception&) {
     syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
   }
+  Count(Event::kStoreFailure);
   // After a failure the session may be unusable. Opening a new one costs little.
   session_.reset();
   return false;
