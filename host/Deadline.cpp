@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "Answer.h"
 
@@ -23,7 +24,8 @@ struct Current {
   volatile sig_atomic_t connection = -1;
   std::size_t libraries = 0;  // the number that was open when the request began
   int request_id = 0;
-  std::string answer;  // FastCGI records for request_id
+  std::string answer;     // FastCGI records for request_id
+  std::size_t id_at = 0;  // where in them the request's own id is
 };
 
 Current& TheCurrent() {
@@ -89,17 +91,21 @@ void Deadline::Start() const {
   alarm(seconds_);
 }
 
-void Deadline::SetClient(const ReplyChannel* client) {
+void Deadline::SetClient(const Incoming* client) {
   Current& current = TheCurrent();
   current.connection = -1;
   if (client == nullptr) return;
-  if (current.answer.empty() || current.request_id != client->request_id()) {
-    current.request_id = client->request_id();
+  const std::string_view id = TextOf(client->id);
+  if (current.answer.empty() || current.request_id != client->reply.request_id()) {
+    current.request_id = client->reply.request_id();
     current.answer =
-        FrameAnswer(PlainAnswer("504 Gateway Timeout", "This took too long and was ended."),
+        FrameAnswer(IdLine(client->id) +
+                        PlainAnswer("504 Gateway Timeout", "This took too long and was ended."),
                     current.request_id);
+    current.id_at = current.answer.find(id);
   }
-  current.connection = client->connection();
+  current.answer.replace(current.id_at, id.size(), id);
+  current.connection = client->reply.connection();
 }
 
 void Deadline::Extend() const { alarm(seconds_); }

@@ -18,7 +18,7 @@ class Deadline {
   // Starts the time of a request. It has no client until SetClient names one.
   void Start() const;
   // The client that gets the 504; null when none may get it any more.
-  void SetClient(const ReplyChannel* client);
+  void SetClient(const Incoming* client);
   // Starts the time again, for a request that makes progress.
   void Extend() const;
   void Stop();

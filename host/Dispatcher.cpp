@@ -16,6 +16,7 @@
 #include "PageRoute.h"
 #include "RequestReader.h"
 #include "Site.h"
+#include "Statistics.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsys/Text.h"
@@ -114,6 +115,12 @@ bool IsSecure(const WebRequest& request, const std::string& base_url) {
   return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
 }
 
+Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail) {
+  Dispatcher::Outcome outcome(ErrorAnswer(code, detail));
+  outcome.code = code;
+  return outcome;
+}
+
 }  // namespace
 
 Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output,
@@ -130,10 +137,13 @@ struct Dispatcher::Call {
   bool secure;
   bool head_only;
   const Sink& sink;
+  RequestNote& note;
 };
 
-Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& sink) {
+Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& sink,
+                                       RequestNote& note) {
   const Address address = AddressOf(request);
+  note.SetLink(address.link);
   if (address.kind == Address::Kind::kOwner) {
     sharing::SetNoVisitor();
   } else {
@@ -141,10 +151,11 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
   }
   switch (address.kind) {
     case Address::Kind::kOwner:
-      return AnswerApi(request, nullptr, sink);
+      return AnswerApi(request, nullptr, sink, note);
     case Address::Kind::kVisitor:
-      return AnswerApi(request, &address.link, sink);
+      return AnswerApi(request, &address.link, sink, note);
     case Address::Kind::kPage: {
+      note.method = Statistics::kPage;
       const std::string verb = request.Variable("REQUEST_METHOD");
       if (verb != "GET" && verb != "HEAD") {
         return PlainAnswer("405 Method Not Allowed", "This address is for reading.");
@@ -161,15 +172,15 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
 }
 
 Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link,
-                                          const Sink& sink) {
+                                          const Sink& sink, RequestNote& note) {
   auto context = std::make_unique<RequestContext>();
   if (link != nullptr && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
-    return ErrorAnswer(kMalformed, "request body is larger than 64 KiB");
+    return Refusal(kMalformed, "request body is larger than 64 KiB");
   }
   const std::string error = ReadParameters(request, context->parameters);
-  if (!error.empty()) return ErrorAnswer(kMalformed, error);
+  if (!error.empty()) return Refusal(kMalformed, error);
   context->base_url = BaseURL(request, options_.external_url);
-  if (context->base_url.empty()) return ErrorAnswer(kMalformed, "malformed Host header");
+  if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
   context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
   context->language = UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
   if (link != nullptr) {
@@ -178,46 +189,51 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::
     const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
     if (sid != context->cookies.end()) context->sharing_sid = sid->second;
   }
-  return AnswerMethod(request, std::move(context), sink);
+  return AnswerMethod(request, std::move(context), sink, note);
 }
 
 Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
                                              std::unique_ptr<RequestContext> context,
-                                             const Sink& sink) {
+                                             const Sink& sink, RequestNote& note) {
   const std::string api = TextOf(context->parameters, "api");
   const std::string name = TextOf(context->parameters, "method");
   const Method* method = nullptr;
   switch (registry_.Find(api, VersionOf(context->parameters), name, &method)) {
     case kNoSuchApi:
-      return ErrorAnswer(kNoSuchApi, "no such API");
+      return Refusal(kNoSuchApi, "no such API");
     case kNoSuchVersion:
-      return ErrorAnswer(kNoSuchVersion, "the API has no such version");
+      return Refusal(kNoSuchVersion, "the API has no such version");
     case kNoSuchMethod:
-      return ErrorAnswer(kNoSuchMethod, "the API has no such method");
+      return Refusal(kNoSuchMethod, "the API has no such method");
     default:
       break;
   }
+  note.method = method->row;
   if (method->post_only && request.Variable("REQUEST_METHOD") != "POST") {
-    return ErrorAnswer(kNotAllowed, "this method needs POST");
+    return Refusal(kNotAllowed, "this method needs POST");
   }
   if (IsFromOtherSite(request, context->base_url)) {
-    return ErrorAnswer(kNotAllowed, "another site's page may not call this method");
+    return Refusal(kNotAllowed, "another site's page may not call this method");
   }
   if (AsksForAnotherLink(*context)) {
-    return ErrorAnswer(kNotAllowed, "only this address's own link can be asked about");
+    return Refusal(kNotAllowed, "only this address's own link can be asked about");
   }
   const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
-  if (!MayCall(method->access, *context, is_user)) return ErrorAnswer(kNotAllowed, "not allowed");
+  if (!MayCall(method->access, *context, is_user)) return Refusal(kNotAllowed, "not allowed");
   if (HasRawBody(request)) {
     if (request.body.size() > method->raw_body) {
-      return ErrorAnswer(kMalformed, method->raw_body == 0
-                                         ? "request body is neither a form nor JSON"
-                                         : "request body is larger than the method takes");
+      return Refusal(kMalformed, method->raw_body == 0
+                                     ? "request body is neither a form nor JSON"
+                                     : "request body is larger than the method takes");
     }
     context->raw_body = request.body;
   }
-  const Call call{*method, api + " " + name, IsSecure(request, context->base_url),
-                  request.Variable("REQUEST_METHOD") == "HEAD", sink};
+  const Call call{*method,
+                  api + " " + name,
+                  IsSecure(request, context->base_url),
+                  request.Variable("REQUEST_METHOD") == "HEAD",
+                  sink,
+                  note};
   return CallMethod(call, std::move(context));
 }
 
@@ -229,8 +245,9 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
   bool streamed = false;
   if (pool_ == Pool::kStream) {
     state.sink = [&](std::string_view piece) {
-      if (!std::exchange(streamed, true) && !call.sink(CookieLines(state, call.secure))) {
-        return false;
+      if (!std::exchange(streamed, true)) {
+        call.note.status = StatusOf(piece);
+        if (!call.sink(CookieLines(state, call.secure))) return false;
       }
       // The first piece has the whole header.
       if (call.head_only) piece = piece.substr(0, piece.find("\r\n\r\n") + 4);
@@ -252,6 +269,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
       streamed ? Outcome(std::string())
                : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));
   outcome.broken_off = streamed && (!returned || state.broken_off);
+  if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
   outcome.when_taken = std::move(state.when_taken);
   return outcome;
 }

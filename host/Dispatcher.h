@@ -13,6 +13,7 @@
 #include "OutputCapture.h"
 #include "Pool.h"
 #include "Registry.h"
+#include "RequestNote.h"
 #include "WebRequest.h"
 #include "veltwebapi/RequestContext.h"
 
@@ -32,6 +33,7 @@ class Dispatcher {
     explicit Outcome(Pool other) : other_pool(other) {}
 
     std::string answer;
+    int code = 0;  // the API's error code
     std::optional<Pool> other_pool;
     bool broken_off = false;           // what was sent is not the whole answer
     std::function<void()> when_taken;  // see APIResponse::OnTaken; may be empty
@@ -41,14 +43,16 @@ class Dispatcher {
   Dispatcher(const Options& options, const Registry& registry, OutputCapture& output, Pool pool);
 
   // Exceptions of handlers become answers; throws nothing but std::bad_alloc. `sink` is used only
-  // in the pool "stream".
-  Outcome Answer(const WebRequest& request, const Sink& sink);
+  // in the pool "stream". `note` is told as early as possible which method and link the request is
+  // for and, before the first piece of an answer, its status.
+  Outcome Answer(const WebRequest& request, const Sink& sink, RequestNote& note);
 
  private:
   // `link` is the id in a visitor's address, null in an owner's.
-  Outcome AnswerApi(const WebRequest& request, const std::string* link, const Sink& sink);
+  Outcome AnswerApi(const WebRequest& request, const std::string* link, const Sink& sink,
+                    RequestNote& note);
   Outcome AnswerMethod(const WebRequest& request, std::unique_ptr<RequestContext> context,
-                       const Sink& sink);
+                       const Sink& sink, RequestNote& note);
   struct Call;
   Outcome CallMethod(const Call& call, std::unique_ptr<RequestContext> context);
 

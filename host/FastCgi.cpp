@@ -158,6 +158,7 @@ std::optional<Incoming> FastCgiListener::Take() {
   if (status != 0) {
     throw std::runtime_error("cannot accept a connection: " + std::to_string(status));
   }
+  const auto taken = std::chrono::steady_clock::now();
   fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
   WebRequest request = ReadRequest(fcgi, largest_body_);
   // The answer is not sent by the library, which would wait until the web server closes the
@@ -166,7 +167,7 @@ std::optional<Incoming> FastCgiListener::Take() {
   fcgi.ipcFd = -1;
   fcgi.keepConnection = 1;
   FCGX_Free(&fcgi, 0);
-  return Incoming{std::move(request), std::move(reply)};
+  return Incoming{std::move(request), std::move(reply), NewRequestId(), taken};
 }
 
 }  // namespace VELT::host

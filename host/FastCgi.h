@@ -1,12 +1,14 @@
 // Requests of the web server (FastCGI 1.0), and the connections on which the answers go back.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "RequestNote.h"
 #include "WebRequest.h"
 #include "veltsys/Descriptor.h"
 
@@ -40,6 +42,8 @@ class ReplyChannel {
 struct Incoming {
   WebRequest request;
   ReplyChannel reply;
+  RequestId id;
+  std::chrono::steady_clock::time_point taken;  // by the front
 };
 
 // The bytes that ReplyChannel::Send sends.

@@ -1,5 +1,6 @@
 #include "Handover.h"
 
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -52,8 +54,17 @@ std::string_view TakeText(std::string_view& packed) {
   return text;
 }
 
-std::string Pack(const WebRequest& request) {
-  std::string packed(1, request.body_complete ? '1' : '0');
+// What of a request is no text.
+struct Numbers {
+  RequestId id;
+  std::chrono::steady_clock::time_point taken;  // every process has the same clock
+  bool body_complete;
+};
+
+std::string Pack(const Incoming& incoming) {
+  const WebRequest& request = incoming.request;
+  const Numbers numbers{incoming.id, incoming.taken, request.body_complete};
+  std::string packed(reinterpret_cast<const char*>(&numbers), sizeof numbers);
   AppendText(packed, request.body);
   for (const auto& [name, value] : request.variables) {
     AppendText(packed, name);
@@ -62,16 +73,18 @@ std::string Pack(const WebRequest& request) {
   return packed;
 }
 
-WebRequest Unpack(std::string_view packed) {
+Incoming Unpack(std::string_view packed, ReplyChannel reply) {
+  Numbers numbers;
+  std::memcpy(&numbers, packed.data(), sizeof numbers);
+  packed.remove_prefix(sizeof numbers);
   WebRequest request;
-  request.body_complete = packed.front() == '1';
-  packed.remove_prefix(1);
+  request.body_complete = numbers.body_complete;
   request.body = TakeText(packed);
   while (!packed.empty()) {
     const std::string_view name = TakeText(packed);
     request.variables.emplace(name, TakeText(packed));
   }
-  return request;
+  return {std::move(request), std::move(reply), numbers.id, numbers.taken};
 }
 
 bool WriteAll(int file, std::string_view text) {
@@ -114,9 +127,15 @@ std::array<int, 2> MakePair() {
 
 Handover::Handover() : Handover(MakePair()) {}
 
+std::size_t Handover::Length() const {
+  int bytes = 0;  // of all messages
+  if (ioctl(receiver_.get(), FIONREAD, &bytes) != 0) return 0;
+  return static_cast<std::size_t>(bytes) / sizeof(std::int32_t);
+}
+
 bool Handover::Give(const Incoming& incoming) const {
   const Descriptor file(memfd_create("request", MFD_CLOEXEC));
-  if (file.get() < 0 || !WriteAll(file.get(), Pack(incoming.request))) return false;
+  if (file.get() < 0 || !WriteAll(file.get(), Pack(incoming))) return false;
   std::int32_t id = incoming.reply.request_id();
   iovec payload{&id, sizeof id};
   Control control{};
@@ -146,7 +165,7 @@ std::optional<Incoming> Handover::Take() const {
   const Descriptor file(descriptors[1]);
   const std::string packed = ReadFile(file.get());
   if (packed.empty()) return std::nullopt;
-  return Incoming{Unpack(packed), std::move(reply)};
+  return Unpack(packed, std::move(reply));
 }
 
 }  // namespace VELT::host

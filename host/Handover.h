@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <optional>
 
 #include "FastCgi.h"
@@ -22,6 +23,9 @@ class Handover {
   // The request that has waited longest. Empty when another worker has taken it or it can't be
   // read.
   std::optional<Incoming> Take() const;
+
+  // How many requests wait.
+  std::size_t Length() const;
 
   // The descriptor that poll(2) reports as readable while requests wait.
   int fd() const { return receiver_.get(); }

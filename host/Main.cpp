@@ -1,4 +1,5 @@
 // velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
+#include <sys/prctl.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -15,10 +16,16 @@
 
 #include "Handover.h"
 #include "Listener.h"
+#include "MetricsServer.h"
+#include "MetricsText.h"
 #include "Options.h"
 #include "Pool.h"
 #include "Privileges.h"
+#include "RequestLog.h"
+#include "RequestNote.h"
+#include "Scoreboard.h"
 #include "Site.h"
+#include "Statistics.h"
 #include "Supervisor.h"
 #include "Worker.h"
 #include "veltsharing/StoreOptions.h"
@@ -50,6 +57,13 @@ std::string CheckSocketPath(const std::string& path) {
   return "must be a path of 1 to 107 bytes";
 }
 
+std::string CheckRequestLog(const std::string& where) {
+  if (where == "journal" || where == "syslog" || where == "stderr" || where.starts_with('/')) {
+    return {};
+  }
+  return "must be journal, syslog, stderr or the path of a file, from / on";
+}
+
 std::string CheckExternalURL(std::string& url) {
   if (url.ends_with('/')) url.pop_back();  // CLI11 stores the text that a check has changed
   if (IsSiteURL(url)) return {};
@@ -77,13 +91,63 @@ void PrepareStore(const Options& options) {
   }
 }
 
+// In a process of its own, with the ids of those that write the log otherwise: nothing that a log
+// may do holds the supervisor up.
+void LogLostRequest(const Options& options, const RequestNote& request, const MethodCounts& method,
+                    const RequestEnd& end, Statistics& statistics) {
+  if (options.request_log.empty()) return;
+  const pid_t pid = fork();
+  if (pid > 0) return;
+  bool written = false;
+  if (pid == 0) {
+    try {
+      LowerTo(options.ids);
+      written = RequestLog(options.request_log).Write(request, method, end);
+    } catch (const std::exception& error) {
+      syslog(LOG_ERR, "%s", error.what());
+    }
+  }
+  if (!written) statistics.CountLostLine();
+  if (pid == 0) _exit(0);
+}
+
+// Returns when it can't serve the metrics.
+int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const Ids& ids,
+                 pid_t supervisor) {
+  try {
+    LowerForGood(ids);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a change of ids would take it back
+    if (getppid() != supervisor) return 1;
+    return server.Run([&source] { return MetricsText(source); });
+  } catch (const std::exception& error) {
+    syslog(LOG_ERR, "%s", error.what());
+    return 1;
+  }
+}
+
 int Serve(const Options& options) {
   const Listener listener(options.socket_path, options.ids);
   const std::array<Handover, kPoolCount> queues;  // the front's stays empty
   PrepareStore(options);
-  Supervisor supervisor(options.pools, [&](const WorkerPlace& place) {
-    return RunWorker(options, listener.fd(), queues, place);
-  });
+  const Scoreboard scoreboard(options.pools);
+  Statistics statistics;
+  const auto work = [&](const WorkerPlace& place) {
+    return RunWorker(options, listener.fd(), queues, statistics, place);
+  };
+  const auto lost = [&](const RequestNote& request, Pool pool, pid_t worker) {
+    const auto took = TimeSince(request.taken);
+    statistics.Count(request, took);
+    LogLostRequest(options, request, statistics.method(request), {took, pool, worker}, statistics);
+  };
+  Supervisor supervisor(options.pools, scoreboard, statistics, work, lost);
+  std::optional<MetricsServer> metrics;
+  if (!options.metrics.empty()) {
+    metrics.emplace(options.metrics, options.ids);
+    supervisor.Accompany([&](pid_t parent) {
+      const MetricsSource source{options.pools, queues, scoreboard, statistics};
+      return ServeMetrics(*metrics, source, options.ids, parent);
+    });
+  }
   return supervisor.Run();
 }
 
@@ -145,6 +209,16 @@ void Describe(CLI::App& app, CommandLine& line) {
                  "Seconds after which a visitor's login fails if PAM has not answered")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
+  app.add_option(
+         "--request-log", options.request_log,
+         "Write a line for each request, to the journal (with fields), to syslog, to stderr, or "
+         "to a file, which SIGHUP opens anew")
+      ->check(CLI::Validator(CheckRequestLog, "WHERE"));
+  app.add_option(
+         "--metrics", options.metrics,
+         "Serve Prometheus metrics at /metrics of a loopback address (127.0.0.1:9464) or of a "
+         "Unix socket")
+      ->check(CLI::Validator(CheckMetricsAddress, "ADDRESS"));
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
   app.add_flag("--check-config", line.check_config, "Check the options and exit")
       ->configurable(false);

@@ -23,6 +23,8 @@ struct Options {
   Ids ids;
   std::string registry;
   std::string database;
+  std::string request_log;   // see RequestLog; empty: none
+  std::string metrics;       // see MetricsServer; empty: none
   std::string external_url;  // without a slash at the end; empty: the request's Host is used
   // All in seconds: for a whole request, and for a program or PAM that it waits for.
   unsigned int request_timeout = 120;

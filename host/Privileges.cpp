@@ -28,4 +28,11 @@ void LowerTo(const Ids& ids) {
   }
 }
 
+void LowerForGood(const Ids& ids) {
+  LowerTo(ids);
+  if (setresgid(ids.gid, ids.gid, ids.gid) != 0 || setresuid(ids.uid, ids.uid, ids.uid) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot stay user " + ids.user);
+  }
+}
+
 }  // namespace VELT::host

@@ -159,6 +159,13 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
   }
 }
 
+void Registry::Number(const RowOf& row_of) {
+  for (auto& [key, method] : methods_) {
+    const auto& [api, version, name] = key;
+    method.row = row_of(api, version, name);
+  }
+}
+
 int Registry::Find(const std::string& api, int version, const std::string& name,
                    const Method** method) const {
   const auto found = methods_.find({api, version, name});

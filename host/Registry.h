@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <tuple>
@@ -26,9 +27,10 @@ struct Method {
   bool post_only = false;    // for methods that change something
   Pool pool = Pool::kFront;  // whose workers run it
   std::size_t raw_body = 0;  // the largest raw body in bytes; 0: the body holds parameters
+  std::size_t row = 0;       // see Number
 };
 
-// Constant after Load; several threads may read it.
+// Constant after Load and Number; several threads may read it.
 class Registry {
  public:
   // Reads every *.json file of `folder`, each of which names one module, and loads the modules,
@@ -45,6 +47,11 @@ class Registry {
   // Throws std::runtime_error with the file and what is wrong with it. A method of a module that
   // its file does not list can't be called.
   static Registry Load(const std::string& folder);
+
+  // Gives each method the row that `row_of` returns for it.
+  using RowOf =
+      std::function<std::size_t(const std::string& api, int version, const std::string& method)>;
+  void Number(const RowOf& row_of);
 
   // Sets `*method` and returns 0, or returns a FrameworkError (Answer.h).
   int Find(const std::string& api, int version, const std::string& name,

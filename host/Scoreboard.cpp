@@ -1,9 +1,8 @@
 #include "Scoreboard.h"
 
-#include <sys/mman.h>
-
-#include <memory>
-#include <new>
+#include <cstddef>
+#include <functional>
+#include <numeric>
 
 namespace VELT::host {
 namespace {
@@ -12,20 +11,19 @@ static_assert(decltype(Slot::state)::is_always_lock_free &&
                   decltype(Slot::since)::is_always_lock_free,
               "shared between processes, where locks of the C++ library do not work");
 
-Slot* MapSlots(std::size_t count) {
-  void* memory = mmap(nullptr, count * sizeof(Slot), PROT_READ | PROT_WRITE,
-                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::bad_alloc();
-  auto* slots = static_cast<Slot*>(memory);
-  std::uninitialized_default_construct_n(slots, count);
-  return slots;
-}
+std::size_t SlotsOf(const PoolLimits& limits) { return limits.max + 1; }
 
 }  // namespace
 
-Scoreboard::Scoreboard(std::size_t slots)
-    : count_(slots), slots_(MapSlots(slots), Unmap{slots * sizeof(Slot)}) {}
-
-void Scoreboard::Unmap::operator()(Slot* slots) const { munmap(slots, size); }
+Scoreboard::Scoreboard(const std::array<PoolLimits, kPoolCount>& limits)
+    : slots_(std::transform_reduce(limits.begin(), limits.end(), std::size_t{0}, std::plus<>(),
+                                   SlotsOf)) {
+  std::span<Slot> rest = slots_.items();
+  for (std::size_t index = 0; index < kPoolCount; ++index) {
+    const std::size_t count = SlotsOf(limits.at(index));
+    pools_.at(index) = rest.first(count);
+    rest = rest.subspan(count);
+  }
+}
 
 }  // namespace VELT::host

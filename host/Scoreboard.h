@@ -4,10 +4,12 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
+
+#include "Pool.h"
+#include "RequestNote.h"
+#include "SharedArray.h"
 
 namespace VELT::host {
 
@@ -21,23 +23,22 @@ struct Slot {
   std::atomic<std::chrono::steady_clock::time_point> since{};
   // The library that was running when the time limit ended the worker, a C string; empty: unknown.
   std::array<char, 256> stuck_in{};
+  // The request that it serves, for the case that it dies.
+  RequestNote request;
 };
 
 // Constructed before the workers are forked: their copies of the object refer to the same slots.
 class Scoreboard {
  public:
-  explicit Scoreboard(std::size_t slots);  // throws std::bad_alloc
+  // A pool has one slot more than its maximum of workers, because there is one worker more while
+  // workers are replaced. Throws std::bad_alloc.
+  explicit Scoreboard(const std::array<PoolLimits, kPoolCount>& limits);
 
-  std::span<Slot> slots() const { return {slots_.get(), count_}; }
+  std::span<Slot> slots(Pool pool) const { return pools_.at(IndexOf(pool)); }
 
  private:
-  struct Unmap {
-    std::size_t size;
-    void operator()(Slot* slots) const;
-  };
-
-  std::size_t count_;
-  std::unique_ptr<Slot[], Unmap> slots_;
+  SharedArray<Slot> slots_;
+  std::array<std::span<Slot>, kPoolCount> pools_;
 };
 
 }  // namespace VELT::host

@@ -28,6 +28,7 @@ constexpr milliseconds kLongestPause{10000};
 constexpr seconds kSurplusKept{10};
 constexpr seconds kShrinkPause{1};
 constexpr seconds kBusyTooLong{10};
+constexpr seconds kCompanionPause{1};
 
 sigset_t Signals() {
   sigset_t signals;
@@ -48,13 +49,12 @@ void LogDeath(pid_t pid, int status, const Slot& slot) {
   }
 }
 
-// While workers are replaced, a pool has one worker more than its maximum.
-std::size_t SlotsOf(const PoolLimits& limits) { return limits.max + 1; }
-
-std::size_t SlotsOf(const std::array<PoolLimits, kPoolCount>& pools) {
-  std::size_t count = 0;
-  for (const PoolLimits& limits : pools) count += SlotsOf(limits);
-  return count;
+void CountDeath(int status, PoolCounts& counts) {
+  if (WIFSIGNALED(status)) {
+    ++(WTERMSIG(status) == SIGALRM ? counts.ended : counts.killed);
+  } else if (WEXITSTATUS(status) != 0) {
+    ++counts.failed;
+  }
 }
 
 template <typename Workers, typename Condition>
@@ -64,13 +64,15 @@ std::size_t Count(const Workers& workers, Condition condition) {
 
 }  // namespace
 
-Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker)
-    : scoreboard_(SlotsOf(limits)), worker_(std::move(worker)) {
-  std::span<Slot> slots = scoreboard_.slots();
+Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits,
+                       const Scoreboard& scoreboard, Statistics& statistics, WorkerMain worker,
+                       OnLostRequest on_lost_request)
+    : statistics_(statistics),
+      worker_(std::move(worker)),
+      on_lost_request_(std::move(on_lost_request)) {
   for (std::size_t index = 0; index < kPoolCount; ++index) {
-    const std::size_t count = SlotsOf(limits[index]);
-    pools_.push_back({static_cast<Pool>(index), limits[index], slots.first(count), {}, {}});
-    slots = slots.subspan(count);
+    const auto pool = static_cast<Pool>(index);
+    pools_.push_back({pool, limits[index], scoreboard.slots(pool), {}, {}});
   }
 }
 
@@ -79,6 +81,7 @@ int Supervisor::Run() {
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   while (!stopping_ || HasWorkers()) {
     for (WorkerPool& pool : pools_) Adjust(pool);
+    StartCompanion();
     WaitForSignal();
     NoteReady();
     Reap();
@@ -174,6 +177,7 @@ Supervisor::Clock::duration Supervisor::LongestWait() const {
   for (const WorkerPool& pool : pools_) {
     if (pool.workers.size() > pool.limits.min || IsFull(pool)) wait = kShrinkPause;
   }
+  if (companion_ && companion_pid_ < 0) wait = kShrinkPause;
   const auto due = next_start_ - Clock::now();
   return due > Clock::duration::zero() ? std::min(wait, due) : wait;
 }
@@ -207,6 +211,7 @@ void Supervisor::Stop() {
   for (WorkerPool& pool : pools_) {
     for (Worker& worker : pool.workers) RequestStop(worker);
   }
+  if (companion_pid_ > 0) kill(companion_pid_, SIGTERM);
 }
 
 void Supervisor::RequestStop(Worker& worker) {
@@ -219,18 +224,32 @@ void Supervisor::Reap() {
   for (;;) {
     const pid_t pid = waitpid(-1, &status, WNOHANG);
     if (pid <= 0) return;
+    if (pid == companion_pid_) OnCompanionEnded();
     for (WorkerPool& pool : pools_) {
       const auto worker = std::ranges::find(pool.workers, pid, &Worker::pid);
       if (worker == pool.workers.end()) continue;
       const Worker dead = *worker;
       pool.workers.erase(worker);
-      OnWorkerEnded(dead, status);
+      OnWorkerEnded(pool.pool, dead, status);
     }
   }
 }
 
-void Supervisor::OnWorkerEnded(const Worker& worker, int status) {
+// The client of a worker that ended itself was answered so; that of another gets the web server's
+// own answer.
+void Supervisor::ReportRequest(Pool pool, const Worker& worker, int status) {
+  RequestNote request = std::exchange(worker.slot->request, {});
+  if (!request.IsInHand()) return;
+  const bool too_late = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
+  request.status = too_late ? kTookTooLong : kWorkerFailed;
+  request.link.back() = '\0';  // a plugin that crashed may have written anywhere
+  on_lost_request_(request, pool, worker.pid);
+}
+
+void Supervisor::OnWorkerEnded(Pool pool, const Worker& worker, int status) {
   LogDeath(worker.pid, status, *worker.slot);
+  CountDeath(status, statistics_.pool(pool));
+  ReportRequest(pool, worker, status);
   worker.slot->stuck_in.front() = '\0';
   worker.slot->state = Slot::State::kEmpty;
   if (!ever_ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kBadConfiguration) {
@@ -249,6 +268,23 @@ void Supervisor::OnWorkerEnded(const Worker& worker, int status) {
   next_start_ = now + pause;
 }
 
+void Supervisor::StartCompanion() {
+  if (!companion_ || stopping_ || companion_pid_ > 0 || Clock::now() < companion_start_) return;
+  companion_start_ = Clock::now() + kCompanionPause;
+  const pid_t supervisor = getpid();
+  companion_pid_ = fork();
+  if (companion_pid_ != 0) return;
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  std::_Exit(companion_(supervisor));
+}
+
+void Supervisor::OnCompanionEnded() {
+  companion_pid_ = -1;
+  if (!stopping_) syslog(LOG_ERR, "the process beside the workers ended and is started again");
+}
+
 bool Supervisor::Start(WorkerPool& pool) {
   const auto slot = std::ranges::find(pool.slots, Slot::State::kEmpty,
                                       [](const Slot& each) { return each.state.load(); });
@@ -264,6 +300,7 @@ bool Supervisor::Start(WorkerPool& pool) {
     next_start_ = Clock::now() + kLongestPause;
     return false;
   }
+  ++statistics_.pool(pool.pool).starts;
   pool.workers.push_back({pid, Clock::now(), &*slot});
   return true;
 }

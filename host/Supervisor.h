@@ -7,10 +7,12 @@
 #include <chrono>
 #include <functional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "Pool.h"
 #include "Scoreboard.h"
+#include "Statistics.h"
 
 namespace VELT::host {
 
@@ -23,15 +25,26 @@ struct WorkerPlace {
   std::span<const Slot> slots;  // those of its pool
 };
 
-// One per process, on one thread. The process must have no other children than the workers.
+// One per process, on one thread. It waits for all children of the process.
 class Supervisor {
  public:
   // Runs in a child process and returns its exit status. It must keep the state in its slot up to
   // date, send SIGUSR1 to the supervisor when it is ready and when its pool lacks idle workers, and
   // return after SIGTERM.
   using WorkerMain = std::function<int(const WorkerPlace& place)>;
+  // A worker died over a request, whose note holds the status that it counts as.
+  using OnLostRequest = std::function<void(const RequestNote& request, Pool pool, pid_t worker)>;
 
-  Supervisor(const std::array<PoolLimits, kPoolCount>& limits, WorkerMain worker);
+  // The scoreboard is that of `limits`; it and the statistics must outlive the object.
+  Supervisor(const std::array<PoolLimits, kPoolCount>& limits, const Scoreboard& scoreboard,
+             Statistics& statistics, WorkerMain worker, OnLostRequest on_lost_request);
+
+  // Run in a child process that is no worker; returns its exit status.
+  using Companion = std::function<int(pid_t supervisor)>;
+
+  // Keeps one more process running, until Run ends it with SIGTERM. Whatever becomes of it, no worker
+  // notices. To be called before Run.
+  void Accompany(Companion companion) { companion_ = std::move(companion); }
 
   // Keeps workers running until SIGTERM or SIGINT, and returns the program's exit status when the
   // last worker has ended.
@@ -70,7 +83,8 @@ class Supervisor {
   void Stop();
   void NoteReady();
   void Reap();
-  void OnWorkerEnded(const Worker& worker, int status);
+  void OnWorkerEnded(Pool pool, const Worker& worker, int status);
+  void ReportRequest(Pool pool, const Worker& worker, int status);
   bool Start(WorkerPool& pool);
   void Adjust(WorkerPool& pool);
   void Replace(WorkerPool& pool);
@@ -81,10 +95,16 @@ class Supervisor {
   static void EndStuckWorker(const WorkerPool& pool);
   void RequestStop(Worker& worker);
   bool HasWorkers() const;
+  void StartCompanion();
+  void OnCompanionEnded();
 
-  const Scoreboard scoreboard_;
+  Statistics& statistics_;
   const WorkerMain worker_;
+  const OnLostRequest on_lost_request_;
   std::vector<WorkerPool> pools_;
+  Companion companion_;
+  pid_t companion_pid_ = -1;
+  Clock::time_point companion_start_;  // not before
   bool stopping_ = false;
   bool ever_ready_ = false;
   int exit_status_ = 0;

@@ -31,8 +31,11 @@
 #include "OutputCapture.h"
 #include "Privileges.h"
 #include "Registry.h"
+#include "RequestLog.h"
+#include "RequestNote.h"
 #include "WebRequest.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsys/Counters.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/ProgramRules.h"
 
@@ -121,13 +124,16 @@ void BecomeBusy(const WorkerPlace& place) {
 class Worker {
  public:
   Worker(const Options& options, const std::array<Handover, kPoolCount>& queues,
-         const WorkerPlace& place, const Registry& registry, Dispatcher& dispatcher)
+         Statistics& statistics, const WorkerPlace& place, const Registry& registry,
+         Dispatcher& dispatcher)
       : options_(options),
         registry_(registry),
         queues_(queues),
+        statistics_(statistics),
         place_(place),
         dispatcher_(dispatcher),
-        deadline_(options.request_timeout, *place.slot) {}
+        deadline_(options.request_timeout, *place.slot),
+        log_(options.request_log) {}
 
   // Serves requests until the worker is to stop.
   void Serve(int listener, int signals) {
@@ -159,29 +165,28 @@ class Worker {
   }
 
   void Answer(const Incoming& incoming) {
-    if (incoming.reply.ClientHasLeft()) return;
-    deadline_.SetClient(&incoming.reply);
+    RequestNote& note = place_.slot->request;
+    note = {incoming.id, incoming.taken};
+    if (incoming.reply.ClientHasLeft()) return Finish(kClientLeft, 0);
+    deadline_.SetClient(&incoming);
     BeginProgramsOfRequest([&incoming] { return !incoming.reply.ClientHasLeft(); });
-    std::size_t moved = 0;
-    Dispatcher::Outcome outcome = dispatcher_.Answer(incoming.request, [&](std::string_view piece) {
-      deadline_.SetClient(nullptr);
-      if (incoming.reply.ClientHasLeft() || !incoming.reply.SendPiece(piece)) return false;
-      moved += piece.size();
-      if (moved >= kStreamProgress) {
-        moved = 0;
-        deadline_.Extend();
-      }
-      return true;
-    });
+    Stream stream{incoming};
+    Dispatcher::Outcome outcome = dispatcher_.Answer(
+        incoming.request, [&](std::string_view piece) { return Send(stream, piece); }, note);
     // From here on the answer may be partly sent, so the deadline must not send another one.
     deadline_.SetClient(nullptr);
     if (outcome.other_pool) {
       const Pool pool = *outcome.other_pool;
-      if (queues_[IndexOf(pool)].Give(incoming)) return;
+      if (queues_[IndexOf(pool)].Give(incoming)) {
+        note = {};  // the worker that takes it reports it
+        return;
+      }
       syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
+      ++statistics_.pool(pool).refused;
       outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
+      outcome.code = kUnexpectedFailure;
     }
-    if (!outcome.broken_off) incoming.reply.Send(outcome.answer);
+    Reply(incoming, stream, outcome);
     if (outcome.when_taken) {
       incoming.reply.WaitUntilTaken();
       outcome.when_taken();
@@ -190,18 +195,70 @@ class Worker {
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
   }
 
+  // An answer that is sent in pieces.
+  struct Stream {
+    const Incoming& incoming;
+    bool begun = false;
+    bool left = false;  // its reader has
+    std::size_t moved = 0;
+  };
+
+  // False when nothing more is wanted.
+  bool Send(Stream& stream, std::string_view piece) {
+    deadline_.SetClient(nullptr);
+    const ReplyChannel& reply = stream.incoming.reply;
+    stream.left =
+        reply.ClientHasLeft() ||
+        (!std::exchange(stream.begun, true) && !reply.SendPiece(IdLine(stream.incoming.id))) ||
+        !reply.SendPiece(piece);
+    if (stream.left) return false;
+    stream.moved += piece.size();
+    if (stream.moved >= kStreamProgress) {
+      stream.moved = 0;
+      deadline_.Extend();
+    }
+    return true;
+  }
+
+  void Reply(const Incoming& incoming, const Stream& stream, const Dispatcher::Outcome& outcome) {
+    if (outcome.broken_off) {
+      if (stream.left) return Finish(kClientLeft, 0);
+      return Finish(kWorkerFailed, kUnexpectedFailure);
+    }
+    if (stream.begun || stream.left) {
+      incoming.reply.Send(outcome.answer);
+      return Finish(stream.left ? kClientLeft : place_.slot->request.status, outcome.code);
+    }
+    incoming.reply.Send(IdLine(incoming.id) + outcome.answer);
+    Finish(StatusOf(outcome.answer), outcome.code);
+  }
+
+  // The request is over, as far as its client is concerned.
+  void Finish(int status, int code) {
+    // Forgotten first, so that it is told once only, whatever comes now.
+    RequestNote note = std::exchange(place_.slot->request, {});
+    note.status = status;
+    note.code = code;
+    const auto took = TimeSince(note.taken);
+    statistics_.Count(note, took);
+    const RequestEnd end{took, place_.pool, getpid()};
+    if (!log_.Write(note, statistics_.method(note), end)) statistics_.CountLostLine();
+  }
+
   const Options& options_;
   const Registry& registry_;
   const std::array<Handover, kPoolCount>& queues_;
+  Statistics& statistics_;
   const WorkerPlace& place_;
   Dispatcher& dispatcher_;
   Deadline deadline_;
+  const RequestLog log_;
 };
 
 }  // namespace
 
 int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
-              const WorkerPlace& place) {
+              Statistics& statistics, const WorkerPlace& place) {
   bool started = false;
   try {
     const Descriptor signals(WatchSignals());
@@ -210,10 +267,14 @@ int RunWorker(const Options& options, int listener, const std::array<Handover, k
     SetProgramRules(
         {options.ids.uid, options.ids.gid, std::chrono::seconds(options.program_timeout)});
     OutputCapture output;
-    const Registry registry = Registry::Load(options.registry);
+    CountInto(statistics.platform());
+    Registry registry = Registry::Load(options.registry);
+    registry.Number([&statistics](const std::string& api, int version, const std::string& name) {
+      return statistics.RowOf(api, version, name);
+    });
     LowerTo(options.ids);
     Dispatcher dispatcher(options, registry, output, place.pool);
-    Worker worker(options, queues, place, registry, dispatcher);
+    Worker worker(options, queues, statistics, place, registry, dispatcher);
     BecomeIdle(place);
     kill(place.supervisor, SIGUSR1);
     started = true;

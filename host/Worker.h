@@ -6,6 +6,7 @@
 #include "Handover.h"
 #include "Options.h"
 #include "Pool.h"
+#include "Statistics.h"
 #include "Supervisor.h"
 
 namespace VELT::host {
@@ -17,7 +18,7 @@ namespace VELT::host {
 // process is killed when its supervisor ends. Returns the exit status: kBadConfiguration when the
 // worker could not start.
 int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
-              const WorkerPlace& place);
+              Statistics& statistics, const WorkerPlace& place);
 
 constexpr int kBadConfiguration = 78;  // EX_CONFIG of sysexits.h
 

@@ -10,6 +10,7 @@ import sqlite3
 import sys
 import threading
 import unittest
+import urllib.parse
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import BUILD, REPOSITORY, SHARING
@@ -18,6 +19,7 @@ from processes import descriptors, lives, seconds_old
 os.environ.setdefault("VELT_FIXTURES", os.path.join(BUILD, "tests", "host"))
 sys.path.append(os.path.join(REPOSITORY, "tests", "host"))
 
+from test_watching import free_port, scrape  # noqa: E402
 from webapid import Host, fixture_registry, wait_until  # noqa: E402
 
 KILLS = 200
@@ -175,6 +177,35 @@ class Database(unittest.TestCase):
             self.refuse(host, link)
             os.unlink(filler)
             self.works(host, link)
+
+
+class Watching(unittest.TestCase):
+    def test_what_goes_wrong_is_counted_and_nothing_secret_logged(self):
+        port = free_port()
+        with Service("--request-log", "{}/requests", "--metrics", f"127.0.0.1:{port}") as host:
+            link = host.create(protect_type="password", protect_password="sesame")
+            listed = host.create(protect_type="user", protect_users=["root"])
+
+            def login(sharing_id, **credentials):
+                form = {"api": SHARING + ".Login", "version": 1, "method": "login", "sharing_id": sharing_id}
+                answer = host.ask({"SCRIPT_NAME": f"/sharing/{sharing_id}/webapi", "REMOTE_USER": "",
+                                   "HTTP_SEC_FETCH_SITE": "same-origin"},
+                                  urllib.parse.urlencode({**form, **credentials}).encode())
+                return answer.json.get("data")
+
+            sid = login(link, password="sesame")["sharing_sid"]
+            self.assertEqual([login(link, password="pl4nted") for _ in range(13)], [None] * 13)
+            self.assertIsNone(login(listed, username="root", mosk_username="root", password="pl4nted"))
+            os.rename(host.database, host.database + ".away")
+            self.assertEqual(host.sharing("list"), 117)
+            wait_until(lambda: scrape(port)["velt_store_failures_total",] == 1)
+            samples = scrape(port)
+            self.assertEqual(samples["velt_guesses_braked_total",], 3)
+            self.assertEqual(samples["velt_child_runs_total", "pam"], 1)
+            with open(host.folder.name + "/requests", encoding="ascii") as file:
+                text = file.read() + "\n".join(host.log)
+            self.assertIn(f"link={link[:6]}\n", text)
+            self.assertNotRegex(text, f"sesame|pl4nted|{sid}|{link[:7]}|{listed[:7]}")
 
 
 if __name__ == "__main__":

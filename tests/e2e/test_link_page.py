@@ -152,7 +152,8 @@ class LinkPage(unittest.TestCase):
                 self.says(words, "main")
                 self.assertEqual([], BROWSER.find_all("form"))
         # The page of a link that is turned off is that of a missing one.
-        unknown, disabled = [(page.status, {**page.headers, "date": ""}, page.text.replace(link, "ID"))
+        unknown, disabled = [(page.status, {**page.headers, "date": "", "x-request-id": ""},
+                              page.text.replace(link, "ID"))
                              for link in (UNKNOWN, DEMO.links["disabled"]) for page in [DEMO.visitor(link).page()]]
         self.assertEqual(unknown, disabled)
         self.assertNotIn("sharing_id", unknown[2])

@@ -66,8 +66,8 @@ def _read_exactly(connection, count):
 
 
 class Host:
-    """One running velt-webapid. `log` holds its log lines so far. `under` is a command that starts it, in which
-    "{}" stands for the folder."""
+    """One running velt-webapid. `log` holds its log lines so far. `under` is a command that starts it; there and in
+    the options "{}" stands for the folder."""
 
     def __init__(self, *options, modules=None, workers=1, at=None, under=()):
         self.folder = tempfile.TemporaryDirectory(prefix="webapid-")
@@ -81,7 +81,8 @@ class Host:
         command = [part.replace("{}", self.folder.name) for part in under]
         command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
         command += ["--database", "sqlite3 " + self.database]
-        command += ["--min-workers", str(workers), "--max-workers", str(workers), *options]
+        command += ["--min-workers", str(workers), "--max-workers", str(workers)]
+        command += [option.replace("{}", self.folder.name) for option in options]
         self.log = []
         self._news = threading.Condition()
         self.process = subprocess.Popen(

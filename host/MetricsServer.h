@@ -1,0 +1,33 @@
+// Where the metrics are read: HTTP, for one page, from this machine only.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Listener.h"
+#include "Options.h"
+#include "veltsys/Descriptor.h"
+
+namespace VELT::host {
+
+// What is wrong with `address`, which must be the path of a Unix socket or a loopback address with a
+// port ("127.0.0.1:9464", "[::1]:9464"); empty if nothing is.
+std::string CheckMetricsAddress(const std::string& address);
+
+// Listens from construction to destruction.
+class MetricsServer {
+ public:
+  // A Unix socket is for the user and group of `ids`. Throws std::system_error.
+  MetricsServer(const std::string& address, const Ids& ids);
+
+  // Answers GET /metrics with what `text` returns, until a signal ends the process; returns an exit
+  // status when the socket is of no use. A reader that stands still keeps nobody waiting for long.
+  int Run(const std::function<std::string()>& text) const;
+
+ private:
+  std::optional<Listener> local_;
+  Descriptor network_;
+};
+
+}  // namespace VELT::host
