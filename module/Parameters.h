@@ -2,6 +2,7 @@
 // docs/api.md take names, types, defaults and order from here.
 #pragma once
 
+#include <limits>
 #include <tuple>
 
 #include "veltsharing/Keys.h"
@@ -10,16 +11,24 @@
 namespace VELT::params {
 
 // `fallback` is the value of a request that lacks the parameter.
-template <typename T>
-struct Param {
+struct Text {
   const char* name;
-  T fallback;
+  const char* fallback;
+  PARAM_NECESSITY necessity = PARAM_OPTIONAL;
+  const char* choices = nullptr;  // the texts that the pre-check lets pass, a JSON array; null: any
+  const char* form = nullptr;     // `d` stands for a digit; empty text is allowed too. null: any
+};
+struct Int {
+  const char* name;
+  int fallback;
+  PARAM_NECESSITY necessity = PARAM_OPTIONAL;
+  int least = std::numeric_limits<int>::min();
+};
+struct Bool {
+  const char* name;
+  bool fallback;
   PARAM_NECESSITY necessity = PARAM_OPTIONAL;
 };
-
-using Text = Param<const char*>;
-using Int = Param<int>;
-using Bool = Param<bool>;
 
 // Without the parameter these are empty, or null.
 struct Object {
@@ -54,7 +63,7 @@ inline constexpr auto kAll = std::tie(kAllEntry, kProjectName);
 namespace list {
 inline const Bool kShareWithMe{"share_with_me", false};
 inline const Bool kAllEntry{"all_entry", false};
-inline const Text kSortDirection{"sort_direction", "ASC"};
+inline const Text kSortDirection{"sort_direction", "ASC", PARAM_OPTIONAL, R"(["ASC", "DESC"])"};
 inline const Text kSortBy{"sort_by", ""};
 inline const Int kOffset{"offset", -1};
 inline const Int kLimit{"limit", -1};
@@ -64,21 +73,24 @@ inline constexpr auto kAll =
 }  // namespace list
 
 namespace set {
+inline constexpr char kTimeForm[] = "dddd-dd-dd dd:dd:dd";
 inline const Text kProjectName{sharing::SZK_PROJECT_NAME, "", PARAM_REQUIRED};
 inline const Text kSharingID{sharing::SZK_SHARING_ID, ""};
 inline const Object kApp{sharing::SZK_APP};
 inline const Object kPrivateData{sharing::SZK_PRIVATE_DATA};
 inline const Text kRedirectURI{sharing::SZK_REDIRECT_URI, ""};
-inline const Text kRedirectType{sharing::SZK_REDIRECT_TYPE, sharing::SZK_REDIRECT_REDIRECT_NONE};
+inline const Text kRedirectType{sharing::SZK_REDIRECT_TYPE, sharing::SZK_REDIRECT_REDIRECT_NONE,
+                                PARAM_OPTIONAL, R"(["none", "url_param", "always"])"};
 inline const Names kProtectGroups{sharing::SZK_PROTECT_GROUPS};
 inline const Names kProtectUsers{sharing::SZK_PROTECT_USERS};
 inline const Text kProtectPassword{sharing::SZK_PROTECT_PASSWORD, ""};
-inline const Text kProtectType{sharing::SZK_PROTECT_TYPE, sharing::SZK_PROTECT_PROTECT_NONE};
+inline const Text kProtectType{sharing::SZK_PROTECT_TYPE, sharing::SZK_PROTECT_PROTECT_NONE,
+                               PARAM_OPTIONAL, R"(["none", "password", "user"])"};
 inline const Text kProtectTitle{sharing::SZK_PROTECT_TITLE, ""};
 inline const Bool kEnableMatchIP{sharing::SZK_ENABLE_MATCH_IP, true};
-inline const Int kExpireTimes{sharing::SZK_EXPIRE_TIMES, 0};
-inline const Text kStartAt{sharing::SZK_START_AT, ""};
-inline const Text kExpireAt{sharing::SZK_EXPIRE_AT, ""};
+inline const Int kExpireTimes{sharing::SZK_EXPIRE_TIMES, 0, PARAM_OPTIONAL, 0};
+inline const Text kStartAt{sharing::SZK_START_AT, "", PARAM_OPTIONAL, nullptr, kTimeForm};
+inline const Text kExpireAt{sharing::SZK_EXPIRE_AT, "", PARAM_OPTIONAL, nullptr, kTimeForm};
 inline const Bool kAutoGC{sharing::SZK_AUTO_GC, false};
 inline const Bool kEnabled{sharing::SZK_ENABLED_, true};
 inline constexpr auto kAll =

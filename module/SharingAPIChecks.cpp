@@ -91,8 +91,9 @@ class ParamCheck {
   std::vector<Verdict> rows_;
 };
 
-bool IsOneOf(const StringParameter& parameter, const char* allowed_json) {
-  return APIValidator::IsBelong(parameter, WebAPIUtil::ParseJson(allowed_json));
+bool IsChoice(const StringParameter& parameter, const params::Text& row) {
+  return !parameter.IsSet() ||
+         APIValidator::IsBelong(parameter, WebAPIUtil::ParseJson(row.choices));
 }
 
 bool HasOnlyStrings(const JsonParameter& array) {
@@ -139,7 +140,7 @@ bool CheckSharingListParams(APIRequest* request, APIResponse* response) {
       check.ReadAll(params::list::kAll);
   if (!check.Judge()) return false;
 
-  if (sort_direction.IsSet() && !IsOneOf(sort_direction, R"(["ASC", "DESC"])")) {
+  if (!IsChoice(sort_direction, params::list::kSortDirection)) {
     return check.Refuse(params::list::kSortDirection.name, kCondition);
   }
   return true;
@@ -159,7 +160,7 @@ bool CheckSharingSetParams(APIRequest* request, APIResponse* response) {
   if (APIValidator::IsEqual(project_name, "")) {
     return check.Refuse(set::kProjectName.name, kCondition);
   }
-  if (redirect_type.IsSet() && !IsOneOf(redirect_type, R"(["none", "url_param", "always"])")) {
+  if (!IsChoice(redirect_type, set::kRedirectType)) {
     return check.Refuse(set::kRedirectType.name, kCondition);
   }
   // An absent password is refused too: its default is the empty string.
@@ -167,10 +168,10 @@ bool CheckSharingSetParams(APIRequest* request, APIResponse* response) {
       APIValidator::IsEqual(protect_password, "")) {
     return check.Refuse(set::kProtectPassword.name, kCondition);
   }
-  if (protect_type.IsSet() && !IsOneOf(protect_type, R"(["none", "password", "user"])")) {
+  if (!IsChoice(protect_type, set::kProtectType)) {
     return check.Refuse(set::kProtectType.name, kCondition);
   }
-  if (expire_times.IsSet() && !APIValidator::IsGreater(expire_times, -1)) {
+  if (expire_times.IsSet() && !APIValidator::IsGreater(expire_times, set::kExpireTimes.least - 1)) {
     return check.Refuse(set::kExpireTimes.name, kCondition);
   }
   return true;

@@ -22,7 +22,7 @@ constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
 // Whether `text` is empty or has the form of kTimeFormat. A store that uses strptime(3) alone would
 // accept more. Whether such a time exists is left to the store.
 bool IsTimeText(const std::string& text) {
-  constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
+  constexpr std::string_view kForm = params::set::kTimeForm;
   return text.empty() ||
          std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char is, char form) {
            return form == 'd' ? '0' <= is && is <= '9' : is == form;

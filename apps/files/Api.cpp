@@ -4,53 +4,25 @@
 #include <cstdio>
 #include <iterator>
 #include <string>
-#include <string_view>
 
 #include "Methods.h"
+#include "Parameters.h"
 #include "Refusal.h"
 #include "veltwebapi/APIParameter.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
+#include "veltwebapi/APIValidator.h"
+#include "veltwebapi/WebAPIUtil.h"
 
 namespace VELT::files {
 namespace {
 
 using Method = void (*)(const APIRequest&, APIResponse&);
-
-// `choices` are the texts that are allowed, each after a blank; null: any text.
-struct Parameter {
-  enum class Kind { kText, kCount, kSize, kFlag, kTexts };
-  const char* name;
-  Kind kind;
-  bool required = false;
-  const char* choices = nullptr;
-};
 using Kind = Parameter::Kind;
 
-constexpr Parameter kNone[] = {{nullptr, Kind::kText}};
-constexpr Parameter kLink[] = {{"sharing_id", Kind::kText, true}, {nullptr, Kind::kText}};
-constexpr Parameter kPath[] = {
-    {"path", Kind::kText, true}, {"show", Kind::kFlag}, {nullptr, Kind::kText}};
-constexpr Parameter kPaths[] = {{"paths", Kind::kTexts}, {nullptr, Kind::kText}};
-constexpr Parameter kList[] = {{"root", Kind::kText},
-                               {"path", Kind::kText},
-                               {"offset", Kind::kCount},
-                               {"limit", Kind::kCount},
-                               {"sort_by", Kind::kText, false, " name size time type"},
-                               {"sort_direction", Kind::kText, false, " ASC DESC"},
-                               {nullptr, Kind::kText}};
-constexpr Parameter kUpload[] = {
-    {"name", Kind::kText, true}, {"size", Kind::kSize, true}, {nullptr, Kind::kText}};
-constexpr Parameter kPiece[] = {
-    {"upload", Kind::kText, true}, {"offset", Kind::kSize, true}, {nullptr, Kind::kText}};
-constexpr Parameter kState[] = {{"upload", Kind::kText, true}, {nullptr, Kind::kText}};
-
-constexpr int kLargestLimit = 1000;
-
-bool IsChoice(const std::string& text, const char* choices) {
-  return choices == nullptr ||
-         (std::string(choices) + " ").find(" " + text + " ") != std::string::npos;
+bool IsChoice(const APIParameter<std::string>& text, const char* choices) {
+  return choices == nullptr || APIValidator::IsBelong(text, WebAPIUtil::ParseJson(choices));
 }
 
 bool AreTexts(const Json::Value& list) {
@@ -65,14 +37,12 @@ const char* FaultOf(const APIRequest& request, const Parameter& parameter) {
     case Kind::kText: {
       const auto text = request.GetAndCheckString(parameter.name, PARAM_OPTIONAL, nullptr);
       if (text.IsInvalid()) return "type";
-      return IsChoice(text.Get(), parameter.choices) ? nullptr : "condition";
+      return IsChoice(text, parameter.choices) ? nullptr : "condition";
     }
     case Kind::kCount: {
       const auto number = request.GetAndCheckInt(parameter.name, PARAM_OPTIONAL, nullptr);
       if (number.IsInvalid()) return "type";
-      const bool is_limit = std::string_view(parameter.name) == "limit";
-      const bool fits = number.Get() >= 0 && (!is_limit || number.Get() <= kLargestLimit);
-      return fits ? nullptr : "condition";
+      return number.Get() >= 0 && number.Get() <= parameter.most ? nullptr : "condition";
     }
     case Kind::kSize: {
       const Json::Value number = request.GetParam(parameter.name, Json::Value());
@@ -150,20 +120,18 @@ struct Row {
   APICheck check;
 };
 
-constexpr const char* kOwner = "VELT.Files";
-constexpr const char* kVisitor = "VELT.Files.Link";
-
 constexpr Row kRows[] = {
-    {kOwner, "roots", Handle<GetRoots>, Check<kNone>},
-    {kOwner, "list", Handle<ListRoot>, Check<kList>},
-    {kOwner, "describe", Handle<DescribeLink>, Check<kLink>},
-    {kVisitor, "list", Handle<ListShare>, Check<kList>},
-    {kVisitor, "get", HandleFile<GetFile>, Check<kPath>},
-    {kVisitor, "zip", HandleFile<GetZip>, Check<kPaths>},
-    {kVisitor, "thumbnail", HandleFile<GetThumbnail>, Check<kPath>},
-    {kVisitor, "upload_begin", Handle<BeginUpload>, Check<kUpload>},
-    {kVisitor, "upload_piece", Handle<AddPiece>, Check<kPiece>},
-    {kVisitor, "upload_state", Handle<GetUploadState>, Check<kState>},
+    {kOwner, "roots", Handle<GetRoots>, Check<ParametersOf(kOwner, "roots")>},
+    {kOwner, "list", Handle<ListRoot>, Check<ParametersOf(kOwner, "list")>},
+    {kOwner, "describe", Handle<DescribeLink>, Check<ParametersOf(kOwner, "describe")>},
+    {kVisitor, "list", Handle<ListShare>, Check<ParametersOf(kVisitor, "list")>},
+    {kVisitor, "get", HandleFile<GetFile>, Check<ParametersOf(kVisitor, "get")>},
+    {kVisitor, "zip", HandleFile<GetZip>, Check<ParametersOf(kVisitor, "zip")>},
+    {kVisitor, "thumbnail", HandleFile<GetThumbnail>, Check<ParametersOf(kVisitor, "thumbnail")>},
+    {kVisitor, "upload_begin", Handle<BeginUpload>, Check<ParametersOf(kVisitor, "upload_begin")>},
+    {kVisitor, "upload_piece", Handle<AddPiece>, Check<ParametersOf(kVisitor, "upload_piece")>},
+    {kVisitor, "upload_state", Handle<GetUploadState>,
+     Check<ParametersOf(kVisitor, "upload_state")>},
 };
 
 using Table = std::array<APITableEntry, std::size(kRows) + 1>;

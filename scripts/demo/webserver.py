@@ -73,7 +73,7 @@ auth.backend.pam.opts = ("service" => "{service}")
 $HTTP["url"] =~ "^/((index\\.html|owner|webapi)(/.*)?)?$" {{
   auth.require = ("" => ("method" => "basic", "realm" => "Share links", "require" => "valid-user"))
 }}
-$HTTP["url"] =~ "^/(index\\.html|owner/.*)?$" {{
+$HTTP["url"] =~ "^/(index\\.html|owner/.*|webapi/(docs/.*|openapi\\.json))?$" {{
   setenv.set-response-header = (
     "Content-Security-Policy" => "{policy}",
     "Cross-Origin-Opener-Policy" => "same-origin", "Cross-Origin-Resource-Policy" => "same-origin",

@@ -1,0 +1,35 @@
+# Lays the viewer of the API's page into the folder OUTPUT, its licences included: cmake -DNPM=PATH -DOUTPUT=DIR -P ...
+# Where it can't be fetched, the build goes on without it, and the page says so.
+set(package swagger-ui-dist-5.35.0)
+set(hash
+  534eaba4cb56f55dd73c638179a993512af4674f63317e0826e00da44fc465b0
+  21c341bc0a0c2bcd4e18997927fe1d3008336c5dd19aad334d1c2dec53cc9551)
+set(wanted swagger-ui.css swagger-ui-bundle.js swagger-ui-bundle.js.LICENSE.txt LICENSE NOTICE)
+
+if(EXISTS ${OUTPUT}/${package}.whole)
+  return()
+endif()
+set(folder ${OUTPUT}.fetched)
+file(REMOVE_RECURSE ${folder})
+file(MAKE_DIRECTORY ${folder})
+string(REGEX REPLACE "-([0-9.]+)$" "@\\1" name ${package})
+if(NPM)
+  execute_process(COMMAND ${NPM} pack ${name} --prefer-offline --fetch-retries=0 --fetch-timeout=20000
+    WORKING_DIRECTORY ${folder} TIMEOUT 60 OUTPUT_QUIET ERROR_QUIET)
+endif()
+if(NOT EXISTS ${folder}/${package}.tgz)
+  message("-- The page of the API gets no viewer: npm is missing or can't fetch ${name}")
+  file(REMOVE_RECURSE ${folder})
+  return()
+endif()
+string(JOIN "" hash ${hash})
+file(SHA512 ${folder}/${package}.tgz found)
+if(NOT found STREQUAL hash)
+  message(FATAL_ERROR "${name} is not what it was: SHA-512 ${found}")
+endif()
+file(ARCHIVE_EXTRACT INPUT ${folder}/${package}.tgz DESTINATION ${folder})
+foreach(file ${wanted})
+  file(COPY ${folder}/package/${file} DESTINATION ${OUTPUT})
+endforeach()
+file(REMOVE_RECURSE ${folder})
+file(TOUCH ${OUTPUT}/${package}.whole)
