@@ -30,6 +30,13 @@ class Failure : public std::runtime_error {
 
 Json::Value Check(const HostOptions& options);
 
+// The link that a plugin is tried with.
+struct PluginSample {
+  std::string project = {};
+  Json::Value app{Json::objectValue};
+};
+Json::Value CheckPlugin(const std::string& file, const PluginSample& sample);
+
 struct LinkFilter {
   std::string owner;        // an account's name or number; empty: everybody's
   std::string project;      // empty: all

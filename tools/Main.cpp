@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <stdexcept>
@@ -15,12 +16,14 @@
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Output.h"
+#include "veltsys/JsonText.h"
 
 namespace VELT::tools {
 namespace {
 
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
+constexpr const char* kCheckPlugin = "check-plugin";
 
 struct CommandLine {
   HostOptions options;
@@ -29,6 +32,8 @@ struct CommandLine {
   bool full_ids = false;
   bool force = false;
   std::string file;
+  std::string project;
+  std::string app = "{}";
   std::string from;
   std::string to;
 
@@ -91,6 +96,28 @@ void DescribeLinks(CLI::App& app, CommandLine& line) {
   AddFilter(collect, line);
 }
 
+Json::Value RunCheckPlugin(const CommandLine& line) {
+  PluginSample sample{line.project};
+  if (sample.project.empty()) sample.project = std::filesystem::path(line.file).stem();
+  if (!ParseJsonText(line.app, sample.app) || !sample.app.isObject()) {
+    throw Failure("--app is no JSON object");
+  }
+  return CheckPlugin(line.file, sample);
+}
+
+void DescribeChecks(CLI::App& app, CommandLine& line) {
+  Add(
+      app, line, "check", "Checks whether the service can run here, and says what to do if not",
+      [&line] { return Check(line.options); }, PrintCheck);
+  auto* plugin = Add(
+      app, line, kCheckPlugin,
+      "Checks whether the service can use a plugin library, and says what to do if not",
+      [&line] { return RunCheckPlugin(line); }, PrintCheck);
+  plugin->add_option("FILE", line.file)->required();
+  plugin->add_option("--project", line.project, "Project of the link that it is tried with");
+  plugin->add_option("--app", line.app, "That link's data for the application, a JSON object");
+}
+
 void DescribeCopies(CLI::App& app, CommandLine& line) {
   const auto add_file = [&line](CLI::App* command, const char* forced) {
     command->add_option("FILE", line.file)->required();
@@ -149,11 +176,9 @@ int Run(const CommandLine& line) {
 
 int Main(int argc, char** argv) {
   CommandLine line;
-  CLI::App app("Manages the database of share links.", "velt-sharing");
+  CLI::App app("Manages the database of share links, and checks plugins.", "velt-sharing");
   DescribeHostOptions(app, line);
-  Add(
-      app, line, "check", "Checks whether the service can run here, and says what to do if not",
-      [&line] { return Check(line.options); }, PrintCheck);
+  DescribeChecks(app, line);
   DescribeLinks(app, line);
   DescribeCopies(app, line);
   app.require_subcommand(1);
@@ -167,7 +192,7 @@ int Main(int argc, char** argv) {
   if (const auto* config = app.get_config_ptr(); config->count() != 0) {
     line.options.config = config->as<std::string>();
   }
-  if (line.options.database.empty() && line.from.empty()) {
+  if (line.options.database.empty() && line.from.empty() && !app.got_subcommand(kCheckPlugin)) {
     return Fail(line, "--database or --config is needed", kUsage);
   }
   openlog("velt-sharing", LOG_PERROR, LOG_USER);

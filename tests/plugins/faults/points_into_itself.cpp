@@ -1,0 +1,3 @@
+#include "Fault.h"
+
+FAULT(result[Json::StaticString("SESSION")] = Json::Value(Json::objectValue); return true;)

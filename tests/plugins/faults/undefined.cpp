@@ -1,0 +1,5 @@
+#include "Fault.h"
+
+void DevelopFilm();
+
+FAULT(DevelopFilm(); return true;)
