@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <iterator>
 #include <new>
@@ -58,10 +59,8 @@ void Add(Json::Value& checks, const std::string& subject, State state, const std
 }
 
 bool HasFailed(const Json::Value& checks) {
-  for (const Json::Value& check : checks) {
-    if (check["state"] == "failed") return true;
-  }
-  return false;
+  return std::ranges::any_of(checks,
+                             [](const Json::Value& check) { return check["state"] == "failed"; });
 }
 
 // --- The file ---
@@ -148,6 +147,7 @@ std::vector<std::string> NeededBy(void* library) {
   std::vector<std::string> names;
   link_map* map = nullptr;
   if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return names;
+  // NOLINTBEGIN(performance-no-int-to-ptr,cppcoreguidelines-pro-type-union-access): elf(5) has it so.
   const char* texts = nullptr;
   for (const ElfW(Dyn)* row = map->l_ld; row->d_tag != DT_NULL; ++row) {
     if (row->d_tag == DT_STRTAB) texts = reinterpret_cast<const char*>(row->d_un.d_ptr);
@@ -155,6 +155,7 @@ std::vector<std::string> NeededBy(void* library) {
   for (const ElfW(Dyn)* row = map->l_ld; texts != nullptr && row->d_tag != DT_NULL; ++row) {
     if (row->d_tag == DT_NEEDED) names.emplace_back(texts + row->d_un.d_val);
   }
+  // NOLINTEND(performance-no-int-to-ptr,cppcoreguidelines-pro-type-union-access)
   return names;
 }
 
@@ -307,8 +308,7 @@ std::string FaultAt(Step step, bool hangs) {
                    : "crashes while it is closed: look at its static objects";
     case Step::kReading:
       return "gives a value that points into the library, which is closed before the value is "
-             "used: "
-             "copy texts (no Json::StaticString)";
+             "used: copy texts (no Json::StaticString)";
   }
   return "";
 }
@@ -348,7 +348,8 @@ void CheckCalls(const std::string& path, const std::string& name, const PluginSa
   for (const bool preview : {false, true}) {
     if (HasFailed(calls)) break;
     Try(
-        name, [&](Step& step) { return Call(path, name.c_str(), sample, preview, step); }, calls);
+        name + (preview ? ", preview" : ""),
+        [&](Step& step) { return Call(path, name.c_str(), sample, preview, step); }, calls);
   }
   for (const Json::Value& call : calls) checks.append(call);
 }

@@ -20,9 +20,11 @@ import files
 import links
 import webserver
 from accounts import Accounts, write_private
+from watch import Watched
 
 START_SECONDS = 30
 STOP_SECONDS = 15
+WATCH_SECONDS = 0.3  # between two looks
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
@@ -43,16 +45,18 @@ def main():
     arguments.add_argument("--state", required=True)
     arguments.add_argument("--build", required=True)
     arguments.add_argument("--database", default=f"sqlite3 {DATA}/sharing.db")
+    arguments.add_argument("--watch", action="append", default=[])
     options = arguments.parse_args()
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _stop)
     os.umask(0o022)
     try:
         demonstration = Demonstration(options.state, options.port, options.build, options.database)
+        watched = [Watched(folder) for folder in options.watch]
         try:
             demonstration.start()
             demonstration.announce()
-            demonstration.watch()
+            demonstration.watch(watched)
         finally:
             demonstration.stop()
     except Stopped:
@@ -102,14 +106,17 @@ class Demonstration:
             except OSError as error:
                 raise Failure(f"port {self.port}: {error.strerror}") from None
         self._lay_out()
+        self._run_service()
+        self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
+        self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
+        self._wait_ready()
+
+    def _run_service(self):
         options = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
         if os.path.exists(SETTINGS):
             options += ["--config", SETTINGS]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
                   "/usr/velt/lib/webapi.d", "--database", self.database, "--log-stderr", *options)
-        self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
-        self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
-        self._wait_ready()
 
     def _lay_out(self):
         """Fills the appliance's folders, and keeps what the user has put there."""
@@ -185,24 +192,47 @@ class Demonstration:
               f"  curl -su {login} {api} -d method=list -d sort_by=created_at -d sort_direction=DESC\n\n"
               f"Settings, plugins and logs are in {self._path('root')}\nPress Ctrl-C to stop.", flush=True)
 
-    def watch(self):
-        """Never returns: raises Stopped, or Failure when a program ends by itself."""
-        os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
-        self._check_programs()
+    def watch(self, watched):
+        """Installs what is `watched` when it changes. Never returns: raises Stopped, or Failure when a program ends."""
+        if not watched:
+            os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
+        while True:
+            self._check_programs()
+            for folder in watched:
+                if folder.has_changed():
+                    self._install(folder)
+            time.sleep(WATCH_SECONDS)
+
+    def _install(self, folder):
+        files, failure = folder.install("/usr/velt")
+        # A worker may keep a plugin's library although it has closed it (dlclose(3)), and modules anyway. The service's
+        # own program and libraries need a new process.
+        libraries = [path for path in files if path.endswith(".so") or path.startswith("/usr/velt/bin/")]
+        if any(os.path.dirname(path) != "/usr/velt/lib/sharing" for path in libraries):
+            self._stop_program("velt-webapid")
+            self._run_service()
+        elif libraries:
+            self.programs["velt-webapid"].send_signal(signal.SIGHUP)
+        names = ", ".join(os.path.relpath(path, "/usr/velt") for path in files if not os.path.isdir(path))
+        if failure or names:
+            print(f"{time.strftime('%T')} {failure or 'the next page has ' + names}", flush=True)
 
     def stop(self):
         self._forget()
         # The web server first: it accepts nothing more and lets the workers finish.
         for name in ("lighttpd", "velt-webapid"):
-            program = self.programs.get(name)
-            if program is None:
-                continue
-            program.send_signal(signal.SIGTERM if name == "velt-webapid" else signal.SIGINT)
-            try:
-                program.wait(STOP_SECONDS)
-            except subprocess.TimeoutExpired:
-                os.killpg(program.pid, signal.SIGKILL)  # its workers too
-                program.wait()
+            self._stop_program(name)
+
+    def _stop_program(self, name):
+        program = self.programs.get(name)
+        if program is None:
+            return
+        program.send_signal(signal.SIGTERM if name == "velt-webapid" else signal.SIGINT)
+        try:
+            program.wait(STOP_SECONDS)
+        except subprocess.TimeoutExpired:
+            os.killpg(program.pid, signal.SIGKILL)  # its workers too
+            program.wait()
 
 
 def _mount_empty(path):

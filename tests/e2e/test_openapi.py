@@ -18,7 +18,8 @@ from webdriver import Browser
 CALL = ("api", "version", "method")
 # Of every type, for the parameters that are of another.
 OF_EACH_TYPE = (None, True, 7, 1.5, "text", [], [1], {}, {"a": [1]})
-TEXTS = ("", "bob", "a b&c=d+%41", "'; drop table link; --", "Ünïcödé 名前 \U0001f517", "../../etc/passwd", "x" * 5000)
+TEXTS = ("", "bob", "a b&c=d+%41", "'; drop table link; --", "Ünïcödé 名前 \U0001f517", "../../etc/passwd",
+         "x" * 5000)
 MIXED_CALLS = 12  # of each operation
 WRONG_TYPE_OR_VALUE, UNUSABLE, NOT_ALLOWED = 120, 101, 105
 UNEXPECTED = (100, 106)
@@ -100,10 +101,10 @@ class Described(unittest.TestCase):
             self.assertEqual(401, DEMO.request("GET", "/webapi/" + path).status)
 
     def test_the_page_calls_a_method(self):
+        if DEMO.request("GET", "/webapi/docs/swagger-ui.css", account="alice").status == 404:
+            self.skipTest("built without the viewer")
         with Browser() as browser:
             browser.open(DEMO.url + "/webapi/docs/#/VELT.Core.Sharing/user.VELT.Core.Sharing.set", DEMO.login("alice"))
-            if not DEMO.request("GET", "/webapi/docs/swagger-ui.css", account="alice").headers["content-type"].startswith("text/css"):
-                self.skipTest("built without the viewer")
             browser.wait_for(".opblock.is-open .try-out__btn").click()
             browser.wait_for(".opblock.is-open .execute").click()
             browser.wait_text('"success": true', ".opblock.is-open .live-responses-table")
@@ -116,7 +117,8 @@ class Service(unittest.TestCase):
     def ask(self, operation, call, form=False):
         """Sends the call and returns the answer's code, 0 for success, after a look at what every answer must be."""
         answer = operation.send(call, form)
-        told = f"{operation.address} {operation.name} {json.dumps(call)[:300]} form={form}: {answer.status} {answer.body[:300]}"
+        told = (f"{operation.address} {operation.name} {json.dumps(call)[:300]} form={form}: "
+                f"{answer.status} {answer.body[:300]}")
         self.assertLess(answer.status, 500, told)
         self.assertIn(str(answer.status), operation.responses, told)
         content = operation.responses[str(answer.status)]["content"]

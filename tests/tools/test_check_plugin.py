@@ -50,6 +50,7 @@ class CheckPlugin(unittest.TestCase):
                 ("not_elf", "failed", "file", "is no library"),
                 ("other_architecture", "failed", "file", "another kind of machine"),
                 ("undefined", "failed", "library", "uses DevelopFilm()"),
+                ("own_standard_library", "failed", "libraries", "it holds a copy of libstdc++.so.6"),
                 ("no_symbol", "failed", "functions", "exports neither"),
                 ("null_symbol", "failed", "functions", "exports neither"),
                 ("cxx_name", "failed", PAGE, "include veltplugin/RenderPlugin.h"),

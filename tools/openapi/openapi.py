@@ -231,6 +231,13 @@ def operation_of(row, address, parameters, page):
     return operation
 
 
+def addresses_of(row):
+    if "user" in row["access"]:
+        yield OWNER
+    if "visitor" in row["access"] or "token" in row["access"]:
+        yield VISITOR
+
+
 def tag_of(api, page):
     words = page.methods.get((api, ""), "").strip()
     return {"name": api, "description": words} if words else {"name": api}
@@ -242,8 +249,8 @@ def describe(parameters, page, version, registry):
         try:
             read = parameters[row["api"]][row["method"]]
         except KeyError:
-            sys.exit(f"openapi.py: {row['api']} {row['method']} has no list of parameters in tools/openapi/Parameters.cpp")
-        for address in (OWNER,) * ("user" in row["access"]) + (VISITOR,) * bool({"visitor", "token"} & {*row["access"]}):
+            sys.exit(f"openapi.py: {row['api']} {row['method']} is missing in tools/openapi/Parameters.cpp")
+        for address in addresses_of(row):
             paths[f"{address}#{row['api']}.{row['method']}"] = {"post": operation_of(row, address, read, page)}
     return {
         "openapi": "3.1.0",
