@@ -48,6 +48,7 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
       "Content-Type: application/json; charset=\"UTF-8\"\r\n"
       "Cache-Control: no-store\r\n"
       "X-Content-Type-Options: nosniff\r\n";
+  if (state.retry_after > 0) text += "Retry-After: " + std::to_string(state.retry_after) + "\r\n";
   text += CookieLines(state, secure) + "\r\n";
   // The data may be a long list, so it is not copied into a JSON value that encloses it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {

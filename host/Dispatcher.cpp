@@ -19,6 +19,7 @@
 #include "Statistics.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/Visit.h"
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
@@ -264,6 +265,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
     if (!for_other_pool) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
+  state.retry_after = sharing::LoginWait();
   if (for_other_pool) return Outcome(call.method.pool);
   Outcome outcome =
       streamed ? Outcome(std::string())

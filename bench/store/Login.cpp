@@ -84,6 +84,8 @@ class ByHand {
       }
       sqlite3_bind_int64(statements_[kVisit], 1, id);
       Step(kVisit);
+      sqlite3_bind_int64(statements_[kDay], 1, id);
+      Step(kDay);
       BindText(kSession, 1, NewSession());
       BindText(kSession, 2, kAddress);
       const auto session = Step(kSession);
@@ -96,7 +98,7 @@ class ByHand {
   }
 
  private:
-  enum Statement { kBegin, kLink, kFailures, kForget, kVisit, kSession, kToken, kCommit };
+  enum Statement { kBegin, kLink, kFailures, kForget, kVisit, kDay, kSession, kToken, kCommit };
   static constexpr std::array kStatements = {
       "begin immediate",
       "select id, password_hash, enabled, start_at, expire_at, expire_times, visits from link "
@@ -105,6 +107,8 @@ class ByHand {
       "delete from failed_login where link_id = ? and address = ? and account = ''",
       "update link set visits = visits + 1 where id = ? and (expire_times = 0 or visits < "
       "expire_times)",
+      "insert into visit_day (link_id, day, visits) values (?, 20000, 1) "
+      "on conflict (link_id, day) do update set visits = visits + 1",
       "insert into visitor_session (sid_hash, address, last_used) values (?, ?, 1700000000) "
       "returning id",
       "insert into visitor_token (session_id, link_id, address) values (?, ?, ?)",

@@ -16,8 +16,14 @@ namespace VELT::sharing::db {
 namespace {
 
 constexpr std::int64_t kWindow = std::int64_t{15} * 60;  // seconds for which a failure counts
-constexpr long long kFromOneSource = 10;
-constexpr long long kAtOneAccount = 30;
+constexpr int kFromOneSource = 10;
+constexpr int kAtOneAccount = 30;
+
+// The time of the `n`th latest failure that counts. When it no longer does, another try is allowed.
+std::string NthLatest(const std::string& which, int n) {
+  return "select failed_at from failed_login where " + which +
+         " and failed_at > :since order by failed_at desc limit 1 offset " + std::to_string(n - 1);
+}
 
 std::string AddressText(int family, const void* address) {
   std::array<char, INET6_ADDRSTRLEN> text{};
@@ -41,20 +47,23 @@ std::string SourceKey(const std::string& address) {
   return AddressText(AF_INET6, &parsed) + "/64";
 }
 
-bool IsLockedOut(soci::session& sql, const FailureKey& key, std::int64_t now) {
+std::int64_t LockoutSeconds(soci::session& sql, const FailureKey& key, std::int64_t now) {
   const long long since = now - kWindow;
-  long long here = 0;
-  sql << "select count(*) from failed_login "
-         "where link_id = :link and address = :source and failed_at > :since",
-      soci::into(here), soci::use(key.link), soci::use(key.source), soci::use(since);
-  if (here >= kFromOneSource) return true;
-  if (key.account.empty()) return false;
-  long long everywhere = 0;
-  sql << "select count(*), count(case when address = :source then 1 end) from failed_login "
-         "where account = :account and failed_at > :since",
-      soci::into(everywhere), soci::into(here), soci::use(key.source), soci::use(key.account),
-      soci::use(since);
-  return here >= kFromOneSource || everywhere >= kAtOneAccount;
+  long long here = 0;  // the failure with which the tries from here were used up; 0: they are not
+  sql << NthLatest("link_id = :link and address = :source", kFromOneSource), soci::into(here),
+      soci::use(key.link), soci::use(key.source), soci::use(since);
+  if (!sql.got_data()) here = 0;
+  long long latest = here;
+  if (!key.account.empty()) {
+    long long at_account = 0;
+    sql << NthLatest("account = :account and address = :source", kFromOneSource),
+        soci::into(at_account), soci::use(key.account), soci::use(key.source), soci::use(since);
+    if (sql.got_data()) latest = std::max(latest, at_account);
+    sql << NthLatest("account = :account", kAtOneAccount), soci::into(at_account),
+        soci::use(key.account), soci::use(since);
+    if (sql.got_data()) latest = std::max(latest, at_account);
+  }
+  return latest == 0 ? 0 : latest - since;
 }
 
 void CountFailure(soci::session& sql, const FailureKey& key, std::int64_t now) {

@@ -30,7 +30,8 @@ std::string AccountKey(const std::string& name);
 std::string SourceKey(const std::string& address);
 
 // These throw soci::soci_error.
-bool IsLockedOut(soci::session& sql, const FailureKey& key, std::int64_t now);
+// Seconds until a login may be tried; 0: at once.
+std::int64_t LockoutSeconds(soci::session& sql, const FailureKey& key, std::int64_t now);
 // Also removes failures that no longer count.
 void CountFailure(soci::session& sql, const FailureKey& key, std::int64_t now);
 // To be called after a successful login. Removes the failures from the same source at the same

@@ -1,6 +1,7 @@
 #include "LocalTime.h"
 
 #include <array>
+#include <chrono>
 #include <ctime>
 
 namespace VELT::sharing {
@@ -27,6 +28,16 @@ std::string FormatLocalTime(std::int64_t time) {
   if (localtime_r(&seconds, &parts) == nullptr) return {};
   std::array<char, 64> text{};
   return {text.data(), std::strftime(text.data(), text.size(), kTimeFormat, &parts)};
+}
+
+std::int64_t LocalDay(std::int64_t time) {
+  const std::time_t seconds = time;
+  std::tm parts{};
+  if (localtime_r(&seconds, &parts) == nullptr) return 0;
+  const auto date = std::chrono::year(parts.tm_year + 1900) /
+                    std::chrono::month(static_cast<unsigned>(parts.tm_mon) + 1) /
+                    std::chrono::day(static_cast<unsigned>(parts.tm_mday));
+  return std::chrono::sys_days(date).time_since_epoch().count();
 }
 
 }  // namespace VELT::sharing

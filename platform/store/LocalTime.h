@@ -17,4 +17,7 @@ std::optional<std::int64_t> ParseLocalTime(const std::string& text, const char* 
 // `time` in kTimeFormat; empty for 0, which means no limit.
 std::string FormatLocalTime(std::int64_t time);
 
+// The days from 1970-01-01 to the local date of `time`, in seconds since 1970 UTC.
+std::int64_t LocalDay(std::int64_t time);
+
 }  // namespace VELT::sharing

@@ -22,6 +22,7 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
       link = Printable(params->sharing_id, 6);
       VELT::sharing::db::VisitorLogin login(*params);
       result = login.Run();
+      VELT::sharing::SetLoginWait(login.lockout());
       if (result == LoginResult::kLoggedIn) sid = login.new_sid();
     }
   } catch (const std::exception&) {  // a damaged link, or no memory

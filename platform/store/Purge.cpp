@@ -1,7 +1,9 @@
 #include "Purge.h"
 
 #include "FailedLogins.h"
+#include "LocalTime.h"
 #include "StoreContext.h"
+#include "VisitDays.h"
 #include "sql/EntryRow.h"
 #include "sql/Statement.h"
 #include "sql/Transaction.h"
@@ -10,7 +12,11 @@
 namespace VELT::sharing::db {
 namespace {
 
-constexpr int kMostSessions = 1000;  // a limit, because all others wait for the transaction
+// Limits, because all others wait for the transaction.
+constexpr int kMostSessions = 1000;
+constexpr const char* kRemoveOldDays =
+    "delete from visit_day where (link_id, day) in "
+    "(select link_id, day from visit_day where day < :oldest limit 10000)";
 
 }  // namespace
 
@@ -38,6 +44,8 @@ long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string&
   const long long unused_since = now - kSessionLife;
   sql << RemoveDeadSessionsSql(kMostSessions), soci::use(unused_since);
   PruneFailures(sql, now);
+  const long long oldest = OldestVisitDay(LocalDay(now));
+  sql << kRemoveOldDays, soci::use(oldest);
   transaction.Commit();
   return removed;
 }

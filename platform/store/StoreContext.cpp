@@ -6,6 +6,7 @@
 #include "sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::sharing {
 namespace {
@@ -14,6 +15,7 @@ struct Context {
   StoreOptions options;
   bool is_visitor = false;
   std::string address;
+  std::int64_t login_wait = 0;
 };
 
 Context& TheContext() {
@@ -29,6 +31,7 @@ void ConfigureStore(StoreOptions options) {
 }
 
 void SetVisitor(const std::string& address) {
+  SetNoVisitor();
   TheContext().is_visitor = true;
   TheContext().address = address;
 }
@@ -36,6 +39,7 @@ void SetVisitor(const std::string& address) {
 void SetNoVisitor() {
   TheContext().is_visitor = false;
   TheContext().address.clear();
+  TheContext().login_wait = 0;
 }
 
 const std::string& ConnectionText() { return TheContext().options.connection; }
@@ -50,5 +54,9 @@ bool IsVisitor() { return TheContext().is_visitor; }
 const std::string& VisitorAddress() { return TheContext().address; }
 
 std::chrono::milliseconds LoginTimeout() { return TheContext().options.login_timeout; }
+
+std::int64_t LoginWait() { return TheContext().login_wait; }
+
+void SetLoginWait(std::int64_t seconds) { TheContext().login_wait = seconds; }
 
 }  // namespace VELT::sharing

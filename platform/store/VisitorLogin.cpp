@@ -11,8 +11,10 @@
 
 #include "Account.h"
 #include "LinkStatus.h"
+#include "LocalTime.h"
 #include "Secrets.h"
 #include "StoreContext.h"
+#include "VisitDays.h"
 #include "sql/Connection.h"
 #include "sql/Dialect.h"
 #include "sql/PreparedStatements.h"
@@ -106,9 +108,12 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
 
   const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
   holds_token_ = token && token->Fits(link_, VisitorAddress());
-  if (link_.IsProtected() && IsLockedOut(store.sql(), MakeFailureKey(), now_)) {
-    Count(Event::kGuessBraked);
-    return LoginResult::kDenied;
+  if (link_.IsProtected()) {
+    lockout_ = LockoutSeconds(store.sql(), MakeFailureKey(), now_);
+    if (lockout_ > 0) {
+      Count(Event::kGuessBraked);
+      return LoginResult::kDenied;
+    }
   }
   if (status == LinkStatus::kUsedUp && !holds_token_) return LoginResult::kUsedUp;
   return LoginResult::kLoggedIn;
@@ -155,7 +160,11 @@ LoginResult VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
 }
 
 LoginResult VisitorLogin::Admit(StoreSession& store) {
-  if (!holds_token_ && !store.statements().CountVisit(link_.id)) return LoginResult::kUsedUp;
+  if (!holds_token_) {
+    if (!store.statements().CountVisit(link_.id)) return LoginResult::kUsedUp;
+    const std::int64_t day = LocalDay(now_);
+    store.statements().CountVisitOfDay(link_.id, day, OldestVisitDay(day));
+  }
   if (link_.IsProtected()) ClearFailures(store.sql(), MakeFailureKey());
   RenewSession(store);
   store.statements().InsertToken(session_->id, link_, VisitorAddress());

@@ -1,6 +1,7 @@
 // The steps of one visitor's login to a link.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -25,6 +26,8 @@ class VisitorLogin {
 
   // The new session's id after kLoggedIn.
   const std::string& new_sid() const { return new_sid_; }
+  // After kDenied for too many failures: seconds until the next try; otherwise 0.
+  std::int64_t lockout() const { return lockout_; }
 
  private:
   std::optional<LoginResult> Attempt(StoreSession& store);
@@ -49,6 +52,7 @@ class VisitorLogin {
   EntryRow link_;
   std::optional<SessionRow> session_;  // the visitor's, if alive
   bool holds_token_ = false;           // a legal one for the link
+  std::int64_t lockout_ = 0;
 
   // The result of CheckCredentials, and the revision of the link that it is for.
   std::optional<LoginResult> credentials_result_;

@@ -9,7 +9,7 @@ import unittest
 
 from demo import REPOSITORY, SHARING, Demo, Visitor
 
-FILES = "VELT.Files"
+FILES, VISITS = "VELT.Files", "VELT.Visits"
 LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
 SID = "sharing_sid"
 CALLERS = ("nobody", "owner", "other", "admin", "visitor", "elsewhere", "stranger")
@@ -25,6 +25,7 @@ MATRIX = {
     (LOGIN, "login"): ("http", 105, 105, 105, 0, 0, 0),
     (SESSION, "get"): ("http", 0, 0, 0, 0, 0, 0),
     (INIT, "get"): ("http", 105, 105, 105, 0, 105, 105),
+    (VISITS, "list"): ("http", 0, 0, 0, 105, 105, 105),  # another's link is left out of the answer
     # The link belongs to another application, so these answer as if there were none.
     (FILES, "roots"): ("http", 0, 0, 0, 105, 105, 105),
     (FILES, "list"): ("http", 2000, 2000, 2000, 105, 105, 105),
@@ -95,7 +96,8 @@ class Matrix(unittest.TestCase):
                 with self.subTest(api=api, method=method, caller=caller):
                     link = DEMO.create(private_data={"note": "for members"})
                     before = stored(link)
-                    body = {"api": api, "version": 1, "method": method, "sharing_id": link}
+                    body = {"api": api, "version": 1, "method": method,
+                            **({"sharing_ids": [link]} if api == VISITS else {"sharing_id": link})}
                     if api.startswith(FILES):
                         body |= PARAMETERS
                     if method == "set":
@@ -117,6 +119,18 @@ class Matrix(unittest.TestCase):
                 self.assertEqual(len(ids), listed["total"])
                 if account == "admin" and everybody:
                     self.assertEqual(set(h for h, in query("select hash from link")), ids)
+
+    def test_days_of_visits_are_told_to_the_owner_and_to_administrators(self):
+        mine, theirs = DEMO.create("alice"), DEMO.create("bob")
+        for _ in range(2):
+            admitted(mine)
+        asked = [mine, theirs, "x" * 22, ""]
+        for account, sees in (("alice", {mine}), ("bob", {theirs}), ("admin", {mine, theirs})):
+            told = DEMO.data(VISITS, "list", {"sharing_ids": asked}, account)["visits"]
+            self.assertEqual({link: [0] * 89 + [2 if link == mine else 0] for link in sees}, told)
+        for asked, reason in (([1], "type"), (mine, "type"), ([mine] * 101, "condition"), (None, "required")):
+            answer = DEMO.call(VISITS, "list", {} if asked is None else {"sharing_ids": asked})
+            self.assertEqual({"code": 120, "errors": {"name": "sharing_ids", "reason": reason}}, answer["error"])
 
 
 class Disclosure(unittest.TestCase):

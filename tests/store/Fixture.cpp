@@ -15,6 +15,7 @@
 #include "sql/Dialect.h"
 #include "veltsharing/Session.h"
 #include "veltsharing/Token.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::sharing {
 
@@ -111,6 +112,7 @@ int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& pas
   const _tag_sharing_login_params params{link.get_hash().c_str(), password.c_str(), account.c_str(),
                                          password.c_str(), sid.empty() ? nullptr : sid.c_str()};
   const int result = VeltSharingLogin(visitor.sid, &params, false);
+  login_wait_ = LoginWait();
   SetNoVisitor();
   if (result == 1) secrets_.push_back(visitor.sid);
   return result;

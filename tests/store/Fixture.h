@@ -70,6 +70,7 @@ class StoreTest : public testing::TestWithParam<std::string> {
   std::vector<int> InProcesses(int count, const std::function<int(int)>& work) const;
 
   static std::int64_t now_;
+  std::int64_t login_wait_ = 0;  // LoginWait after the latest LogIn
 
   db::SharingDB& db_ = *db::SharingDB::Instance();
   db::EntryDB links_{db_};

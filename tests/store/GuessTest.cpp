@@ -47,10 +47,12 @@ TEST_P(GuessTest, TenWrongPasswordsLockOutTheAddressForFifteenMinutes) {
   EXPECT_TRUE(is_locked_out());
   Reopen();
   EXPECT_TRUE(is_locked_out());
+  EXPECT_EQ(login_wait_, 14 * kMinute) << "until the first of the ten expires";
   EXPECT_EQ(Select("select count(*) || '' from failed_login"), "10")
       << "logins during the lockout do not count";
   Visitor other{.address = "192.0.2.2"};
   EXPECT_EQ(LogIn(other, link, kPassword), 1);
+  EXPECT_EQ(login_wait_, 0);
   EXPECT_EQ(LogIn(guesser, Make(WithPassword()), kPassword), 1) << "on another link";
   now_ += 14 * kMinute - 1;
   EXPECT_TRUE(is_locked_out());

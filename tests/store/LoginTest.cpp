@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -18,6 +20,7 @@
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsharing/Token.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT::sharing {
 
@@ -122,6 +125,50 @@ TEST_P(LoginTest, LoginCountsAsAVisitOnlyWithANewToken) {
   EXPECT_NE(VeltSharingLogout(link.get_hash(), first.sid), 0);
   EXPECT_EQ(LogIn(first, link, kPassword), 1);
   ExpectLogIn(-11, link, kPassword);
+}
+
+TEST_P(LoginTest, VisitsAreCountedByTheLocalDay) {
+  ASSERT_EQ(setenv("TZ", "LOC-10", 1), 0);
+  tzset();
+  const Entry link = Make(WithVisits(5));
+  const auto visit = [&](int want) {
+    Visitor visitor;
+    EXPECT_EQ(LogIn(visitor, link), want);
+    EXPECT_EQ(LogIn(visitor, link), want) << "no further visit";
+  };
+  const auto latest = [&] {
+    std::vector<std::int64_t> days;
+    EXPECT_TRUE(VisitsByDay(link, days));
+    EXPECT_EQ(days.size(), 90U);
+    return std::vector(days.end() - 3, days.end());
+  };
+  using Days = std::vector<std::int64_t>;
+  now_ += (kDay - now_ % kDay) + 14 * 60 * kMinute - 1;  // the last second of a local day
+  visit(1);
+  visit(1);
+  EXPECT_EQ(latest(), (Days{0, 0, 2}));
+  now_ += 1;
+  EXPECT_EQ(latest(), (Days{0, 2, 0}));
+  visit(1);
+  EXPECT_EQ(latest(), (Days{0, 2, 1}));
+  now_ += 89 * kDay;
+  links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, "");
+  EXPECT_EQ(Select("select sum(visits) || '' from visit_day"), "1");
+  now_ += kDay;
+  visit(1);
+  EXPECT_EQ(Select("select sum(visits) || '' from visit_day"), "1") << "a visit forgets old days";
+  now_ -= kDay;
+  EXPECT_EQ(latest(), (Days{0, 0, 0})) << "a clock that was set back";
+  now_ += 91 * kDay;
+  links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, "");
+  EXPECT_EQ(Select("select count(*) || '' from visit_day"), "0");
+  visit(1);
+  visit(-11);
+  EXPECT_EQ(latest(), (Days{0, 0, 1}));
+  EXPECT_TRUE(links_.Delete(link));
+  EXPECT_EQ(Select("select count(*) || '' from visit_day"), "0");
+  ASSERT_EQ(unsetenv("TZ"), 0);
+  tzset();
 }
 
 }  // namespace VELT::sharing

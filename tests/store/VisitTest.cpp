@@ -165,6 +165,7 @@ TEST_P(VisitTest, BoundVisitIsValidForTheAddressOfTheLoginOnly) {
   EXPECT_FALSE(MayEnter(visitor, bound));
   EXPECT_TRUE(MayEnter(visitor, free));
   EXPECT_EQ(LogIn(visitor, bound), -8);
+  EXPECT_EQ(login_wait_, 0) << "waiting does not help";
   EXPECT_EQ(LogIn(visitor, free), 1) << "which moves the session to the new address";
   EXPECT_FALSE(MayEnter(visitor, bound));
   EXPECT_EQ(LogIn(visitor, bound), 1);

@@ -86,6 +86,7 @@ class ToolTest(unittest.TestCase):
                             (7, SECRETS[1], "192.0.2.1"))
                 sql.execute("insert into visitor_token (session_id, link_id, address) values (7, 1, '192.0.2.1')")
                 sql.execute("insert into failed_login (link_id, account, address, failed_at) values (1, 'bob', '192.0.2.2', 1)")
+                sql.execute("insert into visit_day (link_id, day, visits) values (1, 20000, 3)")
 
     @staticmethod
     def insert(sql, number):
@@ -218,13 +219,14 @@ class Copies(ToolTest):
         with contextlib.closing(sqlite3.connect(self.at("older"))) as sql:  # as version 2 was
             sql.executescript(
                 "alter table link drop column protection; alter table visitor_token drop column protection;"
-                "drop table failed_login; create table login_failure (link_id bigint not null references link (id) "
+                "drop table visit_day; drop table failed_login;"
+                "create table login_failure (link_id bigint not null references link (id) "
                 "on delete cascade, address text not null, failed_at bigint not null);"
                 "insert into login_failure values (1, '192.0.2.2', 1); update schema_version set version = 2")
         with contextlib.closing(sqlite3.connect(self.path, isolation_level=None)) as user:  # as a worker has it
             user.execute("delete from link")
             self.tool("restore", self.at("older"), "--force")
-            self.assertEqual([(3,)], user.execute("select version from schema_version").fetchall())
+            self.assertEqual([(4,)], user.execute("select version from schema_version").fetchall())
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 
@@ -265,7 +267,8 @@ class Copies(ToolTest):
         self.make(1200)
         before = self.rows()
         counts = self.tool("migrate", self.database, self.postgresql)["tables"]
-        self.assertEqual({"link": 1200, "visitor_session": 1, "visitor_token": 1, "failed_login": 1}, counts)
+        self.assertEqual({"link": 1200, "visitor_session": 1, "visitor_token": 1, "failed_login": 1, "visit_day": 1},
+                         counts)
         # The id of the deleted link is not used again.
         self.assertEqual("1201|t", psql("select last_value, is_called from tool.link_id_seq"))
         for database in (self.database, self.postgresql):

@@ -63,6 +63,30 @@ struct VisitCount {
   soci::statement statement;
 };
 
+struct DayCount {
+  explicit DayCount(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(link));
+    statement.exchange(soci::use(day));
+    Prepare(statement,
+            "insert into visit_day (link_id, day, visits) values (:link, :day, 1) "
+            "on conflict (link_id, day) do update set visits = visit_day.visits + 1");
+  }
+  long long link = 0;
+  long long day = 0;
+  soci::statement statement;
+};
+
+struct OldDayRemoval {
+  explicit OldDayRemoval(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::use(link));
+    statement.exchange(soci::use(oldest));
+    Prepare(statement, "delete from visit_day where link_id = :link and day < :oldest");
+  }
+  long long link = 0;
+  long long oldest = 0;
+  soci::statement statement;
+};
+
 struct SessionInsert {
   explicit SessionInsert(soci::session& sql) : statement(sql) {
     statement.exchange(soci::use(sid_hash));
@@ -133,6 +157,8 @@ struct PreparedStatements::Statements {
         insert_link(sql),
         update_link(sql),
         count_visit(sql),
+        count_day(sql),
+        remove_old_days(sql),
         insert_session(sql),
         insert_token(sql),
         remove_dead(sql),
@@ -145,6 +171,8 @@ struct PreparedStatements::Statements {
   LinkInsert insert_link;
   LinkUpdate update_link;
   VisitCount count_visit;
+  DayCount count_day;
+  OldDayRemoval remove_old_days;
   SessionInsert insert_session;
   TokenInsert insert_token;
   DeadSessionRemoval remove_dead;
@@ -191,6 +219,17 @@ bool PreparedStatements::CountVisit(long long link) {
   count.link = link;
   count.statement.execute(true);
   return count.statement.get_affected_rows() == 1;
+}
+
+void PreparedStatements::CountVisitOfDay(long long link, long long day, long long oldest) {
+  auto& count = statements_->count_day;
+  count.link = link;
+  count.day = day;
+  count.statement.execute(true);
+  auto& removal = statements_->remove_old_days;
+  removal.link = link;
+  removal.oldest = oldest;
+  removal.statement.execute(true);
 }
 
 long long PreparedStatements::InsertSession(const std::string& sid_hash, const std::string& address,

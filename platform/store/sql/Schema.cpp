@@ -83,9 +83,17 @@ const std::vector<std::string> kVersion3 = {
     "create index failed_login_time on failed_login (failed_at)",
 };
 
+// `day` counts the days since 1970 of the appliance's calendar.
+const std::vector<std::string> kVersion4 = {
+    R"(create table visit_day (
+         link_id bigint not null references link (id) on delete cascade, day bigint not null,
+         visits bigint not null, primary key (link_id, day)))",
+    "create index visit_day_day on visit_day (day)",
+};
+
 // The statements that lead from each version to the next.
 const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {
-    &kVersion1, &kVersion2, &kVersion3};
+    &kVersion1, &kVersion2, &kVersion3, &kVersion4};
 
 std::string Translate(std::string statement, const Words& words) {
   const std::array<std::pair<std::string_view, const char*>, 3> translations = {

@@ -1,7 +1,9 @@
 // Visits, for the host and for API modules other than the sharing module.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "veltsharing/Entry.h"
 
@@ -22,5 +24,15 @@ enum class LoginResult {
 // Whether the visitor session `sid`, which may be any text, holds a legal token for the stored link
 // `entry`. False as well when the database can't be used. One thread at a time.
 bool HoldsToken(const record::Entry& entry, const std::string& sid);
+
+inline constexpr int kVisitDays = 90;  // for which the store knows how many visits each had
+
+// Sets `days` to the visits of the stored link on each of the latest kVisitDays days, today's last.
+// A day begins and ends as the appliance's local date does. False when the database can't be used.
+bool VisitsByDay(const record::Entry& entry, std::vector<std::int64_t>& days);
+
+// When a login of the present request was refused for too many failed ones: the seconds until the
+// visitor may try again; otherwise 0.
+std::int64_t LoginWait();
 
 }  // namespace VELT::sharing

@@ -1,0 +1,32 @@
+#include "VisitDays.h"
+
+#include "LocalTime.h"
+#include "StoreContext.h"
+#include "sql/Connection.h"
+#include "veltsharing/SharingDB.h"
+
+namespace VELT::sharing {
+
+bool VisitsByDay(const record::Entry& entry, std::vector<std::int64_t>& days) {
+  days.assign(kVisitDays, 0);
+  const long long link = entry.get_id();
+  const long long oldest = db::OldestVisitDay(LocalDay(Now()));
+  return db::Connection::Of(*db::SharingDB::Instance())
+      .Run("read a link's visits", [&](db::StoreSession& store) {
+        long long day = 0;
+        long long visits = 0;
+        soci::statement statement =
+            (store.sql().prepare
+                 << "select day, visits from visit_day where link_id = :link and day >= :oldest",
+             soci::use(link), soci::use(oldest), soci::into(day), soci::into(visits));
+        statement.execute();
+        while (statement.fetch()) {
+          // A clock that was set back leaves days to come.
+          const auto at = static_cast<std::size_t>(day - oldest);
+          if (at < days.size()) days[at] = visits;
+        }
+        return true;
+      });
+}
+
+}  // namespace VELT::sharing
