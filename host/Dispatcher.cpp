@@ -183,7 +183,10 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::
   context->base_url = BaseURL(request, options_.external_url);
   if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
   context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
-  context->language = UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
+  const auto language = context->cookies.find(kLanguageCookie);
+  const bool is_chosen = language != context->cookies.end() && IsUILanguage(language->second);
+  context->language =
+      is_chosen ? language->second : UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
   if (link != nullptr) {
     context->is_sharing = true;
     context->sharing_id = *link;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <iterator>
 
 namespace VELT::host {
 namespace {
@@ -18,7 +19,7 @@ constexpr Language kLanguages[] = {
     {"nl", "nld"},    {"da", "dan"},    {"sv", "sve"},      {"nb", "nor"}, {"no", "nor"},
     {"pl", "plk"},    {"cs", "csy"},    {"hu", "hun"},      {"ru", "rus"}, {"tr", "trk"},
     {"pt-br", "ptb"}, {"pt", "ptg"},    {"ja", "jpn"},      {"ko", "krn"}, {"th", "tha"},
-    {"zh-tw", "cht"}, {"zh-hk", "cht"}, {"zh-hant", "cht"}, {"zh", "chs"},
+    {"zh-tw", "cht"}, {"zh-hk", "cht"}, {"zh-hant", "cht"}, {"zh", "chs"}, {"ar", "ara"},
 };
 
 const char* CodeOf(const std::string& tag) {
@@ -36,7 +37,12 @@ double WeightOf(const std::string& range) {
 
 }  // namespace
 
-std::string UILanguage(std::string_view header) {
+bool IsUILanguage(const std::string& code) {
+  return std::any_of(std::begin(kLanguages), std::end(kLanguages),
+                     [&code](const Language& language) { return language.code == code; });
+}
+
+std::string UILanguage(std::string_view header, const std::set<std::string>* among) {
   std::string best = "enu";
   double best_weight = 0;
   while (!header.empty()) {
@@ -48,7 +54,8 @@ std::string UILanguage(std::string_view header) {
     header.remove_prefix(end == std::string_view::npos ? header.size() : end + 1);
     const char* code = CodeOf(range.substr(0, range.find(';')));
     const double weight = WeightOf(range);
-    if (code != nullptr && weight > best_weight) {
+    const bool offered = code != nullptr && (among == nullptr || among->contains(code));
+    if (offered && weight > best_weight) {
       best = code;
       best_weight = weight;
     }

@@ -15,18 +15,18 @@ constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
 // A state in which the link is not served: the page only says why.
 struct Ending {
   int status;
-  const char* error;  // the code under which the session script reports it
-  const char* title;
+  const char* error;    // the code under which the session script reports it
+  const char* title;    // a text's key
   const char* section;  // of the template
 };
 
 // A disabled link gets the page of an unknown one, so that nobody learns which ids exist.
 const Ending* EndingOf(LinkState state) {
-  static constexpr Ending kUnavailable{503, "117", "Links can’t be opened just now", "UNAVAILABLE"};
-  static constexpr Ending kUnknown{404, "1000", "This link doesn’t work", "UNKNOWN"};
-  static constexpr Ending kPending{403, "1000", "This link isn’t open yet", "PENDING"};
-  static constexpr Ending kExpired{410, "1000", "This link has expired", "EXPIRED"};
-  static constexpr Ending kUsedUp{410, "1012", "This link is used up", "USED_UP"};
+  static constexpr Ending kUnavailable{503, "117", "unavailable_title", "UNAVAILABLE"};
+  static constexpr Ending kUnknown{404, "1000", "unknown_title", "UNKNOWN"};
+  static constexpr Ending kPending{403, "1000", "pending_title", "PENDING"};
+  static constexpr Ending kExpired{410, "1000", "expired_title", "EXPIRED"};
+  static constexpr Ending kUsedUp{410, "1012", "used_up_title", "USED_UP"};
   switch (state) {
     case LinkState::kUnavailable:
       return &kUnavailable;
@@ -54,6 +54,20 @@ std::string SessionScript(const LinkDocument& document, const Ending* ending) {
   address += "&sharing_id=" + EncodePercent(document.entry.get_hash()) +
              "&sharing_status=" + document.entry.get_protect_type_str();
   return document.error.empty() ? address : address + "&sharing_error=" + document.error;
+}
+
+void FillLanguage(const PageLanguage& language, ctemplate::TemplateDictionary& page) {
+  page.SetValue("LANGUAGE", language.tag);
+  page.SetValue("LANGUAGE_CODE", language.code);
+  page.SetValue("DIRECTION", language.direction);
+  for (const auto& [key, text] : language.texts) page.SetValue(key, text);
+  for (const PageLanguage& each : PageLanguages()) {
+    ctemplate::TemplateDictionary* option = page.AddSectionDictionary("LANGUAGES");
+    option->SetValue("CODE", each.code);
+    option->SetValue("TAG", each.tag);
+    option->SetValue("NAME", each.name);
+    if (each.code == language.code) option->ShowSection("CHOSEN");
+  }
 }
 
 void FillServed(const LinkDocument& document, ctemplate::TemplateDictionary& page) {
@@ -85,10 +99,13 @@ int StatusOf(LinkState state) {
 std::optional<std::string> Expand(const LinkDocument& document) {
   const Ending* ending = EndingOf(document.state);
   ctemplate::TemplateDictionary page("link page");
-  page.SetValue("TITLE", ending != nullptr ? ending->title : document.title);
+  FillLanguage(*document.language, page);
+  page.SetValue("TITLE",
+                ending != nullptr ? document.language->Text(ending->title) : document.title);
   page.SetValue("SESSION_SCRIPT", SessionScript(document, ending));
   page.SetValue("TAGS", document.tags);
   page.SetValue("OPENS", document.opens);
+  page.SetIntValue("OPENS_IN", static_cast<long>(document.opens_in));
   if (ending != nullptr) {
     page.SetValue("STATE", "ended");
     page.ShowSection(ending->section);

@@ -1,10 +1,12 @@
 // The HTML of a link's page, from the template web/link/page.html.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "LinkState.h"
+#include "PageTexts.h"
 #include "veltsharing/Entry.h"
 
 namespace VELT::host {
@@ -12,7 +14,8 @@ namespace VELT::host {
 // What the page shows. Every text is untrusted and is escaped, except `tags`, which are inserted
 // unchanged.
 struct LinkDocument {
-  std::string id;  // as in the address
+  const PageLanguage* language = nullptr;  // never null when it is expanded
+  std::string id;                          // as in the address
   LinkState state = LinkState::kUnknown;
   std::string error;  // the code to show, in text form; empty: none
 
@@ -23,7 +26,9 @@ struct LinkDocument {
   bool leads_on = false;         // a login redirects to another address
   bool unsafe_redirect = false;  // the link has a redirect, but its address is not safe to follow
 
-  std::string opens;  // the local time at which a pending link opens
+  // Of a pending link: the local time at which it opens, and the seconds until then.
+  std::string opens;
+  std::int64_t opens_in = 0;
 };
 
 // The page's HTML. Empty, with a log line, when the template can't be read, which happens once in

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <utility>
 
@@ -25,11 +26,12 @@ constexpr const char* kContentSecurityPolicy =
 // Seconds.
 constexpr const char* kRetryAfter = "120";
 
-std::string TitleOf(const Entry& entry, const Json::Value& configuration) {
+std::string TitleOf(const Entry& entry, const Json::Value& configuration,
+                    const PageLanguage& language) {
   if (!entry.get_protect_title().empty()) return entry.get_protect_title();
   const bool titled = configuration.isObject() && configuration["protect_title"].isString();
   const std::string title = titled ? configuration["protect_title"].asString() : "";
-  return title.empty() ? "Shared link" : title;
+  return title.empty() ? language.Text("untitled") : title;
 }
 
 // The error code that the query asks the page to show, in text form; empty: none.
@@ -77,11 +79,15 @@ LinkPage::LinkPage(VisitPagePluginsFunc plugins) : plugins_(plugins) {}
 
 PageAnswer LinkPage::Answer(const PageRequest& request) const {
   LinkDocument document;
+  document.language = &PageLanguageFor(request.language, request.accept_language);
   document.id = request.id;
   document.error = GivenError(request.parameters);
   Entry& entry = document.entry;
   document.state = FindLinkState(request.id, request.sharing_sid, !document.error.empty(), entry);
-  if (document.state == LinkState::kPending) document.opens = entry.get_start_at_str();
+  if (document.state == LinkState::kPending) {
+    document.opens = entry.get_start_at_str();
+    document.opens_in = entry.get_start_at() - std::time(nullptr);
+  }
   if (document.state != LinkState::kLogin && document.state != LinkState::kOpen) {
     return Page(document);
   }
@@ -92,7 +98,7 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
   document.unsafe_redirect = !target && entry.get_redirect_type() != Entry::RedirectType::kNone;
 
   PluginPage plugins = RunPagePlugins(plugins_, entry, entry.get_protect_type_str());
-  document.title = TitleOf(entry, plugins.configuration);
+  document.title = TitleOf(entry, plugins.configuration, *document.language);
   document.tags = std::move(plugins.tags);
   return Page(document);
 }

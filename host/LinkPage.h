@@ -14,6 +14,8 @@ struct PageRequest {
   std::string id;                                 // as in the address; may be anything
   std::map<std::string, std::string> parameters;  // of the query, decoded
   std::string sharing_sid;                        // the visitor's session cookie; empty: none
+  std::string language;                           // the language cookie's value; empty: none
+  std::string accept_language;                    // the header's value
 };
 
 // The headers are complete but for Content-Length; names and values hold no control characters.

@@ -5,10 +5,21 @@
 #include <vector>
 
 #include "Answer.h"
+#include "Language.h"
 #include "RequestReader.h"
 #include "veltsharing/Keys.h"
 
 namespace VELT::host {
+
+namespace {
+
+// Empty when there is no such cookie.
+std::string ValueOf(const std::map<std::string, std::string>& cookies, const char* name) {
+  const auto found = cookies.find(name);
+  return found != cookies.end() ? found->second : std::string();
+}
+
+}  // namespace
 
 VisitPagePluginsFunc FindPluginsIn(const Registry& registry) {
   return reinterpret_cast<VisitPagePluginsFunc>(registry.Symbol("VisitPagePlugins"));
@@ -20,9 +31,11 @@ std::string AnswerPage(const LinkPage& page, const WebRequest& request, const st
     return PlainAnswer("400 Bad Request", "The address is malformed.");
   }
   const auto cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
-  const auto sid = cookies.find(sharing::SZK_SHARING_SID);
-  const PageAnswer answer = page.Answer(
-      {id, {pairs.begin(), pairs.end()}, sid != cookies.end() ? sid->second : std::string()});
+  const PageAnswer answer = page.Answer({id,
+                                         {pairs.begin(), pairs.end()},
+                                         ValueOf(cookies, sharing::SZK_SHARING_SID),
+                                         ValueOf(cookies, kLanguageCookie),
+                                         request.Variable("HTTP_ACCEPT_LANGUAGE")});
   std::string text = "Status: " + std::to_string(answer.status) + "\r\n";
   for (const auto& [name, value] : answer.headers) {
     text.append(name).append(": ").append(value).append("\r\n");

@@ -95,6 +95,18 @@ std::size_t TextSize(const Json::Value& output) {
   return size;
 }
 
+// Scripts of the page run when the document is whole, in its order, so that none keeps the visitor
+// from seeing it.
+std::string Deferred(std::string scripts) {
+  constexpr std::string_view kTag = "<script ";
+  constexpr std::string_view kDefer = "defer ";
+  for (std::size_t at = 0; (at = scripts.find(kTag, at)) != std::string::npos;) {
+    scripts.insert(at + kTag.size(), kDefer);
+    at += kTag.size() + kDefer.size();
+  }
+  return scripts;
+}
+
 // Collects the output of all plugins. One that throws or makes the output too large adds nothing.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is final and never owned by its base.
 class Collector final : public PagePluginVisitor {
@@ -140,7 +152,7 @@ PluginPage RunPagePlugins(VisitPagePluginsFunc visit, const Entry& entry, const 
   const Json::Value& output = collector.output();
   return {collector.configuration(), KeptTags(output, "OPEN_GRAPH", TakeMeta) +
                                          KeptTags(output, "CSS", TakeStylesheet) +
-                                         KeptTags(output, "JSFILE", TakeScript)};
+                                         Deferred(KeptTags(output, "JSFILE", TakeScript))};
 }
 
 }  // namespace VELT::host

@@ -10,6 +10,7 @@ import sqlite3
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
 
 from demo import SHARING, Demo
@@ -125,7 +126,44 @@ class LinkPage(unittest.TestCase):
             self.assertEqual(1001, DEMO.visitor(link).login(password="wrong")["error"]["code"])
         self.log_in("other")
         self.says("takes no logins")
-        self.assertRegex(BROWSER.find("#problem").text, r"15 minutes: try again after \d\d:\d\d")
+        self.assertRegex(BROWSER.find("#wait").text, r"^You can try again in 1[45]:\d\d\.$")
+        # Almost a quarter of an hour later; whoever waits need not reload.
+        with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
+            sql.execute("update failed_login set failed_at = failed_at - 892")
+        self.log_in("other")
+        self.says("You can try again now.", "#said")
+        self.log_in("other")
+        self.is_open()
+
+    def test_a_link_that_is_to_open_counts_down_and_opens(self):
+        link = DEMO.create(start_at="2099-01-01 00:00:00")
+        self.open(link)
+        self.assertRegex(BROWSER.wait_for("#countdown").text, r"^In \d+ days and \d\d:\d\d:\d\d$")
+        with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
+            sql.execute("update link set start_at = ? where hash = ?", (int(time.time()) + 4, link))
+        BROWSER.reload()
+        self.assertRegex(BROWSER.wait_for("#countdown").text, r"^In 00:0\d$|^It opens now …$")
+        self.is_open(link, 1)
+
+    def test_language_is_the_browsers_or_the_one_chosen_and_stays(self):
+        link, unknown = DEMO.create(project_name="none"), UNKNOWN
+        for wanted, tag, direction in (("fr;q=.9, de-AT;q=.8, en;q=.1", "de", "ltr"), ("ar-EG", "ar", "rtl"),
+                                       ("fr", "en", "ltr"), ("", "en", "ltr")):
+            page = DEMO.request("GET", f"/sharing/{unknown}", headers={"Accept-Language": wanted}).text
+            self.assertIn(f'<html lang="{tag}" dir="{direction}"', page)
+        self.open(unknown)
+        BROWSER.wait_for("#languages select").type("Deutsch")
+        BROWSER.wait(lambda: BROWSER.find("h1").text == "Dieser Link funktioniert nicht")
+        self.open(link)
+        self.says("Geteilt von alice.", "#said")
+        BROWSER.find("summary").click()
+        self.says("Adresse kopieren", "#modules")  # the modules' texts too
+        self.assertEqual("Abmelden", BROWSER.find("#logout").text)
+        BROWSER.open(f"{DEMO.url}/", DEMO.login("alice"))
+        self.assertEqual("Neuer Link", BROWSER.wait_for("#new").text)
+        BROWSER.script("document.cookie = 'velt_language=../x; path=/'")
+        self.open(unknown)
+        self.assertEqual("This link doesn’t work", BROWSER.find("h1").text)
 
     def test_accounts(self):
         self.open(DEMO.create(protect_type="user", protect_users=["bob"]))

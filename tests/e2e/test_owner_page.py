@@ -1,5 +1,6 @@
 """The owner's page in Chromium, over the real web server, store and QR program."""
 
+import os
 import subprocess
 import tempfile
 import unittest
@@ -60,10 +61,10 @@ class OwnerPage(unittest.TestCase):
     def said(self, text):
         self.browser.wait(lambda: text in self.browser.find("#status").property("textContent"), f"saying {text!r}")
 
-    def scan(self):
-        """The text that a phone would read from the dialog's QR code."""
+    def scan(self, browser=None):
+        """The text that a phone would read from the dialog's QR code, or from all that a browser shows."""
         with tempfile.TemporaryDirectory() as folder:
-            self.browser.find("#share").screenshot(f"{folder}/screen.png")
+            (browser or self.browser.find("#share")).screenshot(f"{folder}/screen.png")
             return subprocess.run(["zbarimg", "--quiet", "--raw", f"{folder}/screen.png"], check=True,
                                   capture_output=True, text=True).stdout.strip()
 
@@ -117,10 +118,12 @@ class OwnerPage(unittest.TestCase):
         link_id = self.demo.create(protect_title="Trip")
         self.open()
         self.click("[data-key^=delete]")
-        self.click("#confirm [data-close]")
+        self.browser.wait_for("#empty")
+        self.click("#undo-now")
+        self.shows("Trip")
         self.assertEqual(self.get(link_id)["protect_title"], "Trip")
         self.click("[data-key^=delete]")
-        self.click("#confirm-yes")
+        self.click("#undo-skip")
         self.said("Link deleted. No links.")
         self.assertEqual(self.demo.call(SHARING, "get", {"sharing_id": link_id})["error"]["code"], 1005)
 
@@ -194,8 +197,9 @@ class OwnerPage(unittest.TestCase):
             self.browser.set_size(width, 900)
             self.assertLessEqual(self.browser.script("return document.documentElement.scrollWidth"), width)
         self.click("tbody tr:nth-child(3) [data-key^=delete]")
-        self.assertIn(HOSTILE[0], self.browser.wait_for("#confirm-text").text)
-        self.browser.press(Keys.ESCAPE)
+        self.assertIn(HOSTILE[0], self.browser.wait_for("#undo-text").text)
+        self.click("#undo-now")
+        self.shows(*sorted(HOSTILE))
         self.click("tbody tr:nth-child(3) [data-key^=edit]")
         self.assertIn(HOSTILE[0], self.browser.wait_for("#edit-title").text)
         self.assertEqual(self.browser.title, "Share links")
@@ -233,12 +237,102 @@ class OwnerPage(unittest.TestCase):
         self.assertEqual(self.browser.focused().label(), "Edit TU")
         self.tab_to("[aria-label='Delete TU']")
         self.browser.press(Keys.ENTER)
-        self.browser.wait_for("#confirm")
-        self.assertEqual(self.browser.focused().text, "Cancel")
-        self.tab_to("#confirm-yes")
-        self.browser.press(Keys.ENTER)
-        self.said("Link deleted. Links 1–1 of 1.")
+        self.said("“TU” is being deleted in a few seconds. Ctrl+Z takes it back. Links 1–1 of 1.")
         self.assertEqual(self.browser.focused().attribute("data-key"), f"delete {kept}")
+        self.browser.press(CONTROL, "z")
+        self.said("Nothing was deleted. Links 1–2 of 2.")
+        self.tab_to("#select-all")
+        self.browser.press(Keys.SPACE)
+        self.tab_to("[data-do=off]")
+        self.browser.press(Keys.ENTER)
+        self.said("2 links switched off.")
+        self.assertFalse(self.get(kept)["enabled"])
+
+    def test_what_was_deleted_is_gone_in_a_while_or_when_the_page_is_left(self):
+        links = [self.demo.create(protect_title=f"Link {n}") for n in range(4)]
+        self.open()
+        self.sort_by_title()
+        exists = lambda link: self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
+        self.click(f"[data-key='delete {links[0]}']")
+        self.shows("Link 1", "Link 2", "Link 3")
+        self.assertTrue(exists(links[0]))
+        self.click(f"[data-key='delete {links[1]}']")  # the next one is not waited for
+        self.shows("Link 2", "Link 3")
+        self.browser.wait(lambda: not exists(links[0]), "the first to go")
+        self.browser.wait(lambda: not exists(links[1]), "the second to go by itself")
+        self.shows("Link 2", "Link 3")
+        self.click(f"[data-key='delete {links[2]}']")
+        self.shows("Link 3")
+        self.browser.open("about:blank")
+        self.browser.wait(lambda: not exists(links[2]), "the third to go")
+        self.assertTrue(exists(links[3]))
+
+    def test_several_links_at_once_and_those_that_fail(self):
+        links = [self.demo.create(protect_title=f"Link {n:02}") for n in range(12)]
+        self.open()
+        self.sort_by_title()
+        self.click(f"[data-key='select {links[0]}']")
+        self.click("#next")
+        self.shows("Link 10", "Link 11")
+        self.click("#select-all")
+        self.assertEqual("3 selected, 1 of them on other pages", self.browser.find("#selected").text)
+        self.demo.data(SHARING, "delete", {"sharing_id": links[11]})
+        self.click("[data-do=off]")
+        self.said("2 links switched off.")
+        self.assertEqual("“Link 11”: This link no longer exists.", self.browser.find("#problem").text)
+        self.assertEqual([0, 10], [n for n in range(11) if not self.get(links[n])["enabled"]])
+        self.assertEqual("", self.browser.find("#selected").text)
+        self.click("#select-all")
+        self.click("[data-do=delete]")
+        self.browser.wait_text("1 link is being deleted", "#undo")
+        self.click("#undo-skip")
+        self.said("Link deleted. Links 1–10 of 10.")
+
+    def test_search_goes_through_all_links(self):
+        for n in range(60):
+            self.demo.create(protect_title=f"Trip {n:02}" if n % 20 == 0 else f"Other {n:02}")
+        self.open()
+        self.sort_by_title()
+        self.browser.find("#title-search").type("tRIP")
+        self.shows("Trip 00", "Trip 20", "Trip 40")
+        self.browser.wait_text("All 60 links are searched.", "#search-note")
+        self.click("[data-key^=delete]")
+        self.shows("Trip 20", "Trip 40")
+        self.browser.find("#title-search").fill("none such")
+        self.browser.wait_text("No link matches.", "#empty")
+        self.browser.find("#title-search").clear()
+        self.browser.wait_text("1–10 of 59", "#range")
+
+    def test_qr_code_to_save_and_print_and_visits_by_day(self):
+        link = self.demo.create(protect_title="Trip: 1/2")
+        for _ in range(3):
+            self.assertTrue(self.demo.visitor(link).login()["success"])
+        self.open()
+        chart = self.browser.wait_for("td.visits svg")
+        self.assertEqual("Visits in the last 30 days: 3, at most 3 on one day", chart.attribute("aria-label"))
+        url = self.get(link)["url"]
+        self.click("[data-key^=show]")
+        self.browser.wait_text("3 visits in the last 30 days", "#share-visits")
+        with tempfile.TemporaryDirectory() as folder:
+            self.browser.devtools("Browser.setDownloadBehavior", behavior="allow", downloadPath=folder)
+            for name in ("svg", "png"):
+                self.browser.wait_for(f"#qr-{name}").click()
+                self.browser.wait(lambda name=name: os.path.exists(f"{folder}/QR-Trip-1-2.{name}"), name)
+            self.browser.devtools("Emulation.setEmulatedMedia", media="print")
+            self.assertEqual(url, self.scan())
+            parts = ("#share-title", "#share-url", "#page", ".qr-actions", "#share-copy", "#share-visits")
+            shown = [css for css in parts if self.browser.find(css).shown()]
+            self.assertEqual(["#share-title", "#share-url"], shown)
+            self.browser.devtools("Emulation.setEmulatedMedia", media="")
+            with Browser(800, 800) as viewer:
+                for name in ("svg", "png"):
+                    viewer.open(f"file://{folder}/QR-Trip-1-2.{name}")
+                    self.assertEqual(url, self.scan(viewer))
+        self.browser.devtools("Browser.grantPermissions", permissions=["clipboardReadWrite", "clipboardSanitizedWrite"])
+        self.click("#qr-copy")
+        self.browser.wait_text("Image copied.", "#share")
+        types = self.browser.script("return navigator.clipboard.read().then((items) => items[0].types)")
+        self.assertEqual(["image/png"], types)
 
     def test_every_control_has_a_name(self):
         self.demo.create()

@@ -53,6 +53,8 @@ std::string TagsOfOutput(const std::string& key, const std::string& text) {
 
 TEST(PluginTags, AreKeptOnlyInTheirStrictForm) {
   const std::string script = R"(<script type="text/javascript" src="/a.js?v=1&x=2"></script>)";
+  const std::string deferred =
+      R"(<script defer type="text/javascript" src="/a.js?v=1&x=2"></script>)";
   const std::string style = R"(<link rel="stylesheet" type="text/css" href="/a.css?v=1" />)";
   const std::string meta = R"(<meta content="Cats &amp; Dogs" property="og:title" />)";
   const struct {
@@ -66,13 +68,13 @@ TEST(PluginTags, AreKeptOnlyInTheirStrictForm) {
        meta + "\n<meta content=\"a\nb\" name=\"c\" />\n",
        meta + "\n<meta content=\"a\nb\" name=\"c\" />\n"},
       {"under the wrong key", "CSS", script + meta, ""},
-      {"inline script", "JSFILE", "<script>alert(1)</script>\n" + script, script + "\n"},
-      {"text around", "JSFILE", "a & b" + script + "c <b>d</b>", script + "\n"},
+      {"inline script", "JSFILE", "<script>alert(1)</script>\n" + script, deferred + "\n"},
+      {"text around", "JSFILE", "a & b" + script + "c <b>d</b>", deferred + "\n"},
       {"attribute broken out of", "JSFILE",
        R"(<script type="text/javascript" src="/a" onerror="b"></script>)", ""},
       {"element broken out of", "JSFILE",
        R"(<script type="text/javascript" src="/a"></script><img src="b"></script>)",
-       "<script type=\"text/javascript\" src=\"/a\"></script>\n"},
+       "<script defer type=\"text/javascript\" src=\"/a\"></script>\n"},
       {"cut off", "JSFILE", script.substr(0, script.size() - 3), ""},
       {"refresh", "OPEN_GRAPH", R"(<meta content="0;url=//a" http-equiv="refresh" />)", ""},
       {"referrer", "OPEN_GRAPH", R"(<meta content="unsafe-url" name="Referrer" />)", ""},

@@ -7,6 +7,8 @@
 
 import {callApi, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
+import {listenToLanguage, loadTexts, t} from '/shared/texts.js';
+import {countDown} from './countdown.js';
 import {explainToVisitor} from './words.js';
 import {listModules, loadModules, modulesOf} from './modules.js';
 
@@ -21,6 +23,8 @@ const main = document.querySelector('main');
 const form = document.getElementById('login');
 const said = make('p', {id: 'said', role: 'status'});
 const problem = make('p', {id: 'problem', class: 'notice error', role: 'alert', hidden: true});
+const wait = make('p', {id: 'wait', role: 'timer', hidden: true});
+let endWait = () => {};
 
 function say(text) {
   said.textContent = text;
@@ -34,6 +38,18 @@ function tell(text) {
 function publish(name, type, detail) {
   window.VELT.TALD[name] = detail;
   document.dispatchEvent(new CustomEvent(type, {detail}));
+}
+
+/** After too many tries: when the next may be made. */
+function tellWait(seconds) {
+  endWait();
+  wait.hidden = seconds === 0;
+  if (seconds === 0) return;
+  endWait = countDown(wait, 'try_again_in', seconds, () => {
+    tell('');
+    wait.hidden = true;
+    say(t('try_again_now'));
+  });
 }
 
 /** Shows the form with the error `text` above it, and marks the `field` that the error is about. */
@@ -74,7 +90,8 @@ async function logIn() {
   const fields = Object.fromEntries(new FormData(form));
   for (const field of form.elements) field.removeAttribute('aria-invalid');
   tell('');
-  say('Opening …');
+  tellWait(0);
+  say(t('opening'));
   form.setAttribute('aria-busy', 'true');
   let data;
   try {
@@ -82,6 +99,7 @@ async function logIn() {
   } catch (error) {
     form.removeAttribute('aria-busy');
     askForLogin(explainToVisitor(error));
+    tellWait(error.code === 1008 ? error.wait : 0);
     return;
   }
   form.reset();
@@ -119,14 +137,14 @@ async function enter(privateData) {
       askForLogin(explained);
     } else {
       say('');
-      tell(`${explained.text} Reload the page to try again; that is no further visit.`);
+      tell(t('visitor_reload', {problem: explained.text}));
     }
     return;
   }
   const owner = data.Sharing?.owner_user;
-  say(owner ? `Shared by ${owner}.` : 'The link is open.');
+  say(owner ? t('shared_by', {owner}) : t('link_open'));
   document.querySelector('header').append(
-    make('button', {type: 'button', id: 'logout', on: {click: logOut}}, 'Log out'));
+    make('button', {type: 'button', id: 'logout', on: {click: logOut}}, t('log_out')));
   const modules = modulesOf(data);
   if (modules.length > 0) main.append(listModules(modules));
   publish('InitData', 'velt-sharing-initdata', data);
@@ -157,15 +175,35 @@ function applyTheme(theme) {
   style.setProperty('--on-theme', light > 0.179 ? '#000000' : '#ffffff');
 }
 
+/** A link that is to open says in how long. Its visitors don't all come in the same second. */
+function awaitOpening(place) {
+  const seconds = Math.max(1, Number(place.dataset.seconds));
+  place.hidden = false;
+  countDown(place, 'opens_in', seconds, () => {
+    place.textContent = t('opens_now');
+    setTimeout(() => location.reload(), Math.random() * 3000);
+  });
+}
+
 async function start() {
+  const languages = document.getElementById('languages');
+  languages.hidden = false;
+  listenToLanguage(languages.querySelector('select'));
+  await loadTexts('/shared', '/link');
+  if (state !== 'ended') return void await startVisit();
+  const countdown = document.getElementById('countdown');
+  if (countdown) awaitOpening(countdown);
+}
+
+async function startVisit() {
   applyTheme(session.sharing_theme);
-  form.before(said, problem);
+  form.before(said, problem, wait);
   form.addEventListener('submit', (event) => {
     event.preventDefault();
     if (!form.hasAttribute('aria-busy')) logIn();
   });
   if (!navigator.cookieEnabled) {
-    tell('This link needs cookies. Allow them for this site and reload the page.');
+    tell(t('needs_cookies'));
     return;
   }
   // Only the answer to a login has the private data, so a tab without it logs in. That is no further visit while one is
@@ -180,10 +218,10 @@ async function start() {
   if (session.sharing_error !== undefined) {
     askForLogin({text: explainToVisitor({code: session.sharing_error}).text});
   } else if (note === 'visiting' && state !== 'open') {
-    askForLogin({text: 'Your visit has ended, or the browser did not keep its cookie.'});
+    askForLogin({text: t('visit_not_kept')});
   } else if (note === 'left') {
     askForLogin();
-    say('You are logged out.');
+    say(t('logged_out'));
   } else if (protect === 'none') {
     await logIn();
   } else {
@@ -192,4 +230,4 @@ async function start() {
 }
 
 // Runs after applications' scripts that wait for the document, so that they get the login event.
-if (state !== 'ended') document.addEventListener('DOMContentLoaded', start);
+document.addEventListener('DOMContentLoaded', start);

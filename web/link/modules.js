@@ -1,6 +1,7 @@
 // The UI modules that a link's page may load according to its init data.
 
 import {make} from '/shared/dom.js';
+import {t} from '/shared/texts.js';
 
 const PLAIN_FILE = /^[\w-]+(\.[\w-]+)*$/;
 
@@ -40,7 +41,8 @@ export function loadModules(data, modules) {
 /** A list of the modules for the page. */
 export function listModules(modules) {
   return make('details', {id: 'modules'},
-    make('summary', {}, `Parts of this page (${modules.length})`),
+    make('summary', {}, t('parts', {count: modules.length})),
     make('ul', {}, ...modules.map(({key, title, running}) =>
-      make('li', {'data-module': key}, title, running ? null : make('span', {class: 'stopped'}, ' (not running)')))));
+      make('li', {'data-module': key}, title,
+        running ? null : make('span', {class: 'stopped'}, ` ${t('part_stopped')}`)))));
 }

@@ -1,10 +1,11 @@
-// The dialogs that show a link's address and ask before something is lost.
+// What the dialogs share, and the one that asks before something is lost.
 
 import {explain} from '/shared/errors.js';
+import {t} from '/shared/texts.js';
 
 /** What a link is called where it has no title. */
 export function titleOf(entry) {
-  return entry.protect_title || 'Untitled link';
+  return entry.protect_title || t('untitled');
 }
 
 /** The image text of a link's QR code, null when there is none. */
@@ -29,41 +30,6 @@ export async function copyText(text) {
     document.execCommand('copy');
     document.removeEventListener('copy', put);
     return copied;
-  }
-}
-
-/** Shows the address and the QR code of a link, large. */
-export class ShareDialog {
-  #dialog;
-  #address;
-  #said;
-
-  constructor(dialog) {
-    this.#dialog = dialog;
-    this.#address = dialog.querySelector('#share-url');
-    this.#said = dialog.querySelector('.said');
-    dialog.querySelector('[data-close]').addEventListener('click', () => dialog.close());
-    dialog.querySelector('#share-copy').addEventListener('click', async () => {
-      const copied = await copyText(this.#address.value);
-      this.#said.textContent = copied ? 'Address copied.' : 'Copying is not allowed here. Copy the marked address.';
-      if (!copied) this.#address.select();
-    });
-  }
-
-  open(entry, title, hint) {
-    const find = (selector) => this.#dialog.querySelector(selector);
-    find('#share-title').textContent = title;
-    find('.hint').textContent = hint;
-    this.#said.textContent = '';
-    this.#address.value = entry.url;
-    const image = qrImage(entry);
-    find('.qr-large').hidden = image === null;
-    find('.no-qr').hidden = image !== null;
-    if (image) find('.qr-large').src = image;
-    else find('.qr-large').removeAttribute('src');
-    find('.open').href = entry.url;
-    this.#dialog.showModal();
-    find('#share-copy').focus();
   }
 }
 

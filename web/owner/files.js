@@ -4,6 +4,7 @@ import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {showName, showSize} from '/shared/file-names.js';
+import {t} from '/shared/texts.js';
 
 const PAGE = 200;
 const MEGABYTE = 1000000;
@@ -14,9 +15,9 @@ export const PROJECT = 'files';
 const call = (method, params) => callApi('webapi/entry.cgi', 'VELT.Files', method, params);
 
 function uploadWords({only, max_size: size, max_files: files}) {
-  const limits = [size !== undefined && `up to ${showSize(size)} each`, files !== undefined && `${files} at most`]
-    .filter(Boolean).join(', ');
-  return `Visitors may leave files${limits ? `, ${limits}` : ''}${only ? ', and see nothing of what is there' : ''}.`;
+  const words = [t('leave_files'), size !== undefined && t('leave_up_to', {size: showSize(size)}),
+    files !== undefined && t('leave_at_most', {count: files}), only && t('leave_unseen')];
+  return words.filter(Boolean).join(t('list_comma'));
 }
 
 /** Lists in `place` what the link `entry` shares; hides `place` when it is no link of files. */
@@ -29,7 +30,7 @@ export async function drawContents(place, entry) {
     const {title, items, upload} = await call('describe', {sharing_id: entry.sharing_id});
     list.append(...items.map((item) => make('li', {class: item.missing ? 'missing' : null},
       make('bdi', {}, [title, ...item.path === '' ? [] : item.path.split('/').map(showName)].join(' › ')),
-      item.missing ? ' (not there any more)' : item.type === 'file' ? ` (${showSize(item.size)})` : null)));
+      item.missing ? ` ${t('not_there')}` : item.type === 'file' ? ` (${showSize(item.size)})` : null)));
     if (upload) list.append(make('li', {}, uploadWords(upload)));
   } catch (error) {
     list.append(make('li', {class: 'missing'}, explain(error).text));
@@ -116,7 +117,7 @@ export class FilePicker {
   #row(entry) {
     const name = showName(entry.name);
     const box = make('input', {
-      type: 'checkbox', 'aria-label': `Share ${name}`,
+      type: 'checkbox', 'aria-label': t('share_file', {name}),
       on: {
         change: () => {
           if (box.checked) this.#chosen.set(entry.path, entry);
@@ -155,8 +156,8 @@ export class FilePicker {
     const takes = items.length === 1 && items[0].type === 'folder';
     this.#find('#pick-upload').hidden = !takes;
     this.#find('#pick-limits').hidden = !this.#find('#pick-takes').checked;
-    this.#find('#pick-said').textContent = this.#chosen.size > 0 ? `${this.#chosen.size} chosen` :
-      'Nothing chosen: this whole folder';
+    this.#find('#pick-said').textContent = this.#chosen.size > 0 ? t('chosen', {count: this.#chosen.size}) :
+      t('nothing_chosen');
   }
 
   #finish() {
@@ -170,7 +171,8 @@ export class FilePicker {
         ...this.#find('#pick-only').checked && {only: true},
       };
     }
-    const title = items.length === 1 ? showName(items[0].name) || this.#root.title : `${items.length} files`;
+    const title = items.length === 1 ? showName(items[0].name) || this.#root.title :
+      t('n_files', {count: items.length});
     this.#dialog.close();
     this.#done(app, title);
   }

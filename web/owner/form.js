@@ -3,6 +3,8 @@
 import {parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
+import {t} from '/shared/texts.js';
+import {titleOf} from './dialogs.js';
 
 /** A value that the form can't send; `message` says why. */
 class FieldError extends Error {}
@@ -14,14 +16,14 @@ const READERS = {
   lines: (input) => input.value.split('\n').map((line) => line.trim()).filter((line) => line !== ''),
   count: (input) => {
     if (!/^\d{1,10}$/.test(input.value) || Number(input.value) > 0x7fffffff) {
-      throw new FieldError('Enter a whole number, 0 or more.');
+      throw new FieldError(t('error_not_a_count'));
     }
     return Number(input.value);
   },
   time: (input) => {
     // A time that is only partly filled in has an empty value, which would mean no limit.
     if (input.validity.badInput || input.validity.rangeOverflow || input.validity.rangeUnderflow) {
-      throw new FieldError('Enter a whole date and time, or leave it empty.');
+      throw new FieldError(t('error_not_a_time'));
     }
     const text = input.value.replace('T', ' ');
     return text.length === 16 ? `${text}:00` : text;
@@ -30,7 +32,7 @@ const READERS = {
   target: (input) => {
     const {value} = input;
     if (value !== '' && (/[\u0000-\u001f\u007f\\]/.test(value) || !/^(\/(?!\/)|https?:\/\/[^/?# ])/i.test(value))) {
-      throw new FieldError('Enter an address that starts with http://, https:// or one slash.');
+      throw new FieldError(t('error_not_a_target'));
     }
     return value;
   },
@@ -40,10 +42,10 @@ const READERS = {
     try {
       value = parseJson(input.value);
     } catch (error) {
-      throw new FieldError(`This is not JSON: ${error.message}`);
+      throw new FieldError(t('error_not_json', {reason: error.message}));
     }
     if (value === null || typeof value !== 'object' || Array.isArray(value)) {
-      throw new FieldError('Enter a JSON object, such as {"album": 7}.');
+      throw new FieldError(t('error_not_an_object'));
     }
     return value;
   },
@@ -121,13 +123,10 @@ export class LinkForm {
       this.#initial.set(input, raw(input));
       if (!entry && input.name in filled) write(input, filled[input.name]);
     }
-    this.#text('#edit-title', entry ? `Edit ${entry.protect_title || 'untitled link'}` : 'New link');
-    this.#text('[type="submit"]', entry ? 'Save changes' : 'Create link');
-    this.#text('#h-project_name', entry ? 'A link stays in its project.' :
-      'The application that publishes the link. It cannot be changed later.');
-    this.#text('#h-private_data', entry ?
-      'What is stored is never shown. Empty: it stays as it is. {} removes it.' :
-      'Only for the application; it is never shown again.');
+    this.#text('#edit-title', entry ? t('edit_of', {title: titleOf(entry)}) : t('new_link'));
+    this.#text('[type="submit"]', t(entry ? 'save_changes' : 'create_link'));
+    this.#text('#h-project_name', t(entry ? 'hint_project_stays' : 'hint_project'));
+    this.#text('#h-private_data', t(entry ? 'hint_private_stays' : 'hint_private'));
     this.#showWhatApplies();
     this.#dialog.showModal();
     this.#dialog.querySelector('.dialog-body').scrollTop = 0;
@@ -155,8 +154,7 @@ export class LinkForm {
       part.hidden = !values.split(',').includes(this.#field(name).value);
     }
     const keeps = this.#entry?.protect_type === 'password' && this.#entry.has_password;
-    this.#text('#h-protect_password',
-      keeps ? 'Empty: the password stays as it is.' : 'Visitors are asked for it.');
+    this.#text('#h-protect_password', t(keeps ? 'hint_password_stays' : 'hint_password'));
   }
 
   #touched() {
@@ -180,7 +178,7 @@ export class LinkForm {
       }
     }
     if (good && !this.#timesInOrder(params)) {
-      this.#showError('expire_at', 'The link would end before it starts.');
+      this.#showError('expire_at', t('error_ends_before'));
       good = false;
     }
     return good ? params : null;

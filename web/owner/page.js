@@ -3,30 +3,43 @@
 import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
-import {ConfirmDialog, ShareDialog, copyText, titleOf} from './dialogs.js';
+import {chooseLanguage, fillTexts, listenToLanguage, loadTexts, t} from '/shared/texts.js';
+import {drawChart, sumOf} from './chart.js';
+import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {FilePicker, drawContents, PROJECT as FILES} from './files.js';
 import {LinkForm} from './form.js';
+import {TitleSearch} from './search.js';
+import {Selection} from './selection.js';
+import {ShareDialog} from './share.js';
 import {COLUMNS, drawTable} from './table.js';
+import {DelayedDeletion} from './undo.js';
 
 const find = (selector) => document.querySelector(selector);
-const call = (method, params) => callApi('webapi/entry.cgi', 'VELT.Core.Sharing', method, params);
+const call = (method, params, options) => callApi('webapi/entry.cgi', 'VELT.Core.Sharing', method, params, options);
+const NO_SUCH_LINK = 1005;
+const SEARCH_PAUSE = 250; // milliseconds in which somebody types on
 
 const view = {
-  everybody: false, project: '', sharedWithMe: false,
+  everybody: false, project: '', sharedWithMe: false, search: '',
   sortBy: 'created_at', ascending: false, offset: 0, limit: 10,
 };
 const projects = new Set();
+const visitsById = new Map(); // of each day
 let latestLoad = 0;
+let searching; // the timer that begins a search
 
 const share = new ShareDialog(find('#share'));
 const confirm = new ConfirmDialog(find('#confirm'));
 const form = new LinkForm(find('#edit'), {
   save,
   confirmDiscard: () => confirm.ask({
-    title: 'Discard your changes?', text: 'What you entered is lost.', yes: 'Discard',
+    title: t('discard_title'), text: t('discard_text'), yes: t('discard'),
   }),
 });
 
+const selection = new Selection(find('#selection'), doWithChosen);
+const deletion = new DelayedDeletion(find('#undo'), {remove: removeLinks, onChange: (text) => load(text)});
+const search = new TitleSearch((page) => call('list', {...listParams(), ...page}));
 const picker = new FilePicker(find('#pick'), (app, title) => form.open(null, FILES, {app, protect_title: title}));
 
 function scopeParams() {
@@ -36,17 +49,28 @@ function scopeParams() {
   };
 }
 
+function listParams() {
+  return {
+    ...scopeParams(), ...(view.sharedWithMe && {share_with_me: true}),
+    sort_by: view.sortBy, sort_direction: view.ascending ? 'ASC' : 'DESC',
+  };
+}
+
 // Asks for the page of links that `view` names and draws it; `done` is announced before the result.
 async function load(done = '') {
   const turn = ++latestLoad;
   find('#links').setAttribute('aria-busy', 'true');
+  find('#search-note').hidden = view.search === '';
   let answer;
   try {
-    answer = await call('list', {
-      ...scopeParams(), ...(view.sharedWithMe && {share_with_me: true}),
-      sort_by: view.sortBy, sort_direction: view.ascending ? 'ASC' : 'DESC',
-      offset: view.offset, limit: view.limit,
-    });
+    if (view.search !== '') {
+      await search.find(view.search, JSON.stringify(listParams()), (result) => {
+        if (turn === latestLoad) drawFound(result, done);
+        return turn === latestLoad;
+      });
+      return;
+    }
+    answer = await call('list', {...listParams(), offset: view.offset, limit: view.limit});
   } catch (error) {
     if (turn === latestLoad) showProblem(error);
     return;
@@ -62,33 +86,81 @@ async function load(done = '') {
 
 function showProblem(error) {
   find('#links').setAttribute('aria-busy', 'false');
-  find('#problem').textContent = explain(error).text;
+  tell(explain(error).text);
+}
+
+function tell(problem) {
+  find('#problem').textContent = problem;
   find('#problem').hidden = false;
 }
 
+function drawFound({matches, searched, total, done: isDone}, done) {
+  const note = !isDone ? t('search_progress', {searched, total: total === Infinity ? '…' : total}) :
+    t(searched < total ? 'search_part' : 'search_all', {count: searched, total});
+  find('#search-note').textContent = note;
+  const left = matches.filter((entry) => !deletion.holds(entry));
+  if (left.length === 0 && !isDone) return; // There may be some yet.
+  if (view.offset >= left.length) view.offset = 0;
+  draw({sharings: left.slice(view.offset, view.offset + view.limit), total: left.length}, done);
+  find('#links').setAttribute('aria-busy', !isDone);
+}
+
 function draw(answer, done) {
+  // What waits to be deleted is out of sight.
+  const shown = answer.sharings.filter((entry) => !deletion.holds(entry));
+  answer = {sharings: shown, total: answer.total - answer.sharings.length + shown.length};
   find('#problem').hidden = true;
   const table = find('#links');
   table.setAttribute('aria-busy', 'false');
   table.hidden = answer.total === 0;
-  if (!drawTable(table, answer.sharings, view, {sort, show, copy, edit, remove})) find('#new').focus();
+  if (!drawTable(table, answer.sharings, view, {
+    sort, show, copy, edit, remove,
+    isChosen: (entry) => selection.has(entry), choose: (entry, chosen) => selection.toggle(entry, chosen),
+  })) {
+    find('#new').focus();
+  }
+  selection.show(answer.sharings);
+  drawVisits(answer.sharings);
   for (const {project_name: name} of answer.sharings) projects.add(name);
   find('#projects').replaceChildren(...[...projects].sort().map((name) => make('option', {value: name})));
 
   const last = view.offset + answer.sharings.length;
-  const range = answer.total === 0 ? 'No links' : `${view.offset + 1}–${last} of ${answer.total}`;
+  const range = answer.total === 0 ? t('no_links') : t('range', {first: view.offset + 1, last, total: answer.total});
   find('#range').textContent = range;
   find('#previous').setAttribute('aria-disabled', view.offset === 0);
   find('#next').setAttribute('aria-disabled', last >= answer.total);
+  find('.pages').hidden = answer.total === 0;
   drawEmpty(answer.total === 0);
   drawChoices();
-  find('#status').textContent = `${done} ${answer.total === 0 ? 'No links.' : `Links ${range}.`}`.trim();
+  const now = answer.total === 0 ? t('no_links_said') : t('range_said', {range});
+  find('#status').textContent = `${done} ${now}`.trim();
+}
+
+// The visits of each day come after the links. Where the appliance keeps none, there are no charts.
+async function drawVisits(entries) {
+  const ids = entries.filter(({visits}) => visits > 0).map(({sharing_id: id}) => id);
+  if (ids.length === 0) return;
+  try {
+    const {visits} = await callApi('webapi/entry.cgi', 'VELT.Visits', 'list', {sharing_ids: ids});
+    for (const [id, days] of Object.entries(visits)) visitsById.set(id, days);
+  } catch {
+    return;
+  }
+  for (const id of ids) {
+    const cell = find(`#links [data-id="${CSS.escape(id)}"] td.visits`);
+    const days = visitsById.get(id);
+    if (!cell || !days || sumOf(days) === 0) continue;
+    cell.querySelector('svg')?.remove();
+    cell.append(drawChart(days));
+  }
 }
 
 function drawEmpty(empty) {
-  const narrowed = view.project !== '' || view.sharedWithMe;
+  const narrowed = view.project !== '' || view.sharedWithMe || view.search !== '';
   find('#empty').hidden = !empty;
-  find('#empty p').textContent = narrowed ? 'No link matches.' : 'There are no links yet.';
+  find('#empty h2').textContent = t(narrowed ? 'no_match' : 'empty_title');
+  find('#empty p').textContent = t(narrowed ? 'no_match_text' : 'empty_text');
+  find('#empty ol').hidden = narrowed;
   find('#empty button').hidden = narrowed;
 }
 
@@ -98,7 +170,7 @@ function drawChoices() {
   }
   find('#sort-by').value = view.sortBy;
   find('#sort-direction').textContent = view.ascending ? '↑' : '↓';
-  find('#sort-direction').setAttribute('aria-label', view.ascending ? 'Ascending' : 'Descending');
+  find('#sort-direction').setAttribute('aria-label', t(view.ascending ? 'ascending' : 'descending'));
 }
 
 // No answer says whether the caller is an administrator. But only for an administrator does a list of
@@ -119,6 +191,7 @@ async function drawScope() {
 }
 
 async function loadAll(done) {
+  search.forget();
   await Promise.all([load(done), drawScope()]);
 }
 
@@ -131,15 +204,15 @@ function sort(name) {
 }
 
 function show(entry, title = titleOf(entry)) {
-  share.open(entry, title, 'Scan the code, or send the address.');
+  share.open(entry, title, t('share_hint'), visitsById.get(entry.sharing_id));
   drawContents(find('#share-contents'), entry);
 }
 
 async function copy(entry, button) {
   if (!await copyText(entry.url)) return show(entry);
-  find('#status').textContent = `Address of ${titleOf(entry)} copied.`;
-  button.textContent = 'Copied';
-  setTimeout(() => { button.textContent = 'Copy'; }, 2000);
+  find('#status').textContent = t('address_of_copied', {title: titleOf(entry)});
+  button.textContent = t('copied');
+  setTimeout(() => { button.textContent = t('copy'); }, 2000);
 }
 
 async function edit({sharing_id: id}) {
@@ -153,34 +226,52 @@ async function edit({sharing_id: id}) {
 async function save(params, close) {
   const link = await call('set', params);
   close();
-  if (params.sharing_id) return void loadAll('Changes saved.');
+  if (params.sharing_id) return void loadAll(t('changes_saved'));
   view.offset = 0;
-  show({...link, project_name: params.project_name}, 'Your link is ready');
-  loadAll('Link created.');
+  show({...link, project_name: params.project_name}, t('link_ready'));
+  loadAll(t('link_created'));
 }
 
-async function remove(entry) {
-  const done = await confirm.ask({
-    title: 'Delete this link?',
-    text: `“${titleOf(entry)}” in ${entry.project_name} stops working at once, and visits to it end. ` +
-      'It cannot be brought back.',
-    yes: 'Delete',
-    action: () => call('delete', {sharing_id: entry.sharing_id}),
+function remove(entry) {
+  selection.toggle(entry, false);
+  return deletion.begin([entry], t('deletes_link', {title: titleOf(entry)}));
+}
+
+async function removeLinks(entries, {leaving}) {
+  const request = ({sharing_id: id}) => call('delete', {sharing_id: id}, {keepalive: leaving});
+  if (leaving) return void entries.forEach((entry) => request(entry).catch(() => {}));
+  const failures = await selection.each(entries, async (entry) => {
+    try {
+      await request(entry);
+    } catch (error) {
+      if (error.code !== NO_SUCH_LINK) throw error; // somebody else was first
+    }
   });
-  if (done) loadAll('Link deleted.');
+  await finishMany(failures, t('links_deleted', {count: entries.length - failures.length}));
+}
+
+async function doWithChosen(what, entries) {
+  if (what === 'delete') return deletion.begin(entries, t('deletes_links', {count: entries.length}));
+  const enabled = what === 'on';
+  const failures = await selection.each(entries, (entry) =>
+    call('set', {sharing_id: entry.sharing_id, project_name: entry.project_name, enabled}));
+  const count = entries.length - failures.length;
+  return finishMany(failures, t(enabled ? 'links_on' : 'links_off', {count}));
+}
+
+async function finishMany(failures, done) {
+  await loadAll(done);
+  if (failures.length > 0) tell(failures.join('\n'));
 }
 
 async function clean() {
-  const whose = view.everybody ? 'everybody’s links' : 'your links';
-  const where = view.project === '' ? '' : ` in ${view.project}`;
+  const whose = view.everybody ? 'clean_everybodys' : 'clean_own';
   const done = await confirm.ask({
-    title: 'Clean expired links?',
-    text: `Of ${whose}${where}, those that have ended or are used up and are marked “Remove it once it has ended” ` +
-      'are deleted for good.',
-    yes: 'Clean',
+    title: t('clean_title'), yes: t('clean'),
+    text: view.project === '' ? t(whose) : t(`${whose}_of_project`, {project: view.project}),
     action: () => call('trigger_gc', scopeParams()),
   });
-  if (done) loadAll('Expired links removed.');
+  if (done) loadAll(t('expired_removed'));
 }
 
 function listen() {
@@ -195,8 +286,8 @@ function listen() {
   for (const button of find('#scope').children) {
     button.addEventListener('click', () => {
       view.everybody = button.dataset.scope === 'all';
-      view.offset = 0;
-      loadAll();
+      narrow();
+      drawScope();
     });
   }
   const filter = find('#project-filter');
@@ -204,21 +295,36 @@ function listen() {
     filter.addEventListener(event, () => {
       if (view.project === filter.value) return;
       view.project = filter.value;
-      view.offset = 0;
-      load();
+      narrow();
     });
   }
   find('#shared-with-me').addEventListener('change', (event) => {
     view.sharedWithMe = event.target.checked;
-    view.offset = 0;
-    load();
+    narrow();
   });
+  for (const event of ['input', 'change']) {
+    find('#title-search').addEventListener(event, ({target}) => {
+      clearTimeout(searching);
+      searching = setTimeout(() => {
+        if (view.search === target.value.trim()) return;
+        view.search = target.value.trim();
+        narrow();
+      }, SEARCH_PAUSE);
+    });
+  }
   find('#page-size').addEventListener('change', (event) => {
     view.limit = Number(event.target.value);
     view.offset = 0;
     load();
   });
   listenToTurns();
+}
+
+// Other links are to be shown. What was chosen may be none of them, so nothing is.
+function narrow() {
+  selection.clear();
+  view.offset = 0;
+  load();
 }
 
 function listenToTurns() {
@@ -230,11 +336,23 @@ function listenToTurns() {
     });
   }
   find('#sort-by').append(...COLUMNS.filter((column) => column.sort)
-    .map((column) => make('option', {value: column.sort}, column.title)));
+    .map((column) => make('option', {value: column.sort}, t(column.title))));
   find('#sort-by').addEventListener('change', (event) => sort(event.target.value));
   find('#sort-direction').addEventListener('click', () => sort(view.sortBy));
 }
 
-listen();
-loadAll();
-picker.isOffered().then((offered) => { find('#share-files').hidden = !offered; });
+async function start() {
+  const languages = find('#language');
+  await chooseLanguage(languages);
+  await loadTexts('/shared', '/owner');
+  fillTexts();
+  listenToLanguage(languages);
+  listen();
+  find('#page').hidden = false;
+  // A page that comes back out of the browser's memory is of another time.
+  addEventListener('pageshow', (event) => event.persisted && loadAll());
+  loadAll();
+  find('#share-files').hidden = !await picker.isOffered();
+}
+
+start();

@@ -3,13 +3,15 @@
 /**
  * A call that did not succeed. `code` is the API's number, or one of "network" (no answer), "login"
  * (the server requires a login) and "server" (an answer that is not the API's). `detail` comes with
- * the API's code: a text, or {name, reason} for a parameter that it refuses.
+ * the API's code: a text, or {name, reason} for a parameter that it refuses. `wait` says after how many
+ * seconds another try may succeed; 0: it is not known.
  */
 export class ApiError extends Error {
-  constructor(code, detail = '') {
+  constructor(code, detail = '', wait = 0) {
     super(`API error ${code}`);
     this.code = code;
     this.detail = detail;
+    this.wait = wait;
   }
 }
 
@@ -22,9 +24,10 @@ export function parseJson(text) {
 
 /**
  * Calls version 1 of `method` of `api` with `params` at `path`, which is relative to the page, and
- * returns the answer's data. Throws ApiError, nothing else.
+ * returns the answer's data. Throws ApiError, nothing else. With `keepalive` the call is made even
+ * when the page is left.
  */
-export async function callApi(path, api, method, params = {}) {
+export async function callApi(path, api, method, params = {}, {keepalive = false} = {}) {
   // Built from the origin, because a page whose own address holds a login may not fetch relative to it.
   const address = new URL(path, location.origin + location.pathname);
   let response;
@@ -35,6 +38,7 @@ export async function callApi(path, api, method, params = {}) {
       headers: {'Content-Type': 'application/json'},
       body: JSON.stringify({...params, api, version: 1, method}),
       cache: 'no-store',
+      keepalive,
     });
     text = await response.text();
   } catch {
@@ -49,5 +53,5 @@ export async function callApi(path, api, method, params = {}) {
   }
   if (answer?.success === true) return answer.data;
   if (typeof answer?.error?.code !== 'number') throw new ApiError('server');
-  throw new ApiError(answer.error.code, answer.error.errors);
+  throw new ApiError(answer.error.code, answer.error.errors, Number(response.headers.get('Retry-After')) || 0);
 }

@@ -1,6 +1,8 @@
 // File names as the API writes them: "%", control characters and bytes that are not UTF-8 are percent escapes, so that
 // each text names one file.
 
+import {locale} from '/shared/texts.js';
+
 /** The text of a name that the browser has. */
 export function encodeName(name) {
   return name.replace(/[%\u0000-\u001f\u007f]/g,
@@ -19,17 +21,20 @@ export function showName(text) {
 
 /** "1.4 MB" */
 export function showSize(bytes) {
-  const units = ['bytes', 'kB', 'MB', 'GB', 'TB'];
+  const units = ['byte', 'kilobyte', 'megabyte', 'gigabyte', 'terabyte'];
   let value = bytes;
   let unit = 0;
   while (value >= 1000 && unit < units.length - 1) {
     value /= 1000;
     unit += 1;
   }
-  return `${unit === 0 || value >= 100 ? Math.round(value) : value.toFixed(1)} ${units[unit]}`;
+  return new Intl.NumberFormat(locale(), {
+    style: 'unit', unit: units[unit], unitDisplay: unit === 0 ? 'long' : 'short',
+    maximumFractionDigits: unit === 0 || value >= 100 ? 0 : 1,
+  }).format(value);
 }
 
 /** A local date and time of seconds since 1970. */
 export function showTime(seconds) {
-  return new Date(seconds * 1000).toLocaleString([], {dateStyle: 'medium', timeStyle: 'short'});
+  return new Date(seconds * 1000).toLocaleString(locale(), {dateStyle: 'medium', timeStyle: 'short'});
 }

@@ -2,6 +2,7 @@
 
 import {callApi} from '/shared/api.js';
 import {explain} from '/shared/errors.js';
+import {hasText, t} from '/shared/texts.js';
 
 const API = 'VELT.Files.Link';
 const path = `/sharing/${location.pathname.split('/')[2]}/webapi`;
@@ -37,22 +38,6 @@ export function downloadZip(paths) {
   form.remove();
 }
 
-const WORDS = {
-  105: 'Your visit has ended. Reload the page.',
-  1000: 'This link doesn’t open any more.',
-  1006: 'Your visit has ended. Reload the page.',
-  1012: 'This link is used up.',
-  2000: 'What this link shares is not available any more.',
-  2001: 'This is not there any more.',
-  2002: 'A file has become a folder, or a folder a file. Reload the page.',
-  2003: 'This link shares nothing.',
-  2004: 'This link takes no files at the moment.',
-  2005: 'This file is too large, or the link has taken as many files as it may.',
-  2006: 'There is no room left on the device.',
-  2008: 'The upload was given up. Begin it again.',
-  2009: 'The device can’t hand out files at the moment.',
-};
-
 export function wordsFor(error) {
-  return WORDS[error.code] ?? explain(error).text;
+  return hasText(`files_${error.code}`) ? t(`files_${error.code}`) : explain(error).text;
 }

@@ -2,6 +2,7 @@
 
 import {make} from '/shared/dom.js';
 import {showName, showSize} from '/shared/file-names.js';
+import {t} from '/shared/texts.js';
 import {addressOf} from '/pkg/files/link.js';
 
 const LONGEST_TEXT = 256 * 1024;
@@ -15,7 +16,7 @@ async function showText(place, source, size) {
     place.textContent = await response.text();
     if (size > LONGEST_TEXT) place.append('\n…');
   } catch {
-    place.textContent = 'This file can’t be shown at the moment.';
+    place.textContent = t('not_shown');
   }
 }
 
@@ -42,8 +43,9 @@ export function openPreview(entry) {
     make('h2', {id: 'preview-name'}, make('bdi', {}, showName(entry.name))),
     content(entry, addressOf('get', {path: entry.path, show: true})),
     make('div', {class: 'dialog-actions'},
-      make('a', {href: addressOf('get', {path: entry.path}), download: ''}, `Download (${showSize(entry.size)})`),
-      make('button', {type: 'button', on: {click: () => dialog.close()}}, 'Close')));
+      make('a', {href: addressOf('get', {path: entry.path}), download: ''},
+        t('download_size', {size: showSize(entry.size)})),
+      make('button', {type: 'button', on: {click: () => dialog.close()}}, t('close'))));
   dialog.addEventListener('close', () => dialog.remove());
   document.body.append(dialog);
   dialog.showModal();

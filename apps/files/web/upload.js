@@ -3,6 +3,7 @@
 import {ApiError, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {encodeName, showName, showSize} from '/shared/file-names.js';
+import {t} from '/shared/texts.js';
 import {addressOf, call, wordsFor} from '/pkg/files/link.js';
 
 const PIECE = 4 * 1024 * 1024;
@@ -35,7 +36,7 @@ async function persist(state, step) {
     } catch (error) {
       const passing = ['network', 'server', 100, 117].includes(error.code);
       if (!passing || ++state.failures > MOST_FAILURES) throw error;
-      state.say('Waiting for the connection …');
+      state.say(t('waiting_connection'));
       await pause(Math.min(LONGEST_PAUSE, 250 * 2 ** state.failures));
     }
   }
@@ -82,7 +83,7 @@ class Row {
   constructor(file, list) {
     this.file = file;
     this.bar = make('progress', {max: Math.max(1, file.size), value: 0, 'aria-label': file.name});
-    this.text = make('span', {class: 'hint', role: 'status'}, 'Waiting');
+    this.text = make('span', {class: 'hint', role: 'status'}, t('waiting'));
     this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text);
     list.append(this.item);
   }
@@ -91,7 +92,7 @@ class Row {
 
   show(offset) {
     this.bar.value = offset;
-    this.say(`${showSize(offset)} of ${showSize(this.file.size)}`);
+    this.say(t('size_of', {sent: showSize(offset), size: showSize(this.file.size)}));
   }
 
   finish(text, state) {
@@ -112,7 +113,7 @@ export function makeUpload(rule, done) {
       if (row.file.size > rule.max_size) throw new ApiError(2005);
       row.show(0);
       const name = showName(await sendFile(row.file, row));
-      row.finish(name === row.file.name ? 'Done' : `Done, as ${name}`, 'done');
+      row.finish(name === row.file.name ? t('done') : t('done_as', {name}), 'done');
     } catch (error) {
       row.finish(wordsFor(error), 'failed');
     }
@@ -125,7 +126,7 @@ export function makeUpload(rule, done) {
     queue.then(done);
   };
   input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
-  const limit = rule.max_size === undefined ? '' : ` Up to ${showSize(rule.max_size)} each.`;
+  const limit = rule.max_size === undefined ? '' : ` ${t('up_to', {size: showSize(rule.max_size)})}`;
   const zone = make('div', {
     class: 'drop',
     on: {
@@ -133,8 +134,8 @@ export function makeUpload(rule, done) {
       dragleave: () => zone.classList.remove('over'),
       drop: (event) => { event.preventDefault(); zone.classList.remove('over'); add([...event.dataTransfer.files]); },
     },
-  }, make('label', {for: 'upload-files', class: 'button'}, 'Choose files to leave'), input,
-  make('p', {class: 'hint'}, `Or drop them here.${limit}`));
+  }, make('label', {for: 'upload-files', class: 'button'}, t('choose_files')), input,
+  make('p', {class: 'hint'}, `${t('or_drop')}${limit}`));
   addEventListener('beforeunload', (event) => {
     if (list.querySelector('li:not([data-state])')) event.preventDefault();
   });

@@ -2,12 +2,13 @@
 
 import {make} from '/shared/dom.js';
 import {showName, showSize, showTime} from '/shared/file-names.js';
+import {loadTexts, t} from '/shared/texts.js';
 import {addressOf, call, downloadZip, wordsFor} from '/pkg/files/link.js';
 import {openPreview} from '/pkg/files/preview.js';
 import {makeUpload} from '/pkg/files/upload.js';
 
 const PAGE = 100;
-const SORTS = {name: 'Name', time: 'Changed', size: 'Size', type: 'Kind'};
+const SORTS = ['name', 'time', 'size', 'type'];
 
 const view = {path: '', home: '', sortBy: 'name', descending: false, entries: [], total: 0};
 const chosen = new Set();
@@ -16,24 +17,24 @@ let turn = 0;
 
 function build(upload) {
   const sort = make('select', {id: 'files-sort', on: {change: () => reload({sortBy: sort.value})}},
-    ...Object.entries(SORTS).map(([value, text]) => make('option', {value}, text)));
+    ...SORTS.map((value) => make('option', {value}, t(`sort_${value}`))));
   const direction = make('button', {
-    type: 'button', 'aria-label': 'Turn the order', on: {click: () => reload({descending: !view.descending})},
+    type: 'button', 'aria-label': t('turn_order'), on: {click: () => reload({descending: !view.descending})},
   }, '↑');
   const zip = make('button', {type: 'button', id: 'files-zip', on: {click: download}});
   parts = {
     sort, direction, zip,
-    trail: make('nav', {class: 'trail', 'aria-label': 'Folder'}),
+    trail: make('nav', {class: 'trail', 'aria-label': t('folder')}),
     list: make('ul', {class: 'files'}),
-    more: make('button', {type: 'button', id: 'files-more', hidden: true, on: {click: () => load(false)}}, 'Show more'),
+    more: make('button', {type: 'button', id: 'files-more', hidden: true, on: {click: () => load(false)}}, t('show_more')),
     said: make('p', {role: 'status', class: 'hint'}),
   };
   const shown = upload?.only ? [] : [
     parts.trail,
-    make('div', {class: 'files-tools'}, make('label', {}, 'Sort by ', sort), direction, zip),
+    make('div', {class: 'files-tools'}, make('label', {}, t('sort_by'), ' ', sort), direction, zip),
     parts.list, parts.more,
   ];
-  document.querySelector('main').prepend(make('section', {id: 'shared-files', 'aria-label': 'Files'},
+  document.querySelector('main').prepend(make('section', {id: 'shared-files', 'aria-label': t('files')},
     ...shown, parts.said, upload ? makeUpload(upload, () => !upload.only && load(true)) : null));
 }
 
@@ -64,8 +65,8 @@ async function load(anew) {
   if (anew) parts.list.replaceChildren();
   parts.list.append(...answer.entries.map(row));
   parts.more.hidden = view.next >= view.total || view.path === '';
-  parts.said.textContent = view.total === 0 ? 'This folder is empty.' :
-    view.next < view.total ? `${view.entries.length} of ${view.total} shown.` : '';
+  parts.said.textContent = view.total === 0 ? t('folder_empty') :
+    view.next < view.total ? t('shown_of', {shown: view.entries.length, total: view.total}) : '';
   drawTrail();
   drawZip();
 }
@@ -74,7 +75,7 @@ function row(entry) {
   const name = showName(entry.name);
   const isFolder = entry.type === 'folder';
   const box = make('input', {
-    type: 'checkbox', 'aria-label': `Choose ${name}`,
+    type: 'checkbox', 'aria-label': t('choose', {name}),
     on: {change: () => { chosen[box.checked ? 'add' : 'delete'](entry.path); drawZip(); }},
   });
   const open = isFolder || entry.kind !== '' ?
@@ -85,7 +86,7 @@ function row(entry) {
   const href = isFolder ? addressOf('zip', {paths: JSON.stringify([entry.path])}) : addressOf('get', {path: entry.path});
   return make('li', {'data-path': entry.path}, box, picture(entry), make('div', {class: 'what'}, open,
     make('span', {class: 'hint'}, about)),
-  make('a', {class: 'get', href, download: '', 'aria-label': `Download ${name}`}, '↓'));
+  make('a', {class: 'get', href, download: '', 'aria-label': t('download', {name})}, '↓'));
 }
 
 function picture(entry) {
@@ -109,7 +110,7 @@ function drawTrail() {
     const path = names.slice(0, at + 1).join('/');
     return {path, text: at === 0 ? view.topNames.get(name) ?? name : name};
   });
-  if (view.home === '') steps.unshift({path: '', text: 'All'});
+  if (view.home === '') steps.unshift({path: '', text: t('all')});
   const shown = view.path === '' ? [] : steps;
   parts.trail.hidden = shown.length < 2;
   parts.trail.replaceChildren(...shown.map(({path, text}, at) => at === shown.length - 1 ?
@@ -118,7 +119,7 @@ function drawTrail() {
 }
 
 function drawZip() {
-  parts.zip.textContent = chosen.size > 0 ? `Download ${chosen.size} chosen (ZIP)` : 'Download all (ZIP)';
+  parts.zip.textContent = chosen.size > 0 ? t('download_chosen', {count: chosen.size}) : t('download_all');
   parts.zip.hidden = view.total === 0;
 }
 
@@ -130,6 +131,7 @@ function download() {
 /** Shows what the link shares. A link of one folder begins in it. */
 export async function showFiles() {
   document.body.classList.add('with-files');
+  await loadTexts('/pkg/files');
   let top;
   try {
     top = await call('list', {path: ''});

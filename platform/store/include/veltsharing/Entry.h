@@ -36,6 +36,7 @@ class Entry {
   LinkStatus get_status() const;
   // From when the link works, in the appliance's local time as in ToJSON; empty: no limit.
   std::string get_start_at_str() const;
+  std::int64_t get_start_at() const { return start_at_; }  // seconds since 1970 UTC; 0: no limit
   ProtectType get_protect_type() const { return protect_type_; }
   const char* get_protect_type_str() const;  // "none", "password" or "user"
   const std::string& get_protect_title() const { return protect_title_; }

@@ -1,0 +1,28 @@
+// The texts of a link's page in the visitor's language, from the tables in web/link/texts/.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace VELT::host {
+
+struct PageLanguage {
+  std::string code;       // "ger"
+  std::string tag;        // "de", as HTML wants it
+  std::string direction;  // "ltr" or "rtl"
+  std::string name;       // in the language itself
+  std::map<std::string, std::string> texts;
+
+  // The key itself where the table lacks it.
+  std::string Text(const std::string& key) const;
+};
+
+// The languages of web/shared/texts/languages.json, read once for each process; the first is for
+// visitors of no other. Never empty: without the file, a log line tells, and texts are their keys.
+const std::vector<PageLanguage>& PageLanguages();
+
+// `chosen` is the visitor's choice, a code or any text, `header` the request's Accept-Language.
+const PageLanguage& PageLanguageFor(const std::string& chosen, const std::string& header);
+
+}  // namespace VELT::host

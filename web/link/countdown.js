@@ -1,0 +1,35 @@
+// Waiting for a moment, told in the page.
+
+import {t} from '/shared/texts.js';
+
+const two = (number) => String(number).padStart(2, '0');
+
+function remaining(seconds) {
+  const days = Math.floor(seconds / 86400);
+  const hours = Math.floor(seconds / 3600) % 24;
+  const clock = `${two(Math.floor(seconds / 60) % 60)}:${two(seconds % 60)}`;
+  const time = hours > 0 || days > 0 ? `${two(hours)}:${clock}` : clock;
+  return days > 0 ? t('days_and_time', {count: days, time}) : time;
+}
+
+/**
+ * Counts `seconds` down in `place`, with the time in the text of `key`, and then calls `done`. Returns what ends it.
+ * It goes by the moment of the end, so that a machine that slept meanwhile is not late.
+ */
+export function countDown(place, key, seconds, done) {
+  const end = Date.now() + seconds * 1000;
+  let timer;
+  const stop = () => clearInterval(timer);
+  const tick = () => {
+    const left = Math.ceil((end - Date.now()) / 1000);
+    if (left > 0) {
+      place.textContent = t(key, {time: remaining(left)});
+      return;
+    }
+    stop();
+    done();
+  };
+  timer = setInterval(tick, 1000);
+  tick();
+  return stop;
+}
