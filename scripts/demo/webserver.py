@@ -16,7 +16,7 @@ _CONNECTIONS = 4096
 # No access log: an address under /sharing/ is the secret of a link. No mod_extforward: what a client sends as
 # X-Forwarded-For must not become its address.
 _TEXT = """\
-server.modules = ("mod_auth", "mod_authn_pam", "mod_setenv", "mod_fastcgi")
+server.modules = ("mod_auth", "mod_authn_pam", "mod_setenv", "mod_deflate", "mod_fastcgi")
 server.bind = "127.0.0.1"
 server.port = {port}
 server.document-root = "/usr/velt/web"
@@ -63,6 +63,12 @@ mimetype.assign = (
   ".js" => "text/javascript; charset=utf-8", ".json" => "application/json",
   ".svg" => "image/svg+xml", ".png" => "image/png", ".jpg" => "image/jpeg", ".webp" => "image/webp",
   ".woff2" => "font/woff2", ".txt" => "text/plain; charset=utf-8", "" => "application/octet-stream")
+
+# Pages' files are compressed. Answers with secrets are not: their length would reveal something of them.
+$HTTP["url"] =~ "^/(?!sharing/|webapi/)" {{
+  deflate.mimetypes = ("text/html", "text/css", "text/javascript", "application/json", "image/svg+xml")
+  deflate.allowed-encodings = ("gzip")
+}}
 
 # The PAM service counts wrong passwords; its limits are in /etc/security/faillock.conf. No auth.cache: guesses at a
 # cached account would not be counted.
