@@ -68,7 +68,7 @@ class LinkPage(unittest.TestCase):
         BROWSER.wait_text(text, css)
 
     def log_in(self, *texts):
-        for field, text in zip(BROWSER.wait(lambda: BROWSER.find_all("#login input:not([hidden])")), texts):
+        for field, text in zip(BROWSER.wait_for("#login").find_all("input:not([hidden])"), texts):
             field.fill(text)
         BROWSER.press(Keys.ENTER)
 
@@ -167,7 +167,7 @@ class LinkPage(unittest.TestCase):
 
     def test_accounts(self):
         self.open(DEMO.create(protect_type="user", protect_users=["bob"]))
-        labels = [field.label() for field in BROWSER.wait(lambda: BROWSER.find_all("#login input"))]
+        labels = [field.label() for field in BROWSER.wait_for("#login").find_all("input")]
         self.assertEqual(["Account", "Password"], labels)
         for account, password, words in (("bob", "wrong", "The user name or the password is wrong."),
                                          ("alice", DEMO.accounts["alice"], "This link is not for this account.")):
