@@ -275,7 +275,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
                : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));
   outcome.broken_off = streamed && (!returned || state.broken_off);
   if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
-  outcome.when_taken = std::move(state.when_taken);
+  outcome.afterwards = std::move(state.afterwards);
   return outcome;
 }
 

@@ -36,7 +36,7 @@ class Dispatcher {
     int code = 0;  // the API's error code
     std::optional<Pool> other_pool;
     bool broken_off = false;           // what was sent is not the whole answer
-    std::function<void()> when_taken;  // see APIResponse::OnTaken; may be empty
+    std::function<void()> afterwards;  // see APIResponse::Afterwards; may be empty
   };
 
   // `pool` is that of this worker. The referenced objects must outlive this one.

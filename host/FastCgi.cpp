@@ -126,12 +126,6 @@ bool ReplyChannel::SendPiece(std::string_view piece) const {
   return true;
 }
 
-void ReplyChannel::WaitUntilTaken() const {
-  shutdown(connection(), SHUT_WR);
-  pollfd watched{connection(), POLLRDHUP, 0};
-  poll(&watched, 1, 1000);
-}
-
 bool ReplyChannel::ClientHasLeft() const {
   pollfd watched{connection(), POLLRDHUP, 0};
   return poll(&watched, 1, 0) > 0 && (watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;

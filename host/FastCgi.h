@@ -25,8 +25,6 @@ class ReplyChannel {
   // ends the answer, with an empty text for instance. Without that the web server lets its client
   // see that the answer is incomplete.
   bool SendPiece(std::string_view piece) const;
-  // Waits until the web server has read the answer and closed the connection, for a second at most.
-  void WaitUntilTaken() const;
   // Whether the web server has closed the connection or its sending half because its client has
   // left.
   bool ClientHasLeft() const;

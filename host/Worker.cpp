@@ -22,7 +22,9 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
+#include "Afterwards.h"
 #include "Answer.h"
 #include "Deadline.h"
 #include "Dispatcher.h"
@@ -66,20 +68,23 @@ class RequestWaiter {
     Watch(signals, EPOLLIN);
   }
 
-  // False when the worker is to stop. A request that came at the same time is served first, because
-  // no other worker was woken for it.
-  bool Wait() {
+  enum class Event { kRequest, kTimeout, kStop };
+
+  // kTimeout after so many milliseconds; -1 waits without end. When the worker is to stop, a request
+  // that came at the same time is served first, because no other worker was woken for it.
+  Event Wait(int milliseconds) {
     while (!leaving_) {
       epoll_event events[2];
-      const int count = epoll_wait(epoll_.get(), events, std::size(events), -1);
-      if (count < 0 && errno != EINTR) return false;
+      const int count = epoll_wait(epoll_.get(), events, std::size(events), milliseconds);
+      if (count == 0) return Event::kTimeout;
+      if (count < 0 && errno != EINTR) break;
       bool requested = false;
       for (int i = 0; i < count; ++i) {
         (events[i].data.fd == source_ ? requested : leaving_) = true;
       }
-      if (requested) return true;
+      if (requested) return Event::kRequest;
     }
-    return false;
+    return Event::kStop;
   }
 
  private:
@@ -150,10 +155,15 @@ class Worker {
   template <typename Take>
   void ServeFrom(int source, int signals, Take take) {
     RequestWaiter waiter(source, signals);
-    while (EndWithSupervisor(place_) && waiter.Wait()) {
+    while (EndWithSupervisor(place_)) {
+      const auto event = waiter.Wait(afterwards_.Milliseconds());
+      if (event == RequestWaiter::Event::kStop) return;
       BecomeBusy(place_);
       deadline_.Start();
-      if (const std::optional<Incoming> incoming = take()) Answer(*incoming);
+      if (event == RequestWaiter::Event::kRequest) {
+        if (const std::optional<Incoming> incoming = take()) Answer(*incoming);
+      }
+      afterwards_.DoDue();
       deadline_.Stop();
       if (!IsLoweredTo(options_.ids)) {
         syslog(LOG_CRIT, "a request left effective ids %u:%u behind; leaving", geteuid(),
@@ -187,10 +197,7 @@ class Worker {
       outcome.code = kUnexpectedFailure;
     }
     Reply(incoming, stream, outcome);
-    if (outcome.when_taken) {
-      incoming.reply.WaitUntilTaken();
-      outcome.when_taken();
-    }
+    if (outcome.afterwards) afterwards_.Add(std::move(outcome.afterwards));
     // Parsed JSON can take a hundred times the memory of its text. It is given back to the system.
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
   }
@@ -253,6 +260,7 @@ class Worker {
   Dispatcher& dispatcher_;
   Deadline deadline_;
   const RequestLog log_;
+  Afterwards afterwards_;
 };
 
 }  // namespace

@@ -127,7 +127,7 @@ std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
       throw Refusal(kUnavailable);
     }
   }
-  response.OnTaken([path = PathOf(name)] { RemoveAsRoot(path); });
+  response.Afterwards([path = PathOf(name)] { RemoveAsRoot(path); });
   if (faccessat(folder(), name.c_str(), R_OK, AT_EACCESS) != 0) {
     syslog(LOG_WARNING, "files: uid %u may not read a shared file, so the web server can't send it",
            geteuid());

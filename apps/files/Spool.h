@@ -18,7 +18,7 @@ class Spool {
 
   // Hands an opened file to the web server and returns the header line. The web server gets a hard
   // link to the file's inode, so it sends the file that was checked, whatever has happened to the
-  // path since. The link is removed when the web server has taken the answer. The web server reads
+  // path since. The link is removed some seconds after the answer. The web server reads
   // the file with its own account: throws Refusal(kUnavailable), with a log line, when that account
   // may not read it.
   std::string HandOver(const Descriptor& file, APIResponse& response) const;

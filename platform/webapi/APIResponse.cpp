@@ -40,7 +40,9 @@ bool APIResponse::Send(std::string_view bytes) { return state_->sink && state_->
 
 void APIResponse::BreakOff() { state_->broken_off = true; }
 
-void APIResponse::OnTaken(std::function<void()> action) { state_->when_taken = std::move(action); }
+void APIResponse::Afterwards(std::function<void()> action) {
+  state_->afterwards = std::move(action);
+}
 
 bool APIResponse::AddCookie(const std::string& path, const std::string& name,
                             const std::string& value, long lifetime, const std::string& domain,

@@ -120,7 +120,7 @@ void Stream(APIRequest* request, APIResponse* response) {
     std::fputs(text, file);
     std::fclose(file);
   };
-  response->OnTaken([note] { note("taken "); });
+  response->Afterwards([note] { note("after "); });
   bool wanted = response->Send("Content-Type: text/x-raw\r\n\r\n");
   for (int piece = 0; wanted && piece < count; ++piece) {
     wanted = response->Send(std::string(1 << 16, 'x'));

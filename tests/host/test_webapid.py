@@ -227,17 +227,17 @@ class Streams(unittest.TestCase):
                 answer = self.host.call("stream", value=500, end=end, log=self.log)
                 self.assertIn(("Set-Cookie", "sid=new; Path=/; HttpOnly; SameSite=Lax"), answer.headers)
                 self.assertEqual((len(answer.body), answer.ended), (500 << 16, whole))
-                self.expect_log("whole taken ")
+                self.expect_log("whole after ")
         head = self.host.call("stream", {"REQUEST_METHOD": "HEAD"}, value=500, log=self.log)
         self.assertEqual((head.body, head.ended), ("", True))
-        self.expect_log("left taken ")
+        self.expect_log("left after ")
         self.assertEqual(self.host.call("stuck", log=self.log).code, 100)  # not in the pool "stream"
-        self.expect_log("left taken ")
+        self.expect_log("left after ")
 
     def test_a_reader_that_leaves_or_stops_reading_ends_the_stream(self):
         with self.host.begin("stream", value=500, log=self.log) as leaving:
             leaving.recv(1)
-        self.expect_log("left taken ")
+        self.expect_log("left after ")
         with Host("--request-timeout", "1") as host:
             stalled = host.begin("stream", value=500)
             host.wait_for_log("took too long over a request")

@@ -38,10 +38,10 @@ class APIResponse {
   // answer's end, so that the client notices.
   void BreakOff();
 
-  // `action` is called once after the handler, even one that threw, unless the worker dies: when
-  // the web server has read the answer and opened the file that its header names, or after a
-  // second. It must not throw or use the request. A second call replaces the action.
-  void OnTaken(std::function<void()> action);
+  // `action` is called once some seconds after the answer, also that of a handler that threw, unless
+  // the worker dies. By then the web server has opened the file that the answer's header names. It
+  // must not throw or use the request. A second call replaces the action.
+  void Afterwards(std::function<void()> action);
 
   // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an
   // empty `domain` is this host only. HttpOnly and SameSite=Lax are always set; Secure is set on

@@ -33,7 +33,7 @@ struct ResponseState {
   // See APIResponse. The host sets `sink`; it is empty for methods that may not stream.
   std::function<bool(std::string_view)> sink;
   bool broken_off = false;
-  std::function<void()> when_taken;
+  std::function<void()> afterwards;
 };
 
 }  // namespace VELT

@@ -1,0 +1,32 @@
+// What is done some time after an answer was sent.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+
+namespace VELT::host {
+
+// A web server opens what an answer's header names when it has read the answer, and tells nobody:
+// nginx closes the worker's connection first. So clean-up waits for as long as that may take.
+class Afterwards {
+ public:
+  // Actions that are still waited for are done within a second, since the process is to end.
+  ~Afterwards();
+
+  // An action must not throw.
+  void Add(std::function<void()> action);
+  void DoDue();
+  // Until the next is due, as epoll_wait(2) has it: -1 when there is none.
+  int Milliseconds() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Waiting {
+    Clock::time_point due;
+    std::function<void()> action;
+  };
+  std::deque<Waiting> waiting_;  // the next first
+};
+
+}  // namespace VELT::host
