@@ -34,6 +34,12 @@ bool HasOneIdOnly() {
   return one;
 }
 
+std::vector<gid_t> PresentGroups() {
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, getgroups(0, nullptr))));
+  getgroups(static_cast<int>(groups.size()), groups.data());
+  return groups;
+}
+
 std::optional<Account> LookUp(uid_t uid) {
   const auto user = accounts::FindUser(uid);
   if (!user) return std::nullopt;
@@ -68,26 +74,23 @@ std::optional<Account> FindAccount(uid_t uid) {
   return account;
 }
 
-IdsGuard::Ids IdsGuard::Present() {
-  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, getgroups(0, nullptr))));
-  getgroups(static_cast<int>(groups.size()), groups.data());
-  return {geteuid(), getegid(), std::move(groups)};
-}
-
 // Goes through root, which alone may change the groups. The user id comes last, because the other
 // steps need root.
 bool IdsGuard::Become(const Ids& target) {
-  return (geteuid() == 0 || seteuid(0) == 0) &&
-         setgroups(target.groups.size(), target.groups.data()) == 0 && setegid(target.gid) == 0 &&
-         (target.uid == 0 || seteuid(target.uid) == 0);
+  const bool as_root = geteuid() == 0 || seteuid(0) == 0;
+  const bool grouped =
+      !target.groups ||
+      (setgroups(target.groups->size(), target.groups->data()) == 0 && setegid(target.gid) == 0);
+  return as_root && grouped && (target.uid == 0 || seteuid(target.uid) == 0);
 }
 
 IdsGuard::IdsGuard(const Account& account)
-    : IdsGuard(Ids{account.uid, account.gid, account.groups}) {}
+    : IdsGuard({account.uid, account.gid, account.groups},
+               {geteuid(), getegid(), PresentGroups()}) {}
 
-IdsGuard IdsGuard::Root() { return IdsGuard(Ids{0, getegid(), Present().groups}); }
+IdsGuard IdsGuard::Root() { return {{0, 0, {}}, {geteuid(), 0, {}}}; }
 
-IdsGuard::IdsGuard(const Ids& target) : before_(Present()) {
+IdsGuard::IdsGuard(const Ids& target, Ids before) : before_(std::move(before)) {
   if (HasOneIdOnly() || Become(target)) return;
   syslog(LOG_ERR, "files: cannot take the ids of uid %u: %s", target.uid, strerror(errno));
   if (!Become(before_)) std::abort();

@@ -38,14 +38,14 @@ class IdsGuard {
   IdsGuard& operator=(const IdsGuard&) = delete;
 
  private:
+  // Without groups: the present ones stay, and the group too.
   struct Ids {
     uid_t uid;
-    gid_t gid;
-    std::vector<gid_t> groups;
+    gid_t gid = 0;
+    std::optional<std::vector<gid_t>> groups;
   };
-  explicit IdsGuard(const Ids& target);
+  IdsGuard(const Ids& target, Ids before);
   static bool Become(const Ids& target);
-  static Ids Present();
 
   const Ids before_;
 };

@@ -34,8 +34,8 @@ SessionDB::SessionDB(BaseDB& db) : db_(db) {}
 bool SessionDB::GetBySessionId(const std::string& sid, record::Session& session) const {
   session = record::Session();
   return Connection::Of(db_).Run("read a session", [&](StoreSession& store) {
-    const auto row = FindSession(store.sql(), Digest(sid));
-    if (!row) return false;
+    const SessionRow* row = store.statements().FindSession(Digest(sid));
+    if (row == nullptr) return false;
     const std::int64_t now = Now();
     session.id_ = row->id;
     session.legal_ = row->IsAlive(now);

@@ -22,9 +22,9 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
                                 record::Token& token) const {
   token = record::Token();
   return Connection::Of(db_).Run("read a token", [&](StoreSession& store) {
-    const auto row = FindToken(store.sql(), session.id_, entry.get_id());
-    const auto link = EntryRow::FindById(store.sql(), entry.get_id());
-    if (!row || !link) return false;
+    const TokenRow* row = store.statements().FindToken(session.id_, entry.get_id());
+    const EntryRow* link = store.statements().FindLinkById(entry.get_id());
+    if (row == nullptr || link == nullptr) return false;
     token.entry_id_ = link->id;
     token.legal_ = session.legal_ && row->Fits(*link, VisitorAddress()) &&
                    ServesVisitors(StatusAt(link->Limits(), Now())) && OwnerExists(link->owner_uid);

@@ -100,14 +100,15 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
 
   session_.reset();
   if (!old_sid_.empty()) {
-    session_ = FindSession(store.sql(), Digest(old_sid_), store.dialect().row_lock);
+    const SessionRow* session = store.statements().LockSession(Digest(old_sid_));
+    if (session != nullptr) session_ = *session;
   }
   if (session_ && !session_->IsAlive(now_)) session_.reset();
   const bool match_ip = link_.enable_match_ip != 0;
   if (session_ && match_ip && session_->address != VisitorAddress()) return LoginResult::kDenied;
 
-  const auto token = session_ ? FindToken(store.sql(), session_->id, link_.id) : std::nullopt;
-  holds_token_ = token && token->Fits(link_, VisitorAddress());
+  const TokenRow* token = session_ ? store.statements().FindToken(session_->id, link_.id) : nullptr;
+  holds_token_ = token != nullptr && token->Fits(link_, VisitorAddress());
   if (link_.IsProtected()) {
     lockout_ = LockoutSeconds(store.sql(), MakeFailureKey(), now_);
     if (lockout_ > 0) {

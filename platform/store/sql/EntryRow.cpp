@@ -139,16 +139,6 @@ std::optional<EntryRow> EntryRow::From(const Entry& entry) {
   return row;
 }
 
-std::optional<EntryRow> EntryRow::FindById(soci::session& sql, long long id) {
-  EntryRow row;
-  soci::statement statement(sql);
-  row.ReadFrom(statement);
-  statement.exchange(soci::use(id));
-  Prepare(statement, Select() + " where id = :id");
-  if (!statement.execute(true)) return std::nullopt;
-  return row;
-}
-
 Entry EntryRow::ToEntry() const {
   Entry entry;
   entry.id_ = id;

@@ -19,9 +19,6 @@ class EntryRow {
   // Empty, with a log line, when the entry holds something that can't be stored.
   static std::optional<EntryRow> From(const record::Entry& entry);
 
-  // Throws soci::soci_error.
-  static std::optional<EntryRow> FindById(soci::session& sql, long long id);
-
   // Throws std::runtime_error when the stored form is damaged.
   record::Entry ToEntry() const;
 

@@ -3,7 +3,6 @@
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
 #include "sql/Statement.h"
-#include "sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 namespace {
@@ -32,6 +31,52 @@ struct LinkRead {
   }
   std::string hash;
   EntryRow row;
+  soci::statement statement;
+};
+
+struct LinkReadById {
+  explicit LinkReadById(soci::session& sql) : statement(sql) {
+    row.ReadFrom(statement);
+    statement.exchange(soci::use(id));
+    Prepare(statement, EntryRow::Select() + " where id = :id");
+  }
+  long long id = 0;
+  EntryRow row;
+  soci::statement statement;
+};
+
+struct SessionRead {
+  SessionRead(soci::session& sql, const char* suffix) : statement(sql) {
+    statement.exchange(soci::into(row.id));
+    statement.exchange(soci::into(row.address));
+    statement.exchange(soci::into(row.last_used));
+    statement.exchange(soci::use(sid_hash));
+    Prepare(statement, std::string("select id, address, last_used from visitor_session "
+                                   "where sid_hash = :hash") +
+                           suffix);
+  }
+  const SessionRow* Run(const std::string& wanted) {
+    sid_hash = wanted;
+    return RunToEnd(statement) ? &row : nullptr;
+  }
+  std::string sid_hash;
+  SessionRow row;
+  soci::statement statement;
+};
+
+struct TokenRead {
+  explicit TokenRead(soci::session& sql) : statement(sql) {
+    statement.exchange(soci::into(row.address));
+    statement.exchange(soci::into(row.protection));
+    statement.exchange(soci::use(session));
+    statement.exchange(soci::use(link));
+    Prepare(statement,
+            "select address, protection from visitor_token "
+            "where session_id = :session and link_id = :link");
+  }
+  long long session = 0;
+  long long link = 0;
+  TokenRow row;
   soci::statement statement;
 };
 
@@ -154,6 +199,10 @@ struct PreparedStatements::Statements {
         read_link(sql, ""),
         read_enabled_link(sql, " and enabled = 1"),
         lock_link(sql, DialectOf(sql).row_lock),
+        read_link_by_id(sql),
+        read_session(sql, ""),
+        lock_session(sql, DialectOf(sql).row_lock),
+        read_token(sql),
         insert_link(sql),
         update_link(sql),
         count_visit(sql),
@@ -168,6 +217,10 @@ struct PreparedStatements::Statements {
   LinkRead read_link;
   LinkRead read_enabled_link;
   LinkRead lock_link;
+  LinkReadById read_link_by_id;
+  SessionRead read_session;
+  SessionRead lock_session;
+  TokenRead read_token;
   LinkInsert insert_link;
   LinkUpdate update_link;
   VisitCount count_visit;
@@ -199,6 +252,27 @@ const EntryRow* PreparedStatements::FindEnabledLink(const std::string& hash) {
 
 const EntryRow* PreparedStatements::LockLink(const std::string& hash) {
   return statements_->lock_link.Run(hash);
+}
+
+const EntryRow* PreparedStatements::FindLinkById(long long id) {
+  auto& read = statements_->read_link_by_id;
+  read.id = id;
+  return RunToEnd(read.statement) ? &read.row : nullptr;
+}
+
+const SessionRow* PreparedStatements::FindSession(const std::string& sid_hash) {
+  return statements_->read_session.Run(sid_hash);
+}
+
+const SessionRow* PreparedStatements::LockSession(const std::string& sid_hash) {
+  return statements_->lock_session.Run(sid_hash);
+}
+
+const TokenRow* PreparedStatements::FindToken(long long session, long long link) {
+  auto& read = statements_->read_token;
+  read.session = session;
+  read.link = link;
+  return RunToEnd(read.statement) ? &read.row : nullptr;
 }
 
 long long PreparedStatements::InsertLink(const EntryRow& row) {

@@ -7,6 +7,7 @@
 
 #include "sql/EntryRow.h"
 #include "sql/Soci.h"
+#include "sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 
@@ -21,12 +22,19 @@ class PreparedStatements {
 
   int SchemaVersion();
 
-  // Null when no link has this hash. The row is valid until the next call of the same function.
+  // Null when there is no such row, here a link with this hash. The row is valid until the next call
+  // of the same function.
   const EntryRow* FindLink(const std::string& hash);
   // The same for enabled links only. A disabled link takes no longer than an unknown one.
   const EntryRow* FindEnabledLink(const std::string& hash);
   // FindLink within a transaction. Nobody else changes the row until the transaction ends.
   const EntryRow* LockLink(const std::string& hash);
+  const EntryRow* FindLinkById(long long id);
+  // The session whose id has this digest; LockSession locks it as LockLink locks a link.
+  const SessionRow* FindSession(const std::string& sid_hash);
+  const SessionRow* LockSession(const std::string& sid_hash);
+  // The session's token for the link.
+  const TokenRow* FindToken(long long session, long long link);
   // Stores a new link and returns its new id.
   long long InsertLink(const EntryRow& row);
   // Updates the link with the row's id, which must be locked.

@@ -2,11 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "sql/EntryRow.h"
-#include "sql/Soci.h"
 
 namespace VELT::sharing::db {
 
@@ -20,10 +18,6 @@ struct SessionRow {
   bool IsAlive(std::int64_t now) const { return now - last_used < kSessionLife; }
 };
 
-// `lock` is empty or the dialect's row lock. Throws soci::soci_error, as does FindToken.
-std::optional<SessionRow> FindSession(soci::session& sql, const std::string& sid_hash,
-                                      const char* lock = "");
-
 struct TokenRow {
   std::string address;  // at the login that made the token
   long long protection = 0;
@@ -32,9 +26,6 @@ struct TokenRow {
   // visitor's address too.
   bool Fits(const EntryRow& link, const std::string& visitor_address) const;
 };
-
-// The session's token for the link; empty when there is none.
-std::optional<TokenRow> FindToken(soci::session& sql, long long session, long long link);
 
 // SQL that removes at most `limit` sessions that were not used after `:time`, beginning with the
 // one that has not been used for longest.
