@@ -25,10 +25,10 @@ def send(visitor, upload, offset, piece):
                            {"Content-Type": "application/octet-stream"}).json
 
 
-def is_waited_for(file):
-    """Whether a process waits for a lock of the file (proc_locks(5))."""
+def count_waiting_for(file):
+    """How many processes wait for a lock of the file (proc_locks(5))."""
     with open("/proc/locks", encoding="ascii") as locks:
-        return any("-> FLOCK" in lock and f":{os.fstat(file.fileno()).st_ino} " in lock for lock in locks)
+        return sum("-> FLOCK" in lock and f":{os.fstat(file.fileno()).st_ino} " in lock for lock in locks)
 
 
 class Uploads(unittest.TestCase):
@@ -75,13 +75,42 @@ class Uploads(unittest.TestCase):
             with open(path, "rb") as file:
                 fcntl.flock(file, fcntl.LOCK_EX)  # as while a piece is written
                 state = pool.submit(ask, visitor, "upload_state", upload=upload)
-                wait_until(lambda: is_waited_for(file))
+                wait_until(lambda: count_waiting_for(file) == 1)
                 os.unlink(path)  # as after the last one
             self.assertEqual(2008, code(state.result()))
 
+    def test_calls_that_wait_for_the_last_piece_make_no_second_file(self):
+        folder, visitor = self.inbox(max_files=1)
+        upload = self.begin(visitor, "new", 5)["data"]["upload"]
+        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{upload}"))
+        with open(path, "rb") as file, ThreadPoolExecutor() as pool:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            calls = []
+            for offset, piece in ((0, b"12345"), (5, b""), (5, b"")):
+                calls.append(pool.submit(send, visitor, upload, offset, piece))
+                wait_until(lambda: count_waiting_for(file) == len(calls))
+            fcntl.flock(file, fcntl.LOCK_UN)
+            self.assertEqual([0, 2008, 2008], [code(call.result()) for call in calls])
+        self.assertEqual(["a.txt", "new"], sorted(os.listdir(folder)))
+
+    def test_a_folder_that_becomes_a_link_meanwhile(self):
+        folder, visitor = self.inbox()
+        elsewhere = folder + "-elsewhere"
+        os.makedirs(elsewhere, exist_ok=True)
+        upload = self.begin(visitor, "new", 5)["data"]["upload"]
+        os.rename(folder, folder + "-kept")
+        os.symlink(elsewhere, folder)
+        self.assertEqual(2001, code(send(visitor, upload, 0, b"12345")))
+        self.assertEqual(2001, code(self.begin(visitor, "other", 0)))
+        self.assertEqual([], os.listdir(elsewhere))
+        os.unlink(folder)
+        os.rename(folder + "-kept", folder)
+        self.assertEqual("new", send(visitor, upload, 5, b"")["data"]["name"])
+
     def test_limits_and_names(self):
         folder, visitor = self.inbox(max_files=2, max_size=10)
-        for name, size, wanted in (("large", 11, 2005), ("", 1, 2001), ("..", 1, 2001), ("a/b", 1, 2001),
+        for name, size, wanted in (("large", 11, 2005), ("", 1, 2001), (".", 1, 2001), ("..", 1, 2001),
+                                   ("a/b", 1, 2001), ("a%00b", 1, 2001), ("a\0b", 1, 106),
                                    ("a%2Fb", 1, 2001),
                                    ("n" * 256, 1, 2001), ("one", 10, 0), ("one", 0, 0), ("three", 1, 2005),
                                    ("x", -1, 120)):
