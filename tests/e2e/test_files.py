@@ -4,10 +4,12 @@ import contextlib
 import json
 import os
 import socket
+import struct
 import subprocess
 import threading
 import unittest
 import zipfile
+import zlib
 
 from demo import SHARING, Demo, wait_until
 from shared_files import FILES, Shared, ask, code, get, listed, query
@@ -15,6 +17,15 @@ from shared_files import FILES, Shared, ask, code, get, listed, query
 SECRET = b"not for visitors"
 NAMES = [b'quote"s\\and%25.txt', b"line\nbreak.txt", b"no\xff\xfeutf8.txt", "\u202egpj.exe".encode(),
          "Über für «alle».txt".encode(), b"n" * 251 + b".txt", b"<b>bold.txt", b"..hidden", b"-rf", b" "]
+
+
+def bomb(side):
+    """A PNG image that is black, tiny, and `side` pixels high and wide."""
+    packer = zlib.compressobj(9)
+    data = b"".join(packer.compress(bytes(side // 8 + 1)) for _ in range(side)) + packer.flush()
+    chunks = ((b"IHDR", struct.pack(">IIBBBBB", side, side, 1, 0, 0, 0, 0)), (b"IDAT", data), (b"IEND", b""))
+    return b"\x89PNG\r\n\x1a\n" + b"".join(struct.pack(">I", len(content)) + kind + content +
+                                             struct.pack(">I", zlib.crc32(kind + content)) for kind, content in chunks)
 
 
 def setUpModule():
@@ -97,6 +108,24 @@ class Paths(unittest.TestCase):
         self.assertEqual(["sub"], listed(self.visitor, "0"))
         self.assertEqual(b"content", get(self.visitor, "0/sub/a.txt").body)
         self.assertEqual(b"content", get(self.visitor, "0/%73ub/a.txt").body)  # another spelling of the same
+
+    @unittest.skipUnless(os.geteuid() == 0, "files of others")
+    def test_an_archive_has_what_the_owner_may_read_and_no_more(self):
+        for path in ("all/a.txt", "all/-rf/--help", "all/deep/" + "d/" * 300 + "e"):
+            ALICE.put(path)
+        ALICE.put("theirs", SECRET)
+        os.chown(ALICE.path("theirs"), 0, 0)
+        for make, *arguments in ((os.symlink, ".", ALICE.path("all/loop")), (os.symlink, "/etc", ALICE.path("all/etc")),
+                                 (os.mkfifo, ALICE.path("all/fifo"), 0o666),
+                                 (os.link, ALICE.path("theirs"), ALICE.path("all/theirs")),
+                                 (os.mknod, ALICE.path("all/zero"), 0o20666, os.makedev(1, 5))):
+            make(*arguments)
+        with self.zip_of(ALICE.visit("all")) as archive:
+            names = {name for name in archive.namelist() if not name.endswith("/")}
+        self.assertEqual({"all/a.txt", "all/-rf/--help", "all/deep/" + "d/" * 300 + "e"}, names)
+        ALICE.put("all/a.txt", b"closed", 0o000)  # the owner's last right goes
+        visitor = ALICE.visit("all")
+        self.assertEqual((404, []), (get(visitor, "0/a.txt").status, [n for n in listed(visitor, "0") if n == "a.txt"]))
 
     def test_a_folder_that_becomes_a_link_meanwhile(self):
         ALICE.put("swapped/swap/secret.txt", b"content")
@@ -271,14 +300,37 @@ class Downloads(unittest.TestCase):
         spool = DEMO.path("/usr/velt/var/spool/files/out")
         wait_until(lambda: not os.listdir(spool))
 
+    def test_a_file_that_shrinks_breaks_its_archive_off(self):
+        ALICE.put("shrinks/a.bin", bytes(64 << 20))
+        with contextlib.closing(self.slow(1, f"/sharing/{ALICE.share('shrinks')}" + query("zip"))[0]) as reader:
+            os.truncate(ALICE.path("shrinks/a.bin"), 1 << 20)
+            reader.settimeout(60)
+            received = b""
+            while piece := reader.recv(1 << 20):
+                received = (received + piece)[-64:]
+        self.assertFalse(received.endswith(b"0\r\n\r\n"))
+
+    def test_many_ranges_are_no_lever(self):
+        ALICE.put("ranges.bin", bytes(1 << 20))
+        visitor = ALICE.visit("ranges.bin")
+        for ranges in (",".join(["0-"] * 1000), ",".join(f"{n}-{n}" for n in range(900)), "5-1", "-0", "x"):
+            answer = get(visitor, "0", headers={"Range": "bytes=" + ranges})
+            self.assertIn(answer.status, (200, 206, 416), ranges[:9])
+            self.assertLess(len(answer.body), 3 << 20)
+
     def test_thumbnails(self):
-        ALICE.put("pictures/broken.png", b"\x89PNG\r\n\x1a\nno picture")
+        drawing = b'<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"><image href="/etc/passwd"/></svg>'
+        hostile = {"broken.png": b"\x89PNG\r\n\x1a\nno picture", "broken.jpg": b"\xff\xd8\xff\xe0" + bytes(9),
+                   "drawing.png": drawing, "bomb.png": bomb(50000), "archive.png": b"PK\3\4" + bytes(99), "empty.png": b""}
+        for name, content in hostile.items():
+            ALICE.put("pictures/" + name, content)
         with open(ALICE.path("Coast/Dawn.png"), "rb") as file:
             ALICE.put("pictures/good.png", file.read())
         ALICE.put("pictures/a.txt")
         visitor = ALICE.visit("pictures")
-        self.assertEqual([200, 200, 404, 404], [get(visitor, f"0/{name}", "thumbnail").status
-                                               for name in ("good.png", "good.png", "broken.png", "a.txt")])
+        for name, status in {"good.png": 200, "a.txt": 404, **dict.fromkeys(hostile, 404)}.items():
+            with self.subTest(name):
+                self.assertEqual([status] * 2, [get(visitor, f"0/{name}", "thumbnail").status for _ in range(2)])
         self.assertTrue(get(visitor, "0/good.png", "thumbnail").body.startswith(b"\xff\xd8"))
 
 
