@@ -4,10 +4,14 @@ import hashlib
 import os
 import shutil
 import unittest
+import wave
 
 from demo import Demo
 from shared_files import Shared, listed
 from webdriver import Browser
+
+PAPER = (b"%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj "
+         b"3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 100]>>endobj\ntrailer<</Root 1 0 R>>")
 
 
 def setUpModule():
@@ -25,13 +29,17 @@ class Pages(unittest.TestCase):
     def test_a_visitor_opens_folders_previews_and_downloads(self):
         ALICE.put("page/sub/deep.txt", b"deep down <b>not bold</b>")
         for number in range(120):
-            ALICE.put(f"page/{number:03}.bin")
+            ALICE.put(f"page/{number:03}{' of a name that is long.txt' if number == 50 else '.bin'}")
         ALICE.put(b"page/\xff\xe2\x80\xae.txt", b"odd name")
         browser = self.browser
         browser.open(f"{DEMO.url}/sharing/{ALICE.share('page')}")
         browser.wait_text("100 of 122 shown")
         browser.find("#files-more").click()
         browser.wait(lambda: len(browser.find_all(".files > li")) == 122)
+        browser.set_size(390, 844)
+        self.assertEqual([], browser.script("""return [...document.querySelectorAll('.files .what')]
+            .filter((what) => what.scrollWidth > what.clientWidth).map((what) => what.textContent);"""))
+        browser.set_size(1100, 800)
         odd = browser.find(".files > li:last-child .name")
         self.assertNotIn("\u202e", odd.text)
         odd.click()
@@ -47,6 +55,44 @@ class Pages(unittest.TestCase):
         self.assertEqual(25, size)
         browser.script("history.back()")
         browser.wait_for('[data-path="0/sub"]')
+        self.assertEqual([], [line for line in browser.console() if "favicon" not in str(line)])
+
+    def test_what_a_browser_can_show_is_shown(self):
+        # Made by: ffmpeg -f lavfi -i testsrc=size=32x24:rate=5:duration=2 -c:v libvpx film.webm
+        film = os.path.join(os.path.dirname(__file__), "media/film.webm")
+        with wave.open(os.path.join(DEMO.state, "sound.wav"), "wb") as sound:
+            sound.setparams((1, 2, 8000, 0, "NONE", ""))
+            sound.writeframes(bytes(16000))
+        for path in (film, os.path.join(DEMO.state, "sound.wav"), ALICE.path("Coast/Dawn.png")):
+            with open(path, "rb") as file:
+                ALICE.put("shown/" + os.path.basename(path), file.read())
+        ALICE.put("shown/paper.pdf", PAPER)
+        ALICE.put("shown/page.html", b"<script>alert(1)</script>")
+        ALICE.put("shown/table.csv", b"a;b\n1;2\n")
+        browser = self.browser
+        browser.console()  # without another test's
+        browser.open(f"{DEMO.url}/sharing/{ALICE.share('shown')}")
+        for name, shown, expected in (
+                ("film.webm", "v = q('video'); return v && v.readyState >= 2 ? [v.videoWidth, v.duration] : null", [32, 2]),
+                ("sound.wav", "v = q('audio'); return v && v.readyState >= 2 ? [v.duration] : null", [1]),
+                ("Dawn.png", "v = q('img'); return v && v.naturalWidth ? [v.naturalWidth] : null", [640]),
+                ("table.csv", "v = q('pre'); return v && v.textContent ? [v.textContent] : null", ["a;b\n1;2\n"])):
+            with self.subTest(name):
+                browser.wait_for(f'[data-path="0/{name}"] button.name').click()
+                script = f"const q = (css) => document.querySelector('#preview ' + css); let {shown}"
+                browser.wait(lambda: browser.script(script))
+                self.assertEqual(expected, browser.script(script))
+                browser.find("#preview .dialog-actions button").click()
+        browser.find('[data-path="0/film.webm"] button.name').click()
+        browser.script("document.querySelector('#preview video').currentTime = 1.5")  # a part of the file
+        browser.wait(lambda: browser.script("const v = document.querySelector('#preview video'); "
+                                            "return !v.seeking && v.currentTime === 1.5 && v.error === null"))
+        browser.find("#preview .dialog-actions button").click()
+        browser.find('[data-path="0/paper.pdf"] button.name').click()
+        browser.wait(lambda: browser.script(
+            "return document.querySelector('#preview iframe').contentDocument?.contentType") == "application/pdf")
+        browser.find("#preview .dialog-actions button").click()
+        self.assertEqual([], browser.find_all('[data-path="0/page.html"] button.name'))
         self.assertEqual([], [line for line in browser.console() if "favicon" not in str(line)])
 
     def test_twenty_files_arrive_though_the_connection_is_cut(self):

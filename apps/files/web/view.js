@@ -82,10 +82,11 @@ function row(entry) {
     make('button', {type: 'button', class: 'name', on: {click: () => isFolder ? enter(entry) : openPreview(entry)}},
       make('bdi', {}, name)) :
     make('a', {class: 'name', href: addressOf('get', {path: entry.path}), download: ''}, make('bdi', {}, name));
-  const about = [isFolder ? null : showSize(entry.size), showTime(entry.time)].filter(Boolean).join(' · ');
+  const about = [isFolder ? null : showSize(entry.size), showTime(entry.time)].filter(Boolean)
+    .map((part) => make('span', {}, part));
   const href = isFolder ? addressOf('zip', {paths: JSON.stringify([entry.path])}) : addressOf('get', {path: entry.path});
   return make('li', {'data-path': entry.path}, box, picture(entry), make('div', {class: 'what'}, open,
-    make('span', {class: 'hint'}, about)),
+    make('span', {class: 'hint about'}, ...about)),
   make('a', {class: 'get', href, download: '', 'aria-label': t('download', {name})}, '↓'));
 }
 
