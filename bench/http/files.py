@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Measures files by link against floors of the same run: bench/http/files.py BUILD-FOLDER
+"""Measures files by link against floors of the same run: bench/http/files.py BUILD-FOLDER [NAME...]
 
 Each figure is the median of rounds in which the service and the floor alternate. The floor of a download is the same
 file served statically by the same lighttpd. The floor of an archive is a FastCGI program that sends the same bytes
 through another lighttpd with the same configuration. The floor of a listing is readdir(3) alone on the folder. Needs
-wrk and curl, and 5 GB of disk.
+wrk and curl, and 5 GB of disk. Names after the build folder choose what is measured: large, small,
+archive, listing.
 """
 
 import os
@@ -49,100 +50,136 @@ def report(what, ratios, bound):
 
 
 def write(path, size):
+    block = os.urandom(min(size, 1 << 20))
     with open(path, "wb") as file:
-        block = os.urandom(1 << 20)
-        for _ in range(max(1, size >> 20)):
+        for _ in range(-(-size >> 20)):
             file.write(block[:size])
 
 
-class Cat:
-    """The files' bytes through a lighttpd of its own."""
+class Floor:
+    """A FastCGI program behind a lighttpd of its own, which is configured as the demonstration's. `command` is given
+    the socket as its `{socket}`."""
 
-    def __init__(self, build, demo, folder, paths):
+    def __init__(self, bench, *command):
         self.port = free_port()
-        socket = os.path.join(folder, "cat.sock")
+        demo, folder = bench.demo, bench.folder
+        socket = os.path.join(folder, f"{self.port}.sock")
         text = webserver.configuration(self.port, None)
         for old, new in ((webserver.SOCKET, socket), ("/usr/velt/", demo.path("/usr/velt/"))):
             text = text.replace(old, new)
         # Without the owners' login, which needs the demonstration's accounts.
         text = re.sub(r'(?s)auth\.backend.*?\n\n', "", text.replace('"mod_auth", "mod_authn_pam", ', ""))
         text = re.sub(r'(?m)^ *auth\.require = .*$', "", text)
-        path = os.path.join(folder, "cat.conf")
+        path = os.path.join(folder, f"{self.port}.conf")
         with open(path, "w", encoding="utf-8") as file:
             file.write(text)
-        self.processes = [subprocess.Popen([os.path.join(build, "bin/files-floors"), "cat", socket, *paths]),
+        self.processes = [subprocess.Popen([part.replace("{socket}", socket) for part in command]),
                           subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", path])]
         self.url = f"http://127.0.0.1:{self.port}/sharing/x"
         while subprocess.run(["curl", "-sf", "-r", "0-1", "-o", "/dev/null", "-m", "1", f"http://127.0.0.1:{self.port}/"],
                              check=False).returncode == 7:
             time.sleep(0.05)
 
-    def stop(self):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         for process in self.processes:
             process.terminate()
             process.wait()
 
 
-def prepare(demo):
-    home = demo.path("/usr/velt/var/files/alice")
-    owner = os.stat(home)
-    os.makedirs(home + "/bench/many")
-    os.makedirs(home + "/bench/two")
-    write(home + "/bench/large.bin", 1 << 30)
-    write(home + "/bench/small.bin", 4096)
-    for number in range(2):
-        write(home + f"/bench/two/{number}.bin", 1 << 30)
-    for number in range(100000):
-        with open(home + f"/bench/many/a name of some length {number:06}.txt", "wb"):
-            pass
-    subprocess.run(["chown", "-R", f"{owner.st_uid}:{owner.st_gid}", home + "/bench"], check=True)
-    for name in ("large.bin", "small.bin"):
-        os.chmod(f"{home}/bench/{name}", 0o644)
-        os.link(f"{home}/bench/{name}", demo.path("/usr/velt/web/" + name))
-    return home
+class Bench:
+    """A running demonstration with a link of alice's folder "bench", and a visitor's cookie for it."""
+
+    def __init__(self, demo, build, folder):
+        self.demo, self.build, self.folder = demo, build, folder
+        self.home = demo.path("/usr/velt/var/files/alice/bench")
+        os.makedirs(self.home)
+        self.link = demo.create(project_name="files", app={"root": "home", "items": ["bench"]}, enable_match_ip=False)
+        visitor = demo.visitor(self.link)
+        assert visitor.login()["success"]
+        self.cookie = "; ".join(f"{name}={value}" for name, value in visitor.cookies.items())
+
+    def url(self, method, **params):
+        return self.demo.url + query(self.link, method, **params)
+
+    def program(self, name):
+        return os.path.join(self.build, "bin", name)
+
+    def put(self, name, size):
+        """A file that the web server may send; returns its path."""
+        path = os.path.join(self.home, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        write(path, size)
+        os.chmod(path, 0o644)
+        return path
+
+    def own(self):
+        owner = os.stat(os.path.dirname(self.home))
+        subprocess.run(["chown", "-R", f"{owner.st_uid}:{owner.st_gid}", self.home], check=True)
 
 
-def measure(demo, build, folder):
-    home = prepare(demo)
-    link = demo.create(project_name="files", app={"root": "home", "items": ["bench"]}, enable_match_ip=False)
-    visitor = demo.visitor(link)
-    assert visitor.login()["success"]
-    cookie = "; ".join(f"{name}={value}" for name, value in visitor.cookies.items())
-    # The cost of a small file is that of an API call, which is several times that of a static file.
-    for name, measured, bound, what in (("large.bin", fetch, "at least 0.95", "1 GiB"),
-                                        ("small.bin", rate, "wanted: 0.5", "4 KiB files")):
-        ours, floor = demo.url + query(link, "get", path="0/" + name), f"{demo.url}/{name}"
-        measured(ours, cookie)
-        pairs = [(measured(ours, cookie), measured(floor)) for _ in range(ROUNDS)]
-        ratios = [floor / ours if measured is fetch else ours / floor for ours, floor in pairs]
-        report(f"speed, download of {what} / served statically", ratios, bound)
+def large(bench):
+    os.link(bench.put("large.bin", 1 << 30), bench.demo.path("/usr/velt/web/large.bin"))
+    bench.own()
+    ours, floor = bench.url("get", path="0/large.bin"), bench.demo.url + "/large.bin"
+    fetch(ours, bench.cookie)
+    pairs = [(fetch(ours, bench.cookie), fetch(floor)) for _ in range(ROUNDS)]
+    report("speed, download of 1 GiB / served statically", [b / a for a, b in pairs], "at least 0.95")
 
-    cat = Cat(build, demo, folder, [home + "/bench/two/0.bin", home + "/bench/two/1.bin"])
-    try:
-        archive = demo.url + query(link, "zip", paths='["0/two"]')
+
+def small(bench):
+    """A small file is above all a call. So there is a second floor: a FastCGI program that hands the same file over, to
+    everybody and without a look at anything."""
+    path = bench.put("small.bin", 4096)
+    handed = bench.demo.path(webserver.SPOOL + "/small.bin")
+    for other in (handed, bench.demo.path("/usr/velt/web/small.bin")):
+        os.link(path, other)
+    bench.own()
+    ours, static = bench.url("get", path="0/small.bin"), bench.demo.url + "/small.bin"
+    with Floor(bench, bench.program("constant-fcgi"), "{socket}", "16", "X-Sendfile: " + handed) as unasked:
+        rate(ours, bench.cookie)
+        rounds = [(rate(ours, bench.cookie), rate(unasked.url), rate(static)) for _ in range(ROUNDS)]
+    report("speed, 4 KiB files / handed over unasked", [a / b for a, b, _ in rounds], "no bound")
+    report("speed, 4 KiB files / served statically", [a / c for a, _, c in rounds], "no bound")
+    report("speed, 4 KiB files handed over unasked / served statically", [b / c for _, b, c in rounds], "no bound")
+
+
+def archive(bench):
+    sources = [bench.put(f"two/{number}.bin", 1 << 30) for number in range(2)]
+    bench.own()
+    with Floor(bench, bench.program("files-floors"), "cat", "{socket}", *sources) as cat:
+        ours = bench.url("zip", paths='["0/two"]')
         fetch(cat.url)
-        pairs = [(fetch(archive, cookie), fetch(cat.url)) for _ in range(ROUNDS)]
-        report("speed, archive of 2 GiB / its files' bytes alone", [b / a for a, b in pairs], "at least 0.9")
-    finally:
-        cat.stop()
+        pairs = [(fetch(ours, bench.cookie), fetch(cat.url)) for _ in range(ROUNDS)]
+    report("speed, archive of 2 GiB / its files' bytes alone", [b / a for a, b in pairs], "at least 0.9")
 
+
+def listing(bench):
+    for number in range(100000):
+        bench.put(f"many/a name of some length {number:06}.txt", 0)
+    bench.own()
     ratios = []
     for _ in range(ROUNDS * 3):
-        floor = subprocess.run([os.path.join(build, "bin/files-floors"), "readdir", home + "/bench/many"], check=True,
+        floor = subprocess.run([bench.program("files-floors"), "readdir", bench.home + "/many"], check=True,
                                stdout=subprocess.PIPE, text=True).stdout.split()
-        ratios.append(1e6 * fetch(demo.url + query(link, "list", path="0/many"), cookie) / float(floor[0]))
+        ratios.append(1e6 * fetch(bench.url("list", path="0/many"), bench.cookie) / float(floor[0]))
     report("first page of a folder of 100,000 / reading it", ratios, "at most 3")
 
 
-def main(build):
+def main(build, *names):
     os.environ["VELT_BUILD"] = build
     demo = Demo()
     with tempfile.TemporaryDirectory() as folder:
         try:
-            measure(demo, build, folder)
+            bench = Bench(demo, build, folder)
+            for measure in (large, small, archive, listing):
+                if not names or measure.__name__ in names:
+                    measure(bench)
         finally:
             demo.stop()
 
 
 if __name__ == "__main__":
-    main(os.path.abspath(sys.argv[1]))
+    main(os.path.abspath(sys.argv[1]), *sys.argv[2:])
