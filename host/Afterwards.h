@@ -11,10 +11,13 @@ namespace VELT::host {
 // nginx closes the worker's connection first. So clean-up waits for as long as that may take.
 class Afterwards {
  public:
-  // Actions that are still waited for are done within a second, since the process is to end.
+  Afterwards() = default;
+  // Does what is left a second after the last answer at the latest, since the process is to end.
   ~Afterwards();
+  Afterwards(const Afterwards&) = delete;
+  Afterwards& operator=(const Afterwards&) = delete;
 
-  // An action must not throw.
+  // Does the action, which must not throw, some seconds from now, if DoDue is called then.
   void Add(std::function<void()> action);
   void DoDue();
   // Until the next is due, as epoll_wait(2) has it: -1 when there is none.
