@@ -5,17 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "Parameters.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
 
-namespace VELT {
+namespace VELT::visits {
 namespace {
 
-constexpr const char* kLinks = "sharing_ids";
-constexpr Json::ArrayIndex kMostLinks = 100;
 // The codes that the links' API has for these.
 constexpr int kNoDatabase = 117;
 constexpr int kBadParameter = 120;
@@ -65,16 +64,17 @@ void List(APIRequest* request, APIResponse* response) {
 }
 
 }  // namespace
-}  // namespace VELT
+}  // namespace VELT::visits
 
 extern "C" __attribute__((visibility("default"))) const VELT::APITableEntry* GetAPITable() {
-  static constexpr VELT::APITableEntry kTable[] = {{"VELT.Visits", 1, "list", VELT::List}, {}};
+  static constexpr VELT::APITableEntry kTable[] = {{"VELT.Visits", 1, "list", VELT::visits::List},
+                                                   {}};
   return kTable;
 }
 
 extern "C" __attribute__((visibility("default"))) const VELT::APICheckTableEntry*
 GetAPICheckTable() {
   static constexpr VELT::APICheckTableEntry kTable[] = {
-      {"VELT.Visits", 1, "list", VELT::CheckList, nullptr, nullptr}, {}};
+      {"VELT.Visits", 1, "list", VELT::visits::CheckList, nullptr, nullptr}, {}};
   return kTable;
 }

@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "apps/files/Parameters.h"
+#include "apps/visits/Parameters.h"
 
 namespace VELT {
 namespace {
@@ -120,6 +121,12 @@ void DescribeFiles(Json::Value& apis) {
   }
 }
 
+void DescribeVisits(Json::Value& apis) {
+  Json::Value row = Row(visits::kLinks, "texts", Json::Value(), PARAM_REQUIRED);
+  row["most"] = visits::kMostLinks;
+  apis["VELT.Visits"]["list"].append(row);
+}
+
 }  // namespace
 }  // namespace VELT
 
@@ -127,6 +134,7 @@ int main() {
   Json::Value apis;
   VELT::DescribeSharing(apis);
   VELT::DescribeFiles(apis);
+  VELT::DescribeVisits(apis);
   std::cout << Json::writeString(Json::StreamWriterBuilder(), apis) << std::endl;
   return std::cout.good() ? 0 : 1;
 }

@@ -67,6 +67,10 @@ ANSWERS = {
     # The script calls itself application/javascript; web servers may correct that.
     "VELT.Core.Sharing.Session": {"get": ("text/javascript", ())},
     "VELT.Core.Sharing.Initdata": {"get": ({"type": "object"}, (120,))},
+    "VELT.Visits": {
+        "list": (record(visits={"type": "object", "additionalProperties": {
+            "type": "array", "items": NUMBER, "minItems": 90, "maxItems": 90}}), (117, 120)),
+    },
     "VELT.Files": {
         "roots": (record(roots=rows(name=TEXT, title=TEXT)), (2000, 2009)),
         "list": (record(**LISTING), (120, 2000, 2001, 2002, 2009)),
@@ -131,6 +135,8 @@ def schema_of(parameter):
     if "least" in parameter:
         schema |= {"format": "int64" if parameter["most"] >> 31 else "int32", "minimum": parameter["least"],
                    "maximum": parameter["most"]}
+    elif "most" in parameter:
+        schema["maxItems"] = parameter["most"]
     if "default" in parameter:
         schema["default"] = parameter["default"]
     return schema
@@ -156,8 +162,8 @@ def request_of(api, version, method, parameters, page):
 
 
 def example_of(name):
-    return {"project_name": "demo", "sharing_id": "LINK", "path": "0", "name": "note.txt", "size": 5, "offset": 0,
-            "upload": "UPLOAD"}[name]
+    return {"project_name": "demo", "sharing_id": "LINK", "sharing_ids": ["LINK"], "path": "0", "name": "note.txt",
+            "size": 5, "offset": 0, "upload": "UPLOAD"}[name]
 
 
 def body_of(row, schema, example):
