@@ -85,12 +85,29 @@ int Supervisor::Run() {
     WaitForSignal();
     NoteReady();
     Reap();
+    Report();
   }
   return exit_status_;
 }
 
 bool Supervisor::HasWorkers() const {
   return std::ranges::any_of(pools_, [](const WorkerPool& pool) { return !pool.workers.empty(); });
+}
+
+// Every pool has the workers that it must have, and none of before a reload.
+bool Supervisor::IsSettled() const {
+  return std::ranges::all_of(pools_, [](const WorkerPool& pool) {
+    const auto stays = [](const Worker& worker) { return worker.ready && !worker.leaving; };
+    return Count(pool.workers, stays) >= pool.limits.min &&
+           std::ranges::none_of(pool.workers, [](const Worker& worker) {
+             return worker.outdated && !worker.leaving;
+           });
+  });
+}
+
+void Supervisor::Report() {
+  if (!stopping_ && IsSettled()) manager_.Ready();
+  manager_.Alive();
 }
 
 void Supervisor::Adjust(WorkerPool& pool) {
@@ -184,14 +201,15 @@ Supervisor::Clock::duration Supervisor::LongestWait() const {
 
 void Supervisor::WaitForSignal() {
   const sigset_t signals = Signals();
-  const Clock::duration wait = LongestWait();
+  const auto wait = std::min<Clock::duration>(LongestWait(), manager_.watchdog_pause());
   const auto whole = std::chrono::duration_cast<seconds>(wait);
   const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(wait - whole);
   const timespec timeout{whole.count(), rest.count()};
   const int signal = sigtimedwait(&signals, nullptr, &timeout);
   if (signal == SIGTERM || signal == SIGINT) {
     Stop();
-  } else if (signal == SIGHUP) {
+  } else if (signal == SIGHUP && !stopping_) {
+    manager_.Reloading();
     for (WorkerPool& pool : pools_) {
       for (Worker& worker : pool.workers) worker.outdated = true;
     }
@@ -208,6 +226,7 @@ void Supervisor::NoteReady() {
 
 void Supervisor::Stop() {
   stopping_ = true;
+  manager_.Stopping();
   for (WorkerPool& pool : pools_) {
     for (Worker& worker : pool.workers) RequestStop(worker);
   }

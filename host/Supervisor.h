@@ -12,6 +12,7 @@
 
 #include "Pool.h"
 #include "Scoreboard.h"
+#include "ServiceManager.h"
 #include "Statistics.h"
 
 namespace VELT::host {
@@ -56,6 +57,8 @@ class Supervisor {
   // - SIGHUP replaces all workers one by one, each only when the next is ready.
   // - If a worker ends with kBadConfiguration before any was ready, all are stopped and that is
   //   returned.
+  // - The service manager is told when every pool has its workers, when a replacement begins and ends,
+  //   and that this process goes on.
   int Run();
 
  private:
@@ -97,10 +100,13 @@ class Supervisor {
   bool HasWorkers() const;
   void StartCompanion();
   void OnCompanionEnded();
+  bool IsSettled() const;
+  void Report();
 
   Statistics& statistics_;
   const WorkerMain worker_;
   const OnLostRequest on_lost_request_;
+  ServiceManager manager_;
   std::vector<WorkerPool> pools_;
   Companion companion_;
   pid_t companion_pid_ = -1;

@@ -7,6 +7,8 @@ import os
 import pwd
 import signal
 import socket
+import tempfile
+import threading
 import time
 import unittest
 
@@ -137,6 +139,76 @@ class Workers(unittest.TestCase):
                 self.assertEqual(host.wait(), 78)
                 self.assertIn(f"{host.registry}/one.json: ", "".join(host.log))
                 self.assertIn(reason, "".join(host.log))
+
+
+class ServiceManager(unittest.TestCase):
+    """Stands in for the service manager, to which sd_notify(3) speaks."""
+
+    @contextlib.contextmanager
+    def started(self, **options):
+        """A host, and a function that returns the next notice which is no sign of life."""
+        with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            path = os.path.join(folder, "notify")
+            manager.bind(path)
+            manager.settimeout(30)
+            self.signs = 0
+
+            def notice():
+                while (text := manager.recv(4096).decode()) == "WATCHDOG=1":
+                    self.signs += 1
+                return text
+
+            with Host(under=("env", "NOTIFY_SOCKET=" + path, "WATCHDOG_USEC=300000"), **options) as host:
+                yield host, notice
+
+    def test_start_reload_and_end_are_told(self):
+        with self.started(workers=2) as (host, notice):
+            self.assertEqual(notice(), "READY=1")
+            self.assertEqual(len(host.workers()), 7)  # two of the front's and one of each other pool
+            old = {host.worker() for _ in range(50)}
+            host.signal(signal.SIGHUP)
+            self.assertRegex(notice(), r"^RELOADING=1\nMONOTONIC_USEC=[0-9]+$")
+            self.assertEqual(notice(), "READY=1")
+            wait_until(lambda: old.isdisjoint(host.worker() for _ in range(50)))  # one may be busy with its last
+            host.signal(signal.SIGTERM)
+            self.assertEqual(notice(), "STOPPING=1")
+            self.assertEqual(host.wait(), 0)
+
+    def test_a_reload_that_fails_is_not_told_as_done(self):
+        with self.started() as (host, notice):
+            self.assertEqual(notice(), "READY=1")
+            host.register("fixture.json", "{")
+            host.signal(signal.SIGHUP)
+            self.assertIn("RELOADING=1", notice())
+            host.wait_for_log("left with status 78")
+            host.register("fixture.json", fixture_registry())
+            self.assertEqual(notice(), "READY=1")
+            self.assertGreater(self.signs, 0)
+
+    def test_reloads_drop_no_request(self):
+        codes = []
+        ended = threading.Event()
+
+        def call(host):
+            while not ended.is_set():
+                answer = host.call("echo")
+                codes.append(answer.code if answer.text else "dropped")
+
+        with self.started(workers=2) as (host, notice):
+            self.assertEqual(notice(), "READY=1")
+            callers = [threading.Thread(target=call, args=(host,)) for _ in range(4)]
+            try:
+                for caller in callers:
+                    caller.start()
+                for _ in range(10):
+                    host.signal(signal.SIGHUP)
+                    self.assertIn("RELOADING=1", notice())
+                    self.assertEqual(notice(), "READY=1")
+            finally:
+                ended.set()
+                for caller in callers:
+                    caller.join()
+        self.assertEqual(set(codes), {0})
 
 
 class Pools(unittest.TestCase):
