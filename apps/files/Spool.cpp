@@ -100,7 +100,7 @@ void Spool::MakeFolder(const std::string& name, For whom) const {
   const uid_t uid = geteuid();
   const gid_t gid = getegid();
   const IdsGuard root = IdsGuard::Root();
-  const mode_t mode = whom == For::kRoot ? 0711 : 0700;
+  const mode_t mode = whom == For::kRoot ? 0711 : 0710;
   if ((mkdirat(folder(), name.c_str(), mode) == 0 || errno == EEXIST) &&
       (whom == For::kRoot ||
        fchownat(folder(), name.c_str(), uid, gid, AT_SYMLINK_NOFOLLOW) == 0)) {

@@ -1,0 +1,260 @@
+"""Debian roots to install the packages in, each with a network and processes of its own, and what is done there."""
+
+import configparser
+import contextlib
+import json
+import os
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+
+BUILD = os.environ["VELT_BUILD"]
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+CONFIG = "/etc/velt-sharing/webapid.conf"
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+PATIENCE = 60  # seconds
+KEPT = 3 * 86400  # seconds that a clean root is used again: mirrors forget the packages that it knows
+# The account of the owner, as the system and as the web server know it.
+OWNER, PASSWORD = "alice", "correct horse"
+# A copy of this machine that forgets what is done in it. The layer of changes may not lie below the other.
+COPY = """
+mount -t tmpfs none "$1"
+mkdir "$1/upper" "$1/work" "$1/root"
+mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" overlay "$1/root"
+"""
+
+
+def packages(folder):
+    """Makes the packages of the build folder and returns their paths, the service's first."""
+    subprocess.run(["cpack", "--config", f"{BUILD}/CPackConfig.cmake", "-B", folder], check=True,
+                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    found = {name.split("_")[0]: os.path.join(folder, name) for name in os.listdir(folder) if name.endswith(".deb")}
+    return found["velt-sharing"], found["velt-sharing-dev"]
+
+
+def with_version(package, version, folder):
+    """Makes a package of the same contents with another version."""
+    content = os.path.join(folder, "content")
+    subprocess.run(["dpkg-deb", "-R", package, content], check=True)
+    control = os.path.join(content, "DEBIAN", "control")
+    with open(control, encoding="utf-8") as file:
+        lines = [f"Version: {version}\n" if line.startswith("Version:") else line for line in file]
+    with open(control, "w", encoding="utf-8") as file:
+        file.writelines(lines)
+    made = os.path.join(folder, f"velt-sharing_{version}_{package.rsplit('_', 1)[-1]}")
+    subprocess.run(["dpkg-deb", "-b", content, made], check=True, stdout=subprocess.DEVNULL)
+    shutil.rmtree(content)
+    return made
+
+
+# What the archive "$2" holds. Packages that are downloaded stay in the folder "$3" for the next time.
+CLEAN = """
+mkdir -p "$1/root" "$3"
+tar -C "$1/root" -xf "$2"
+mount --bind "$3" "$1/root/var/cache/apt/archives"
+"""
+
+
+def clean_root():
+    """Returns what CLEAN wants: a minimal root of this machine's release, with a web server. It is kept for some days.
+    None when no mirror of Debian answers."""
+    archive, cache = os.path.join(BUILD, "clean-root.tar"), os.path.join(BUILD, "clean-root.packages")
+    with contextlib.suppress(FileNotFoundError):
+        if time.time() - os.stat(archive).st_mtime < KEPT:
+            return archive, cache
+        shutil.rmtree(cache, ignore_errors=True)
+    sources = subprocess.run(
+        ["apt-get", "indextargets", "--format", "deb $(SITE)/ $(RELEASE) $(COMPONENT)", "Created-By: Packages",
+         "Origin: Debian"], check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
+    with open("/etc/os-release", encoding="utf-8") as file:
+        release = dict(line.rstrip().split("=", 1) for line in file)["VERSION_CODENAME"]
+    with tempfile.TemporaryDirectory() as folder:
+        made, listed = os.path.join(folder, "root.tar"), os.path.join(folder, "sources.list")
+        with open(listed, "w", encoding="utf-8") as file:
+            file.write("\n".join(sorted(set(sources))) + "\n")
+        done = subprocess.run(
+            ["mmdebstrap", "--mode=root", "--variant=apt", "--skip=cleanup/apt/lists",
+             "--include=curl,openssl,nginx-core,libnginx-mod-http-auth-pam", release, made, listed], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=False)
+        if done.returncode != 0:
+            return None
+        shutil.move(made, archive)
+    return archive, cache
+
+
+class Root:
+    """`make` is shell that makes the folder "$1/root". What runs in it ends with it."""
+
+    def __init__(self, make, *arguments):
+        self._folder = tempfile.TemporaryDirectory(prefix="velt-root-", ignore_cleanup_errors=True)
+        self._notices = None
+        script = make + """
+        mount --rbind /dev "$1/root/dev"
+        mount -t proc proc "$1/root/proc"
+        for folder in run tmp; do mount -t tmpfs -o mode=1777 none "$1/root/$folder"; done
+        chmod 755 "$1/root/run"
+        mkdir "$1/root/run/lock"
+        cp -L /etc/resolv.conf "$1/resolv.conf"
+        [ ! -e "$1/root/etc/resolv.conf" ] || mount --bind "$1/resolv.conf" "$1/root/etc/resolv.conf"
+        printf '#!/bin/sh\\nexit 101\\n' >"$1/root/usr/sbin/policy-rc.d"
+        chmod 755 "$1/root/usr/sbin/policy-rc.d"
+        ip link set lo up
+        echo ready
+        exec sleep infinity
+        """
+        self._holder = subprocess.Popen(
+            ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "sh", "-ec", script, "sh",
+             self._folder.name, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        if self._holder.stdout.readline() != "ready\n":
+            self.close()
+            raise RuntimeError("no root could be made")
+        with open(f"/proc/{self._holder.pid}/task/{self._holder.pid}/children", encoding="ascii") as file:
+            self._inside = file.read().split()[0]
+
+    def close(self):
+        if self._notices:
+            self._notices.close()
+        self._holder.kill()
+        self._holder.wait()
+        self._holder.stdout.close()
+        self._folder.cleanup()
+
+    def path(self, path):
+        """Where the tests find a file of the root."""
+        return f"/proc/{self._inside}/root{self._folder.name}/root{path}"
+
+    def enter(self, *command, network=False):
+        """The command that runs another in it. `network`: with the machine's."""
+        own = [] if network else ["--net"]
+        return ["nsenter", "--target", self._inside, "--mount", "--pid", *own, "chroot", self._folder.name + "/root",
+                "env", "-i", "PATH=" + PATH, "DEBIAN_FRONTEND=noninteractive", "LC_ALL=C.UTF-8", *command]
+
+    def run(self, *command, network=False, check=True):
+        """Runs a program in it and returns what it printed."""
+        done = subprocess.run(self.enter(*command, network=network), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, check=False, timeout=600)
+        text = done.stdout.decode(errors="replace")
+        assert not check or done.returncode == 0, f"{command} gave {done.returncode}:\n{text}"
+        return text
+
+    def shell(self, script, **options):
+        return self.run("sh", "-ec", script, **options)
+
+    def write(self, path, text):
+        with open(self.path(path), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def take(self, file):
+        """Copies a file into its /tmp and returns its path there."""
+        shutil.copy(file, self.path("/tmp"))
+        return "/tmp/" + os.path.basename(file)
+
+    def start_service(self):
+        """Starts the service as its unit says, with the rights that it gives, and waits until it is ready."""
+        unit = configparser.ConfigParser(strict=False, interpolation=None)
+        unit.optionxform = str
+        unit.read(self.path("/lib/systemd/system/velt-webapid.service"))
+        service = unit["Service"]
+        assert service["NoNewPrivileges"] == "yes" and service["Type"] == "notify"
+        rights = [name.removeprefix("CAP_").lower() for name in service["CapabilityBoundingSet"].split()]
+        if self._notices is None:
+            self._notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+            self._notices.settimeout(PATIENCE)
+            # Bound from inside the folder, for the whole path is too long.
+            before = os.open(".", os.O_PATH)
+            os.chdir(self.path("/run"))
+            self._notices.bind("notify")
+            os.fchdir(before)
+            os.close(before)
+        self.shell(f"""
+            mkdir -p /run/{service["RuntimeDirectory"]}
+            umask {service["UMask"]}
+            NOTIFY_SOCKET=/run/notify setsid setpriv --no-new-privs --inh-caps=-all \
+              --bounding-set=-all,{",".join("+" + name for name in rights)} {service["ExecStart"]} --log-stderr \
+              </dev/null >>/var/log/webapid.log 2>&1 &
+            echo $! >/run/webapid.pid""")
+        self.await_notice("READY=1")
+
+    def await_notice(self, text):
+        while not (notice := self._notices.recv(4096).decode()).startswith(text):
+            assert "STOPPING" not in notice, self.shell("cat /var/log/webapid.log")
+
+    def signal_service(self, name):
+        self.shell(f"kill -{name} $(cat /run/webapid.pid)")
+
+    def stop_service(self):
+        self.signal_service("TERM")
+        self.await_notice("STOPPING=1")
+        # Nobody here buries the dead, which have no program any more.
+        self.shell("timeout 30 sh -c 'while [ -e /proc/$(cat /run/webapid.pid)/exe ]; do sleep 0.1; done'")
+
+    def lay_out(self):
+        """Makes the owner, with something to share, and a certificate."""
+        self.shell(f"""
+            useradd -m {OWNER}
+            echo '{OWNER}:{PASSWORD}' | chpasswd
+            printf '{OWNER}:%s\\n' "$(openssl passwd -6 '{PASSWORD}')" >/etc/velt-sharing/owners
+            mkdir /etc/velt-sharing/tls
+            openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -out \
+              /etc/velt-sharing/tls/fullchain.pem -keyout /etc/velt-sharing/tls/privkey.pem 2>/dev/null
+            install -d -m 2750 -o {OWNER} -g www-data /srv/velt /srv/velt/{OWNER} /srv/velt/{OWNER}/inbox
+            chmod 755 /srv/velt
+            seq 100000 >/srv/velt/{OWNER}/numbers.txt
+            chown {OWNER}:www-data /srv/velt/{OWNER}/numbers.txt
+            chmod 640 /srv/velt/{OWNER}/numbers.txt""")
+        self.write("/etc/velt-sharing/files.json", json.dumps(
+            {"roots": [{"name": "home", "title": "My files", "path": "/srv/velt/{user}"}],
+             "spool": "/var/lib/velt-sharing/files"}))
+
+
+class Answer:
+    def __init__(self, head, body):
+        lines = head.decode().split("\r\n")
+        self.protocol, self.status = lines[0].split()[0], int(lines[0].split()[1])
+        self.headers = {name.lower(): value for name, _, value in (line.partition(": ") for line in lines[1:])}
+        self.body = body
+
+    @property
+    def json(self):
+        return json.loads(self.body)
+
+    @property
+    def code(self):
+        return 0 if self.json["success"] else self.json["error"]["code"]
+
+
+class Client:
+    """A browser in the root: curl, which takes the certificate as it is and speaks HTTP/2 where the server does."""
+
+    def __init__(self, root):
+        self.root = root
+
+    def get(self, path, *options, login=None, data=None, headers=()):
+        url = path if "://" in path else "https://localhost" + path
+        # In the clear, an upgrade to HTTP/2 would be an answer of its own.
+        version = "--http2" if url.startswith("https:") else "--http1.1"
+        command = ["curl", "-ski", version, "--max-time", str(PATIENCE), *options, url]
+        for header in headers:
+            command += ["-H", header]
+        if login:
+            command += ["-u", ":".join(login)]
+        if data is not None:
+            command += ["--data-binary", "@-", "-H", "Expect:"]
+        # As bytes: what is downloaded need not be text.
+        done = subprocess.run(self.root.enter(*command), input=data, stdout=subprocess.PIPE, check=False)
+        assert done.returncode == 0, f"{path}: curl gave {done.returncode}"
+        head, _, body = done.stdout.partition(b"\r\n\r\n")
+        return Answer(head, body)
+
+    def call(self, path, api, method, *options, login=None, **parameters):
+        body = json.dumps({"api": api, "version": 1, "method": method, **parameters}).encode()
+        return self.get(path, *options, login=login, data=body, headers=["Content-Type: application/json"])
+
+    def own(self, method, login=(OWNER, PASSWORD), **parameters):
+        return self.call("/webapi/entry.cgi", "VELT.Core.Sharing", method, login=login, **parameters)
+
+    def create(self, **fields):
+        answer = self.own("set", **{"project_name": "demo", **fields})
+        assert answer.code == 0, answer.body
+        return answer.json["data"]["sharing_id"]

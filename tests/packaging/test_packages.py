@@ -1,0 +1,66 @@
+"""What the packages hold, and that it fits a Debian."""
+
+import contextlib
+import glob
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+from roots import COPY, SOURCE, Root, packages
+
+UNITS = sorted(glob.glob(f"{SOURCE}/packaging/systemd/*.service"))
+BUILD_A_PLUGIN = """
+mkdir /tmp/plugin
+cat >/tmp/plugin/CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.22)
+project(greeting CXX)
+find_package(VeltSharing 1.0 REQUIRED)
+add_library(greeting MODULE Greeting.cpp)
+target_link_libraries(greeting PRIVATE VeltSharing::plugin)
+END
+cp /tmp/Greeting.cpp /tmp/plugin
+cmake -S /tmp/plugin -B /tmp/plugin/build >/dev/null
+cmake --build /tmp/plugin/build >/dev/null
+g++ -std=c++20 -shared -fPIC $(pkg-config --cflags velt-sharing) /tmp/Greeting.cpp -o /tmp/greeting.so \
+  $(pkg-config --libs velt-sharing)
+for library in /tmp/greeting.so /tmp/plugin/build/libgreeting.so; do readelf -d $library | grep NEEDED; done
+"""
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(cls.folder.cleanup)
+        cls.packages = packages(cls.folder.name)
+
+    def test_lintian_finds_nothing(self):
+        done = subprocess.run(["lintian", "--pedantic", *self.packages], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, text=True, check=False)
+        self.assertEqual((done.stdout, done.returncode), ("", 0))
+
+    def test_units_are_hardened(self):
+        self.assertEqual(len(UNITS), 2)
+        for unit in UNITS:
+            with self.subTest(os.path.basename(unit)):
+                done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=30", unit],
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+                self.assertEqual(done.returncode, 0, done.stdout)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root")
+    def test_a_debian_takes_them(self):
+        with contextlib.closing(Root(COPY)) as root:
+            root.run("dpkg", "-i", *(root.take(package) for package in self.packages))
+            for unit in ("velt-webapid.service", "velt-sharing-check.service", "velt-sharing-check.timer"):
+                with self.subTest(unit):
+                    self.assertEqual(root.run("systemd-analyze", "verify", "--man=no", f"/lib/systemd/system/{unit}"), "")
+            self.assertNotIn("error", root.run("logrotate", "--debug", "/etc/logrotate.d/velt-sharing"))
+            with self.subTest("manual"):
+                options = set(re.findall(r"--[a-z-]+", root.run("velt-webapid", "--help")))
+                page = root.shell("zcat /usr/share/man/man8/velt-webapid.8.gz").replace("\\", "")
+                self.assertEqual([option for option in sorted(options) if option not in page], [])
+            with self.subTest("development"):
+                root.take(f"{SOURCE}/examples/greeting/Greeting.cpp")
+                self.assertEqual(root.shell(BUILD_A_PLUGIN).count("libveltsharing.so"), 2)
