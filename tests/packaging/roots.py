@@ -201,8 +201,9 @@ class Root:
             install -d -m 2750 -o {OWNER} -g www-data /srv/velt /srv/velt/{OWNER} /srv/velt/{OWNER}/inbox
             chmod 755 /srv/velt
             seq 100000 >/srv/velt/{OWNER}/numbers.txt
-            chown {OWNER}:www-data /srv/velt/{OWNER}/numbers.txt
-            chmod 640 /srv/velt/{OWNER}/numbers.txt""")
+            qrencode -o /srv/velt/{OWNER}/picture.png picture
+            chown {OWNER}:www-data /srv/velt/{OWNER}/*.*
+            chmod 640 /srv/velt/{OWNER}/*.*""")
         self.write("/etc/velt-sharing/files.json", json.dumps(
             {"roots": [{"name": "home", "title": "My files", "path": "/srv/velt/{user}"}],
              "spool": "/var/lib/velt-sharing/files"}))

@@ -96,8 +96,9 @@ class WebServers(unittest.TestCase):
             self.assertIn("application/json", answer.headers["content-type"])
 
     def check_files(self, client):
-        link = client.create(project_name="files", app={"root": "home", "items": ["numbers.txt"]})
+        link = client.create(project_name="files", app={"root": "home", "items": ["numbers.txt", "picture.png"]})
         query = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "get", "path": "0"})
+        self.login(client, link)
         whole = client.get(f"/sharing/{link}/webapi?{query}")
         with open(client.root.path(f"/srv/velt/{OWNER}/numbers.txt"), "rb") as file:
             self.assertEqual((whole.status, whole.body), (200, file.read()))
@@ -108,6 +109,9 @@ class WebServers(unittest.TestCase):
         self.assertEqual((part.status, part.body), (206, whole.body[2:4]))
         shown = client.get(f"/sharing/{link}/webapi?{query}&inline=true")
         self.assertIn("sandbox", shown.headers["content-security-policy"])
+        small = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "thumbnail", "path": "1"})
+        picture = client.get(f"/sharing/{link}/webapi?{small}", "-b", "/tmp/jar")
+        self.assertEqual((picture.status, picture.headers["content-type"]), (200, "image/jpeg"))
         # Nobody reaches the spool past a worker.
         self.assertEqual(client.get("/velt-spool/").status, 404)
 
@@ -115,7 +119,7 @@ class WebServers(unittest.TestCase):
                               app={"root": "home", "items": ["inbox"], "upload": {"max_size": 1 << 30}})
         at = f"/sharing/{inbox}/webapi"
         piece = os.urandom(4 << 20)
-        client.call(at, "VELT.Core.Sharing.Login", "login", "-c", "/tmp/jar", sharing_id=inbox)
+        self.login(client, inbox)
         begun = client.call(at, LINK, "upload_begin", "-b", "/tmp/jar", name="left.bin", size=len(piece))
         self.assertEqual(begun.code, 0, begun.body)
         query = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "upload_piece", "offset": 0,
@@ -125,6 +129,11 @@ class WebServers(unittest.TestCase):
         self.assertEqual(done.json["data"]["name"], "left.bin")
         self.assertEqual(client.root.shell(f"stat -c %U:%G:%a /srv/velt/{OWNER}/inbox/left.bin"),
                          f"{OWNER}:www-data:640\n")
+
+    def login(self, client, link):
+        answer = client.call(f"/sharing/{link}/webapi", "VELT.Core.Sharing.Login", "login", "-c", "/tmp/jar",
+                             sharing_id=link)
+        self.assertEqual(answer.code, 0)
 
     def check_guesses(self, client):
         for _ in range(10):
