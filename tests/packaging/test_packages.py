@@ -11,21 +11,16 @@ import unittest
 from roots import COPY, SOURCE, Root, packages
 
 UNITS = sorted(glob.glob(f"{SOURCE}/packaging/systemd/*.service"))
+# Both ways, with nothing but what is installed.
 BUILD_A_PLUGIN = """
-mkdir /tmp/plugin
-cat >/tmp/plugin/CMakeLists.txt <<'END'
-cmake_minimum_required(VERSION 3.22)
-project(greeting CXX)
-find_package(VeltSharing 1.0 REQUIRED)
-add_library(greeting MODULE Greeting.cpp)
-target_link_libraries(greeting PRIVATE VeltSharing::plugin)
-END
-cp /tmp/Greeting.cpp /tmp/plugin
-cmake -S /tmp/plugin -B /tmp/plugin/build >/dev/null
-cmake --build /tmp/plugin/build >/dev/null
-g++ -std=c++20 -shared -fPIC $(pkg-config --cflags velt-sharing) /tmp/Greeting.cpp -o /tmp/greeting.so \
+cp -r /usr/share/velt-sharing-dev/plugin-template /tmp/plugin
+cd /tmp/plugin
+cmake -S . -B build >/dev/null
+cmake --build build >/dev/null
+ctest --test-dir build >/dev/null
+g++ -std=c++20 -shared -fPIC -DPLUGIN_NAME='"greeting"' $(pkg-config --cflags velt-sharing) Plugin.cpp -o plugin.so \
   $(pkg-config --libs velt-sharing)
-for library in /tmp/greeting.so /tmp/plugin/build/libgreeting.so; do readelf -d $library | grep NEEDED; done
+for library in plugin.so build/greeting.so; do readelf -d $library | grep NEEDED; done
 """
 
 
@@ -62,5 +57,4 @@ class Packages(unittest.TestCase):
                 page = root.shell("zcat /usr/share/man/man8/velt-webapid.8.gz").replace("\\", "")
                 self.assertEqual([option for option in sorted(options) if option not in page], [])
             with self.subTest("development"):
-                root.take(f"{SOURCE}/examples/greeting/Greeting.cpp")
                 self.assertEqual(root.shell(BUILD_A_PLUGIN).count("libveltsharing.so"), 2)
