@@ -36,7 +36,7 @@ bool HasOneIdOnly() {
 
 std::vector<gid_t> PresentGroups() {
   std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, getgroups(0, nullptr))));
-  getgroups(static_cast<int>(groups.size()), groups.data());
+  if (getgroups(static_cast<int>(groups.size()), groups.data()) < 0) groups.clear();
   return groups;
 }
 

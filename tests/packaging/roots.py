@@ -76,7 +76,8 @@ def clean_root():
             file.write("\n".join(sorted(set(sources))) + "\n")
         done = subprocess.run(
             ["mmdebstrap", "--mode=root", "--variant=apt", "--skip=cleanup/apt/lists",
-             "--include=curl,openssl,nginx-core,libnginx-mod-http-auth-pam", release, made, listed], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=False)
+             "--include=curl,openssl,nginx,libnginx-mod-http-auth-pam", release, made, listed],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=False)
         if done.returncode != 0:
             return None
         shutil.move(made, archive)

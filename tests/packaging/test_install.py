@@ -38,7 +38,8 @@ class Install(unittest.TestCase):
         return self.root.run("dpkg-query", "-W", "-f", "${db:Status-Abbrev}${Version}", "velt-sharing", check=False)
 
     def login(self, link, **fields):
-        return self.client.call(f"/sharing/{link}/webapi", "VELT.Core.Sharing.Login", "login", sharing_id=link, **fields)
+        return self.client.call(f"/sharing/{link}/webapi", "VELT.Core.Sharing.Login", "login", sharing_id=link,
+                                **fields)
 
     def test_from_install_to_purge(self):
         root, client = self.root, self.client
@@ -73,7 +74,8 @@ class Install(unittest.TestCase):
         root.stop_service()
         root.run("apt-get", "-qq", "-y", "remove", "velt-sharing", "velt-sharing-dev")
         self.assertEqual(self.version(), "rc 1.0.0-1")
-        self.assertEqual(root.shell("ls -d /usr/velt /usr/include/velt* /lib/systemd/system/velt* 2>/dev/null || true"), "")
+        gone = "/usr/velt /usr/include/velt* /lib/systemd/system/velt*"
+        self.assertEqual(root.shell(f"ls -d {gone} 2>/dev/null || true"), "")
         root.shell(f"test -s /var/lib/velt-sharing/db/sharing.db && grep -q nas.example.com {CONFIG}")
         root.run("rm", "-r", "/etc/velt-sharing/tls", "/srv/velt")
         root.run("apt-get", "-qq", "-y", "purge", "velt-sharing")

@@ -50,7 +50,8 @@ class Packages(unittest.TestCase):
             root.run("dpkg", "-i", *(root.take(package) for package in self.packages))
             for unit in ("velt-webapid.service", "velt-sharing-check.service", "velt-sharing-check.timer"):
                 with self.subTest(unit):
-                    self.assertEqual(root.run("systemd-analyze", "verify", "--man=no", f"/lib/systemd/system/{unit}"), "")
+                    told = root.run("systemd-analyze", "verify", "--man=no", f"/lib/systemd/system/{unit}")
+                    self.assertEqual(told, "")
             self.assertNotIn("error", root.run("logrotate", "--debug", "/etc/logrotate.d/velt-sharing"))
             with self.subTest("manual"):
                 options = set(re.findall(r"--[a-z-]+", root.run("velt-webapid", "--help")))
