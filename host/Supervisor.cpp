@@ -293,6 +293,7 @@ void Supervisor::StartCompanion() {
   const pid_t supervisor = getpid();
   companion_pid_ = fork();
   if (companion_pid_ != 0) return;
+  std::signal(SIGHUP, SIG_IGN);  // for the supervisor only
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -301,7 +302,7 @@ void Supervisor::StartCompanion() {
 
 void Supervisor::OnCompanionEnded() {
   companion_pid_ = -1;
-  if (!stopping_) syslog(LOG_ERR, "the process beside the workers ended and is started again");
+  if (!stopping_) syslog(LOG_ERR, "the metrics server ended and is started again");
 }
 
 bool Supervisor::Start(WorkerPool& pool) {
