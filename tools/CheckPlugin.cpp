@@ -111,12 +111,12 @@ void CheckRights(const std::string& path, Json::Value& checks) {
 
 // --- Loading ---
 
-// The part of `text` behind `before`, to the next blank or the end; empty without `before`.
+// The word of `text` that follows `before`; empty without `before`.
 std::string WordAfter(const std::string& text, std::string_view before) {
   const std::size_t at = text.find(before);
   if (at == std::string::npos) return "";
   const std::size_t begin = at + before.size();
-  return text.substr(begin, text.find_first_of(" )\n", begin) - begin);
+  return text.substr(begin, text.find_first_of(" )'\n", begin) - begin);
 }
 
 std::string FaultOfLoading(const std::string& error) {
@@ -126,7 +126,7 @@ std::string FaultOfLoading(const std::string& error) {
   }
   if (const std::string version = WordAfter(error, "version `"); !version.empty()) {
     return "was built for newer libraries than are here (" + version +
-           ": build it on the release that it is for";
+           "): build it on the release that it is for";
   }
   const std::size_t missing = error.find(": cannot open shared object file");
   if (missing != std::string::npos) {
