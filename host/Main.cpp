@@ -91,6 +91,8 @@ void PrepareStore(const Options& options) {
   }
 }
 
+constexpr unsigned int kLogPatience = 10;  // seconds
+
 // In a process of its own, with the ids of those that write the log otherwise: nothing that a log
 // may do holds the supervisor up.
 void LogLostRequest(const Options& options, const RequestNote& request, const MethodCounts& method,
@@ -100,6 +102,7 @@ void LogLostRequest(const Options& options, const RequestNote& request, const Me
   if (pid > 0) return;
   bool written = false;
   if (pid == 0) {
+    alarm(kLogPatience);  // ends a process that hangs, which nobody else would
     try {
       LowerTo(options.ids);
       written = RequestLog(options.request_log).Write(request, method, end);
