@@ -126,6 +126,17 @@ void BecomeBusy(const WorkerPlace& place) {
   if (idle < place.limits.spare && taken < place.limits.max) kill(place.supervisor, SIGUSR1);
 }
 
+// While it exists, programs belong to the request and are started only as long as its client waits.
+class ProgramsOfRequest {
+ public:
+  explicit ProgramsOfRequest(const ReplyChannel& reply) {
+    BeginProgramsOfRequest([&reply] { return !reply.ClientHasLeft(); });
+  }
+  ~ProgramsOfRequest() { BeginProgramsOfRequest({}); }
+  ProgramsOfRequest(const ProgramsOfRequest&) = delete;
+  ProgramsOfRequest& operator=(const ProgramsOfRequest&) = delete;
+};
+
 class Worker {
  public:
   Worker(const Options& options, const std::array<Handover, kPoolCount>& queues,
@@ -179,7 +190,7 @@ class Worker {
     note = {incoming.id, incoming.taken};
     if (incoming.reply.ClientHasLeft()) return Finish(kClientLeft, 0);
     deadline_.SetClient(&incoming);
-    BeginProgramsOfRequest([&incoming] { return !incoming.reply.ClientHasLeft(); });
+    const ProgramsOfRequest programs(incoming.reply);
     Stream stream{incoming};
     Dispatcher::Outcome outcome = dispatcher_.Answer(
         incoming.request, [&](std::string_view piece) { return Send(stream, piece); }, note);
