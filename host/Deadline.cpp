@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -95,6 +96,8 @@ void Deadline::SetClient(const Incoming* client) {
   Current& current = TheCurrent();
   current.connection = -1;
   if (client == nullptr) return;
+  // The signal handler must never see a connection with an answer that is half written.
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   const std::string_view id = TextOf(client->id);
   if (current.answer.empty() || current.request_id != client->reply.request_id()) {
     current.request_id = client->reply.request_id();
@@ -105,6 +108,7 @@ void Deadline::SetClient(const Incoming* client) {
     current.id_at = current.answer.find(id);
   }
   current.answer.replace(current.id_at, id.size(), id);
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   current.connection = client->reply.connection();
 }
 
