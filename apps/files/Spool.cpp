@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -58,10 +59,11 @@ std::string TimedName() {
 
 // Removes what dead workers have left behind. Needs root's ids.
 void Sweep(int spool) {
-  static std::time_t next = 0;
+  using Clock = std::chrono::steady_clock;
+  static Clock::time_point next;
+  if (Clock::now() < next) return;
+  next = Clock::now() + std::chrono::seconds(kLongestHandOver);
   const std::time_t now = std::time(nullptr);
-  if (now < next) return;
-  next = now + kLongestHandOver;
   const int folder = openat(spool, kOut, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(folder < 0 ? nullptr : fdopendir(folder),
                                                    closedir);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <ctime>
@@ -33,7 +34,7 @@ constexpr const char* kDone = "/done";  // its size counts complete files; locke
 constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause =
     std::time_t{24} * 60 * 60;  // seconds until an upload is given up
-constexpr std::time_t kSweepEvery = std::time_t{60} * 60;
+constexpr std::chrono::hours kSweepEvery{1};
 constexpr int kMostNames = 1000;
 constexpr std::uint64_t kMostOpen = 1000;  // unfinished uploads of one link
 
@@ -107,10 +108,10 @@ void WriteAbout(int spool, const std::string& path, const std::string& name, std
 
 // Removes the uploads that were given up, of all links and of deleted ones. Needs root's ids.
 void SweepAll(int spool) {
-  static std::time_t next = 0;
-  const std::time_t now = std::time(nullptr);
-  if (now < next) return;
-  next = now + kSweepEvery;
+  using Clock = std::chrono::steady_clock;
+  static Clock::time_point next;
+  if (Clock::now() < next) return;
+  next = Clock::now() + kSweepEvery;
   const int all = openat(spool, kIn, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(all < 0 ? nullptr : fdopendir(all), closedir);
   while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
