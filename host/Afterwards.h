@@ -1,4 +1,4 @@
-// What is done some time after an answer was sent.
+// Runs clean-up actions some time after an answer was sent.
 #pragma once
 
 #include <chrono>
@@ -7,20 +7,22 @@
 
 namespace VELT::host {
 
-// A web server opens what an answer's header names when it has read the answer, and tells nobody:
-// nginx closes the worker's connection first. So clean-up waits for as long as that may take.
+// The web server opens the file that an answer's header names some time after it has read the answer,
+// and does not report it: nginx closes the worker's connection before. So the file must be kept for
+// some seconds.
 class Afterwards {
  public:
   Afterwards() = default;
-  // Does what is left a second after the last answer at the latest, since the process is to end.
+  // Waits until one second after the last answer and runs all actions that are left, since the
+  // process is to end.
   ~Afterwards();
   Afterwards(const Afterwards&) = delete;
   Afterwards& operator=(const Afterwards&) = delete;
 
-  // Does the action, which must not throw, some seconds from now, if DoDue is called then.
+  // The first call of DoDue that is five seconds or more from now runs `action`, which must not throw.
   void Add(std::function<void()> action);
   void DoDue();
-  // Until the next is due, as epoll_wait(2) has it: -1 when there is none.
+  // The time until the next action is due, as a timeout of epoll_wait(2): -1 when there is none.
   int Milliseconds() const;
 
  private:
@@ -29,7 +31,7 @@ class Afterwards {
     Clock::time_point due;
     std::function<void()> action;
   };
-  std::deque<Waiting> waiting_;  // the next first
+  std::deque<Waiting> waiting_;  // in the order in which they are due
 };
 
 }  // namespace VELT::host

@@ -43,8 +43,8 @@ class Dispatcher {
   Dispatcher(const Options& options, const Registry& registry, OutputCapture& output, Pool pool);
 
   // Exceptions of handlers become answers; throws nothing but std::bad_alloc. `sink` is used only
-  // in the pool "stream". `note` is told as early as possible which method and link the request is
-  // for and, before the first piece of an answer, its status.
+  // in the pool "stream". The method and link of `note` are set as early as possible, and its
+  // status before the first piece of an answer is sent.
   Outcome Answer(const WebRequest& request, const Sink& sink, RequestNote& note);
 
  private:

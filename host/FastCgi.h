@@ -41,7 +41,7 @@ struct Incoming {
   WebRequest request;
   ReplyChannel reply;
   RequestId id;
-  std::chrono::steady_clock::time_point taken;  // by the front
+  std::chrono::steady_clock::time_point taken;  // when the front accepted it
 };
 
 // The bytes that ReplyChannel::Send sends.

@@ -54,10 +54,10 @@ std::string_view TakeText(std::string_view& packed) {
   return text;
 }
 
-// What of a request is no text.
+// The parts of a request that are not texts.
 struct Numbers {
   RequestId id;
-  std::chrono::steady_clock::time_point taken;  // every process has the same clock
+  std::chrono::steady_clock::time_point taken;  // CLOCK_MONOTONIC is the same in all processes
   bool body_complete;
 };
 

@@ -93,8 +93,7 @@ void PrepareStore(const Options& options) {
 
 constexpr unsigned int kLogPatience = 10;  // seconds
 
-// In a process of its own, with the ids of those that write the log otherwise: nothing that a log
-// may do holds the supervisor up.
+// Runs in a child process, with the workers' ids, so that a slow log can't make the supervisor wait.
 void LogLostRequest(const Options& options, const RequestNote& request, const MethodCounts& method,
                     const RequestEnd& end, Statistics& statistics) {
   if (options.request_log.empty()) return;
@@ -102,7 +101,7 @@ void LogLostRequest(const Options& options, const RequestNote& request, const Me
   if (pid > 0) return;
   bool written = false;
   if (pid == 0) {
-    alarm(kLogPatience);  // ends a process that hangs, which nobody else would
+    alarm(kLogPatience);  // ends the child if it hangs
     try {
       LowerTo(options.ids);
       written = RequestLog(options.request_log).Write(request, method, end);
@@ -114,12 +113,12 @@ void LogLostRequest(const Options& options, const RequestNote& request, const Me
   if (pid == 0) _exit(0);
 }
 
-// Returns when it can't serve the metrics.
+// Returns an exit status, only when it can't serve the metrics.
 int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const Ids& ids,
                  pid_t supervisor) {
   try {
     LowerForGood(ids);
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a change of ids would take it back
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // after the change of ids, which would clear it
     if (getppid() != supervisor) return 1;
     return server.Run([&source] { return MetricsText(source); });
   } catch (const std::exception& error) {

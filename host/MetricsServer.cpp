@@ -43,7 +43,7 @@ bool IsLoopback(const sockaddr* address) {
          IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
 }
 
-// Null for what is no loopback address with a port.
+// Null when `text` is not a loopback address with a port.
 Address Parse(const std::string& text) {
   const std::size_t colon = text.rfind(':');
   if (colon == std::string::npos || colon + 1 == text.size()) return nullptr;
@@ -163,7 +163,7 @@ int MetricsServer::Run(const std::function<std::string()>& text) const {
   for (;;) {
     std::vector<pollfd> watched{{clients.size() < kMostClients ? listener : -1, POLLIN, 0}};
     for (const Client& client : clients) watched.push_back(client.Watched());
-    // Once a second is enough to find those whose time is over.
+    // Wakes once a second to remove the clients whose time is over.
     if (poll(watched.data(), watched.size(), clients.empty() ? -1 : 1000) < 0 && errno != EINTR) {
       syslog(LOG_ERR, "cannot serve metrics: %s", strerror(errno));
       return 1;
@@ -174,7 +174,7 @@ int MetricsServer::Run(const std::function<std::string()>& text) const {
     if (const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); connection >= 0) {
       clients.emplace_back(connection);
     } else if (errno != EAGAIN) {
-      poll(nullptr, 0, 100);  // the system lacks something, and may for a while
+      poll(nullptr, 0, 100);  // no descriptors are left, for instance: try again later
     }
   }
 }

@@ -1,4 +1,4 @@
-// Where the metrics are read: HTTP, for one page, from this machine only.
+// The HTTP server of the metrics, on a loopback address or a Unix socket.
 #pragma once
 
 #include <functional>
@@ -21,8 +21,9 @@ class MetricsServer {
   // A Unix socket is for the user and group of `ids`. Throws std::system_error.
   MetricsServer(const std::string& address, const Ids& ids);
 
-  // Answers GET /metrics with what `text` returns, until a signal ends the process; returns an exit
-  // status when the socket is of no use. A reader that stands still keeps nobody waiting for long.
+  // Answers GET /metrics with what `text` returns, until a signal ends the process. Returns an exit
+  // status only when the socket fails. A client gets two seconds, so that a slow one can't make
+  // others wait for long. Throws what `text` throws.
   int Run(const std::function<std::string()>& text) const;
 
  private:

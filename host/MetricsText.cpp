@@ -14,7 +14,8 @@ namespace {
 using Label = std::pair<std::string_view, std::string>;
 using Labels = std::vector<Label>;
 
-// No value needs escaping: names are plain (Statistics::RowOf), the rest is ours.
+// No value needs escaping: Statistics::RowOf replaces special characters in names, and the others
+// are constants and numbers.
 std::string Text(const Labels& labels) {
   std::string text;
   for (const auto& [name, value] : labels) {
@@ -24,7 +25,7 @@ std::string Text(const Labels& labels) {
   return text.empty() ? text : text + '}';
 }
 
-// A number of microseconds as seconds, without the zeros at its end.
+// Microseconds as a decimal number of seconds, without zeros at its end.
 std::string Seconds(std::uint64_t microseconds) {
   std::string text = std::to_string(microseconds);
   if (text.size() < 7) text.insert(0, 7 - text.size(), '0');
@@ -36,7 +37,7 @@ std::string Seconds(std::uint64_t microseconds) {
 
 class Writer {
  public:
-  // What the samples that follow are.
+  // Begins the metric of the samples that are added next.
   void Begin(std::string_view name, std::string_view type, std::string_view help) {
     name_ = name;
     text_.append("# HELP ").append(name).append(" ").append(help).append("\n");
@@ -83,9 +84,8 @@ void AddRequests(Writer& writer, const Statistics& statistics) {
 }
 
 void AddDurations(Writer& writer, const Statistics& statistics) {
-  writer.Begin(
-      "velt_request_duration_seconds", "histogram",
-      "From taking a request off the web server to the end of its answer, queues included.");
+  writer.Begin("velt_request_duration_seconds", "histogram",
+               "Time from accepting a request to the end of its answer, queues included.");
   for (const MethodCounts& row : statistics.methods()) {
     if (!row.named) continue;
     const Labels labels = LabelsOf(row);
@@ -103,7 +103,7 @@ void AddDurations(Writer& writer, const Statistics& statistics) {
 }
 
 void AddWorkers(Writer& writer, const Scoreboard& scoreboard) {
-  writer.Begin("velt_workers", "gauge", "Worker processes by what they do.");
+  writer.Begin("velt_workers", "gauge", "Worker processes by state.");
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     const auto pool = static_cast<Pool>(index);
     for (const auto& [name, state] :
@@ -134,8 +134,8 @@ void AddPools(Writer& writer, const MetricsSource& source) {
   writer.Begin("velt_worker_starts_total", "counter", "Worker processes that were started.");
   AddPools(writer, [&](Pool pool) { return statistics.pool(pool).starts.load(); });
   writer.Begin("velt_worker_deaths_total", "counter",
-               "Worker processes that ended in disorder: over a request that took too long, by "
-               "another signal, with an exit status.");
+               "Worker processes that failed: a request took too long, another signal, an exit "
+               "status other than 0.");
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     const auto pool = static_cast<Pool>(index);
     const PoolCounts& counts = statistics.pool(pool);
@@ -159,16 +159,17 @@ void AddEvents(Writer& writer, const Statistics& statistics) {
                "Child processes that requests waited for: programs, and PAM for visitors' logins.");
   writer.Add({{"kind", "program"}}, count(Event::kProgramRun));
   writer.Add({{"kind", "pam"}}, count(Event::kPamRun));
-  writer.Begin("velt_child_timeouts_total", "counter", "Those that took too long and were ended.");
+  writer.Begin("velt_child_timeouts_total", "counter",
+               "Child processes that were ended because they took too long.");
   writer.Add({{"kind", "program"}}, count(Event::kProgramTimeout));
   writer.Add({{"kind", "pam"}}, count(Event::kPamTimeout));
   writer.Begin("velt_guesses_braked_total", "counter",
                "Visitors' logins that were refused because too many had failed.");
   writer.Add({}, count(Event::kGuessBraked));
-  writer.Begin("velt_store_failures_total", "counter", "Operations that the database failed.");
+  writer.Begin("velt_store_failures_total", "counter", "Database operations that failed.");
   writer.Add({}, count(Event::kStoreFailure));
   writer.Begin("velt_request_lines_lost_total", "counter",
-               "Lines that the request log could not take.");
+               "Lines that could not be written to the request log.");
   writer.Add({}, statistics.lost_lines());
 }
 

@@ -11,7 +11,7 @@
 
 namespace VELT::host {
 
-// Where the numbers are; what they refer to must outlive the object.
+// The sources of the values, all of which must outlive the object.
 struct MetricsSource {
   const std::array<PoolLimits, kPoolCount>& limits;
   const std::array<Handover, kPoolCount>& queues;

@@ -10,7 +10,8 @@ namespace VELT::host {
 // process has the effective ids already. Throws std::system_error.
 void LowerTo(const Ids& ids);
 
-// Makes `ids` the real and saved ids as well, so that no way leads back. Throws std::system_error.
+// Makes `ids` the real and saved ids as well, so that the process can't get the old ones back. Throws
+// std::system_error.
 void LowerForGood(const Ids& ids);
 
 // Whether `ids` are the effective ids of the process.

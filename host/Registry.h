@@ -48,7 +48,7 @@ class Registry {
   // its file does not list can't be called.
   static Registry Load(const std::string& folder);
 
-  // Gives each method the row that `row_of` returns for it.
+  // Sets the row of each method to what `row_of` returns for it.
   using RowOf =
       std::function<std::size_t(const std::string& api, int version, const std::string& method)>;
   void Number(const RowOf& row_of);

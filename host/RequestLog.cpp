@@ -33,7 +33,7 @@ std::string Milliseconds(std::chrono::microseconds took) {
   return text.data();
 }
 
-// Of each value only what can't end a field: names are the registry's, made plain.
+// No value contains a space or a line break: Statistics::RowOf and SetLink replace these.
 Fields FieldsOf(const RequestNote& request, const MethodCounts& method, const RequestEnd& end) {
   return {{{"request", std::string(TextOf(request.id))},
            {"api", method.api.data()},
@@ -71,7 +71,7 @@ std::string JournalEntry(const Fields& fields) {
   return entry;
 }
 
-// As syslog's RFC 5424 has it.
+// The current time in the format of RFC 5424.
 std::string TimeStamp() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -134,7 +134,7 @@ bool RequestLog::Write(const RequestNote& request, const MethodCounts& method,
       text = JournalEntry(fields);
       return send(output_.get(), text.data(), text.size(), MSG_NOSIGNAL) >= 0;
     case Kind::kFile:
-      // In one piece, so that lines of several workers don't mix.
+      // In one write(2), so that lines of several workers don't mix.
       text = "time=" + TimeStamp() + " " + Line(fields) + "\n";
       return write(output_.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
   }

@@ -1,5 +1,5 @@
-// One line for each request: which method, how it ended, how long it took, and the id that its
-// answer carries. No parameter, address, account or whole link id is in it.
+// The request log: a line for each request, with its method, result, duration and id. Lines contain
+// no parameters, addresses, accounts or whole link ids.
 #pragma once
 
 #include <sys/types.h>
@@ -14,20 +14,20 @@
 
 namespace VELT::host {
 
-// What the line tells beyond the request itself.
+// What a line has besides the request's note.
 struct RequestEnd {
   std::chrono::microseconds took;
-  Pool pool;  // where it ended
+  Pool pool;  // of the worker that ended it
   pid_t worker;
 };
 
-// For one thread of a process. A journal or file that is slow, full or gone never holds a request
-// up: the line is lost then.
+// Not thread-safe. Writing to the journal or a file never waits: if it is slow, full or gone, the line
+// is lost. Syslog and standard error may make the caller wait.
 class RequestLog {
  public:
   // `where`: "journal", "syslog", "stderr", the path of a file, or empty for no log. A file is opened
-  // with the effective ids of the moment, and made if need be. What can't be opened loses every line,
-  // and syslog tells why.
+  // with the current effective ids, and created if missing. If the log can't be opened, the reason
+  // is written to syslog, and every line is lost.
   explicit RequestLog(const std::string& where);
 
   // False when the line was lost.

@@ -11,7 +11,7 @@
 namespace VELT::host {
 namespace {
 
-// Random numbers, fetched many at a time: a system call for each would cost more than all the rest.
+// Random numbers from the kernel, fetched 32 at a time: a system call for each request would be slow.
 class RandomNumbers {
  public:
   std::uint64_t Next() {
@@ -21,7 +21,7 @@ class RandomNumbers {
 
  private:
   void Fetch() {
-    // Up to 256 bytes come at once and whole (getrandom(2)).
+    // A call for up to 256 bytes returns all of them (getrandom(2)).
     if (getrandom(numbers_.data(), sizeof numbers_, 0) != sizeof numbers_) {
       throw std::system_error(errno, std::generic_category(), "getrandom");
     }

@@ -1,4 +1,4 @@
-// What becomes of a request, as the log and the metrics tell it.
+// What the request log and the metrics record about a request.
 #pragma once
 
 #include <array>
@@ -9,34 +9,34 @@
 
 namespace VELT::host {
 
-// Sixteen hexadecimal digits: enough never to meet again, and no secret. What a client sends as its
-// own is not used.
+// Sixteen random hexadecimal digits, so practically unique. It is not a secret. Ids that clients send
+// are ignored.
 using RequestId = std::array<char, 16>;
 
-// For one thread of each worker; the supervisor makes none, so that its children share none.
+// Not thread-safe. The supervisor must not call it: its children would then make the same ids.
 RequestId NewRequestId();  // throws std::system_error
 
 inline std::string_view TextOf(const RequestId& id) { return {id.data(), id.size()}; }
 
-// The line of every answer's header that tells its id.
+// The header line of an answer that has its id.
 std::string IdLine(const RequestId& id);
 
-// Where a client has none of an answer, or not the whole: what its request counts as. The first is
-// what web servers log for it.
+// The HTTP status that is recorded for a request whose client did not get a whole answer. Web servers
+// log 499 too.
 enum NoAnswer { kClientLeft = 499, kWorkerFailed = 500, kTookTooLong = 504 };
 
-// Of the request that a worker has in hand. It stands in memory that the supervisor reads when the
-// worker has died, so it points nowhere.
+// The request that a worker is serving. It is in shared memory, where the supervisor reads it after
+// the worker has died, so it has no pointers.
 struct RequestNote {
-  bool IsInHand() const { return id.front() != '\0'; }
+  bool HasRequest() const { return id.front() != '\0'; }
   void SetLink(std::string_view link_id);
 
   RequestId id{};
-  std::chrono::steady_clock::time_point taken;  // by the front
+  std::chrono::steady_clock::time_point taken;  // when the front accepted it
   std::size_t method = 0;                       // its row in the Statistics
-  std::array<char, 7> link{};  // the beginning of its id, as logs have it; or empty
-  int status = 0;              // HTTP's
-  int code = 0;                // the API's error code, 0 for none
+  std::array<char, 7> link{};                   // the first characters of the link's id, or empty
+  int status = 0;                               // HTTP's
+  int code = 0;                                 // the API's error code, 0 for none
 };
 
 std::chrono::microseconds TimeSince(std::chrono::steady_clock::time_point start);

@@ -1,4 +1,4 @@
-// Memory that a process shares with those that it forks.
+// An array that a process shares with its forked children.
 #pragma once
 
 #include <sys/mman.h>
@@ -10,8 +10,8 @@
 
 namespace VELT::host {
 
-// Values of the type `Item`, made before the first fork; a forked process's copy of the object shows
-// the same ones. They are never destroyed.
+// To be constructed before the fork: the copies of the object in the children refer to the same
+// items. The items' destructors are never called.
 template <typename Item>
 class SharedArray {
  public:

@@ -14,8 +14,8 @@ void Add(Count64& count, std::uint64_t number = 1) {
   count.fetch_add(number, std::memory_order_relaxed);
 }
 
-// Takes what nobody has taken. True when it has `key` now, whoever gave it that.
-bool Take(std::atomic<std::uint64_t>& place, std::uint64_t key) {
+// Sets an unused `place` to `key`. True if it has `key` afterwards, whichever process set it.
+bool Claim(std::atomic<std::uint64_t>& place, std::uint64_t key) {
   std::uint64_t found = place.load(std::memory_order_relaxed);
   return found == key ||
          (found == 0 && (place.compare_exchange_strong(found, key) || found == key));
@@ -32,7 +32,7 @@ void SetName(std::array<char, 64>& place, std::string_view text) {
   });
 }
 
-// Two processes that take a row at the same time write the same into it.
+// If two processes name a row at the same time, both write the same.
 void Name(MethodCounts& row, const std::string& api, int version, const std::string& method) {
   if (row.named) return;
   SetName(row.api, api);
@@ -45,18 +45,18 @@ void Name(MethodCounts& row, const std::string& api, int version, const std::str
 
 Statistics::Statistics() {
   auto& methods = shared_.items()[0].methods;
-  methods[kNoMethod].key = methods[kPage].key = 1;  // they have no name that is looked for
+  methods[kNoMethod].key = methods[kPage].key = 1;  // RowOf looks for no such key
   Name(methods[kNoMethod], "-", 0, "-");
   Name(methods[kPage], "-", 0, "page");
 }
 
 std::size_t Statistics::RowOf(const std::string& api, int version, const std::string& method) {
   const std::string name = api + '\n' + std::to_string(version) + '\n' + method;
-  // Two of the few names that a registry has never share one of so many keys.
+  // With 64 bits, a collision among the few methods of a registry is practically impossible.
   const std::uint64_t key = std::max<std::uint64_t>(std::hash<std::string>()(name), 2);
   auto& methods = shared_.items()[0].methods;
   for (std::size_t row = kPage + 1; row < methods.size(); ++row) {
-    if (!Take(methods[row].key, key)) continue;
+    if (!Claim(methods[row].key, key)) continue;
     Name(methods[row], api, version, method);
     return row;
   }
@@ -70,7 +70,7 @@ void Statistics::Count(const RequestNote& request, std::chrono::microseconds too
   Add(row.microseconds, static_cast<std::uint64_t>(took.count()));
   const std::uint64_t key = AnswerKey(request.status, request.code);
   for (auto& answers : row.answers) {
-    if (Take(answers.key, &answers == &row.answers.back() ? 1 : key)) return Add(answers.count);
+    if (Claim(answers.key, &answers == &row.answers.back() ? 1 : key)) return Add(answers.count);
   }
 }
 

@@ -94,7 +94,7 @@ bool Supervisor::HasWorkers() const {
   return std::ranges::any_of(pools_, [](const WorkerPool& pool) { return !pool.workers.empty(); });
 }
 
-// Every pool has the workers that it must have, and none of before a reload.
+// Whether every pool has its minimum of workers, none of them from before a reload.
 bool Supervisor::IsSettled() const {
   return std::ranges::all_of(pools_, [](const WorkerPool& pool) {
     const auto stays = [](const Worker& worker) { return worker.ready && !worker.leaving; };
@@ -254,14 +254,14 @@ void Supervisor::Reap() {
   }
 }
 
-// The client of a worker that ended itself was answered so; that of another gets the web server's
-// own answer.
+// A worker that was ended by its time limit has answered its client with 504 (Deadline). Otherwise the
+// web server answers the client with an error of its own.
 void Supervisor::ReportRequest(Pool pool, const Worker& worker, int status) {
   RequestNote request = std::exchange(worker.slot->request, {});
-  if (!request.IsInHand()) return;
+  if (!request.HasRequest()) return;
   const bool too_late = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
   request.status = too_late ? kTookTooLong : kWorkerFailed;
-  request.link.back() = '\0';  // a plugin that crashed may have written anywhere
+  request.link.back() = '\0';  // the plugin that crashed may have overwritten it
   on_lost_request_(request, pool, worker.pid);
 }
 

@@ -33,18 +33,18 @@ class Supervisor {
   // date, send SIGUSR1 to the supervisor when it is ready and when its pool lacks idle workers, and
   // return after SIGTERM.
   using WorkerMain = std::function<int(const WorkerPlace& place)>;
-  // A worker died over a request, whose note holds the status that it counts as.
+  // Called when a worker has died while it served `request`, whose status is set already.
   using OnLostRequest = std::function<void(const RequestNote& request, Pool pool, pid_t worker)>;
 
   // The scoreboard is that of `limits`; it and the statistics must outlive the object.
   Supervisor(const std::array<PoolLimits, kPoolCount>& limits, const Scoreboard& scoreboard,
              Statistics& statistics, WorkerMain worker, OnLostRequest on_lost_request);
 
-  // Run in a child process that is no worker; returns its exit status.
+  // Runs in a child process that is not a worker; returns its exit status.
   using Companion = std::function<int(pid_t supervisor)>;
 
-  // Keeps one more process running, until Run ends it with SIGTERM. Whatever becomes of it, no worker
-  // notices. To be called before Run.
+  // Keeps one process running beside the workers: starts it again when it ends, and ends it with
+  // SIGTERM when Run stops. Call it before Run.
   void Accompany(Companion companion) { companion_ = std::move(companion); }
 
   // Keeps workers running until SIGTERM or SIGINT, and returns the program's exit status when the
@@ -110,7 +110,7 @@ class Supervisor {
   std::vector<WorkerPool> pools_;
   Companion companion_;
   pid_t companion_pid_ = -1;
-  Clock::time_point companion_start_;  // not before
+  Clock::time_point companion_start_;  // the earliest time of its next start
   bool stopping_ = false;
   bool ever_ready_ = false;
   int exit_status_ = 0;

@@ -217,11 +217,11 @@ class Worker {
   struct Stream {
     const Incoming& incoming;
     bool begun = false;
-    bool left = false;  // its reader has
+    bool left = false;  // whether the client has left
     std::size_t moved = 0;
   };
 
-  // False when nothing more is wanted.
+  // False when the client has left.
   bool Send(Stream& stream, std::string_view piece) {
     deadline_.SetClient(nullptr);
     const ReplyChannel& reply = stream.incoming.reply;
@@ -251,9 +251,9 @@ class Worker {
     Finish(StatusOf(outcome.answer), outcome.code);
   }
 
-  // The request is over, as far as its client is concerned.
+  // Counts and logs a request whose client has been answered or has left.
   void Finish(int status, int code) {
-    // Forgotten first, so that it is told once only, whatever comes now.
+    // Cleared first, so that the supervisor does not report the request again if this worker dies now.
     RequestNote note = std::exchange(place_.slot->request, {});
     note.status = status;
     note.code = code;

@@ -1,4 +1,4 @@
-// check-plugin: whether a plugin library does what the service asks of one.
+// check-plugin: whether the service can use a plugin library.
 #include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
@@ -33,7 +33,7 @@ namespace VELT::tools {
 namespace {
 
 constexpr std::chrono::seconds kPatience{10};
-#ifndef __SANITIZE_ADDRESS__  // whose own memory is far more
+#ifndef __SANITIZE_ADDRESS__  // which itself needs far more
 constexpr rlim_t kMostMemory = rlim_t{1} << 30;
 #endif
 
@@ -47,7 +47,7 @@ constexpr Function kFunctions[] = {
     {"OpenGraphFunc", "_Z13OpenGraphFuncRKN4VELT7sharing6record5EntryEPKcRKN4Json5ValueERS8_"},
 };
 
-// What the child is at, for the parent to tell when it gets no answer.
+// What the child is doing, so that the parent can say where it hung or crashed.
 enum class Step { kLoading, kCalling, kClosing, kReading };
 
 void Add(Json::Value& checks, const std::string& subject, State state, const std::string& text) {
@@ -135,7 +135,7 @@ std::string FaultOfLoading(const std::string& error) {
   return error;
 }
 
-// The file that `library`, or for null this program, takes `symbol` from.
+// The file in which `library`, by default this program, finds `symbol`.
 std::filesystem::path HomeOf(const char* symbol, void* library = RTLD_DEFAULT) {
   Dl_info about{};
   void* address = dlsym(library, symbol);
@@ -147,7 +147,7 @@ std::vector<std::string> NeededBy(void* library) {
   std::vector<std::string> names;
   link_map* map = nullptr;
   if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return names;
-  // NOLINTBEGIN(performance-no-int-to-ptr,cppcoreguidelines-pro-type-union-access): elf(5) has it so.
+  // NOLINTBEGIN(performance-no-int-to-ptr,cppcoreguidelines-pro-type-union-access): see elf(5).
   const char* texts = nullptr;
   for (const ElfW(Dyn)* row = map->l_ld; row->d_tag != DT_NULL; ++row) {
     if (row->d_tag == DT_STRTAB) texts = reinterpret_cast<const char*>(row->d_un.d_ptr);
@@ -220,7 +220,7 @@ sharing::record::Entry SampleLink(const PluginSample& sample) {
   return entry;
 }
 
-// As the service asks for a page's preview, which has no link.
+// The argument with which the service asks for the preview of a page, which has no link.
 Json::Value PreviewOf(const PluginSample& sample) {
   Json::Value extra;
   extra["preview"] = true;
@@ -230,7 +230,7 @@ Json::Value PreviewOf(const PluginSample& sample) {
   return extra;
 }
 
-// A file in memory in the place of standard output.
+// Replaces standard output by a file in memory.
 class Printed {
  public:
   Printed() : file_(memfd_create("printed", MFD_CLOEXEC)) { dup2(file_.get(), STDOUT_FILENO); }
@@ -278,7 +278,7 @@ Json::Value Call(const std::string& path, const char* name, const PluginSample& 
     Add(checks, subject, State::kFailed, "throws something that is no std::exception");
     return checks;
   }
-  if (Threads() > 1) {  // it would run on in a library that is gone
+  if (Threads() > 1) {  // it would run code of the closed library
     Add(checks, subject, State::kFailed, "leaves a thread running: join it before returning");
     return checks;
   }
@@ -293,7 +293,7 @@ Json::Value Call(const std::string& path, const char* name, const PluginSample& 
   return checks;
 }
 
-// --- In a process of its own, for a plugin may hang or crash ---
+// --- In a process of its own, because a plugin may hang or crash ---
 
 std::string FaultAt(Step step, bool hangs) {
   switch (step) {

@@ -1,4 +1,4 @@
-// Whether the service can use what a plugin's function gave.
+// Checks the result of a plugin's function.
 #pragma once
 
 #include <json/value.h>
@@ -14,7 +14,7 @@ Finding JudgeResult(const std::string& function, bool used, const Json::Value& r
 
 std::string OneLine(const Json::Value& value);
 
-// A C++ symbol as the source has it; any other text as it is.
+// The name of a C++ symbol as in the source code; other texts unchanged.
 std::string Demangled(const std::string& symbol);
 
 }  // namespace VELT::tools

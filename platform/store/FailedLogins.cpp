@@ -19,7 +19,8 @@ constexpr std::int64_t kWindow = std::int64_t{15} * 60;  // seconds for which a 
 constexpr int kFromOneSource = 10;
 constexpr int kAtOneAccount = 30;
 
-// The time of the `n`th latest failure that counts. When it no longer does, another try is allowed.
+// SQL that reads the time of the `n`th latest failure that counts. When that failure no longer counts,
+// another login may be tried.
 std::string NthLatest(const std::string& which, int n) {
   return "select failed_at from failed_login where " + which +
          " and failed_at > :since order by failed_at desc limit 1 offset " + std::to_string(n - 1);
@@ -49,7 +50,7 @@ std::string SourceKey(const std::string& address) {
 
 std::int64_t LockoutSeconds(soci::session& sql, const FailureKey& key, std::int64_t now) {
   const long long since = now - kWindow;
-  long long here = 0;  // the failure with which the tries from here were used up; 0: they are not
+  long long here = 0;  // the time of the failure that locks this address out; 0: none does
   sql << NthLatest("link_id = :link and address = :source", kFromOneSource), soci::into(here),
       soci::use(key.link), soci::use(key.source), soci::use(since);
   if (!sql.got_data()) here = 0;

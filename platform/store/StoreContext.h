@@ -21,7 +21,7 @@ const std::string& VisitorAddress();
 
 std::chrono::milliseconds LoginTimeout();
 
-// What LoginWait (Visit.h) answers until the next request.
+// Sets what LoginWait (Visit.h) returns until the next request.
 void SetLoginWait(std::int64_t seconds);
 
 }  // namespace VELT::sharing

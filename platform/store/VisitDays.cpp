@@ -21,7 +21,7 @@ bool VisitsByDay(const record::Entry& entry, std::vector<std::int64_t>& days) {
              soci::use(link), soci::use(oldest), soci::into(day), soci::into(visits));
         statement.execute();
         while (statement.fetch()) {
-          // A clock that was set back leaves days to come.
+          // If the clock was set back, there may be days after today. They are left out.
           const auto at = static_cast<std::size_t>(day - oldest);
           if (at < days.size()) days[at] = visits;
         }

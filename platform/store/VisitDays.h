@@ -1,4 +1,4 @@
-// How long the store keeps how many visits a link had on each day.
+// How long the store keeps the number of a link's visits on each day.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace VELT::sharing::db {
 
-// The first of the days that are kept, by the number of the present one (LocalDay).
+// The oldest day that is kept. Days are numbered as by LocalDay.
 constexpr std::int64_t OldestVisitDay(std::int64_t today) { return today - kVisitDays + 1; }
 
 }  // namespace VELT::sharing::db

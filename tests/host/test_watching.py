@@ -1,4 +1,4 @@
-"""What velt-webapid tells those who watch it: a line for each request, and metrics."""
+"""The request log and the metrics of velt-webapid."""
 
 import contextlib
 import http.client

@@ -1,5 +1,5 @@
-# Lays the viewer of the API's page into the folder OUTPUT, its licences included: cmake -DNPM=PATH -DOUTPUT=DIR -P ...
-# Where it can't be fetched, the build goes on without it, and the page says so.
+# Fetches the viewer of the API's page into the folder OUTPUT, with its licences: cmake -DNPM=PATH -DOUTPUT=DIR -P ...
+# If it can't be fetched, the build continues without it, and the page says so.
 set(package swagger-ui-dist-5.35.0)
 set(hash
   534eaba4cb56f55dd73c638179a993512af4674f63317e0826e00da44fc465b0
@@ -25,7 +25,7 @@ endif()
 string(JOIN "" hash ${hash})
 file(SHA512 ${folder}/${package}.tgz found)
 if(NOT found STREQUAL hash)
-  message(FATAL_ERROR "${name} is not what it was: SHA-512 ${found}")
+  message(FATAL_ERROR "${name} does not have the expected SHA-512 but ${found}")
 endif()
 file(ARCHIVE_EXTRACT INPUT ${folder}/${package}.tgz DESTINATION ${folder})
 foreach(file ${wanted})

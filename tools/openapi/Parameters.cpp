@@ -1,5 +1,5 @@
-// Prints what every method reads of its request, from the lists that the methods themselves use, as one JSON
-// object: {API: {method: [parameter, ...]}}. openapi.py makes the description of the API of it.
+// Prints the parameters of all methods, from the tables that the methods themselves use, as one JSON object:
+// {API: {method: [parameter, ...]}}. It is the input of openapi.py.
 #include "module/Parameters.h"
 
 #include <json/reader.h>

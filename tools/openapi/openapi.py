@@ -1,8 +1,8 @@
 """Writes the OpenAPI 3.1 description of the API: openapi.py PARAMETERS API-PAGE VERSION OUTPUT REGISTRY...
 
-Which methods there are and who may call them stands in the registry files, what they read in PARAMETERS (printed by the
-program velt-openapi-parameters), and the words in docs/api.md. Only what a method answers is said here; a test compares
-it with the answers of the running service.
+The methods and their callers come from the registry files, the parameters from PARAMETERS (the output of the program
+velt-openapi-parameters), and the texts from docs/api.md. Only the answers are described here; a test compares them with
+those of the running service.
 """
 
 import json

@@ -42,7 +42,7 @@ class PreparedStatements {
 
   // Counts a visit of the link. False, counting nothing, when it has none left.
   bool CountVisit(long long link);
-  // Counts it under its day too, and removes the link's days before `oldest`.
+  // Counts the visit for `day`, and removes the link's days before `oldest`.
   void CountVisitOfDay(long long link, long long day, long long oldest);
   // Returns the new session's id.
   long long InsertSession(const std::string& sid_hash, const std::string& address, long long now);

@@ -25,14 +25,14 @@ enum class LoginResult {
 // `entry`. False as well when the database can't be used. One thread at a time.
 bool HoldsToken(const record::Entry& entry, const std::string& sid);
 
-inline constexpr int kVisitDays = 90;  // for which the store knows how many visits each had
+inline constexpr int kVisitDays = 90;  // days for which the store keeps the number of visits
 
 // Sets `days` to the visits of the stored link on each of the latest kVisitDays days, today's last.
 // A day begins and ends as the appliance's local date does. False when the database can't be used.
 bool VisitsByDay(const record::Entry& entry, std::vector<std::int64_t>& days);
 
-// When a login of the present request was refused for too many failed ones: the seconds until the
-// visitor may try again; otherwise 0.
+// The seconds until the visitor may log in again if a login of the current request was refused because
+// too many had failed; otherwise 0.
 std::int64_t LoginWait();
 
 }  // namespace VELT::sharing

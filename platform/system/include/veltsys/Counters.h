@@ -1,4 +1,4 @@
-// What the platform counts for the host: events that whoever watches the service wants to see.
+// Events that the platform counts for the host's metrics.
 #pragma once
 
 #include <array>
@@ -9,20 +9,20 @@
 namespace VELT {
 
 enum class Event {
-  kProgramRun,      // a program was started (Process.h)
-  kProgramTimeout,  // and had to be ended
+  kProgramRun,      // a program was to be started (Process.h)
+  kProgramTimeout,  // a program was ended because it took too long
   kPamRun,          // PAM was asked about a visitor's account
-  kPamTimeout,      // and had to be ended
-  kGuessBraked,     // a visitor's login was refused, for too many had failed
-  kStoreFailure,    // the database failed an operation
+  kPamTimeout,      // PAM's process was ended because it took too long
+  kGuessBraked,     // a visitor's login was refused because too many had failed
+  kStoreFailure,    // a database operation failed
 };
 inline constexpr std::size_t kEventCount = 6;
 
-// Each at the place of its number, since the start.
+// Indexed by Event.
 using Counters = std::array<std::atomic<std::uint64_t>, kEventCount>;
 
-// From now on the whole process counts there, in memory that may be shared with other processes. It
-// must outlive the process. Before, a process counts for itself.
+// Makes the process count in `counters`, which may be shared with other processes and must live until
+// the process ends. Before the first call, it counts in memory of its own.
 void CountInto(Counters& counters);
 
 // Costs one atomic addition. Any thread may call it.

@@ -28,7 +28,7 @@ struct ResponseState {
   Json::Value body;  // the data of a success, the detail of an error
   bool output_enabled = true;
   std::vector<Cookie> cookies;
-  std::int64_t retry_after = 0;  // seconds; 0: the answer tells of none
+  std::int64_t retry_after = 0;  // seconds for the header Retry-After; 0: no such header
 
   // See APIResponse. The host sets `sink`; it is empty for methods that may not stream.
   std::function<bool(std::string_view)> sink;
