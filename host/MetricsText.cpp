@@ -163,9 +163,9 @@ void AddEvents(Writer& writer, const Statistics& statistics) {
                "Child processes that were ended because they took too long.");
   writer.Add({{"kind", "program"}}, count(Event::kProgramTimeout));
   writer.Add({{"kind", "pam"}}, count(Event::kPamTimeout));
-  writer.Begin("velt_guesses_braked_total", "counter",
+  writer.Begin("velt_logins_locked_out_total", "counter",
                "Visitors' logins that were refused because too many had failed.");
-  writer.Add({}, count(Event::kGuessBraked));
+  writer.Add({}, count(Event::kLoginLockedOut));
   writer.Begin("velt_store_failures_total", "counter", "Database operations that failed.");
   writer.Add({}, count(Event::kStoreFailure));
   writer.Begin("velt_request_lines_lost_total", "counter",

@@ -112,7 +112,7 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
   if (link_.IsProtected()) {
     lockout_ = LockoutSeconds(store.sql(), MakeFailureKey(), now_);
     if (lockout_ > 0) {
-      Count(Event::kGuessBraked);
+      Count(Event::kLoginLockedOut);
       return LoginResult::kDenied;
     }
   }

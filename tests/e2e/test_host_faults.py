@@ -200,7 +200,7 @@ class Watching(unittest.TestCase):
             self.assertEqual(host.sharing("list"), 117)
             wait_until(lambda: scrape(port)["velt_store_failures_total",] == 1)
             samples = scrape(port)
-            self.assertEqual(samples["velt_guesses_braked_total",], 3)
+            self.assertEqual(samples["velt_logins_locked_out_total",], 3)
             self.assertEqual(samples["velt_child_runs_total", "pam"], 1)
             with open(host.folder.name + "/requests", encoding="ascii") as file:
                 text = file.read() + "\n".join(host.log)

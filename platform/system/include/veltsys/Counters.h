@@ -9,11 +9,11 @@
 namespace VELT {
 
 enum class Event {
-  kProgramRun,      // a program was to be started (Process.h)
+  kProgramRun,      // a program was started (Process.h)
   kProgramTimeout,  // a program was ended because it took too long
   kPamRun,          // PAM was asked about a visitor's account
   kPamTimeout,      // PAM's process was ended because it took too long
-  kGuessBraked,     // a visitor's login was refused because too many had failed
+  kLoginLockedOut,  // a visitor's login was refused because too many had failed
   kStoreFailure,    // a database operation failed
 };
 inline constexpr std::size_t kEventCount = 6;
