@@ -38,7 +38,8 @@ struct Table {
 
 bool IsSqlite(soci::session& sql) { return sql.get_backend_name() == "sqlite3"; }
 
-// All tables but schema_version. Those with an id come first, because the others refer to them.
+// The tables but the version and the counts, which triggers keep. What has an id comes first, for
+// the others refer to it.
 std::vector<Table> TablesOf(soci::session& sql) {
   std::string table;
   std::string column;
@@ -55,7 +56,7 @@ std::vector<Table> TablesOf(soci::session& sql) {
   rows.execute();
   std::vector<Table> tables;
   while (rows.fetch()) {
-    if (table == "schema_version") continue;
+    if (table == "schema_version" || table == "link_count") continue;
     if (tables.empty() || tables.back().name != table) tables.push_back({table, {}});
     tables.back().columns.push_back({column, type == "text"});
   }

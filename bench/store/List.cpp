@@ -1,5 +1,6 @@
-// One page of 50 links of an owner with 1,000, while other owners' links make the table a thousand
-// times larger. Aim: at most twice the cost, for every field and also for the last page.
+// One page of 50 of an owner with 1,000 links, and of everybody's links as an administrator sees them,
+// while the table grows a thousandfold. Aim: at most 1.5 times the cost, in every order and direction,
+// for the total, and as far behind as a person goes.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -24,6 +25,8 @@ using VELT::sharing::record::Entry;
 
 constexpr int kOwned = 1000;
 constexpr int kPage = 50;
+constexpr int kFarBehind = 10'000;
+constexpr double kAim = 1.5;
 constexpr int kTurns = 5;
 constexpr int kRuns = 9;
 constexpr const char* kOwner = "1000";
@@ -34,10 +37,30 @@ constexpr std::array kFields = {
     "visits",    "protect_type",    "protect_title", "redirect_type", "redirect_uri",
     "created_at"};
 
-// The links of an owner are spread over the table, as if many people had made links at once.
+// The statements that one column of the catalog gives.
+std::vector<std::string> Texts(sqlite3* database, const char* sql) {
+  std::vector<std::string> texts;
+  const auto add = [](void* into, int, char** values, char**) {
+    static_cast<std::vector<std::string>*>(into)->emplace_back(values[0]);
+    return 0;
+  };
+  bench::Check(sqlite3_exec(database, sql, add, &texts, nullptr));
+  return texts;
+}
+
+// The owners' links lie all over the table, as they do when many people make links at once. The
+// indexes are made anew when it is full, which takes less time.
 void Fill(const std::string& file, int size) {
   sqlite3* database = nullptr;
   bench::Check(sqlite3_open(file.c_str(), &database));
+  const char* indexes =
+      "from sqlite_master where type = 'index' and tbl_name = 'link' and sql is not null";
+  const auto made = Texts(database, (std::string("select sql ") + indexes).c_str());
+  bench::Execute(database, "pragma synchronous = off; pragma cache_size = -100000");
+  for (const auto& drop :
+       Texts(database, (std::string("select 'drop index ' || name ") + indexes).c_str())) {
+    bench::Execute(database, drop.c_str());
+  }
   const std::string fill =
       "begin; with recursive n(i) as (select 0 union all select i + 1 from n where i + 1 < " +
       std::to_string(size) +
@@ -54,27 +77,26 @@ void Fill(const std::string& file, int size) {
       "'/photo/' || hex(randomblob(10)), '{\"album\":\"' || hex(randomblob(60)) || '\"}', "
       "'{\"path\":\"' || hex(randomblob(60)) || '\"}', 1700000000 + i, 0 from n; commit";
   bench::Execute(database, fill.c_str());
+  for (const std::string& index : made) bench::Execute(database, index.c_str());
   sqlite3_close(database);
 }
 
 // The work of one measurement with a table of `size` links.
 using Work = std::function<void(int size)>;
 
-void ReadPage(const std::string& field, bool ascending, bool everybody, int offset) {
+void ReadPage(const Condition& wanted, int offset) {
   EntryDB links(*SharingDB::Instance());
-  Condition* condition = links.GetCondition();
-  if (!field.empty()) condition->OrderBy(field, ascending);
-  if (!everybody) condition->Where("owner_uid", kOwner);
-  condition->Limit(offset, kPage);
+  *links.GetCondition() = wanted;
+  links.GetCondition()->Limit(offset, kPage);
   std::vector<Entry> entries;
   if (!links.Query(entries) || entries.size() != kPage) throw std::runtime_error("no whole page");
 }
 
-void ReadTotal(bool everybody, int expected) {
+void ReadTotal(const Condition& wanted) {
   EntryDB links(*SharingDB::Instance());
-  if (!everybody) links.GetCondition()->Where("owner_uid", kOwner);
+  *links.GetCondition() = wanted;
   int count = 0;
-  if (!links.Count(count) || count != expected) throw std::runtime_error("a wrong total");
+  if (!links.Count(count) || count == 0) throw std::runtime_error("a wrong total");
 }
 
 struct Row {
@@ -85,21 +107,30 @@ struct Row {
 
 std::vector<Row> Rows() {
   std::vector<Row> rows;
-  for (const std::string field : kFields) {
-    const std::string shown = field.empty() ? "(no order)" : field;
-    for (const int offset : {0, kOwned - kPage}) {
-      rows.push_back({shown + (offset == 0 ? ", first page" : ", last page"),
-                      [=](int) { ReadPage(field, true, false, offset); },
-                      {}});
+  const std::array<std::pair<const char*, const char*>, 3> filters = {
+      {{"owner_uid", kOwner}, {"", ""}, {"project_name", "project3"}}};
+  for (const auto& [filter, value] : filters) {
+    const bool everybody = filter != std::string("owner_uid");
+    const std::string whose = everybody ? (*filter == '\0' ? "everybody's " : "a project's ") : "";
+    Condition wanted;
+    if (*filter != '\0') wanted.Where(filter, value);
+    rows.push_back({whose + "total", [=](int) { ReadTotal(wanted); }, {}});
+    for (const std::string field : kFields) {
+      for (const bool ascending : {true, false}) {
+        Condition ordered = wanted;
+        if (!field.empty()) ordered.OrderBy(field, ascending);
+        const std::string name =
+            whose + (field.empty() ? "(no order)" : field) + (ascending ? "" : " desc");
+        // At 1,000 links, the comparison is the first page.
+        const auto far = [=](int size) {
+          ReadPage(ordered, size == kSizes.front() ? 0 : everybody ? kFarBehind : kOwned - kPage);
+        };
+        rows.push_back({name + ", first page", [=](int) { ReadPage(ordered, 0); }, {}});
+        rows.push_back({name + (everybody ? ", far behind" : ", last page"), far, {}});
+        if (field.empty()) break;
+      }
     }
   }
-  rows.push_back(
-      {"created_at, descending", [](int) { ReadPage("created_at", false, false, 0); }, {}});
-  rows.push_back({"total", [](int) { ReadTotal(false, kOwned); }, {}});
-  rows.push_back({"everybody's: (no order)", [](int) { ReadPage("", true, true, 0); }, {}});
-  rows.push_back(
-      {"everybody's: created_at", [](int) { ReadPage("created_at", true, true, 0); }, {}});
-  rows.push_back({"everybody's: total", [](int size) { ReadTotal(true, size); }, {}});
   return rows;
 }
 
@@ -131,18 +162,18 @@ std::vector<Row> Measure() {
   return rows;
 }
 
-// The worst ratio of one owner's rows.
+// The worst ratio.
 double Print(const std::vector<Row>& rows) {
-  std::printf("%-32s %10s %10s %10s  %s\n", "microseconds at", "1,000", "100,000", "1,000,000",
+  std::printf("%-44s %10s %10s %10s  %s\n", "microseconds at", "1,000", "100,000", "1,000,000",
               "ratio");
   double worst = 0;
   for (const Row& row : rows) {
     const double ratio = row.costs.back() / row.costs.front();
-    if (!row.name.starts_with("everybody")) worst = std::max(worst, ratio);
-    std::printf("%-32s %10.0f %10.0f %10.0f  %5.2f\n", row.name.c_str(), row.costs[0], row.costs[1],
+    worst = std::max(worst, ratio);
+    std::printf("%-44s %10.0f %10.0f %10.0f  %5.2f\n", row.name.c_str(), row.costs[0], row.costs[1],
                 row.costs[2], ratio);
   }
-  std::printf("worst of one owner's: %.2f (aim: at most 2.00)\n", worst);
+  std::printf("worst: %.2f (aim: at most %.2f)\n", worst, kAim);
   return worst;
 }
 
@@ -150,7 +181,7 @@ double Print(const std::vector<Row>& rows) {
 
 int main() {
   try {
-    return Print(Measure()) <= 2 ? 0 : 1;
+    return Print(Measure()) <= kAim ? 0 : 1;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());
     return 2;

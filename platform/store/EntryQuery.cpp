@@ -15,41 +15,47 @@
 #include "LogText.h"
 #include "TypeTexts.h"
 #include "sql/EntryRow.h"
+#include "sql/LinkCounts.h"
 #include "sql/Statement.h"
+#include "veltsharing/Keys.h"
 #include "veltsys/Text.h"
 
 namespace VELT::sharing::db {
 namespace {
 
-enum class Kind { kText, kNumber, kBool, kTime, kProtectType, kRedirectType };
+enum class Kind { kId, kText, kNumber, kBool, kTime, kProtectType, kRedirectType };
 
-struct Column {
+}  // namespace
+
+struct EntryQuery::Column {
   std::string_view field;  // its name in Entry::ToJSON
   const char* name;        // its name in the table
   Kind kind;
+
+  bool IsText() const { return kind == Kind::kId || kind == Kind::kText; }
+  bool operator==(std::string_view other) const { return field == other; }
 };
 
-// The other members of the JSON form are lists, objects, or computed when they are read. A status
-// can change between two pages of a list, so lists can't be sorted by it.
-constexpr std::array<Column, 15> kColumns = {{
-    {"sharing_id", "hash", Kind::kText},
-    {"project_name", "project_name", Kind::kText},
-    {"owner_uid", "owner_uid", Kind::kNumber},
-    {"enabled", "enabled", Kind::kBool},
-    {"auto_gc", "auto_gc", Kind::kBool},
-    {"enable_match_ip", "enable_match_ip", Kind::kBool},
-    {"start_at", "start_at", Kind::kTime},
-    {"expire_at", "expire_at", Kind::kTime},
-    {"expire_times", "expire_times", Kind::kNumber},
-    {"visits", "visits", Kind::kNumber},
-    {"protect_type", "protect_type", Kind::kProtectType},
-    {"protect_title", "protect_title", Kind::kText},
-    {"redirect_type", "redirect_type", Kind::kRedirectType},
-    {"redirect_uri", "redirect_uri", Kind::kText},
-    {"created_at", "created_at", Kind::kTime},
-}};
-
-const Column* FindColumn(const std::string& field) {
+// The JSON form's other members are lists, objects, or computed when they are read. A status can
+// change between two pages and so can't order them.
+const EntryQuery::Column* EntryQuery::FindColumn(const std::string& field) {
+  static constexpr std::array<Column, 15> kColumns = {{
+      {"sharing_id", "hash", Kind::kId},
+      {"project_name", "project_name", Kind::kText},
+      {"owner_uid", "owner_uid", Kind::kNumber},
+      {"enabled", "enabled", Kind::kBool},
+      {"auto_gc", "auto_gc", Kind::kBool},
+      {"enable_match_ip", "enable_match_ip", Kind::kBool},
+      {"start_at", "start_at", Kind::kTime},
+      {"expire_at", "expire_at", Kind::kTime},
+      {"expire_times", "expire_times", Kind::kNumber},
+      {"visits", "visits", Kind::kNumber},
+      {"protect_type", "protect_type", Kind::kProtectType},
+      {"protect_title", "protect_title", Kind::kText},
+      {"redirect_type", "redirect_type", Kind::kRedirectType},
+      {"redirect_uri", "redirect_uri", Kind::kText},
+      {"created_at", "created_at", Kind::kTime},
+  }};
   const auto* column = std::find_if(kColumns.begin(), kColumns.end(),
                                     [&field](const Column& each) { return each.field == field; });
   if (column != kColumns.end()) return column;
@@ -57,6 +63,8 @@ const Column* FindColumn(const std::string& field) {
          Printable(field, 32).c_str());
   return nullptr;
 }
+
+namespace {
 
 template <typename Texts>
 std::optional<long long> IndexOf(const Texts& texts, std::string_view text) {
@@ -76,6 +84,7 @@ std::optional<long long> ParseNumber(const std::string& text) {
 // The stored form of a value that ToJSON shows as `text`; empty when no link can have it.
 std::optional<long long> StoredNumber(Kind kind, const std::string& text) {
   switch (kind) {
+    case Kind::kId:
     case Kind::kText:
       return std::nullopt;
     case Kind::kNumber:
@@ -98,24 +107,20 @@ EntryQuery::EntryQuery(const Condition& condition)
     : offset_(std::max(condition.offset_, 0)), limit_(condition.limit_) {
   for (const auto& [field, text] : condition.where_) AddFilter(field, text);
   for (const auto& [field, ascending] : condition.order_) AddOrder(field, ascending);
-  order_ += order_.empty() ? " order by id" : ", id";
 }
 
 void EntryQuery::AddFilter(const std::string& field, const std::string& text) {
   const Column* column = FindColumn(field);
   if (column == nullptr) {
     good_ = false;
-    return;
+  } else if (column->IsText()) {
+    if (!IsCleanText(text)) none_ = true;
+    filters_.push_back({column, text, 0});
+  } else {
+    const auto number = StoredNumber(column->kind, text);
+    if (!number) none_ = true;
+    filters_.push_back({column, "", number.value_or(0)});
   }
-  const bool is_text = column->kind == Kind::kText;
-  const auto number = is_text ? 0 : StoredNumber(column->kind, text);
-  where_ += where_.empty() ? " where " : " and ";
-  if (!number || (is_text && !IsCleanText(text))) {
-    where_ += "1 = 0";
-    return;
-  }
-  where_ += std::string(column->name) + " = :value" + std::to_string(values_.size());
-  values_.push_back({is_text, text, *number});
 }
 
 void EntryQuery::AddOrder(const std::string& field, bool ascending) {
@@ -124,41 +129,103 @@ void EntryQuery::AddOrder(const std::string& field, bool ascending) {
     good_ = false;
     return;
   }
-  order_ += order_.empty() ? " order by " : ", ";
-  order_ += column->name;
-  if (!ascending) order_ += " desc";
+  order_.emplace_back(column, ascending);
+}
+
+std::string EntryQuery::Where(const char* unindexed) const {
+  if (none_) return " where 1 = 0";
+  std::string text;
+  for (std::size_t index = 0; index < filters_.size(); ++index) {
+    text += text.empty() ? " where " : " and ";
+    text += unindexed;
+    text += filters_[index].column->name;
+    text += " = :value" + std::to_string(index);
+  }
+  return text;
+}
+
+// Equal values follow each other by id, in the direction of the first column: so an index gives
+// either direction.
+std::string EntryQuery::OrderBy(const Dialect& dialect) const {
+  std::string text = " order by ";
+  for (const auto& [column, ascending] : order_) {
+    const bool is_key = column->kind == Kind::kText;
+    text += std::string(is_key ? dialect.before_text_key : "") + column->name +
+            (is_key ? dialect.after_text_key : "") + (ascending ? ", " : " desc, ");
+  }
+  return text + (order_.empty() || order_.front().second ? "id" : "id desc");
 }
 
 void EntryQuery::Bind(soci::statement& statement) const {
-  for (std::size_t index = 0; index < values_.size(); ++index) {
+  if (none_) return;
+  for (std::size_t index = 0; index < filters_.size(); ++index) {
     const std::string name = "value" + std::to_string(index);
-    if (values_[index].is_text) {
-      statement.exchange(soci::use(values_[index].text, name));
+    const Filter& filter = filters_[index];
+    if (filter.column->IsText()) {
+      statement.exchange(soci::use(filter.text, name));
     } else {
-      statement.exchange(soci::use(values_[index].number, name));
+      statement.exchange(soci::use(filter.number, name));
     }
   }
 }
 
+std::optional<long long> EntryQuery::KnownCount(soci::session& sql) const {
+  std::optional<long long> owner;
+  std::optional<std::string> project;
+  for (const Filter& filter : filters_) {
+    if (*filter.column == SZK_OWNER_UID && !owner) {
+      owner = filter.number;
+    } else if (*filter.column == SZK_PROJECT_NAME && !project) {
+      project = filter.text;
+    } else {
+      return std::nullopt;
+    }
+  }
+  return none_ ? 0 : CountLinks(sql, owner, project);
+}
+
 void EntryQuery::Count(soci::session& sql, int& n) const {
-  soci::statement statement(sql);
-  long long count = 0;
-  statement.exchange(soci::into(count));
-  Bind(statement);
-  Prepare(statement, "select count(*) from link" + where_);
-  statement.execute(true);
-  n = static_cast<int>(std::min<long long>(count, std::numeric_limits<int>::max()));
+  auto count = KnownCount(sql);
+  if (!count) {
+    count = 0;
+    soci::statement statement(sql);
+    statement.exchange(soci::into(*count));
+    Bind(statement);
+    Prepare(statement, "select count(*) from link" + Where(""));
+    statement.execute(true);
+  }
+  n = static_cast<int>(std::min<long long>(*count, std::numeric_limits<int>::max()));
+}
+
+// Whether to go through the links in their order and leave out those that the filters don't want,
+// instead of sorting those that they want. SQLite doesn't know how many that are. Its owner's index
+// has all that sorting needs, but of a project's links each must be read from the table.
+bool EntryQuery::FollowsOrder(soci::session& sql) const {
+  constexpr long long kOwnersShare = 8;
+  constexpr long long kProjectsShare = 40;
+  if (filters_.empty()) return true;
+  const auto wanted = KnownCount(sql);
+  if (!wanted) return false;
+  const bool has_owner = std::any_of(filters_.begin(), filters_.end(), [](const Filter& each) {
+    return *each.column == SZK_OWNER_UID;
+  });
+  const long long share = has_owner ? kOwnersShare : kProjectsShare;
+  return *wanted >= CountLinks(sql, {}, {}).value_or(0) / share;
 }
 
 void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) const {
-  // The ids of a page come from the index link_list alone, so only the rows of the page are read
-  // from the table.
-  std::string text = EntryRow::Select() + where_;
+  const Dialect& dialect = DialectOf(sql);
+  const std::string order = OrderBy(dialect);
+  std::string text = EntryRow::Select();
   const long long limit = limit_ < 0 ? std::numeric_limits<long long>::max() : limit_;
   const bool paged = offset_ > 0 || limit_ >= 0;
   if (paged) {
-    text = EntryRow::Select() + " where id in (select id from link" + where_ + order_ +
-           " limit :limit offset :offset)";
+    // An index alone gives the page's ids; only the page's own rows are read from the table.
+    const bool unindexed = *dialect.unindexed != '\0' && FollowsOrder(sql);
+    text += " where id in (select id from link" + Where(unindexed ? dialect.unindexed : "") +
+            order + " limit :limit offset :offset)";
+  } else {
+    text += Where("");
   }
   EntryRow row;
   soci::statement statement(sql);
@@ -168,7 +235,7 @@ void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) co
     statement.exchange(soci::use(limit, "limit"));
     statement.exchange(soci::use(offset_, "offset"));
   }
-  Prepare(statement, text + order_);
+  Prepare(statement, text + order);
   statement.execute();
   while (statement.fetch()) entries.push_back(row.ToEntry());
 }

@@ -1,9 +1,12 @@
 // Translates a Condition to SQL and runs it.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "sql/Dialect.h"
 #include "sql/Soci.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
@@ -21,21 +24,30 @@ class EntryQuery {
   void Run(soci::session& sql, std::vector<record::Entry>& entries) const;
 
  private:
-  struct Value {
-    bool is_text;
-    std::string text;
-    long long number;
+  struct Column;
+  struct Filter {
+    const Column* column;
+    std::string text;  // of a text column
+    long long number;  // of another
   };
 
+  static const Column* FindColumn(const std::string& field);
   void AddFilter(const std::string& field, const std::string& text);
   void AddOrder(const std::string& field, bool ascending);
-  void Bind(soci::statement& statement) const;
 
-  std::string where_;
-  std::string order_;
-  std::vector<Value> values_;
+  // `unindexed` is the dialect's or empty.
+  std::string Where(const char* unindexed) const;
+  std::string OrderBy(const Dialect& dialect) const;
+  void Bind(soci::statement& statement) const;
+  // How many links the filters leave. Empty when they would have to be counted.
+  std::optional<long long> KnownCount(soci::session& sql) const;
+  bool FollowsOrder(soci::session& sql) const;
+
+  std::vector<Filter> filters_;
+  std::vector<std::pair<const Column*, bool>> order_;  // with whether it ascends
   long long offset_;
-  long long limit_;  // negative: none
+  long long limit_;    // negative: none
+  bool none_ = false;  // no link can have what a filter wants
   bool good_ = true;
 };
 

@@ -57,6 +57,40 @@ TEST_P(ProcessTest, GuessesAreCountedOverAllProcesses) {
   for (const Entry& link : links) EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8);
 }
 
+TEST_P(ProcessTest, CountsStandWhateverSeveralProcessesWrite) {
+  const std::vector<std::string> projects = {"album", "files", "notes"};
+  const auto written = InProcesses(6, [&](int index) {
+    for (int round = 0; round < 12; ++round) {
+      const auto at = static_cast<std::size_t>(index + round);
+      Entry made = Make([&](Entry& link) {
+        link.set_owner_uid(round % 2 == 0 ? kAlice : kBob);
+        link.set_project_name(projects.at(at % 3));
+        link.set_auto_gc(true);
+        if (round % 4 == 0) EndingAt("2001-01-01 00:00:00")(link);
+      });
+      if (round % 4 == 1 && !links_.Delete(made)) return 1;
+      if (round % 4 == 2 && !Change(made, Set(&Entry::set_project_name, projects.at((at + 1) % 3))))
+        return 2;
+      if (round % 6 == 5 && !links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, "")) return 3;
+    }
+    return 0;
+  });
+  EXPECT_THAT(written, testing::Each(0));
+  EXPECT_EQ(Select("select count(*) || '' from link"),
+            Select("select sum(links) || '' from link_count where owner_uid = 4294967295"));
+  const std::string counted =
+      "select owner_uid, project, sum(links) as links from link_count where owner_uid < 4294967295 "
+      "group by owner_uid, project";
+  const std::string there =
+      "select owner_uid, project_name, count(*) as links from link group by owner_uid, "
+      "project_name";
+  for (const auto& [one, other] : {std::pair(counted, there), std::pair(there, counted)}) {
+    EXPECT_EQ(Select("select count(*) || '' from (select * from (" + one +
+                     ") as a except select * from (" + other + ") as b) as c"),
+              "0");
+  }
+}
+
 TEST_P(ProcessTest, UpdatesOfSeveralProcessesAreAllKept) {
   const Entry link = Make();
   const auto changed = InProcesses(3, [&](int index) {

@@ -217,16 +217,19 @@ class Copies(ToolTest):
         whole = self.rows()
         self.tool("backup", self.at("older"))
         with contextlib.closing(sqlite3.connect(self.at("older"))) as sql:  # as version 2 was
+            later = sql.execute("select type, name from sqlite_master where type in ('index', 'trigger') and "
+                                "sql is not null and name like 'link%' order by type desc").fetchall()
+            sql.executescript("; ".join(f"drop {kind} {name}" for kind, name in later))
             sql.executescript(
                 "alter table link drop column protection; alter table visitor_token drop column protection;"
-                "drop table visit_day; drop table failed_login;"
+                "drop table link_count; drop table visit_day; drop table failed_login;"
                 "create table login_failure (link_id bigint not null references link (id) "
                 "on delete cascade, address text not null, failed_at bigint not null);"
                 "insert into login_failure values (1, '192.0.2.2', 1); update schema_version set version = 2")
         with contextlib.closing(sqlite3.connect(self.path, isolation_level=None)) as user:  # as a worker has it
             user.execute("delete from link")
             self.tool("restore", self.at("older"), "--force")
-            self.assertEqual([(4,)], user.execute("select version from schema_version").fetchall())
+            self.assertEqual([(6,)], user.execute("select version from schema_version").fetchall())
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 

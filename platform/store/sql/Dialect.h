@@ -12,6 +12,12 @@ namespace VELT::sharing::db {
 struct Dialect {
   const char* begin;     // opens a transaction that will write
   const char* row_lock;  // ends a select in a transaction that needs the row unchanged
+  // Stand around a text column where links are ordered by it. PostgreSQL can't index long texts.
+  const char* before_text_key;
+  const char* after_text_key;
+  // Before a column, keeps the index of a filter from being used. Empty where the planner knows from
+  // statistics how many rows a filter leaves.
+  const char* unindexed;
 };
 
 const Dialect& DialectOf(soci::session& session);

@@ -246,7 +246,9 @@ std::string EntryRow::BindUpdate(soci::statement& statement) {
     changes += (changes.empty() ? "" : ", ") + name + " = :" + name;
     statement.exchange(soci::use(value, name));
   };
-  VisitSettable([this, &add](Field, const char* name, auto column) { add(name, this->*column); });
+  VisitSettable([this, &add](Field field, const char* name, auto column) {
+    if ((changed & Entry::Bit(field)) != 0) add(name, this->*column);
+  });
   add("protection", protection);
   add("revision", revision);
   statement.exchange(soci::use(id, "id"));

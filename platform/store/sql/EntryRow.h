@@ -37,7 +37,8 @@ class EntryRow {
   bool MergeOnto(const EntryRow& stored);
 
   // Bind this row to a statement and return its SQL: an insert, which sets `new_id` to the link's
-  // id, or an update of the link with the row's id. The row must outlive the statement.
+  // id, or an update of the changed columns of the link with the row's id. The row must outlive the
+  // statement.
   std::string BindInsert(soci::statement& statement, long long& new_id);
   std::string BindUpdate(soci::statement& statement);
 

@@ -89,8 +89,11 @@ struct LinkInsert {
   soci::statement statement;
 };
 
+// Writes the columns that changed alone: SQLite goes through the index of every column that is
+// written, whatever it held before.
 struct LinkUpdate {
-  explicit LinkUpdate(soci::session& sql) : statement(sql) {
+  LinkUpdate(soci::session& sql, unsigned int changed) : statement(sql) {
+    row.changed = changed;
     Prepare(statement, row.BindUpdate(statement));
   }
   EntryRow row;
@@ -204,7 +207,6 @@ struct PreparedStatements::Statements {
         lock_session(sql, DialectOf(sql).row_lock),
         read_token(sql),
         insert_link(sql),
-        update_link(sql),
         count_visit(sql),
         count_day(sql),
         remove_old_days(sql),
@@ -222,7 +224,7 @@ struct PreparedStatements::Statements {
   SessionRead lock_session;
   TokenRead read_token;
   LinkInsert insert_link;
-  LinkUpdate update_link;
+  std::unique_ptr<LinkUpdate> update_link;  // the last kind
   VisitCount count_visit;
   DayCount count_day;
   OldDayRemoval remove_old_days;
@@ -233,7 +235,7 @@ struct PreparedStatements::Statements {
 };
 
 PreparedStatements::PreparedStatements(soci::session& sql)
-    : statements_(std::make_unique<Statements>(sql)) {}
+    : sql_(sql), statements_(std::make_unique<Statements>(sql)) {}
 PreparedStatements::~PreparedStatements() = default;
 
 int PreparedStatements::SchemaVersion() {
@@ -284,8 +286,11 @@ long long PreparedStatements::InsertLink(const EntryRow& row) {
 
 void PreparedStatements::UpdateLink(const EntryRow& row) {
   auto& update = statements_->update_link;
-  update.row = row;
-  update.statement.execute(true);
+  if (update == nullptr || update->row.changed != row.changed) {
+    update = std::make_unique<LinkUpdate>(sql_, row.changed);
+  }
+  update->row = row;
+  update->statement.execute(true);
 }
 
 bool PreparedStatements::CountVisit(long long link) {

@@ -37,7 +37,7 @@ class PreparedStatements {
   const TokenRow* FindToken(long long session, long long link);
   // Stores a new link and returns its new id.
   long long InsertLink(const EntryRow& row);
-  // Updates the link with the row's id, which must be locked.
+  // Writes the columns that the row marks as changed to the link with its id, which must be locked.
   void UpdateLink(const EntryRow& row);
 
   // Counts a visit of the link. False, counting nothing, when it has none left.
@@ -57,6 +57,7 @@ class PreparedStatements {
 
  private:
   struct Statements;
+  soci::session& sql_;
   const std::unique_ptr<Statements> statements_;
 };
 

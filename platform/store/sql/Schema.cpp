@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sql/Dialect.h"
+#include "sql/LinkCounts.h"
 
 namespace VELT::sharing::db {
 namespace {
@@ -21,14 +22,29 @@ struct Words {
   // that a list can be sorted by, so that sorting need not read the table, where an owner's rows
   // are scattered. PostgreSQL can't index long texts.
   const char* list;
+  const char* before_text_key;  // as in Dialect
+  const char* after_text_key;
+  // The columns that end the index of each order, so that a filter need not read the table.
+  const char* filters;
+  const char* by_key;  // ends a table that is found by its primary key alone
 };
 
 constexpr Words kSqlite{
-    "integer primary key autoincrement", "text",
+    "integer primary key autoincrement",
+    "text",
     ", project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, visits, "
-    "protect_type, protect_title, redirect_type, redirect_uri, created_at, hash"};
+    "protect_type, protect_title, redirect_type, redirect_uri, created_at, hash",
+    "",
+    "",
+    ", owner_uid, project_name",
+    " without rowid"};
 
-constexpr Words kPostgresql{"bigint generated always as identity primary key", "text collate \"C\"",
+constexpr Words kPostgresql{"bigint generated always as identity primary key",
+                            "text collate \"C\"",
+                            "",
+                            "substr(",
+                            ", 1, 255)",
+                            ", owner_uid",
                             ""};
 
 // Booleans are 0 or 1, times are seconds since 1970 UTC with 0 for no limit, lists and objects are
@@ -91,13 +107,62 @@ const std::vector<std::string> kVersion4 = {
     "create index visit_day_day on visit_day (day)",
 };
 
-// The statements that lead from each version to the next.
-const std::array<const std::vector<std::string>*, kSchemaVersion> kMigrations = {
-    &kVersion1, &kVersion2, &kVersion3, &kVersion4};
+// An index for each order that a list can have, with the id, which orders equal values. So a page is
+// read from the index alone, however many links there are before it and behind it.
+const std::vector<std::string> kVersion5 = {
+    "create index link_by_project_name on link ({key}project_name{/key}, id, owner_uid)",
+    "create index link_by_owner_uid on link (owner_uid, id)",
+    "create index link_by_enabled on link (enabled, id{filters})",
+    "create index link_by_auto_gc on link (auto_gc, id{filters})",
+    "create index link_by_enable_match_ip on link (enable_match_ip, id{filters})",
+    "create index link_by_start_at on link (start_at, id{filters})",
+    "create index link_by_expire_at on link (expire_at, id{filters})",
+    "create index link_by_expire_times on link (expire_times, id{filters})",
+    "create index link_by_visits on link (visits, id{filters})",
+    "create index link_by_protect_type on link (protect_type, id{filters})",
+    "create index link_by_protect_title on link ({key}protect_title{/key}, id{filters})",
+    "create index link_by_redirect_type on link (redirect_type, id{filters})",
+    "create index link_by_redirect_uri on link ({key}redirect_uri{/key}, id{filters})",
+    "create index link_by_created_at on link (created_at, id{filters})",
+    // The order in which an owner's page shows his links.
+    "create index link_owner_created_at on link (owner_uid, created_at, id)",
+};
+
+// The table's own rows are too long to count off up to a page.
+const std::vector<std::string> kSqliteVersion5 = {
+    "create index link_by_id on link (id{filters})",
+};
+const std::vector<std::string> kPostgresqlVersion5 = {
+    "drop index link_list",
+};
+
+const std::vector<std::string> kNone;
+
+// The statements that lead from one version to the next: those for every database, then one's own.
+struct Migration {
+  const std::vector<std::string>& common;
+  const std::vector<std::string>& sqlite = kNone;
+  const std::vector<std::string>& postgresql = kNone;
+};
+
+const std::array<Migration, kSchemaVersion> kMigrations = {{
+    {kVersion1},
+    {kVersion2},
+    {kVersion3},
+    {kVersion4},
+    {kVersion5, kSqliteVersion5, kPostgresqlVersion5},
+    {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
+}};
 
 std::string Translate(std::string statement, const Words& words) {
-  const std::array<std::pair<std::string_view, const char*>, 3> translations = {
-      {{"{id}", words.id}, {"{text}", words.text}, {"{list}", words.list}}};
+  const std::array<std::pair<std::string_view, const char*>, 7> translations = {
+      {{"{id}", words.id},
+       {"{text}", words.text},
+       {"{list}", words.list},
+       {"{key}", words.before_text_key},
+       {"{/key}", words.after_text_key},
+       {"{filters}", words.filters},
+       {"{by_key}", words.by_key}}};
   for (const auto& [word, translation] : translations) {
     for (std::size_t at = 0; (at = statement.find(word)) != std::string::npos;) {
       statement.replace(at, word.size(), translation);
@@ -124,10 +189,13 @@ void Migrate(soci::session& session) {
   // Another process may be migrating. The lock waits for it; then the new version is read.
   const int version = SchemaVersion(session, DialectOf(session).row_lock);
   if (version < 0) throw soci::soci_error("The schema version is not one of ours.");
-  const Words& words = session.get_backend_name() == "sqlite3" ? kSqlite : kPostgresql;
+  const bool is_sqlite = session.get_backend_name() == "sqlite3";
+  const Words& words = is_sqlite ? kSqlite : kPostgresql;
   for (int next = version; next < kSchemaVersion; ++next) {
-    for (const std::string& statement : *kMigrations.at(static_cast<std::size_t>(next))) {
-      session << Translate(statement, words);
+    const Migration& migration = kMigrations.at(static_cast<std::size_t>(next));
+    for (const auto* statements :
+         {&migration.common, is_sqlite ? &migration.sqlite : &migration.postgresql}) {
+      for (const std::string& statement : *statements) session << Translate(statement, words);
     }
   }
   session << "update schema_version set version = :version", soci::use(kSchemaVersion);

@@ -16,7 +16,8 @@ class Condition {
  public:
   // Keeps only links whose field `key` has `value`, in text form. Several conditions must all hold.
   void Where(const std::string& key, const std::string& value);
-  // Sorts by `field`, then by the fields of later calls, and at last by id.
+  // Sorts by `field`, then by the fields of later calls, and at last by id, in the direction of the
+  // first field. PostgreSQL compares only the first 255 characters of a text.
   void OrderBy(const std::string& field, bool ascending);
   // At most `limit` links, beginning with number `offset`, counted from 0. A negative `offset`
   // means 0, a negative `limit` no limit.
