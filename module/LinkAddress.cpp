@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <deque>
 #include <memory>
-#include <vector>
+#include <thread>
+#include <utility>
 
 #include "sharing/Log.h"
 #include "sharing/LogPlaces.h"
@@ -18,6 +20,7 @@ namespace {
 
 constexpr char kQRCodeProgram[] = "/usr/bin/qrencode";
 constexpr std::size_t kChunkSize = 8192;
+constexpr unsigned int kMostCores = 8;
 
 struct ClosePipe {
   void operator()(FILE* stream) const { VLIBCPclose(stream); }
@@ -41,6 +44,53 @@ std::size_t Base64BufferSize(std::size_t source_size) {
   return std::max(2 * source_size, (source_size + 2) / 3 * 4 + 1);
 }
 
+// A run of qrencode that may go on while its owner does something else.
+class QRCode {
+ public:
+  explicit QRCode(const std::string& url)
+      : pipe_(VLIBCPopen(kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-",
+                         static_cast<const char*>(nullptr))) {
+    if (!pipe_) {
+      LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
+    }
+  }
+
+  // Waits for its end, once. As GenerateQRCode.
+  bool Finish(std::string& qrcode) {
+    const std::unique_ptr<FILE, ClosePipe> pipe = std::move(pipe_);
+    if (!pipe) return false;
+    const std::vector<char> image = ReadAll(pipe.get());
+    if (image.empty()) return false;
+
+    std::vector<char> text(Base64BufferSize(image.size()), '\0');
+    VLIBCBase64SzEncodeFull(image.data(), image.size(), text.data(), text.size(), text.size(), 0,
+                            0);
+    qrcode = std::string("data:image/png;base64,") + text.data();
+    return true;
+  }
+
+ private:
+  std::unique_ptr<FILE, ClosePipe> pipe_;
+};
+
+// An entry's form whose image is in the making.
+class PendingForm {
+ public:
+  PendingForm(const APIRequest* request, const sharing::record::Entry& entry)
+      : entry_(entry), url_(LinkURL(request, entry.get_hash())), qrcode_(url_) {}
+
+  void Finish(Json::Value& out) {
+    entry_.ToJSON(out);
+    out["url"] = url_;
+    if (std::string qrcode; qrcode_.Finish(qrcode)) out["qrcode"] = qrcode;
+  }
+
+ private:
+  const sharing::record::Entry& entry_;
+  const std::string url_;
+  QRCode qrcode_;
+};
+
 }  // namespace
 
 std::string LinkURL(const APIRequest* request, const std::string& sharing_id) {
@@ -48,28 +98,27 @@ std::string LinkURL(const APIRequest* request, const std::string& sharing_id) {
 }
 
 bool GenerateQRCode(const std::string& url, std::string& qrcode) {
-  const std::unique_ptr<FILE, ClosePipe> pipe(VLIBCPopen(
-      kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-", static_cast<const char*>(nullptr)));
-  if (!pipe) {
-    LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
-    return false;
-  }
-
-  const std::vector<char> image = ReadAll(pipe.get());
-  if (image.empty()) return false;
-
-  std::vector<char> text(Base64BufferSize(image.size()), '\0');
-  VLIBCBase64SzEncodeFull(image.data(), image.size(), text.data(), text.size(), text.size(), 0, 0);
-  qrcode = std::string("data:image/png;base64,") + text.data();
-  return true;
+  return QRCode(url).Finish(qrcode);
 }
 
 void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entry,
                    Json::Value& out) {
-  entry.ToJSON(out);
-  const std::string url = LinkURL(request, entry.get_hash());
-  out["url"] = url;
-  if (std::string qrcode; GenerateQRCode(url, qrcode)) out["qrcode"] = qrcode;
+  PendingForm(request, entry).Finish(out);
+}
+
+void FormEntriesJSON(const APIRequest* request, const std::vector<sharing::record::Entry>& entries,
+                     Json::Value& out) {
+  out = Json::Value(Json::arrayValue);
+  // With one more than run at a time, no core waits until the oldest has been read.
+  const std::size_t most = std::clamp(std::thread::hardware_concurrency(), 1U, kMostCores) + 1;
+  std::deque<PendingForm> pending;
+  for (const sharing::record::Entry& entry : entries) {
+    pending.emplace_back(request, entry);
+    if (pending.size() < most) continue;
+    pending.front().Finish(out.append(Json::Value(Json::objectValue)));
+    pending.pop_front();
+  }
+  for (PendingForm& form : pending) form.Finish(out.append(Json::Value(Json::objectValue)));
 }
 
 }  // namespace VELT

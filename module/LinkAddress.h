@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 #include "veltsharing/Entry.h"
 #include "veltwebapi/APIRequest.h"
@@ -21,5 +22,10 @@ bool GenerateQRCode(const std::string& url, std::string& qrcode);
 // Makes `out` the JSON form of Entry::ToJSON plus "url" and, when the image can be made, "qrcode".
 void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entry,
                    Json::Value& out);
+
+// Makes `out` an array of these forms, in the order of the entries. Several images are made at a
+// time, no more than the machine has cores and one.
+void FormEntriesJSON(const APIRequest* request, const std::vector<sharing::record::Entry>& entries,
+                     Json::Value& out);
 
 }  // namespace VELT

@@ -90,10 +90,7 @@ int SharingList::FormOutput() {
   result_["total"] = total_;
   result_["limit"] = limit_;
   result_["offset"] = offset_;
-  Json::Value& sharings = result_["sharings"] = Json::Value(Json::arrayValue);
-  for (const sharing::record::Entry& entry : entries_) {
-    FormEntryJSON(request_, entry, sharings.append(Json::Value(Json::objectValue)));
-  }
+  FormEntriesJSON(request_, entries_, result_["sharings"]);
   return 0;
 }
 

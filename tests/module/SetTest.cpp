@@ -14,6 +14,7 @@
 #include "module/LinkAddress.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "veltsys/Base64.h"
 
 namespace VELT {
 namespace {
@@ -264,6 +265,28 @@ TEST_F(SetTest, QRCodeIsAllThatTheProgramPrints) {
     EXPECT_TRUE(GenerateQRCode(std::to_string(size), image)) << size;
     EXPECT_TRUE(image == want) << size << " bytes became " << image.size();
   }
+}
+
+// Each program waits for a second one.
+TEST_F(SetTest, QRCodesOfAListAreMadeAtOnceAndStayInOrder) {
+  std::ofstream(folder_ / "program") << R"sh(#!/bin/sh
+: > "$0.$$"
+until [ "$(ls "$0".* | wc -l)" -ge 2 ]; do sleep 0.02; done
+printf %s "$3"
+)sh";
+  std::filesystem::permissions(folder_ / "program", std::filesystem::perms(0755));
+  for (const char* title : {"a", "b", "c", "d", "e"}) Create({{"protect_title", title}});
+  const QRCodeProgram program(folder_ / "program");
+  const Answer list = Sharing("list", R"({"sort_by": "protect_title", "sort_direction": "DESC"})");
+  std::string titles;
+  for (const Json::Value& link : list.body["sharings"]) {
+    titles += link["protect_title"].asString();
+    const std::string url = link["url"].asString();
+    std::vector<char> text(2 * url.size(), '\0');
+    VLIBCBase64SzEncodeFull(url.data(), url.size(), text.data(), text.size(), text.size(), 0, 0);
+    EXPECT_EQ(link["qrcode"], std::string("data:image/png;base64,") + text.data());
+  }
+  EXPECT_EQ(titles, "edcba");
 }
 
 TEST(QRCodeTest, EncodesTheWholeTextAsOneArgument) {
