@@ -136,24 +136,38 @@ struct FastCgiListener::Library {
 };
 
 FastCgiListener::FastCgiListener(int listener, std::size_t largest_body)
-    : largest_body_(largest_body), library_(std::make_unique<Library>()) {
-  if (FCGX_Init() != 0 ||
-      FCGX_InitRequest(&library_->fcgi, listener, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
+    : listener_(listener), largest_body_(largest_body), library_(std::make_unique<Library>()) {
+  // The library gets no socket: it reads from the connections that it is given.
+  if (FCGX_Init() != 0 || FCGX_InitRequest(&library_->fcgi, -1, FCGI_FAIL_ACCEPT_ON_INTR) != 0) {
     throw std::runtime_error("cannot initialise FastCGI");
   }
 }
 
 FastCgiListener::~FastCgiListener() = default;
 
-std::optional<Incoming> FastCgiListener::Take() {
-  FCGX_Request& fcgi = library_->fcgi;
-  const int status = FCGX_Accept_r(&fcgi);
-  if (status == -EAGAIN) return std::nullopt;
-  if (status != 0) {
-    throw std::runtime_error("cannot accept a connection: " + std::to_string(status));
+bool FastCgiListener::Accept() {
+  const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+  if (connection < 0) {
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return false;
+    throw std::runtime_error("cannot accept a connection: " + std::to_string(errno));
   }
+  // To be kept: otherwise the library would close it first.
+  library_->fcgi.ipcFd = connection;
+  library_->fcgi.keepConnection = 1;
+  return true;
+}
+
+std::optional<Incoming> FastCgiListener::Take() {
+  constexpr int kPatience = 2000;  // milliseconds, as the library has for a connection of its own
+  FCGX_Request& fcgi = library_->fcgi;
+  pollfd watched{fcgi.ipcFd, POLLIN, 0};
+  if (poll(&watched, 1, kPatience) <= 0) {
+    FCGX_Free(&fcgi, 1);
+    return std::nullopt;
+  }
+  // From a connection that is of no use the library goes on to its socket, which is none.
+  if (FCGX_Accept_r(&fcgi) != 0) return std::nullopt;
   const auto taken = std::chrono::steady_clock::now();
-  fcntl(fcgi.ipcFd, F_SETFD, FD_CLOEXEC);
   WebRequest request = ReadRequest(fcgi, largest_body_);
   // The answer is not sent by the library, which would wait until the web server closes the
   // connection.

@@ -57,12 +57,16 @@ class FastCgiListener {
   FastCgiListener(const FastCgiListener&) = delete;
   FastCgiListener& operator=(const FastCgiListener&) = delete;
 
-  // The next request, completely read. Empty when another worker has taken it or the web server has
-  // closed the connection. Throws std::runtime_error when the socket can't be used.
+  // Accepts a connection without waiting for one. False when there is none: on a busy machine another
+  // worker is often faster, so nothing else should be done before. Throws std::runtime_error when the
+  // socket can't be used.
+  bool Accept();
+  // The request of the accepted connection, completely read. Empty when the web server has closed it.
   std::optional<Incoming> Take();
 
  private:
   struct Library;
+  int listener_;
   std::size_t largest_body_;
   std::unique_ptr<Library> library_;
 };

@@ -155,20 +155,27 @@ class Worker {
   void Serve(int listener, int signals) {
     if (place_.pool == Pool::kFront) {
       FastCgiListener front(listener, registry_.LargestBody());
-      ServeFrom(listener, signals, [&front] { return front.Take(); });
+      ServeFrom(
+          listener, signals, [&front] { return front.Accept(); },
+          [&front] { return front.Take(); });
     } else {
       const Handover& queue = queues_[IndexOf(place_.pool)];
-      ServeFrom(queue.fd(), signals, [&queue] { return queue.Take(); });
+      ServeFrom(
+          queue.fd(), signals, [] { return true; }, [&queue] { return queue.Take(); });
     }
   }
 
  private:
-  template <typename Take>
-  void ServeFrom(int source, int signals, Take take) {
+  // `arrived` is asked for each event and says whether there is something to `take`.
+  template <typename Arrived, typename Take>
+  void ServeFrom(int source, int signals, Arrived arrived, Take take) {
     RequestWaiter waiter(source, signals);
     while (EndWithSupervisor(place_)) {
-      const auto event = waiter.Wait(afterwards_.Milliseconds());
-      if (event == RequestWaiter::Event::kStop) return;
+      RequestWaiter::Event event;
+      do {
+        event = waiter.Wait(afterwards_.Milliseconds());
+        if (event == RequestWaiter::Event::kStop) return;
+      } while (event == RequestWaiter::Event::kRequest && !arrived());
       BecomeBusy(place_);
       deadline_.Start();
       if (event == RequestWaiter::Event::kRequest) {
