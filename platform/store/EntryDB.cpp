@@ -51,7 +51,7 @@ bool EntryDB::Update(const record::Entry& entry) {
   return Connection::Of(db_).Run("update a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
-    Transaction transaction(store.sql());
+    Transaction transaction(store);
     const EntryRow* stored = store.statements().LockLink(row->hash);
     if (stored == nullptr || !row->MergeOnto(*stored)) return false;
     store.statements().UpdateLink(*row);

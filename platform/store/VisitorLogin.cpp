@@ -62,7 +62,7 @@ LoginResult VisitorLogin::Run() {
 
 // One transaction. Returns nothing when the credentials must be checked before the next one.
 std::optional<LoginResult> VisitorLogin::Attempt(StoreSession& store) {
-  Transaction transaction(store.sql());
+  Transaction transaction(store);
   LoginResult result = CheckPreconditions(store);
   if (result != LoginResult::kLoggedIn) return result;
   if (link_.IsProtected()) {

@@ -10,6 +10,11 @@ namespace {
 // Each has one statement and the variables that are bound to it, which must not move. The statement
 // is the last member, so that it is destroyed first.
 
+struct Plain {
+  Plain(soci::session& sql, const char* text) : statement(sql) { Prepare(statement, text); }
+  soci::statement statement;
+};
+
 struct VersionRead {
   explicit VersionRead(soci::session& sql) : statement(sql) {
     statement.exchange(soci::into(version));
@@ -198,7 +203,9 @@ struct SurplusSessionRemoval {
 
 struct PreparedStatements::Statements {
   explicit Statements(soci::session& sql)
-      : read_version(sql),
+      : begin(sql, DialectOf(sql).begin),
+        commit(sql, "commit"),
+        read_version(sql),
         read_link(sql, ""),
         read_enabled_link(sql, " and enabled = 1"),
         lock_link(sql, DialectOf(sql).row_lock),
@@ -215,6 +222,8 @@ struct PreparedStatements::Statements {
         remove_dead(sql),
         remove_surplus(sql) {}
 
+  Plain begin;
+  Plain commit;
   VersionRead read_version;
   LinkRead read_link;
   LinkRead read_enabled_link;
@@ -237,6 +246,10 @@ struct PreparedStatements::Statements {
 PreparedStatements::PreparedStatements(soci::session& sql)
     : sql_(sql), statements_(std::make_unique<Statements>(sql)) {}
 PreparedStatements::~PreparedStatements() = default;
+
+void PreparedStatements::Begin() { statements_->begin.statement.execute(true); }
+
+void PreparedStatements::Commit() { statements_->commit.statement.execute(true); }
 
 int PreparedStatements::SchemaVersion() {
   auto& [version, statement] = statements_->read_version;

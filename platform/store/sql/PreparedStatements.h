@@ -20,6 +20,10 @@ class PreparedStatements {
   PreparedStatements(const PreparedStatements&) = delete;
   PreparedStatements& operator=(const PreparedStatements&) = delete;
 
+  // For Transaction.
+  void Begin();
+  void Commit();
+
   int SchemaVersion();
 
   // Null when there is no such row, here a link with this hash. The row is valid until the next call

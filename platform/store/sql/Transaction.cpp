@@ -8,6 +8,11 @@ Transaction::Transaction(soci::session& session) : session_(session) {
   session_ << DialectOf(session_).begin;
 }
 
+Transaction::Transaction(StoreSession& store)
+    : session_(store.sql()), prepared_(&store.statements()) {
+  prepared_->Begin();
+}
+
 Transaction::~Transaction() {
   if (!open_) return;
   try {
@@ -18,7 +23,11 @@ Transaction::~Transaction() {
 }
 
 void Transaction::Commit() {
-  session_ << "commit";
+  if (prepared_ != nullptr) {
+    prepared_->Commit();
+  } else {
+    session_ << "commit";
+  }
   open_ = false;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sql/Soci.h"
+#include "sql/StoreSession.h"
 
 namespace VELT::sharing::db {
 
@@ -10,6 +11,8 @@ namespace VELT::sharing::db {
 class Transaction {
  public:
   explicit Transaction(soci::session& session);
+  // The same with the statements that the session has prepared.
+  explicit Transaction(StoreSession& store);
   ~Transaction();
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
@@ -17,6 +20,7 @@ class Transaction {
 
  private:
   soci::session& session_;
+  PreparedStatements* prepared_ = nullptr;
   bool open_ = true;
 };
 
