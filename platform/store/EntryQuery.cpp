@@ -144,11 +144,17 @@ std::string EntryQuery::Where(const char* unindexed) const {
   return text;
 }
 
+bool EntryQuery::IsFixed(const Column* column) const {
+  return std::any_of(filters_.begin(), filters_.end(),
+                     [column](const Filter& filter) { return filter.column == column; });
+}
+
 // Equal values follow each other by id, in the direction of the first column: so an index gives
-// either direction.
+// either direction. What a filter fixes orders nothing.
 std::string EntryQuery::OrderBy(const Dialect& dialect) const {
   std::string text = " order by ";
   for (const auto& [column, ascending] : order_) {
+    if (IsFixed(column)) continue;
     const bool is_key = column->kind == Kind::kText;
     text += std::string(is_key ? dialect.before_text_key : "") + column->name +
             (is_key ? dialect.after_text_key : "") + (ascending ? ", " : " desc, ");
@@ -204,6 +210,11 @@ bool EntryQuery::FollowsOrder(soci::session& sql) const {
   constexpr long long kOwnersShare = 8;
   constexpr long long kProjectsShare = 40;
   if (filters_.empty()) return true;
+  // The filters' own indexes have their links in the order of the ids.
+  if (std::all_of(order_.begin(), order_.end(),
+                  [this](const auto& order) { return IsFixed(order.first); })) {
+    return false;
+  }
   const auto wanted = KnownCount(sql);
   if (!wanted) return false;
   const bool has_owner = std::any_of(filters_.begin(), filters_.end(), [](const Filter& each) {

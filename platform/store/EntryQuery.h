@@ -38,6 +38,7 @@ class EntryQuery {
   // `unindexed` is the dialect's or empty.
   std::string Where(const char* unindexed) const;
   std::string OrderBy(const Dialect& dialect) const;
+  bool IsFixed(const Column* column) const;
   void Bind(soci::statement& statement) const;
   // How many links the filters leave. Empty when they would have to be counted.
   std::optional<long long> KnownCount(soci::session& sql) const;
