@@ -1,7 +1,6 @@
 #include "FastCgi.h"
 
 #include <fcgiapp.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
