@@ -38,7 +38,12 @@ const form = new LinkForm(find('#edit'), {
 });
 
 const selection = new Selection(find('#selection'), doWithChosen);
-const deletion = new DelayedDeletion(find('#undo'), {remove: removeLinks, onChange: (text) => load(text)});
+const deletion = new DelayedDeletion(find('#undo'), {
+  remove: removeLinks,
+  removed: (failures, count) => finishMany(failures, t('links_deleted', {count: count - failures.length})),
+  changed: (text) => load(text),
+  closed: () => find(find('#selection').hidden ? '#new' : '#select-all').focus(),
+});
 const search = new TitleSearch((page) => call('list', {...listParams(), ...page}));
 const picker = new FilePicker(find('#pick'), (app, title) => form.open(null, FILES, {app, protect_title: title}));
 
@@ -70,12 +75,15 @@ async function load(done = '') {
       });
       return;
     }
-    answer = await call('list', {...listParams(), offset: view.offset, limit: view.limit});
+    // As many more as are hidden.
+    answer = await call('list', {...listParams(), offset: view.offset, limit: view.limit + deletion.size});
   } catch (error) {
     if (turn === latestLoad) showProblem(error);
     return;
   }
   if (turn !== latestLoad) return;
+  const left = answer.sharings.filter((entry) => !deletion.holds(entry));
+  answer = {sharings: left.slice(0, view.limit), total: answer.total - answer.sharings.length + left.length};
   if (answer.sharings.length === 0 && view.offset > 0) {
     // The page's last link is gone: show the page that is the last now.
     view.offset = Math.max(0, Math.floor((answer.total - 1) / view.limit) * view.limit);
@@ -106,9 +114,6 @@ function drawFound({matches, searched, total, done: isDone}, done) {
 }
 
 function draw(answer, done) {
-  // What waits to be deleted is out of sight.
-  const shown = answer.sharings.filter((entry) => !deletion.holds(entry));
-  answer = {sharings: shown, total: answer.total - answer.sharings.length + shown.length};
   find('#problem').hidden = true;
   const table = find('#links');
   table.setAttribute('aria-busy', 'false');
@@ -240,14 +245,13 @@ function remove(entry) {
 async function removeLinks(entries, {leaving}) {
   const request = ({sharing_id: id}) => call('delete', {sharing_id: id}, {keepalive: leaving});
   if (leaving) return void entries.forEach((entry) => request(entry).catch(() => {}));
-  const failures = await selection.each(entries, async (entry) => {
+  return selection.each(entries, async (entry) => {
     try {
       await request(entry);
     } catch (error) {
       if (error.code !== NO_SUCH_LINK) throw error; // somebody else was first
     }
   });
-  await finishMany(failures, t('links_deleted', {count: entries.length - failures.length}));
 }
 
 async function doWithChosen(what, entries) {

@@ -16,9 +16,10 @@ export class TitleSearch {
     this.#list = list;
   }
 
-  /** The links have changed: what was loaded is of no use. */
+  /** The links have changed: what was loaded is out of date. */
   forget() {
-    this.#about = '';
+    this.#loaded = [];
+    this.#total = Infinity;
   }
 
   /**
@@ -28,18 +29,20 @@ export class TitleSearch {
   async find(text, about, found) {
     if (about !== this.#about) {
       this.#about = about;
-      this.#loaded = [];
-      this.#total = Infinity;
+      this.forget();
     }
+    const loaded = this.#loaded;
     for (;;) {
-      const done = this.#loaded.length >= Math.min(this.#total, MOST);
-      const matches = this.#loaded.filter((entry) => plain(entry.protect_title).includes(plain(text)));
-      const goesOn = found({matches, searched: this.#loaded.length, total: this.#total, done});
+      const offset = loaded.length;
+      const done = offset >= Math.min(this.#total, MOST);
+      const matches = loaded.filter((entry) => plain(entry.protect_title).includes(plain(text)));
+      const goesOn = found({matches, searched: offset, total: this.#total, done});
       if (done || !goesOn) return;
-      const {sharings, total} = await this.#list({offset: this.#loaded.length, limit: PAGE});
-      if (about !== this.#about) return;
-      this.#loaded.push(...sharings);
-      this.#total = sharings.length > 0 ? total : this.#loaded.length;
+      const {sharings, total} = await this.#list({offset, limit: PAGE});
+      if (loaded !== this.#loaded) return; // out of date meanwhile
+      if (loaded.length > offset) continue; // Another search has loaded the same page.
+      loaded.push(...sharings);
+      this.#total = sharings.length > 0 ? total : loaded.length;
     }
   }
 }

@@ -38,6 +38,7 @@ export class ShareDialog {
     this.#say('');
     this.#find('#share-url').value = entry.url;
     const image = qrImage(entry);
+    this.#modules = null;
     this.#find('#share-qr').hidden = image === null;
     this.#find('.no-qr').hidden = image !== null;
     this.#find('#qr-svg').hidden = true;

@@ -1,4 +1,4 @@
-// Deleting that can be taken back. The service deletes at once and for good, so the page waits before it asks for that.
+// Deletion that can be undone. The service deletes at once and for good, so the page waits before it asks for that.
 
 import {t} from '/shared/texts.js';
 
@@ -6,18 +6,19 @@ const SECONDS = 10;
 
 export class DelayedDeletion {
   #bar;
-  #deletion = null; // {entries, left, timer}
-  #remove;
-  #onChange;
+  #deletion = null; // the one that can be undone: {entries, text, left, timer}
+  #running = []; // entries whose deletion has been asked for
+  #on;
 
   /**
-   * `remove(entries, {leaving})` deletes links, whose page is being left if `leaving`. `onChange(text)` is called when
-   * links went out of sight or came back; the text tells.
+   * `on` has the functions `remove(entries, {leaving})`, which deletes links and returns a text for each that failed;
+   * with `leaving`, while the page is being left, it does not wait for the answers. `removed(failures, count)` follows
+   * an attempt to delete `count` links. `changed(text)` follows when links are hidden or shown again, which the text
+   * describes. `closed()` follows when the bar closes while it has the focus.
    */
-  constructor(bar, {remove, onChange}) {
+  constructor(bar, on) {
     this.#bar = bar;
-    this.#remove = remove;
-    this.#onChange = onChange;
+    this.#on = on;
     bar.querySelector('#undo-now').addEventListener('click', () => this.undo());
     bar.querySelector('#undo-skip').addEventListener('click', () => this.finish());
     document.addEventListener('keydown', (event) => {
@@ -27,35 +28,52 @@ export class DelayedDeletion {
       this.undo();
     });
     addEventListener('pagehide', () => {
-      if (this.#deletion) this.#remove(this.#end(), {leaving: true});
+      // A running deletion would end with the page; deleting a link twice does no harm.
+      const entries = this.#held();
+      if (this.#deletion) this.#end();
+      if (entries.length > 0) this.#on.remove(entries, {leaving: true});
     });
   }
 
-  /** Whether the link waits to be deleted, and is not to be shown. */
-  holds({sharing_id: id}) {
-    return this.#deletion?.entries.some((entry) => entry.sharing_id === id) ?? false;
+  /** How many links are hidden because they are being deleted. */
+  get size() {
+    return this.#held().length;
   }
 
-  /** Begins to delete links. Those of before are deleted now. */
-  async begin(entries, text) {
-    await this.finish();
+  /** Whether the link is being deleted, and must not be shown. */
+  holds({sharing_id: id}) {
+    return this.#held().some((entry) => entry.sharing_id === id);
+  }
+
+  /** Begins to delete links. An earlier deletion can no longer be undone, and is not waited for. */
+  begin(entries, text) {
+    this.finish();
     const timer = setInterval(() => this.#tick(), 1000);
     this.#deletion = {entries, text, left: SECONDS, timer};
     this.#draw();
     this.#bar.hidden = false;
-    this.#onChange(t('undo_said', {text}));
+    this.#on.changed(t('undo_said', {text}));
   }
 
   undo() {
     this.#end();
-    this.#onChange(t('undone'));
+    this.#on.changed(t('undone'));
   }
 
   async finish() {
-    if (this.#deletion) await this.#remove(this.#end(), {leaving: false});
+    if (!this.#deletion) return;
+    const entries = this.#end();
+    this.#running.push(...entries);
+    const failures = await this.#on.remove(entries, {leaving: false});
+    this.#running = this.#running.filter((entry) => !entries.includes(entry));
+    this.#on.removed(failures, entries.length);
   }
 
-  // Nobody loses the choice while he is about to make it.
+  #held() {
+    return [...this.#running, ...this.#deletion?.entries ?? []];
+  }
+
+  // The time stops while the pointer or the focus is on the bar.
   #tick() {
     if (this.#bar.matches(':hover, :focus-within')) return;
     this.#deletion.left -= 1;
@@ -72,7 +90,9 @@ export class DelayedDeletion {
     const {entries, timer} = this.#deletion;
     clearInterval(timer);
     this.#deletion = null;
+    const hadFocus = this.#bar.contains(document.activeElement);
     this.#bar.hidden = true;
+    if (hadFocus) this.#on.closed();
     return entries;
   }
 }
