@@ -1,5 +1,6 @@
 """The commands in the documents work as they stand there, with the password, address and ids of a demonstration."""
 
+import glob
 import json
 import os
 import re
@@ -87,6 +88,25 @@ class Documents(unittest.TestCase):
         block = "\n".join(line[4:] for line in section.splitlines() if line.startswith("    "))
         self.assertIn("curl", block)
         self.assertEqual([], self.commands().run(block))
+
+
+class Links(unittest.TestCase):
+    def test_links_lead_to_files_and_headings(self):
+        texts = {}
+        for name in sum((glob.glob(each, root_dir=REPOSITORY) for each in ("*.md", "docs/*.md", "examples/*/*.md")), []):
+            with open(os.path.join(REPOSITORY, name), encoding="utf-8") as file:
+                texts[name] = re.sub(r"^```.*?^```", "", file.read(), flags=re.S | re.M)
+        broken = []
+        for name, text in texts.items():
+            for target in re.findall(r"\]\((?!\w+:)([^)\s]+)\)", text):
+                path, _, anchor = target.partition("#")
+                path = os.path.normpath(os.path.join(os.path.dirname(name), path)) if path else name
+                headings = [re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+                            for heading in re.findall(r"^#+ (.*)$", texts.get(path, ""), re.M)]
+                if not os.path.exists(os.path.join(REPOSITORY, path)) or anchor and anchor not in headings:
+                    broken.append((name, target))
+        self.assertEqual([], broken)
+        self.assertGreater(len(texts), 10)
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-// Waiting for a moment, told in the page.
+// A countdown in the page.
 
 import {t} from '/shared/texts.js';
 
@@ -14,7 +14,7 @@ function remaining(seconds) {
 
 /**
  * Counts `seconds` down in `place`, with the time in the text of `key`, and then calls `done`. Returns what ends it.
- * It goes by the moment of the end, so that a machine that slept meanwhile is not late.
+ * It compares the clock with the moment of the end, so a machine that slept meanwhile is not late.
  */
 export function countDown(place, key, seconds, done) {
   const end = Date.now() + seconds * 1000;

@@ -1,4 +1,4 @@
-// The dialog that shows a link's address and its QR code, to hand on.
+// The dialog with a link's address and QR code, to pass on.
 
 import {t} from '/shared/texts.js';
 import {DAYS, drawChart, sumOf} from './chart.js';

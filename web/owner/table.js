@@ -21,7 +21,7 @@ export const COLUMNS = [
 ];
 
 /**
- * Draws the table anew. `view` is {everybody, sortBy, ascending}; `on` has the functions `sort(name)`,
+ * Redraws the table. `view` is {everybody, sortBy, ascending}; `on` has the functions `sort(name)`,
  * `show(entry)`, `copy(entry, button)`, `edit(entry)`, `remove(entry)`, `isChosen(entry)` and
  * `choose(entry, chosen)`. The focus stays on its element, or goes to the neighbour of one that is gone;
  * false when there is neither.

@@ -1,4 +1,4 @@
-// The texts of a page in its reader's language. They stand in tables, FOLDER/texts/CODE.json; languages.json lists the
+// The texts of a page in its reader's language. They are in tables, FOLDER/texts/CODE.json; languages.json lists the
 // languages. A text that depends on a number is an object of its plural forms, and {name} stands for a value.
 
 const COOKIE = 'velt_language'; // the server reads it too
