@@ -125,7 +125,7 @@ class LinkPage(unittest.TestCase):
         for _ in range(10):
             self.assertEqual(1001, DEMO.visitor(link).login(password="wrong")["error"]["code"])
         self.log_in("other")
-        self.says("takes no logins")
+        self.says("accepts no logins")
         self.assertRegex(BROWSER.find("#wait").text, r"^You can try again in 1[45]:\d\d\.$")
         # Almost a quarter of an hour later; whoever waits need not reload.
         with contextlib.closing(sqlite3.connect(DEMO.database)) as sql, sql:
