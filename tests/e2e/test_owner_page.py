@@ -267,6 +267,10 @@ class OwnerPage(unittest.TestCase):
         self.browser.wait(lambda: not exists(links[2]), "the third to go")
         self.assertTrue(exists(links[3]))
 
+    def asks_before_leaving(self):
+        return self.browser.script("""const event = new Event('beforeunload', {cancelable: true});
+            return !dispatchEvent(event);""")
+
     def hold_calls(self, condition):
         """Holds the page's calls for which a condition of JavaScript on `call` and `options` is true. `go()` in the
         page sends them."""
@@ -321,12 +325,14 @@ class OwnerPage(unittest.TestCase):
         self.click("[data-do=delete]")
         self.shows("Link 10")
         self.assertEqual("1–1 of 1", self.browser.find("#range").text)
+        self.assertTrue(self.asks_before_leaving())
         self.click("#undo-now")
         self.click("#next")
         self.shows("Link 10")
         self.click("#select-all")
         self.click("[data-do=delete]")
         self.browser.wait_text("1 link is being deleted", "#undo")
+        self.assertFalse(self.asks_before_leaving())
         self.click("#undo-skip")
         self.said("Link deleted. Links 1–10 of 10.")
 

@@ -11,8 +11,8 @@ import re
 import sys
 
 OWNER, VISITOR = "/webapi/entry.cgi", "/sharing/{link}/webapi"
-# A path stands for one operation of each verb, but all calls go to two addresses. What follows the # only tells the
-# operations apart: no client sends it.
+# A path stands for one operation of each verb, but all calls go to two addresses. The part after the # only
+# distinguishes the operations: no client sends it.
 ADDRESSES = {OWNER: "user", VISITOR: "visitor"}
 COMMON_CODES = (100, 101, 102, 103, 104, 105, 106)
 
@@ -225,7 +225,7 @@ def operation_of(row, address, parameters, page):
     words = page.methods.get((api, method), "").strip()
     notes = ["Needs POST." if row.get("post_only") else "GET with the parameters in the query does as well."]
     if "raw_body" in row:
-        notes.append("The parameters stand in the query: " + ", ".join(f"`{name}`" for name in schema["properties"])
+        notes.append("The parameters are in the query: " + ", ".join(f"`{name}`" for name in schema["properties"])
                      + ".")
     operation = {
         "tags": [api], "operationId": f"{ADDRESSES[address]}.{api}.{method}", "summary": f"{api} {method}",
@@ -262,8 +262,8 @@ def describe(parameters, page, version, registry):
         "openapi": "3.1.0",
         "info": {"title": "Share links", "version": version,
                  "license": {"name": "Apache-2.0", "identifier": "Apache-2.0"},
-                 "description": page.methods.get(("The web API", ""), "").strip() + "\n\nWhat follows the # of a path "
-                 "only tells methods apart: it is not sent."},
+                 "description": page.methods.get(("The web API", ""), "").strip() + "\n\nThe part after the # of a "
+                 "path only distinguishes the methods: it is not sent."},
         "servers": [{"url": "/"}],
         "tags": [tag_of(api, page) for api in dict.fromkeys(row["api"] for row in registry)],
         "paths": paths,

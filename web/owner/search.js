@@ -1,7 +1,7 @@
 // Searching links by title. The service has no such search, so the page goes through the lists that it gives.
 
 const PAGE = 50;
-const MOST = 1000;
+const MOST = 5000;
 
 const plain = (text) => text.normalize('NFKC').toLocaleLowerCase();
 

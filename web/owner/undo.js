@@ -3,6 +3,8 @@
 import {t} from '/shared/texts.js';
 
 const SECONDS = 10;
+// Browsers limit how many calls may outlive their page, some to few more than this.
+const MOST_WHEN_LEAVING = 8;
 
 export class DelayedDeletion {
   #bar;
@@ -26,6 +28,9 @@ export class DelayedDeletion {
       if (!this.#deletion || writes || event.key !== 'z' || !(event.ctrlKey || event.metaKey)) return;
       event.preventDefault();
       this.undo();
+    });
+    addEventListener('beforeunload', (event) => {
+      if (this.size > MOST_WHEN_LEAVING) event.preventDefault(); // The browser asks whether to leave.
     });
     addEventListener('pagehide', () => {
       // A running deletion would end with the page; deleting a link twice does no harm.
