@@ -122,6 +122,17 @@ class OwnerPage(unittest.TestCase):
         self.click("#undo-now")
         self.shows("Trip")
         self.assertEqual(self.get(link_id)["protect_title"], "Trip")
+        for layout, key, code, undoes in (("German Y", "y", "KeyZ", False), ("German Z", "z", "KeyY", True),
+                                          ("Arabic", "ئ", "KeyZ", True), ("Caps Lock", "Z", "KeyZ", True)):
+            with self.subTest(layout):
+                self.click("[data-key^=delete]")
+                self.browser.wait_for("#undo")
+                self.browser.script("""const [key, code] = arguments;
+                    document.body.dispatchEvent(new KeyboardEvent('keydown', {key, code, ctrlKey: true, bubbles: true}))""",
+                                    key, code)
+                self.assertEqual(undoes, not self.browser.find("#undo").shown())
+                if not undoes:
+                    self.click("#undo-now")
         self.click("[data-key^=delete]")
         self.click("#undo-skip")
         self.said("Link deleted. No links.")

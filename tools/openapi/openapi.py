@@ -89,7 +89,7 @@ ANSWERS = {
     },
 }
 FILE_STATUSES = {"403": "No visit.", "404": "Nothing there.", "410": "The link's visits are used up.",
-                 "503": "Files can't be handed out."}
+                 "503": "Files can't be sent."}
 # Conditions of values that no parameter list can say: see SharingAPIChecks.cpp.
 PASSWORD_IS_NEEDED = {
     "if": {"properties": {"protect_type": {"const": "password"}}, "required": ["protect_type"]},

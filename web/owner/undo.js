@@ -6,6 +6,12 @@ const SECONDS = 10;
 // Browsers limit how many calls may outlive their page, some to few more than this.
 const MOST_WHEN_LEAVING = 8;
 
+// The key with a Z, or the one in its place where a keyboard has no Latin letters.
+function isUndo({key, code, ctrlKey, metaKey, shiftKey}) {
+  const isZ = key.toLowerCase() === 'z' || (code === 'KeyZ' && !/^[a-z]$/i.test(key));
+  return isZ && (ctrlKey || metaKey) && !shiftKey;
+}
+
 export class DelayedDeletion {
   #bar;
   #deletion = null; // the one that can be undone: {entries, text, left, timer}
@@ -25,7 +31,7 @@ export class DelayedDeletion {
     bar.querySelector('#undo-skip').addEventListener('click', () => this.finish());
     document.addEventListener('keydown', (event) => {
       const writes = event.target.matches('input:not([type="checkbox"]), textarea');
-      if (!this.#deletion || writes || event.key !== 'z' || !(event.ctrlKey || event.metaKey)) return;
+      if (!this.#deletion || writes || !isUndo(event)) return;
       event.preventDefault();
       this.undo();
     });
