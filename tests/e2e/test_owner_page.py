@@ -260,23 +260,29 @@ class OwnerPage(unittest.TestCase):
         self.assertFalse(self.get(kept)["enabled"])
 
     def test_what_was_deleted_is_gone_in_a_while_or_when_the_page_is_left(self):
-        links = [self.demo.create(protect_title=f"Link {n}") for n in range(4)]
+        links = [self.demo.create(protect_title=f"Link {n}") for n in range(5)]
         self.open()
         self.sort_by_title()
         exists = lambda link: self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
         self.click(f"[data-key='delete {links[0]}']")
-        self.shows("Link 1", "Link 2", "Link 3")
+        self.shows("Link 1", "Link 2", "Link 3", "Link 4")
         self.assertTrue(exists(links[0]))
         self.click(f"[data-key='delete {links[1]}']")  # the next one is not waited for
-        self.shows("Link 2", "Link 3")
+        self.shows("Link 2", "Link 3", "Link 4")
         self.browser.wait(lambda: not exists(links[0]), "the first to go")
         self.browser.wait(lambda: not exists(links[1]), "the second to go by itself")
-        self.shows("Link 2", "Link 3")
+        self.shows("Link 2", "Link 3", "Link 4")
         self.click(f"[data-key='delete {links[2]}']")
-        self.shows("Link 3")
-        self.browser.open("about:blank")
+        self.shows("Link 3", "Link 4")
+        self.browser.devtools("Page.setWebLifecycleState", state="frozen")
         self.browser.wait(lambda: not exists(links[2]), "the third to go")
-        self.assertTrue(exists(links[3]))
+        self.browser.devtools("Page.setWebLifecycleState", state="active")
+        self.shows("Link 3", "Link 4")
+        self.click(f"[data-key='delete {links[3]}']")
+        self.shows("Link 4")
+        self.browser.open("about:blank")
+        self.browser.wait(lambda: not exists(links[3]), "the fourth to go")
+        self.assertTrue(exists(links[4]))
 
     def asks_before_leaving(self):
         return self.browser.script("""const event = new Event('beforeunload', {cancelable: true});

@@ -355,6 +355,7 @@ async function start() {
   find('#page').hidden = false;
   // A page that comes back out of the browser's memory is of another time.
   addEventListener('pageshow', (event) => event.persisted && loadAll());
+  document.addEventListener('resume', () => loadAll());
   loadAll();
   find('#share-files').hidden = !await picker.isOffered();
 }

@@ -38,12 +38,8 @@ export class DelayedDeletion {
     addEventListener('beforeunload', (event) => {
       if (this.size > MOST_WHEN_LEAVING) event.preventDefault(); // The browser asks whether to leave.
     });
-    addEventListener('pagehide', () => {
-      // A running deletion would end with the page; deleting a link twice does no harm.
-      const entries = this.#held();
-      if (this.#deletion) this.#end();
-      if (entries.length > 0) this.#on.remove(entries, {leaving: true});
-    });
+    addEventListener('pagehide', () => this.#leave());
+    document.addEventListener('freeze', () => this.#leave()); // A frozen page may be dropped without an event.
   }
 
   /** How many links are hidden because they are being deleted. */
@@ -78,6 +74,13 @@ export class DelayedDeletion {
     const failures = await this.#on.remove(entries, {leaving: false});
     this.#running = this.#running.filter((entry) => !entries.includes(entry));
     this.#on.removed(failures, entries.length);
+  }
+
+  // A running deletion would end with the page; deleting a link twice does no harm.
+  #leave() {
+    const entries = this.#held();
+    if (this.#deletion) this.#end();
+    if (entries.length > 0) this.#on.remove(entries, {leaving: true});
   }
 
   #held() {
