@@ -17,6 +17,7 @@ import {DelayedDeletion} from './undo.js';
 const find = (selector) => document.querySelector(selector);
 const call = (method, params, options) => callApi('webapi/entry.cgi', 'VELT.Core.Sharing', method, params, options);
 const NO_SUCH_LINK = 1005;
+const MOST_FAILURES = 10; // that are listed
 const SEARCH_PAUSE = 250; // milliseconds in which somebody types on
 
 const view = {
@@ -265,7 +266,8 @@ async function doWithChosen(what, entries) {
 
 async function finishMany(failures, done) {
   await loadAll(done);
-  if (failures.length > 0) tell(failures.join('\n'));
+  const more = failures.length > MOST_FAILURES ? ['…'] : [];
+  if (failures.length > 0) tell([...failures.slice(0, MOST_FAILURES), ...more].join('\n'));
 }
 
 async function clean() {

@@ -57,8 +57,8 @@ export class Selection {
   }
 
   /**
-   * Does `call(entry)` with each link. Returns a text for each that failed. One after the other: each starts a program
-   * of the appliance.
+   * Does `call(entry)` with each link. Returns a text for each that failed. One at a time: each starts a program of
+   * the appliance.
    */
   async each(entries, call) {
     const failures = [];
@@ -72,6 +72,7 @@ export class Selection {
       }
     }
     this.#busy = false;
+    this.#draw(); // The list may not be: its call may fail too.
     return failures;
   }
 
