@@ -72,7 +72,7 @@ export class Selection {
       }
     }
     this.#busy = false;
-    this.#draw(); // The list may not be: its call may fail too.
+    this.#draw(); // in place of the progress, even if the list can't be loaded now
     return failures;
   }
 
