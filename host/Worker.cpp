@@ -171,7 +171,7 @@ class Worker {
   void ServeFrom(int source, int signals, Arrived arrived, Take take) {
     RequestWaiter waiter(source, signals);
     while (EndWithSupervisor(place_)) {
-      RequestWaiter::Event event;
+      RequestWaiter::Event event{};
       do {
         event = waiter.Wait(afterwards_.Milliseconds());
         if (event == RequestWaiter::Event::kStop) return;
