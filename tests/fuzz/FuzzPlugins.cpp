@@ -75,6 +75,7 @@ bool TakeTag(std::string_view& rest, std::string& name,
     return !word.empty();
   };
   if (!take("<") || !take_name(name)) return false;
+  if (name == "script" && !take(" defer ")) return false;
   std::string attribute;
   for (;;) {
     while (take(" ")) continue;
