@@ -192,7 +192,9 @@ Supervisor::Clock::duration Supervisor::LongestWait() const {
   Clock::duration wait = seconds(60);
   if (stopping_) return wait;
   for (const WorkerPool& pool : pools_) {
-    if (pool.workers.size() > pool.limits.min || IsFull(pool)) wait = kShrinkPause;
+    // At its maximum a pool may fill up without waking the supervisor.
+    const std::size_t workers = pool.workers.size();
+    if (workers > pool.limits.min || workers >= pool.limits.max) wait = kShrinkPause;
   }
   if (companion_ && companion_pid_ < 0) wait = kShrinkPause;
   const auto due = next_start_ - Clock::now();
