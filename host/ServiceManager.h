@@ -1,16 +1,17 @@
-// Tells the service manager that started the program how it is doing, as sd_notify(3) describes.
+// Reports the state of the program to the service manager that started it (sd_notify(3)).
 #pragma once
 
 #include <chrono>
 
 namespace VELT::host {
 
-// Does nothing where the environment names no service manager. For the process that it started.
+// Does nothing where the environment names no service manager. Only for the process that the
+// manager started.
 class ServiceManager {
  public:
   ServiceManager();
 
-  // Each may be called again at any time; only a change is told.
+  // Each may be called again at any time; only changes are reported.
   void Ready();
   void Reloading();
   void Stopping();

@@ -57,8 +57,8 @@ class Supervisor {
   // - SIGHUP replaces all workers one by one, each only when the next is ready.
   // - If a worker ends with kBadConfiguration before any was ready, all are stopped and that is
   //   returned.
-  // - The service manager is told when every pool has its workers, when a replacement begins and ends,
-  //   and that this process goes on.
+  // - The service manager gets a message when every pool has its workers, when a replacement begins
+  //   and ends, and, if it watches the process, at regular intervals.
   int Run();
 
  private:

@@ -25,7 +25,7 @@ def fill_sqlite(path, count, owner):
                               "sql is not null").fetchall()
         values = _VALUES.format(owner=owner, random="abs(random())", text="substr(hex(randomblob(11)), 1, 22)")
         sql.execute("begin immediate")
-        # Made anew afterwards, they take less time.
+        # Rebuilding them afterwards takes less time.
         for name, _ in indexes:
             sql.execute(f"drop index {name}")
         sql.execute(f"with recursive n(i) as (select 0 union all select i + 1 from n where i + 1 < {count}) "

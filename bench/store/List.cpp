@@ -49,7 +49,7 @@ std::vector<std::string> Texts(sqlite3* database, const char* sql) {
 }
 
 // The owners' links lie all over the table, as they do when many people make links at once. The
-// indexes are made anew when it is full, which takes less time.
+// indexes are rebuilt when it is full, which takes less time.
 void Fill(const std::string& file, int size) {
   sqlite3* database = nullptr;
   bench::Check(sqlite3_open(file.c_str(), &database));

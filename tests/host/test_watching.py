@@ -7,15 +7,10 @@ import os
 import re
 import signal
 import socket
-import sys
 import tempfile
 import unittest
-import urllib.request
 
-from webapid import PATIENCE, Host, wait_until
-
-sys.path.append("/usr/lib/python3/dist-packages")  # another Python than Debian's finds it too
-from prometheus_client.parser import text_string_to_metric_families  # noqa: E402
+from webapid import PATIENCE, Host, free_port, scrape, wait_until
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 SECRETS = {"HTTP_COOKIE": "sharing_sid=planted", "HTTP_REFERER": "http://planted/", "REMOTE_ADDR": "198.51.100.7",
@@ -24,21 +19,8 @@ LINK = "Abcdef7890123456789012"
 VISITOR = {**SECRETS, "SCRIPT_NAME": f"/sharing/{LINK}", "PATH_INFO": "/webapi", "REMOTE_USER": ""}
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 def fields(line):
     return dict(field.split("=", 1) for field in line.split())
-
-
-def scrape(port):
-    with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics", timeout=PATIENCE) as answer:
-        text = answer.read().decode()
-    return {(sample.name, *sorted(sample.labels.values())): sample.value
-            for family in text_string_to_metric_families(text) for sample in family.samples}
 
 
 class RequestLines(unittest.TestCase):

@@ -12,7 +12,7 @@ import threading
 import time
 import unittest
 
-from webapid import Host, fixture_registry, wait_until
+from webapid import Host, fixture_registry, free_port, scrape, wait_until
 
 
 class Workers(unittest.TestCase):
@@ -161,7 +161,7 @@ class ServiceManager(unittest.TestCase):
             with Host(under=("env", "NOTIFY_SOCKET=" + path, "WATCHDOG_USEC=300000"), **options) as host:
                 yield host, notice
 
-    def test_start_reload_and_end_are_told(self):
+    def test_start_reload_and_end_are_reported(self):
         with self.started(workers=2) as (host, notice):
             self.assertEqual(notice(), "READY=1")
             self.assertEqual(len(host.workers()), 7)  # two of the front's and one of each other pool
@@ -174,7 +174,7 @@ class ServiceManager(unittest.TestCase):
             self.assertEqual(notice(), "STOPPING=1")
             self.assertEqual(host.wait(), 0)
 
-    def test_a_reload_that_fails_is_not_told_as_done(self):
+    def test_a_reload_that_fails_is_not_reported_as_done(self):
         with self.started() as (host, notice):
             self.assertEqual(notice(), "READY=1")
             host.register("fixture.json", "{")
@@ -259,7 +259,11 @@ class Pools(unittest.TestCase):
             self.assertFalse(os.path.exists(left))
 
     def test_hanging_calls_in_every_worker_are_ended_early(self):
-        with Host(workers=2) as host:
+        port = free_port()
+        with Host("--metrics", f"127.0.0.1:{port}", workers=2) as host:
+            host.call("echo")
+            # While others start the supervisor is awake anyway.
+            wait_until(lambda: not any(count for name, count in scrape(port).items() if "starting" in name))
             paths = [os.path.join(host.folder.name, name) for name in ("first", "second")]
             for path in paths:
                 os.mkfifo(path)

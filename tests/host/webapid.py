@@ -5,10 +5,15 @@ import os
 import socket
 import struct
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 import urllib.parse
+import urllib.request
+
+sys.path.append("/usr/lib/python3/dist-packages")  # another Python than Debian's finds it too
+from prometheus_client.parser import text_string_to_metric_families  # noqa: E402
 
 BUILD = os.path.abspath(os.environ["VELT_BUILD"])
 HOST = os.path.join(BUILD, "bin", "velt-webapid")
@@ -21,6 +26,19 @@ def wait_until(condition):
     end = time.monotonic() + PATIENCE
     while not condition():
         assert time.monotonic() < end, "waited in vain"
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def scrape(port):
+    with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics", timeout=PATIENCE) as answer:
+        text = answer.read().decode()
+    return {(sample.name, *sorted(sample.labels.values())): sample.value
+            for family in text_string_to_metric_families(text) for sample in family.samples}
 
 
 class Answer:

@@ -1,4 +1,4 @@
-"""velt-sharing check-plugin over real libraries, each with one fault: what is wrong is told, and what to do."""
+"""velt-sharing check-plugin over real libraries, each with one fault: the output says what is wrong and what to do."""
 
 import json
 import os

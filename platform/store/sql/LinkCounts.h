@@ -15,7 +15,7 @@ extern const std::vector<std::string> kLinkCountTable;
 extern const std::vector<std::string> kSqliteLinkCounts;
 extern const std::vector<std::string> kPostgresqlLinkCounts;
 
-// The links of an owner, of a project, of both, or all. Empty when the table doesn't tell. Throws
+// The links of an owner, of a project, of both, or all. Empty when the table can't give it. Throws
 // soci::soci_error.
 std::optional<long long> CountLinks(soci::session& sql, const std::optional<long long>& owner,
                                     const std::optional<std::string>& project);
