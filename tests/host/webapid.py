@@ -5,15 +5,13 @@ import os
 import socket
 import struct
 import subprocess
-import sys
 import tempfile
 import threading
 import time
 import urllib.parse
 import urllib.request
 
-sys.path.append("/usr/lib/python3/dist-packages")  # another Python than Debian's finds it too
-from prometheus_client.parser import text_string_to_metric_families  # noqa: E402
+from prometheus_client.parser import text_string_to_metric_families
 
 BUILD = os.path.abspath(os.environ["VELT_BUILD"])
 HOST = os.path.join(BUILD, "bin", "velt-webapid")

@@ -20,6 +20,18 @@
 
 namespace VELT::sharing {
 
+// Random numbers, other ones in each run.
+class Random {
+ public:
+  std::string Seed() const { return "seed " + std::to_string(seed_); }
+  // From 0 to `limit` - 1.
+  int operator()(int limit) { return static_cast<int>(engine_() % static_cast<unsigned>(limit)); }
+
+ private:
+  const unsigned int seed_ = std::random_device()();
+  std::mt19937 engine_{seed_};
+};
+
 class ListTest : public StoreTest {
  protected:
   using Prepare = std::function<void(db::Condition&)>;
@@ -120,12 +132,8 @@ TEST_P(ListTest, PagesOverEqualKeysHoldEveryLinkOnce) {
 
 // A map beside the store, and a thousand random calls.
 TEST_P(ListTest, AgreesWithAModel) {
-  const unsigned int seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  const auto below = [&random](int limit) {
-    return static_cast<int>(random() % static_cast<unsigned>(limit));
-  };
+  Random below;
+  SCOPED_TRACE(below.Seed());
   struct Model {
     Entry entry;
     int times;
@@ -176,12 +184,8 @@ TEST_P(ListTest, AgreesWithAModel) {
 // Owners with so few links that theirs are sorted, and with so many that the others' are left out;
 // links that change, move between owners and projects, and go; projects as long as no index takes.
 TEST_P(ListTest, CountsAndPagesOfEveryOrderAgreeWithBruteForce) {
-  const unsigned int seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  const auto below = [&random](int limit) {
-    return static_cast<int>(random() % static_cast<unsigned>(limit));
-  };
+  Random below;
+  SCOPED_TRACE(below.Seed());
   const std::string tail(3000, 'x');
   const std::vector<std::string> projects = {"",     "album",          "files",
                                              "many", "a" + tail + "1", "a" + tail + "2"};
