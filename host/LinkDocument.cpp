@@ -45,7 +45,7 @@ const Ending* EndingOf(LinkState state) {
   return nullptr;
 }
 
-// The session script's address. Without a served link it names none, so the script tells nothing
+// The session script's address. Without a served link it names none, so the script reveals nothing
 // about the link.
 std::string SessionScript(const LinkDocument& document, const Ending* ending) {
   std::string address = "/sharing/" + EncodePercent(document.id) +
