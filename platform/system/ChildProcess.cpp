@@ -46,8 +46,9 @@ ChildProcess::Output ChildProcess::Read(int pipe, std::size_t most, std::string&
   output.clear();
   for (;;) {
     // The deadline is checked here as well, because AwaitInput returns at once while there is
-    // input.
-    if (Clock::now() >= deadline_ || !AwaitInput(pipe, deadline_)) return Output::kTooLate;
+    // input. What a child has left may be read later: the caller may have had other things to do.
+    const bool late = Clock::now() >= deadline_ && !EndsInTime();
+    if (late || !AwaitInput(pipe, deadline_)) return Output::kTooLate;
     const ssize_t got = read(pipe, chunk.data(), chunk.size());
     if (got == 0) return Output::kWhole;
     if (got < 0) {

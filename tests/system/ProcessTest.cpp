@@ -206,6 +206,20 @@ TEST_F(Process, ProgramThatHangsIsEndedWithItsGroup) {
   }
 }
 
+TEST_F(Process, OutputOfAProgramThatHasEndedIsReadAfterItsTime) {
+  VELT::SetProgramRules({.time_limit = 0ms});
+  for (const char* script : {"echo x", "echo x; sleep 100 &"}) {
+    FILE* stream = Shell(script);
+    ASSERT_NE(stream, nullptr);
+    siginfo_t ended;
+    ASSERT_EQ(waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+    const bool whole = std::string(script) == "echo x";
+    EXPECT_EQ(ReadAll(stream), whole ? "x\n" : "");
+    EXPECT_EQ(VLIBCPclose(stream), 0);
+    EXPECT_EQ(VELT::Log().empty(), whole);
+  }
+}
+
 TEST_F(Process, OutputMayHaveSixteenMebibytesAtMost) {
   for (const std::size_t size : {std::size_t{16} << 20, (std::size_t{16} << 20) + 1}) {
     FILE* stream =

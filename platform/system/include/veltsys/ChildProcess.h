@@ -29,8 +29,9 @@ class ChildProcess {
   bool IsWatched() const { return watch_.get() >= 0; }
 
   // Reads from `pipe` into `output` until all writers have closed it. kTooLate: not all had at the
-  // deadline. kTooMuch: there were more than `most` bytes, or memory was lacking, or reading
-  // failed. `output` is meaningful with kWhole only.
+  // deadline, or at the call if that is later and the child has ended. kTooMuch: there were more
+  // than `most` bytes, or memory was lacking, or reading failed. `output` is meaningful with kWhole
+  // only.
   Output Read(int pipe, std::size_t most, std::string& output) const;
 
   // Waits until the child ends by itself, to the deadline at most. True when it has, or End was
