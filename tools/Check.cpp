@@ -13,6 +13,7 @@
 #include "tools/CheckFiles.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
+#include "tools/Finding.h"
 #include "tools/SqliteFile.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/ForkedCall.h"
@@ -20,18 +21,6 @@
 
 namespace VELT::tools {
 namespace {
-
-const char* TextOf(State state) {
-  switch (state) {
-    case State::kOk:
-      return "ok";
-    case State::kWarning:
-      return "warning";
-    case State::kFailed:
-      return "failed";
-  }
-  return "";
-}
 
 // The ids that velt-webapid takes with these options. An account that does not exist is reported by
 // the check of the option file.
@@ -101,29 +90,22 @@ Finding Try(Finding (*work)(const HostOptions& options, const host::Ids& ids),
   return {State::kFailed, "the check crashed"};
 }
 
-void Add(Json::Value& result, const char* subject, const Finding& finding) {
-  Json::Value check;
-  check["subject"] = subject;
-  check["state"] = TextOf(finding.state);
-  check["text"] = finding.text;
-  result["checks"].append(check);
-  if (finding.state == State::kFailed) result["success"] = false;
-}
-
 }  // namespace
 
 Json::Value Check(const HostOptions& options) {
   const host::Ids ids = IdsOf(options);
-  Json::Value result;
-  result["success"] = true;
-  if (!options.config.empty()) Add(result, "options", Try(CheckConfigFile, options, ids));
-  Add(result, "database", Try(CheckDatabase, options, ids));
+  Json::Value checks(Json::arrayValue);
+  if (!options.config.empty()) Add(checks, "options", Try(CheckConfigFile, options, ids));
+  Add(checks, "database", Try(CheckDatabase, options, ids));
   if (!sharing::db::SqlitePath(options.database).empty()) {
-    Add(result, "rights", Try(CheckDatabaseRights, options, ids));
+    Add(checks, "rights", Try(CheckDatabaseRights, options, ids));
   }
-  Add(result, "qrencode", CheckQRCode());
-  Add(result, "PAM", CheckPam());
-  if (!options.registry.empty()) Add(result, "registry", Try(CheckRegistry, options, ids));
+  Add(checks, "qrencode", CheckQRCode());
+  Add(checks, "PAM", CheckPam());
+  if (!options.registry.empty()) Add(checks, "registry", Try(CheckRegistry, options, ids));
+  Json::Value result;
+  result["checks"] = checks;
+  result["success"] = !HasFailed(checks);
   return result;
 }
 

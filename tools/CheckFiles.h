@@ -5,15 +5,9 @@
 
 #include "host/Options.h"
 #include "tools/Command.h"
+#include "tools/Finding.h"
 
 namespace VELT::tools {
-
-enum class State { kOk, kWarning, kFailed };
-
-struct Finding {
-  State state = State::kOk;
-  std::string text = {};  // what was found, or what is wrong and what to do
-};
 
 // Has velt-webapid check its option file.
 Finding CheckConfigFile(const HostOptions& options, const host::Ids& ids);

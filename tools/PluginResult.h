@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "tools/CheckFiles.h"
+#include "tools/Finding.h"
 
 namespace VELT::tools {
 
