@@ -16,7 +16,7 @@ SERVERS = {
         nginx""",
     "apache2": """
         a2dissite -q 000-default >/dev/null
-        a2enmod -q authnz_pam headers http2 proxy_fcgi rewrite ssl xsendfile >/dev/null
+        a2enmod -q authnz_pam deflate headers http2 proxy_fcgi rewrite ssl xsendfile >/dev/null
         ln -s /etc/velt-sharing/apache2.conf /etc/apache2/sites-enabled/velt-sharing.conf
         apachectl start""",
     "lighttpd": """
@@ -47,6 +47,7 @@ class WebServers(unittest.TestCase):
         for server in SERVERS:
             with self.subTest(server), self.served(server) as client:
                 self.check_owner(client)
+                self.check_compression(client)
                 self.check_visitor(client)
                 self.check_sizes(client)
                 self.check_files(client)
@@ -69,6 +70,18 @@ class WebServers(unittest.TestCase):
         style = client.get("/link/link.css")
         self.assertEqual((style.status, style.headers["x-content-type-options"]), (200, "nosniff"))
         self.assertIn("text/css", style.headers["content-type"])
+
+    def check_compression(self, client):
+        link = client.create()
+        for path, login, wanted in [("/", (OWNER, PASSWORD), "gzip"), ("/owner/page.js", (OWNER, PASSWORD), "gzip"),
+                                    ("/link/link.css", None, "gzip"), ("/link/texts/enu.json", None, "gzip"),
+                                    (f"/sharing/{link}", None, None), (f"/sharing/{link}/webapi", None, None),
+                                    ("/webapi/entry.cgi", (OWNER, PASSWORD), None)]:
+            answer = client.get(path, login=login, headers=["Accept-Encoding: gzip"])
+            self.assertEqual((answer.status, answer.headers.get("content-encoding")), (200, wanted), path)
+            if wanted:
+                known = [f"If-None-Match: {answer.headers['etag']}", "Accept-Encoding: gzip"]
+                self.assertEqual(client.get(path, login=login, headers=known).status, 304, path)
 
     def check_visitor(self, client):
         link = "/sharing/" + client.create(protect_type="password", protect_password="sesame")
