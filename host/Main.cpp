@@ -64,6 +64,11 @@ std::string CheckRequestLog(const std::string& where) {
   return "must be journal, syslog, stderr or the path of a file, from / on";
 }
 
+std::string CheckDatabase(const std::string& text) {
+  if (text.starts_with("sqlite3 ") || text.starts_with("postgresql ")) return {};
+  return R"(must be "sqlite3 PATH" or "postgresql CONNECTION")";
+}
+
 std::string CheckExternalURL(std::string& url) {
   if (url.ends_with('/')) url.pop_back();  // CLI11 stores the text that a check has changed
   if (IsSiteURL(url)) return {};
@@ -184,7 +189,8 @@ void Describe(CLI::App& app, CommandLine& line) {
       ->check(CLI::ExistingDirectory);
   app.add_option("--database", options.database,
                  R"("sqlite3 PATH" or "postgresql CONNECTION"; created at the first start)")
-      ->required();
+      ->required()
+      ->check(CLI::Validator(CheckDatabase, "DATABASE"));
   const auto add_number = [&app](const char* name, std::size_t& number, const char* text) {
     app.add_option(name, number, text)->check(CLI::Range(1, 1024))->capture_default_str();
   };
@@ -224,6 +230,7 @@ void Describe(CLI::App& app, CommandLine& line) {
   app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
   app.add_flag("--check-config", line.check_config, "Check the options and exit")
       ->configurable(false);
+  app.set_version_flag("--version", "velt-webapid " VELT_VERSION);
   app.set_config("--config", "", "File with options, a line NAME=VALUE each; # begins a comment");
   app.allow_config_extras(CLI::config_extras_mode::error);
 }
@@ -235,11 +242,23 @@ int Main(int argc, char** argv) {
       "SIGTERM ends it after the requests that are being served; SIGHUP replaces the workers one "
       "by one, and the new ones read the registry again.");
   Describe(app, line);
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    const auto unknown = app.remaining();
+    return unknown.empty() ? app.exit(error) : app.exit(CLI::ExtrasError(unknown));
+  } catch (const CLI::ParseError& error) {  // also --help and --version
+    return app.exit(error);
+  }
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
   line.options.pools = PoolsOf(line);
   line.options.ids = FindIds(line.user, line.group);
-  return line.check_config ? 0 : Serve(line.options);
+  const int status = line.check_config ? 0 : Serve(line.options);
+  if (status == kBadConfiguration && !line.log_stderr) {
+    std::fputs("velt-webapid: workers can't start; the system log (or --log-stderr) says why\n",
+               stderr);
+  }
+  return status;
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <list>
 #include <memory>
@@ -43,10 +45,18 @@ bool IsLoopback(const sockaddr* address) {
          IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
 }
 
+// getaddrinfo would take 65537 for 1.
+bool IsPort(std::string_view text) {
+  std::uint16_t port = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  return error == std::errc() && stop == text.data() + text.size() && port != 0;
+}
+
 // Null when `text` is not a loopback address with a port.
 Address Parse(const std::string& text) {
   const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos || colon + 1 == text.size()) return nullptr;
+  if (colon == std::string::npos || !IsPort(std::string_view(text).substr(colon + 1)))
+    return nullptr;
   std::string host = text.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   addrinfo hints{};

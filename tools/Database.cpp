@@ -30,6 +30,9 @@ std::string NameOf(const std::string& connection) {
 
 std::unique_ptr<soci::session> OpenAnyVersion(const std::string& connection, int& version) {
   const std::string path = sharing::db::SqlitePath(connection);
+  if (path.empty() && !connection.starts_with("postgresql ")) {
+    throw Failure(R"(a database is "sqlite3 PATH" or "postgresql CONNECTION")");
+  }
   if (!path.empty() && access(path.c_str(), R_OK) != 0) {
     throw Failure(path + ": " + std::strerror(errno));
   }

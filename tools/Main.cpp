@@ -174,6 +174,14 @@ int Run(const CommandLine& line) {
   return result["success"].asBool() ? 0 : kFailed;
 }
 
+// CLI11 asks for a command before it says which words it doesn't know.
+std::string TextOf(const CLI::App& app, const CLI::ParseError& error) {
+  const auto unknown = app.remaining();
+  if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr || unknown.empty())
+    return error.what();
+  return CLI::ExtrasError(unknown).what();
+}
+
 int Main(int argc, char** argv) {
   CommandLine line;
   CLI::App app("Manages the database of share links, and checks plugins.", "velt-sharing");
@@ -182,18 +190,22 @@ int Main(int argc, char** argv) {
   DescribeLinks(app, line);
   DescribeCopies(app, line);
   app.require_subcommand(1);
+  app.set_version_flag("--version", "velt-sharing " VELT_VERSION);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::Success& answer) {  // --help
+  } catch (const CLI::Success& answer) {  // --help, --version
     return app.exit(answer);
   } catch (const CLI::ParseError& error) {
-    return Fail(line, error.what(), kUsage);
+    return Fail(line, TextOf(app, error), kUsage);
   }
   if (const auto* config = app.get_config_ptr(); config->count() != 0) {
     line.options.config = config->as<std::string>();
   }
   if (line.options.database.empty() && line.from.empty() && !app.got_subcommand(kCheckPlugin)) {
-    return Fail(line, "--database or --config is needed", kUsage);
+    const std::string& file = line.options.config;
+    return Fail(line,
+                file.empty() ? "--database or --config is needed" : file + " names no database",
+                kUsage);
   }
   openlog("velt-sharing", LOG_PERROR, LOG_USER);
   try {

@@ -344,12 +344,18 @@ class Checks(ToolTest):
         self.check({"database": ("failed", "No such file")})
 
     def test_usage(self):
-        for command in ((), ("frob",), ("list",), ("list", "--database", "x", "--status", "odd"),
-                        ("backup", "--database", self.database), ("list", "--config", self.at("nothing"))):
+        write(self.at("conf"), b"socket=/run/socket")
+        for command, because in {
+            (): "subcommand", ("frob",): "frob", ("list",): "--config", ("list", "--odd"): "--odd",
+            ("list", "--database", "x", "--status", "odd"): "odd", ("backup", "--database", self.database): "FILE",
+            ("list", "--config", self.at("nothing")): "nothing", ("list", "--config", self.at("conf")): "names no database",
+        }.items():
             done = run(*command)
             self.assertEqual((2, ""), (done.returncode, done.stdout), command)
-            self.assertTrue(done.stderr.startswith("velt-sharing: "), done.stderr)
+            self.assertRegex(done.stderr, f"^velt-sharing: .*{because}")
+        self.refuse("stats", because="sqlite3 PATH", database="mysql host=x")
         self.assertEqual(0, run("--help").returncode)
+        self.assertRegex(run("--version").stdout, r"^velt-sharing \d+\.\d+\.\d+\n$")
 
 
 if __name__ == "__main__":
