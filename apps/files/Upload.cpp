@@ -58,6 +58,7 @@ void GetUploadState(const APIRequest& request, APIResponse& response) {
   Json::Value data;
   data["offset"] = static_cast<Json::Int64>(state.offset);
   data["size"] = static_cast<Json::Int64>(state.size);
+  if (!state.name.empty()) data["name"] = ToText(state.name);
   response.SetSuccess(data);
 }
 

@@ -33,7 +33,8 @@ constexpr const char* kIn = "in";
 constexpr const char* kDone = "/done";  // its size counts complete files; locked for that
 constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause =
-    std::time_t{24} * 60 * 60;  // seconds until an upload is given up
+    std::time_t{24} * 60 * 60;                              // seconds until an upload is given up
+constexpr std::time_t kReceiptLife = std::time_t{60} * 60;  // seconds
 constexpr std::chrono::hours kSweepEvery{1};
 constexpr int kMostNames = 1000;
 constexpr std::uint64_t kMostOpen = 1000;  // unfinished uploads of one link
@@ -92,8 +93,31 @@ std::uint64_t CountOpen(int folder) {
   return count;
 }
 
-void WriteAbout(int spool, const std::string& path, const std::string& name, std::int64_t size) {
+// Removes what is left of complete uploads, for clients that did not get the last answer.
+void SweepReceipts(int folder) {
+  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : fdopendir(copy), closedir);
+  const std::time_t oldest = std::time(nullptr) - kReceiptLife;
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    const std::string name = entry->d_name;
+    struct stat status {};
+    if (!name.ends_with(kAbout) ||
+        fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        status.st_mtime >= oldest) {
+      continue;
+    }
+    const std::string id = name.substr(0, name.size() - std::strlen(kAbout));
+    if (faccessat(folder, id.c_str(), F_OK, 0) != 0) {
+      unlinkat(folder, name.c_str(), 0);
+    }
+  }
+}
+
+// What is known of an upload, or with `done` of a complete one.
+void WriteAbout(int spool, const std::string& path, const std::string& name, std::int64_t size,
+                bool done) {
   Json::Value about;
+  about["done"] = done;
   about["name"] = ToText(name);
   about["size"] = static_cast<Json::Int64>(size);
   const std::string text = about.toStyledString();
@@ -117,7 +141,9 @@ void SweepAll(int spool) {
   while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
     if (entry->d_name[0] == '.') continue;
     const Descriptor folder(openat(all, entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.get() >= 0) CountOpen(folder.get());
+    if (folder.get() < 0) continue;
+    CountOpen(folder.get());
+    SweepReceipts(folder.get());
   }
 }
 
@@ -151,7 +177,7 @@ void Append(int file, std::int64_t offset, std::string_view piece) {
 
 }  // namespace
 
-// The file is locked as long as this object lives.
+// The file is locked as long as this object lives; of a complete upload there is none.
 struct UploadStore::Upload {
   Descriptor file;
   std::string name;
@@ -195,7 +221,7 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
     throw Refusal(kUploadLimit);
   std::string id = RandomName();
   const std::string path = folder_ + "/" + id;
-  WriteAbout(spool_.folder(), path + kAbout, name, size);
+  WriteAbout(spool_.folder(), path + kAbout, name, size, false);
   if (linkat(AT_FDCWD, ProcPath(file).c_str(), spool_.folder(), path.c_str(), AT_SYMLINK_FOLLOW) !=
       0) {
     const int error = errno;
@@ -210,20 +236,21 @@ UploadStore::Upload UploadStore::Open(const std::string& id) {
   const IdsGuard root = IdsGuard::Root();
   const std::string path = folder_ + "/" + id;
   Descriptor file(openat(spool_.folder(), path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-  const Descriptor about(
-      openat(spool_.folder(), (path + kAbout).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   // The lock waits for a piece that is still being written although its connection was cut. If that
-  // was the last one, the upload's name in the spool is gone afterwards.
+  // was the last one, the upload's name in the spool is gone afterwards, and what is known of it says
+  // that it is complete.
   struct stat status {};
   Json::Value content;
-  if (file.get() < 0 || about.get() < 0 || flock(file.get(), LOCK_EX) != 0 ||
-      fstatat(spool_.folder(), path.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      !ParseJsonText(ReadAll(about.get()), content)) {
-    throw Refusal(kNoUpload);
-  }
+  const bool open = file.get() >= 0 && flock(file.get(), LOCK_EX) == 0 &&
+                    fstatat(spool_.folder(), path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const Descriptor about(
+      openat(spool_.folder(), (path + kAbout).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (about.get() < 0 || !ParseJsonText(ReadAll(about.get()), content)) throw Refusal(kNoUpload);
   const auto name = ToPath(content["name"].asString());
-  if (!name) throw Refusal(kNoUpload);
-  return {std::move(file), *name, {status.st_size, content["size"].asInt64()}};
+  const std::int64_t size = content["size"].asInt64();
+  if (name && content["done"].asBool()) return {Descriptor(), "", {size, size, *name}};
+  if (!name || !open) throw Refusal(kNoUpload);
+  return {std::move(file), *name, {status.st_size, size}};
 }
 
 UploadStore::State UploadStore::StateOf(const std::string& id) { return Open(id).state; }
@@ -231,6 +258,7 @@ UploadStore::State UploadStore::StateOf(const std::string& id) { return Open(id)
 std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t offset,
                                             const std::string& piece) {
   const Upload upload = Open(id);
+  if (!upload.state.name.empty()) throw Refusal(kNoUpload);
   if (offset != upload.state.offset) {
     Json::Value detail;
     detail["offset"] = static_cast<Json::Int64>(upload.state.offset);
@@ -246,7 +274,7 @@ std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t 
     if (offset + static_cast<std::int64_t>(piece.size()) < upload.state.size) return std::nullopt;
     name = Publish(upload);
   }
-  Forget(id, true);
+  Finish(id, {upload.state.size, upload.state.size, name});
   return name;
 }
 
@@ -266,18 +294,23 @@ std::string UploadStore::Publish(const Upload& upload) {
   throw Refusal(kNoUploads);
 }
 
-void UploadStore::Forget(const std::string& id, bool done) {
+void UploadStore::Finish(const std::string& id, const State& state) {
   const IdsGuard root = IdsGuard::Root();
+  const std::string path = folder_ + "/" + id;
+  unlinkat(spool_.folder(), (path + kAbout).c_str(), 0);
+  try {
+    WriteAbout(spool_.folder(), path + kAbout, state.name, state.size, true);
+  } catch (const Refusal&) {
+    // The file is complete all the same. Only a client that lost the answer does not learn it.
+  }
   const Descriptor count(
       openat(spool_.folder(), (folder_ + kDone).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
   struct stat status {};
-  if (done && count.get() >= 0 && flock(count.get(), LOCK_EX) == 0 &&
-      fstat(count.get(), &status) == 0 && ftruncate(count.get(), status.st_size + 1) != 0) {
+  if (count.get() >= 0 && flock(count.get(), LOCK_EX) == 0 && fstat(count.get(), &status) == 0 &&
+      ftruncate(count.get(), status.st_size + 1) != 0) {
     syslog(LOG_ERR, "files: an upload could not be counted: %s", strerror(errno));
   }
-  for (const char* ending : {"", kAbout}) {
-    unlinkat(spool_.folder(), (folder_ + "/" + id + ending).c_str(), 0);
-  }
+  unlinkat(spool_.folder(), path.c_str(), 0);
 }
 
 }  // namespace VELT::files

@@ -18,15 +18,16 @@ class UploadStore {
   UploadStore(const Share& share, std::int64_t link);
 
   struct State {
-    std::int64_t offset;  // bytes received
-    std::int64_t size;    // of the whole file
+    std::int64_t offset;    // bytes received
+    std::int64_t size;      // of the whole file
+    std::string name = {};  // that the complete file got; empty before
   };
 
   // Begins the upload of a file called `name` and returns the upload's id. Throws Refusal:
   // kNoUploads, kUploadLimit, kNoSpace.
   std::string Begin(const std::string& name, std::int64_t size);
 
-  // Throws Refusal(kNoUpload).
+  // Knows a complete upload for an hour or more. Throws Refusal(kNoUpload).
   State StateOf(const std::string& id);
 
   // Appends a piece at `offset`, which must be the upload's own. After the last piece the file gets
@@ -40,7 +41,7 @@ class UploadStore {
 
   Upload Open(const std::string& id);
   std::string Publish(const Upload& upload);
-  void Forget(const std::string& id, bool done);
+  void Finish(const std::string& id, const State& state);
 
   const Share& share_;
   const Spool spool_;

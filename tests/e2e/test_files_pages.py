@@ -128,7 +128,7 @@ class Pages(unittest.TestCase):
         path = os.path.join(DEMO.state, "lost.txt")
         with open(path, "w", encoding="ascii") as file:
             file.write("content")
-        ALICE.put("lost/x")
+        ALICE.put("lost/lost.txt")
         browser = self.browser
         browser.open(f"{DEMO.url}/sharing/{ALICE.share('lost', upload={'only': True})}")
         browser.wait_for("#upload-files")
@@ -141,8 +141,10 @@ class Pages(unittest.TestCase):
               return answer;
             };""")
         browser.find("#upload-files").type(path)
-        self.assertEqual("done", browser.wait_for(".uploads li[data-state]").attribute("data-state"))
-        self.assertEqual(["lost.txt", "x"], sorted(os.listdir(ALICE.path("lost"))))
+        row = browser.wait_for(".uploads li[data-state]")
+        self.assertEqual("done", row.attribute("data-state"))
+        self.assertIn("lost (2).txt", row.text)
+        self.assertEqual(["lost (2).txt", "lost.txt"], sorted(os.listdir(ALICE.path("lost"))))
 
     def test_an_owner_chooses_and_sees_what_is_gone(self):
         ALICE.put("chosen/one.txt")

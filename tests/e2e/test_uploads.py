@@ -65,6 +65,8 @@ class Uploads(unittest.TestCase):
                          (status.st_uid, status.st_gid, status.st_mode & 0o777))
         self.assertEqual(200, get(visitor, "0/a (2).txt").status)
         self.assertEqual(2008, code(send(visitor, upload, 9 << 20, b"x")))
+        self.assertEqual({"offset": 9 << 20, "size": 9 << 20, "name": "a (2).txt"},
+                         ask(visitor, "upload_state", upload=upload)["data"])
         self.assertEqual("empty", self.begin(visitor, "empty", 0)["data"]["name"])
 
     def test_a_state_that_waits_for_the_last_piece_finds_no_upload(self):

@@ -85,7 +85,7 @@ ANSWERS = {
         "thumbnail": ("image/jpeg", (120, *OF_A_FILE, 2010)),
         "upload_begin": (record(("upload", "name"), upload=TEXT, offset=NUMBER, name=TEXT), (120, *OF_AN_UPLOAD)),
         "upload_piece": (record(("name",), offset=NUMBER, name=TEXT), (120, *OF_AN_UPLOAD, 2007, 2008)),
-        "upload_state": (record(offset=NUMBER, size=NUMBER), (120, *OF_A_VISIT, 2004, 2008)),
+        "upload_state": (record(("name",), offset=NUMBER, size=NUMBER, name=TEXT), (120, *OF_A_VISIT, 2004, 2008)),
     },
 }
 FILE_STATUSES = {"403": "No visit.", "404": "Nothing there.", "410": "The link's visits are used up.",

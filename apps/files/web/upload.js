@@ -51,16 +51,12 @@ function sendAt(upload, at, file, state) {
     try {
       if (again) {
         // The piece may have arrived although its answer was lost.
-        const {offset} = await call('upload_state', {upload});
-        if (offset !== at) return {offset};
+        const {offset, name} = await call('upload_state', {upload});
+        if (offset !== at) return {offset, name};
       }
       return await sendPiece(upload, at, file.slice(at, at + PIECE));
     } catch (error) {
       if (error.code === 2007) return {offset: error.detail.offset};
-      // A complete upload is no longer an upload.
-      if (again && error.code === 2008 && at + PIECE >= file.size) {
-        return {offset: file.size, name: encodeName(file.name)};
-      }
       throw error;
     }
   });
