@@ -23,7 +23,7 @@ _KINDS = {
                "app": {"title": "On the coast", "photos": ["harbour", "lighthouse"]}},
     "files": {"protect_title": "Files from the coast", "project_name": "files",
               "app": {"root": "home", "items": ["Coast"]}},
-    "inbox": {"protect_title": "Leave files for alice", "project_name": "files",
+    "inbox": {"protect_title": "Upload files for alice", "project_name": "files",
               "app": {"root": "home", "items": ["Inbox"],
                       "upload": {"only": True, "max_size": 1 << 30, "max_files": 1000}}},
 }

@@ -171,7 +171,7 @@ class Pages(unittest.TestCase):
         browser.wait_for("#preview pre")
         yield "file"
         page(self.files.share("seen", upload={"max_size": 1000000}), ".drop")
-        yield "leave files"
+        yield "upload files"
 
     def test_owner(self):
         for _ in range(2):

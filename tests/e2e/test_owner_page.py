@@ -372,6 +372,19 @@ class OwnerPage(unittest.TestCase):
         self.browser.find("#title-search").clear()
         self.browser.wait_text("1–10 of 59", "#range")
 
+    def test_a_search_through_a_part_says_so(self):
+        self.demo.create(protect_title="Trip")
+        self.open()
+        self.browser.script("""const fetch = window.fetch;
+            window.fetch = async (url, options = {}) => {
+                if (JSON.parse(options.body ?? '{}').limit !== 50) return fetch(url, options);
+                const sharings = Array(50).fill({protect_title: 'Other'});
+                return new Response(JSON.stringify({success: true, data: {total: 6000, sharings}}));
+            };""")
+        self.browser.find("#title-search").type("none such")
+        self.browser.wait_text("Searched only the first", "#search-note")
+        self.browser.wait_text("among those that were searched", "#empty")
+
     def test_qr_code_to_save_and_print_and_visits_by_day(self):
         link = self.demo.create(protect_title="Trip: 1/2")
         for _ in range(3):

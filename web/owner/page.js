@@ -111,6 +111,7 @@ function drawFound({matches, searched, total, done: isDone}, done) {
   if (left.length === 0 && !isDone) return; // There may be some yet.
   if (view.offset >= left.length) view.offset = 0;
   draw({sharings: left.slice(view.offset, view.offset + view.limit), total: left.length}, done);
+  if (searched < total) drawEmpty(left.length === 0, true);
   find('#links').setAttribute('aria-busy', !isDone);
 }
 
@@ -161,11 +162,13 @@ async function drawVisits(entries) {
   }
 }
 
-function drawEmpty(empty) {
+function drawEmpty(empty, isPart = false) {
   const narrowed = view.project !== '' || view.sharedWithMe || view.search !== '';
   find('#empty').hidden = !empty;
-  find('#empty h2').textContent = t(narrowed ? 'no_match' : 'empty_title');
-  find('#empty p').textContent = t(narrowed ? 'no_match_text' : 'empty_text');
+  const noMatch = isPart ? ['no_match_part', 'no_match_part_text'] : ['no_match', 'no_match_text'];
+  const [title, text] = narrowed ? noMatch : ['empty_title', 'empty_text'];
+  find('#empty h2').textContent = t(title);
+  find('#empty p').textContent = t(text);
   find('#empty ol').hidden = narrowed;
   find('#empty button').hidden = narrowed;
 }
