@@ -155,5 +155,5 @@ class WebServers(unittest.TestCase):
         for _ in range(10):
             self.assertEqual(client.get("/webapi/entry.cgi", login=(OWNER, "wrong")).status, 401)
         self.assertEqual(client.get("/webapi/entry.cgi", login=(OWNER, PASSWORD)).status, 401)
-        client.root.shell("rm /var/lib/velt-sharing/failures/*")
+        client.root.run("faillock", "--dir", "/var/lib/velt-sharing/failures", "--user", OWNER, "--reset")
         self.assertEqual(client.own("list").code, 0)
