@@ -155,4 +155,6 @@ def measure(demo, build, folder, constant):
 
 
 if __name__ == "__main__":
+    if len(sys.argv) != 2:
+        sys.exit("usage: bench/http/bench.py BUILD-FOLDER")
     main(os.path.abspath(sys.argv[1]))

@@ -182,4 +182,6 @@ def main(build, *names):
 
 
 if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        sys.exit("usage: bench/http/files.py BUILD-FOLDER [large|small|archive|listing]...")
     main(os.path.abspath(sys.argv[1]), *sys.argv[2:])

@@ -167,7 +167,7 @@ class Demonstration:
     def _check_programs(self):
         for name, program in self.programs.items():
             if program.poll() is not None:
-                raise Failure(f"{name} has ended; see {self._path('root') + LOGS}")
+                raise Failure(f"{name} has ended; see {self._path('root')}{LOGS}/{name}.log")
 
     def announce(self):
         """Makes the links, writes demo.json and prints it."""
@@ -194,6 +194,9 @@ class Demonstration:
 
     def watch(self, watched):
         """Installs what is `watched` when it changes. Never returns: raises Stopped, or Failure when a program ends."""
+        for folder in watched:
+            if not folder.is_there():
+                print(f"{folder} is no build folder of CMake yet; it is installed when it is one.", flush=True)
         if not watched:
             os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
         while True:

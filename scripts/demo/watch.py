@@ -12,6 +12,12 @@ class Watched:
         self._folder = folder
         self._seen = self._installed = None
 
+    def __str__(self):
+        return self._folder
+
+    def is_there(self):
+        return os.path.exists(os.path.join(self._folder, "cmake_install.cmake"))
+
     def has_changed(self):
         """Whether what it installs is another than at the last install(), and whole: a linker may be at work on it."""
         seen = self._look()

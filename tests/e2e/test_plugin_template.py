@@ -62,7 +62,7 @@ class Template(unittest.TestCase):
         def script():
             return visitor.request("GET", query).text
 
-        # Nothing is built yet.
+        self.assertIn("is no build folder of CMake yet", demo.printed())
         self.make()
         self.assertIn("100% tests passed", run("ctest", "--test-dir", self.build))
         self.wait(script, "alice shares this with you.")
