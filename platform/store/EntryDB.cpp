@@ -11,6 +11,7 @@
 #include "Secrets.h"
 #include "StoreContext.h"
 #include "sql/Connection.h"
+#include "sql/Dialect.h"
 #include "sql/EntryRow.h"
 #include "sql/PreparedStatements.h"
 #include "sql/StoreSession.h"
@@ -64,7 +65,9 @@ bool EntryDB::Delete(const record::Entry& entry) {
   return Connection::Of(db_).Run("delete a link", [&](StoreSession& store) {
     const long long id = entry.get_id();
     soci::statement statement =
-        (store.sql().prepare << "delete from link where id = :id", soci::use(id));
+        (store.sql().prepare << "delete from link where " << DialectOf(store.sql()).beside_no_such
+                             << "id = :id",
+         soci::use(id));
     statement.execute(true);
     return statement.get_affected_rows() == 1;
   });

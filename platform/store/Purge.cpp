@@ -4,6 +4,7 @@
 #include "LocalTime.h"
 #include "StoreContext.h"
 #include "VisitDays.h"
+#include "sql/Dialect.h"
 #include "sql/EntryRow.h"
 #include "sql/Statement.h"
 #include "sql/Transaction.h"
@@ -14,38 +15,41 @@ namespace {
 
 // Limits, because all others wait for the transaction.
 constexpr int kMostSessions = 1000;
-constexpr const char* kRemoveOldDays =
-    "delete from visit_day where (link_id, day) in "
-    "(select link_id, day from visit_day where day < :oldest limit 10000)";
+constexpr const char* kOldDays =
+    "(link_id, day) in (select link_id, day from visit_day where day < :oldest limit 10000)";
 
 }  // namespace
 
 long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string& project) {
   const long long now = Now();
   const long long uid = owner;
-  std::string text =
-      "delete from link where auto_gc = 1 and ((expire_at <> 0 and expire_at < :now) "
+  const Dialect& dialect = DialectOf(sql);
+  std::string expired =
+      "select id from link where auto_gc = 1 and ((expire_at <> 0 and expire_at < :now) "
       "or (expire_times <> 0 and visits >= expire_times))";
   soci::statement statement(sql);
   statement.exchange(soci::use(now, "now"));
   if (owner != kEveryOwner) {
-    text += " and owner_uid = :owner";
+    expired += " and owner_uid = :owner";
     statement.exchange(soci::use(uid, "owner"));
   }
   if (!project.empty()) {
-    text += " and project_name = :project";
+    expired += " and project_name = :project";
     statement.exchange(soci::use(project, "project"));
   }
   Transaction transaction(sql);
-  Prepare(statement, text);
+  // In a fixed order, since another purge may look the same links up in another.
+  Prepare(statement, std::string("delete from link where ") + dialect.beside_no_such + "id in (" +
+                         expired + " order by id" + dialect.row_lock + ")");
   statement.execute(true);
   const long long removed = statement.get_affected_rows();
 
   const long long unused_since = now - kSessionLife;
-  sql << RemoveDeadSessionsSql(kMostSessions), soci::use(unused_since);
+  sql << RemoveDeadSessionsSql(dialect, kMostSessions), soci::use(unused_since);
   PruneFailures(sql, now);
   const long long oldest = OldestVisitDay(LocalDay(now));
-  sql << kRemoveOldDays, soci::use(oldest);
+  sql << std::string("delete from visit_day where ") << dialect.if_alone << kOldDays,
+      soci::use(oldest);
   transaction.Commit();
   return removed;
 }

@@ -5,6 +5,7 @@
 #include "LinkStatus.h"
 #include "StoreContext.h"
 #include "sql/Connection.h"
+#include "sql/Dialect.h"
 #include "sql/EntryRow.h"
 #include "sql/StoreSession.h"
 #include "sql/VisitorRows.h"
@@ -35,7 +36,9 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
 bool TokenDB::PurgeByEntry(const record::Entry& entry) {
   return Connection::Of(db_).Run("remove a link's tokens", [&](StoreSession& store) {
     const long long id = entry.get_id();
-    store.sql() << "delete from visitor_token where link_id = :id", soci::use(id);
+    store.sql() << "delete from visitor_token where " << DialectOf(store.sql()).beside_no_such
+                << "link_id = :id",
+        soci::use(id);
     return true;
   });
 }

@@ -91,6 +91,40 @@ TEST_P(ProcessTest, CountsStandWhateverSeveralProcessesWrite) {
   }
 }
 
+// A purge, and each login, removes rows that all others may be removing. The tables' order of rows
+// differs from that of their indexes, because rows that are written anew move to the table's end.
+TEST_P(ProcessTest, CleanUpsNeverWaitForEachOtherInACircle) {
+  const std::array<Entry, 3> doors = {Make(), Make(), Make()};
+  for (int round = 0; round < 3; ++round) {
+    for (int made = 0; made < 100; ++made) Make(Set(&Entry::set_auto_gc, true));
+    for (const char* parity : {"0", "1"}) {
+      Execute("update link set visits = 1, expire_times = 1 where auto_gc = 1 and id % 2 = " +
+              std::string(parity));
+    }
+    Execute("delete from visitor_session");
+    Execute(
+        "insert into visitor_session (sid_hash, address, last_used) "
+        "select id || '', '192.0.2.1', 1000 - id from link");
+    Execute(
+        "insert into visitor_token (session_id, link_id, address) "
+        "select s.id, l.id, s.address from visitor_session s, link l");
+    Execute(
+        "insert into visit_day (link_id, day, visits) select d.id, l.id, 1 from link d, link l "
+        "where d.auto_gc = 0");
+    const auto failures = InProcesses(6, [&](int index) {
+      const unsigned int owner = index % 2 == 0 ? 0xFFFFFFFF : kAlice;
+      if (index < 3) return links_.PurgeExpiredByOwnerProject(owner, "") ? 0 : 1;
+      int failed = 0;
+      for (int login = 0; login < 5; ++login) {
+        Visitor visitor;
+        failed += LogIn(visitor, doors.at(index - 3)) == 1 ? 0 : 1;
+      }
+      return failed;
+    });
+    EXPECT_THAT(failures, testing::Each(0));
+  }
+}
+
 TEST_P(ProcessTest, UpdatesOfSeveralProcessesAreAllKept) {
   const Entry link = Make();
   const auto changed = InProcesses(3, [&](int index) {

@@ -22,8 +22,16 @@ constexpr const char* kPostgresqlDefaults =
     "connect_timeout=5 keepalives_idle=10 keepalives_interval=5 keepalives_count=3 "
     "tcp_user_timeout=20000 fallback_application_name=velt-sharing ";
 
-constexpr Dialect kSqliteDialect{"begin immediate", "", "", "", "+"};
-constexpr Dialect kPostgresqlDialect{"begin", " for update", "substr(", ", 1, 255)", ""};
+// The number of the advisory lock has no meaning.
+constexpr Dialect kSqliteDialect{"begin immediate", "", "", "", "+", "", ""};
+constexpr Dialect kPostgresqlDialect{
+    "begin",
+    " for update",
+    "substr(",
+    ", 1, 255)",
+    "",
+    "(select pg_try_advisory_xact_lock(1986358388)) and ",
+    "(select pg_advisory_xact_lock_shared(1986358388)) is not null and "};
 
 // SOCI always asks SQLite to create a missing file; only the mode of a URI (sqlite.org/uri.html)
 // prevents it. The escapes also keep SOCI from reading parts of the path as its own parameters.

@@ -18,6 +18,12 @@ struct Dialect {
   // Before a column, keeps the index of a filter from being used. Empty where the planner knows from
   // statistics how many rows a filter leaves.
   const char* unindexed;
+  // PostgreSQL locks each row that is removed, also those that go with a link or a session. Removals
+  // of many rows that others may remove in another order would wait for each other in a circle. So
+  // only one at a time goes through the sessions, and meanwhile no link is removed.
+  const char* if_alone;        // begins such a removal's condition; false while there is another
+  const char* beside_no_such;  // begins the condition of a removal of links or of a link's tokens;
+                               // waits until there is none
 };
 
 const Dialect& DialectOf(soci::session& session);

@@ -179,7 +179,7 @@ struct TokenInsert {
 struct DeadSessionRemoval {
   explicit DeadSessionRemoval(soci::session& sql) : statement(sql) {
     statement.exchange(soci::use(unused_since));
-    Prepare(statement, RemoveDeadSessionsSql(100));
+    Prepare(statement, RemoveDeadSessionsSql(DialectOf(sql), 100));
   }
   long long unused_since = 0;
   soci::statement statement;
@@ -189,10 +189,9 @@ struct SurplusSessionRemoval {
   explicit SurplusSessionRemoval(soci::session& sql) : statement(sql) {
     statement.exchange(soci::use(link));
     statement.exchange(soci::use(address));
-    Prepare(statement,
-            "delete from visitor_session where id in (select session_id from visitor_token "
-            "where link_id = :link and address = :address order by session_id desc "
-            "limit 100 offset 999)");
+    Prepare(statement, std::string("delete from visitor_session where ") + DialectOf(sql).if_alone +
+                           "id in (select session_id from visitor_token where link_id = :link "
+                           "and address = :address order by session_id desc limit 100 offset 999)");
   }
   long long link = 0;
   std::string address;

@@ -6,8 +6,9 @@ bool TokenRow::Fits(const EntryRow& link, const std::string& visitor_address) co
   return protection == link.protection && (link.enable_match_ip == 0 || address == visitor_address);
 }
 
-std::string RemoveDeadSessionsSql(int limit) {
-  return "delete from visitor_session where id in (select id from visitor_session "
+std::string RemoveDeadSessionsSql(const Dialect& dialect, int limit) {
+  return std::string("delete from visitor_session where ") + dialect.if_alone +
+         "id in (select id from visitor_session "
          "where last_used <= :time order by last_used limit " +
          std::to_string(limit) + ")";
 }

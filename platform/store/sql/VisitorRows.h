@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "sql/Dialect.h"
 #include "sql/EntryRow.h"
 
 namespace VELT::sharing::db {
@@ -28,7 +29,7 @@ struct TokenRow {
 };
 
 // SQL that removes at most `limit` sessions that were not used after `:time`, beginning with the
-// one that has not been used for longest.
-std::string RemoveDeadSessionsSql(int limit);
+// one that has not been used for longest. It removes none while another process removes sessions.
+std::string RemoveDeadSessionsSql(const Dialect& dialect, int limit);
 
 }  // namespace VELT::sharing::db
