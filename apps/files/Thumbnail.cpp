@@ -1,5 +1,6 @@
 // Thumbnails of pictures. A confined program makes one when a page first shows the picture; the
-// spool keeps it.
+// spool keeps it. An empty file in the spool means that none could be made, so that a picture on
+// which the program works in vain can't keep it busy.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,7 +40,9 @@ constexpr const char* kFormat = ".jpg[Q=75,strip]";
 constexpr off_t kLargestSource = off_t{256} * 1024 * 1024;
 constexpr std::size_t kLargest = std::size_t{256} * 1024;
 constexpr off_t kLargestCache = off_t{256} * 1024 * 1024;
-constexpr unsigned int kTrimEvery = 64;  // pictures made by one process
+constexpr off_t kLeastOnDisk = 4096;
+constexpr std::time_t kFailureKept = 3600;  // seconds
+constexpr unsigned int kTrimEvery = 64;     // pictures made by one process
 
 // Another content gets another name.
 std::string NameOf(const struct stat& status) {
@@ -63,8 +67,9 @@ void Trim(int folder) {
         !S_ISREG(status.st_mode)) {
       continue;
     }
-    sum += status.st_size;
-    kept.emplace_back(status.st_mtime, status.st_size, entry->d_name);
+    const off_t size = std::max(status.st_size, kLeastOnDisk);
+    sum += size;
+    kept.emplace_back(status.st_mtime, size, entry->d_name);
   }
   if (sum <= kLargestCache) return;
   std::sort(kept.begin(), kept.end());
@@ -75,16 +80,18 @@ void Trim(int folder) {
   }
 }
 
-// Empty when the program makes none.
-std::string MakePicture(const std::string& source) {
+// False when the program did not run, for instance because the client has left. The picture is
+// empty when the program makes none.
+bool MakePicture(const std::string& source, std::string& picture) {
   // Keeps out the loaders that are not hardened against hostile files.
   setenv("VIPS_BLOCK_UNTRUSTED", "1", 1);
   FILE* stream = VLIBCPopen(kProgram, "r", source.c_str(), "--size", kSize, "-o", kFormat, nullptr);
-  if (stream == nullptr) return {};
-  std::string picture(kLargest + 1, '\0');
+  if (stream == nullptr) return false;
+  picture.resize(kLargest + 1);
   picture.resize(std::fread(picture.data(), 1, picture.size(), stream));
-  const bool good = VLIBCPclose(stream) == 0 && picture.size() <= kLargest;
-  return good ? picture : std::string();
+  const int status = VLIBCPclose(stream);
+  if (status != 0 || picture.size() > kLargest) picture.clear();
+  return status != -1;
 }
 
 // Readers see the whole file or none.
@@ -98,6 +105,15 @@ bool Keep(int folder, const std::string& name, const std::string& picture) {
                                               static_cast<ssize_t>(picture.size());
   if (written && renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) return true;
   unlinkat(folder, fresh.c_str(), 0);
+  return false;
+}
+
+// Whether the spool has a picture. Throws when it has the mark that none could be made.
+bool IsKept(int folder, const std::string& name) {
+  struct stat status {};
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (status.st_size > 0) return true;
+  if (std::time(nullptr) - status.st_mtime < kFailureKept) throw Refusal(kNoPicture);
   return false;
 }
 
@@ -119,11 +135,12 @@ void GetThumbnail(const APIRequest& request, APIResponse& response) {
   const Spool spool(share.configuration());
   spool.MakeFolder(kFolder, Spool::For::kService);
   const std::string name = NameOf(found.status);
-  if (faccessat(spool.folder(), name.c_str(), R_OK, AT_EACCESS) != 0) {
+  if (!IsKept(spool.folder(), name)) {
     const std::string handed = spool.Offer(file, response);
-    const std::string picture = MakePicture(handed);
+    std::string picture;
+    const bool ran = MakePicture(handed, picture);
+    if (ran && !Keep(spool.folder(), name, picture)) throw Refusal(kUnavailable);
     if (picture.empty()) throw Refusal(kNoPicture);
-    if (!Keep(spool.folder(), name, picture)) throw Refusal(kUnavailable);
   }
   const std::string header = spool.HeaderFor(name) +
                              "Content-Type: image/jpeg\r\nX-Content-Type-Options: nosniff\r\n"

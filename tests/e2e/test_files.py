@@ -1,12 +1,14 @@
 """Files by link: who may see which file, hostile paths, names and symbolic links, downloads and archives."""
 
 import contextlib
+import glob
 import json
 import os
 import socket
 import struct
 import subprocess
 import threading
+import time
 import unittest
 import zipfile
 import zlib
@@ -339,7 +341,21 @@ class Downloads(unittest.TestCase):
         for name, status in {"good.png": 200, "a.txt": 404, **dict.fromkeys(hostile, 404)}.items():
             with self.subTest(name):
                 self.assertEqual([status] * 2, [get(visitor, f"0/{name}", "thumbnail").status for _ in range(2)])
-        self.assertTrue(get(visitor, "0/good.png", "thumbnail").body.startswith(b"\xff\xd8"))
+        good = get(visitor, "0/good.png", "thumbnail").body
+        self.assertTrue(good.startswith(b"\xff\xd8"))
+        # A picture that cost five seconds in vain is not tried again for an hour, even if it has become a good one
+        # that can't be told from it.
+        bad = ALICE.path("pictures/bomb.png")
+        before = os.stat(bad)
+        with open(ALICE.path("Coast/Dawn.png"), "rb") as source, open(bad, "r+b") as file:
+            file.write(source.read().ljust(before.st_size, b"\0"))
+        os.truncate(bad, before.st_size)
+        os.utime(bad, ns=(before.st_atime_ns, before.st_mtime_ns))
+        self.assertEqual(get(visitor, "0/bomb.png", "thumbnail").status, 404)
+        for kept in glob.glob(DEMO.path("/usr/velt/var/spool/files/thumbs/*")):
+            if os.path.getsize(kept) == 0:
+                os.utime(kept, (time.time() - 3700,) * 2)
+        self.assertEqual(get(visitor, "0/bomb.png", "thumbnail").status, 200)
 
 
 if __name__ == "__main__":
