@@ -52,6 +52,7 @@ class WebServers(unittest.TestCase):
                 self.check_sizes(client)
                 self.check_files(client)
                 self.check_guesses(client)
+                self.check_logs(server, client)
 
     def check_owner(self, client):
         moved = client.get("http://localhost/owner/page.js?a=b")
@@ -157,3 +158,16 @@ class WebServers(unittest.TestCase):
         self.assertEqual(client.get("/webapi/entry.cgi", login=(OWNER, PASSWORD)).status, 401)
         client.root.run("faillock", "--dir", "/var/lib/velt-sharing/failures", "--user", OWNER, "--reset")
         self.assertEqual(client.own("list").code, 0)
+
+    def check_logs(self, server, client):
+        link = client.create()
+        # None of these requests reaches a worker.
+        client.get(f"/sharing/{link}/webapi", "--http1.1", data=b"x" * (6 << 20))
+        client.get(f"/sharing/{link}/webapi", headers=["X: " + "x" * 9000])
+        client.root.stop_service()
+        for _ in range(2):
+            self.assertIn(client.get("/sharing/" + link, headers=["Referer: https://localhost/sharing/" + link]).status,
+                          (502, 503))
+        logs = client.root.shell(f"cat /var/log/velt-sharing/*.log /var/log/{server}/*", check=False)
+        # lighttpd can't be told to leave out the request on which it finds out.
+        self.assertEqual(logs.count(link), 1 if server == "lighttpd" else 0, logs)
