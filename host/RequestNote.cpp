@@ -73,7 +73,7 @@ int StatusOf(std::string_view answer) {
   if (line == std::string_view::npos) return status;
   const std::string_view value = header.substr(header.find(' ', line) + 1);
   std::from_chars(value.data(), value.data() + value.size(), status);
-  return status;
+  return status >= 100 && status <= 999 ? status : kNoStatus;
 }
 
 }  // namespace VELT::host

@@ -23,7 +23,7 @@ std::string IdLine(const RequestId& id);
 
 // The HTTP status that is recorded for a request whose client did not get a whole answer. Web servers
 // log 499 too.
-enum NoAnswer { kClientLeft = 499, kWorkerFailed = 500, kTookTooLong = 504 };
+enum NoAnswer { kClientLeft = 499, kWorkerFailed = 500, kNoStatus = 502, kTookTooLong = 504 };
 
 // The request that a worker is serving. It is in shared memory, where the supervisor reads it after
 // the worker has died, so it has no pointers.
@@ -41,7 +41,8 @@ struct RequestNote {
 
 std::chrono::microseconds TimeSince(std::chrono::steady_clock::time_point start);
 
-// The HTTP status of an answer, of which at least the header is there (RFC 3875, section 6.3.3).
+// The HTTP status of an answer, of which at least the header is there (RFC 3875, section 6.3.3). When
+// the header has none that exists, the one with which web servers replace it.
 int StatusOf(std::string_view answer);
 
 }  // namespace VELT::host

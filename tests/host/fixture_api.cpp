@@ -37,8 +37,9 @@ void Echo(APIRequest* request, APIResponse* response) {
   response->SetSuccess(data);
 }
 
-void Raw(APIRequest*, APIResponse* response) {
+void Raw(APIRequest* request, APIResponse* response) {
   response->SetEnableOutput(false);
+  if (request->HasParam("value")) std::printf("%s\r\n", request->GetParam("value", "").asCString());
   std::printf("Content-Type: text/x-raw\r\n\r\n%d", getpid());
 }
 

@@ -52,6 +52,7 @@ class RequestLines(unittest.TestCase):
                 ("success", lambda: host.call("echo", SECRETS, value="planted"), (200, 0, "echo")),
                 ("visitor", lambda: host.call("echo", VISITOR, value="planted"), (200, 0, "echo", "front", "Abcdef")),
                 ("printed", lambda: host.call("raw"), (200, 0, "raw")),
+                ("no status", lambda: host.call("raw", value="Status: 0"), (502, 0, "raw")),
                 ("unknown method", lambda: host.call(forged), (200, 103)),
                 ("malformed", lambda: host.ask({}, b"a=%4"), (200, 106)),
                 ("not allowed", lambda: host.call("for_token", VISITOR), (200, 105, "for_token", "front", "Abcdef")),
