@@ -64,17 +64,13 @@ class Floor:
         self.port = free_port()
         demo, folder = bench.demo, bench.folder
         socket = os.path.join(folder, f"{self.port}.sock")
-        text = webserver.configuration(self.port, None)
-        for old, new in ((webserver.SOCKET, socket), ("/usr/velt/", demo.path("/usr/velt/"))):
-            text = text.replace(old, new)
-        # Without the owners' login, which needs the demonstration's accounts.
-        text = re.sub(r'(?s)auth\.backend.*?\n\n', "", text.replace('"mod_auth", "mod_authn_pam", ', ""))
-        text = re.sub(r'(?m)^ *auth\.require = .*$', "", text)
+        text = webserver.configuration(self.port, None).replace(webserver.SOCKET, socket)
         path = os.path.join(folder, f"{self.port}.conf")
         with open(path, "w", encoding="utf-8") as file:
             file.write(text)
         self.processes = [subprocess.Popen([part.replace("{socket}", socket) for part in command]),
-                          subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", path])]
+                          subprocess.Popen([os.path.join(TOP, "scripts/in-namespace"), demo.path("/"), "/usr/sbin/lighttpd",
+                                            "-D", "-f", path])]
         self.url = f"http://127.0.0.1:{self.port}/sharing/x"
         while subprocess.run(["curl", "-sf", "-r", "0-1", "-o", "/dev/null", "-m", "1", f"http://127.0.0.1:{self.port}/"],
                              check=False).returncode == 7:
@@ -133,12 +129,11 @@ def small(bench):
     """A small file is above all a call. So there is a second floor: a FastCGI program that hands the same file over, to
     everybody and without a look at anything."""
     path = bench.put("small.bin", 4096)
-    handed = bench.demo.path(webserver.SPOOL + "/small.bin")
-    for other in (handed, bench.demo.path("/usr/velt/web/small.bin")):
-        os.link(path, other)
+    for folder in (webserver.SPOOL, "/usr/velt/web"):
+        os.link(path, bench.demo.path(folder + "/small.bin"))
     bench.own()
     ours, static = bench.url("get", path="0/small.bin"), bench.demo.url + "/small.bin"
-    with Floor(bench, bench.program("constant-fcgi"), "{socket}", "16", "X-Sendfile: " + handed) as unasked:
+    with Floor(bench, bench.program("constant-fcgi"), "{socket}", "16", f"X-Sendfile: {webserver.SPOOL}/small.bin") as unasked:
         rate(ours, bench.cookie)
         rounds = [(rate(ours, bench.cookie), rate(unasked.url), rate(static)) for _ in range(ROUNDS)]
     report("speed, 4 KiB files / handed over unasked", [a / b for a, b, _ in rounds], "no bound")

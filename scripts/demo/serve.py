@@ -134,8 +134,6 @@ class Demonstration:
         files.lay_out(self.accounts.passwords, self.account)
         write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
         write_private(webserver.PASSWORDS, self.accounts.htpasswd())
-        for path, text in webserver.error_pages():
-            write_private(path, text, 0o644)
         shutil.rmtree(webserver.FAILURES, ignore_errors=True)
         os.mkdir(webserver.FAILURES, 0o700)
         if self.account:
