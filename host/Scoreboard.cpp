@@ -8,7 +8,8 @@ namespace VELT::host {
 namespace {
 
 static_assert(decltype(Slot::state)::is_always_lock_free &&
-                  decltype(Slot::since)::is_always_lock_free,
+                  decltype(Slot::since)::is_always_lock_free &&
+                  std::atomic<bool>::is_always_lock_free,
               "shared between processes, where locks of the C++ library do not work");
 
 std::size_t SlotsOf(const PoolLimits& limits) { return limits.max + 1; }

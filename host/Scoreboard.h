@@ -36,8 +36,13 @@ class Scoreboard {
 
   std::span<Slot> slots(Pool pool) const { return pools_.at(IndexOf(pool)); }
 
+  // Whether the supervisor was asked to look after the pool and has not done so yet. Workers that
+  // find it set need not wake the supervisor.
+  std::atomic<bool>& asked(Pool pool) const { return asked_.items()[IndexOf(pool)]; }
+
  private:
   SharedArray<Slot> slots_;
+  SharedArray<std::atomic<bool>> asked_{kPoolCount};
   std::array<std::span<Slot>, kPoolCount> pools_;
 };
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <thread>
 #include <utility>
 
 #include "Worker.h"
@@ -27,6 +28,8 @@ constexpr milliseconds kShortestPause{100};
 constexpr milliseconds kLongestPause{10000};
 constexpr seconds kSurplusKept{10};
 constexpr seconds kShrinkPause{1};
+constexpr milliseconds kLookAgain{20};
+constexpr milliseconds kBriefly{50};
 constexpr seconds kBusyTooLong{10};
 constexpr seconds kCompanionPause{1};
 
@@ -69,10 +72,12 @@ Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits,
                        OnLostRequest on_lost_request)
     : statistics_(statistics),
       worker_(std::move(worker)),
-      on_lost_request_(std::move(on_lost_request)) {
+      on_lost_request_(std::move(on_lost_request)),
+      processors_(std::thread::hardware_concurrency()) {
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     const auto pool = static_cast<Pool>(index);
-    pools_.push_back({pool, limits[index], scoreboard.slots(pool), {}, {}});
+    pools_.push_back(
+        {pool, limits[index], scoreboard.slots(pool), &scoreboard.asked(pool), {}, {}, {}, false});
   }
 }
 
@@ -124,12 +129,10 @@ void Supervisor::Replace(WorkerPool& pool) {
   const auto is_outdated = [](const Worker& worker) { return !worker.leaving && worker.outdated; };
   const auto oldest = std::ranges::find_if(pool.workers, is_outdated);
   if (oldest == pool.workers.end()) return;
-  const std::size_t staying =
-      Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
   const std::size_t current =
       Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });
   if (std::ranges::any_of(pool.workers, is_new)) return;
-  if (current > 0 && staying > pool.limits.min) {
+  if (current > 0 && CountStaying(pool) > pool.limits.min) {
     RequestStop(*oldest);
   } else if (Clock::now() >= next_start_) {
     Start(pool);
@@ -137,36 +140,50 @@ void Supervisor::Replace(WorkerPool& pool) {
 }
 
 void Supervisor::Grow(WorkerPool& pool) {
-  const auto staying = [&] {
-    return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
-  };
-  // A worker that is starting counts as idle, since it soon will be.
-  const auto available = [&] {
-    return Count(pool.workers, [](const Worker& worker) {
-      return !worker.leaving && (!worker.ready || worker.slot->state == Slot::State::kIdle);
-    });
-  };
-  const auto lacks_one = [&] {
-    return staying() < pool.limits.min ||
-           (staying() < pool.limits.max && available() < pool.limits.spare);
-  };
-  while (Clock::now() >= next_start_ && lacks_one() && Start(pool)) {
+  // Cleared before the look: a worker that becomes busy after it asks again.
+  *pool.asked = false;
+  while (Clock::now() >= next_start_ && LacksWorker(pool) && Start(pool)) {
   }
+  pool.is_watched =
+      CountStaying(pool) < pool.limits.max && Count(pool.workers, IsIdle) < pool.limits.spare;
+  // It is looked at again anyway.
+  if (pool.is_watched) *pool.asked = true;
+}
+
+bool Supervisor::LacksWorker(WorkerPool& pool) const {
+  const std::size_t staying = CountStaying(pool);
+  if (staying < pool.limits.min || staying >= pool.limits.max) return staying < pool.limits.min;
+  const std::size_t idle = Count(pool.workers, [](const Worker& worker) {
+    return IsIdle(worker) || (!worker.leaving && !worker.ready);  // it soon will be
+  });
+  const auto now = Clock::now();
+  const std::size_t soon_idle = Count(pool.workers, [now](const Worker& worker) {
+    return !worker.leaving && IsBusy(worker) && now - worker.slot->since.load() < kBriefly;
+  });
+  const bool lacks_some = idle < pool.limits.spare;
+  if (lacks_some && (staying < processors_ || idle + soon_idle < pool.limits.spare)) return true;
+  // Short calls may wait for something else than a processor.
+  if (idle == 0) return pool.processors.HaveTime();
+  pool.processors.Reset();
+  return false;
 }
 
 void Supervisor::Shrink(WorkerPool& pool) {
   const auto now = Clock::now();
-  const auto is_idle = [](const Worker& worker) {
-    return !worker.leaving && worker.ready && worker.slot->state == Slot::State::kIdle;
-  };
-  const std::size_t staying =
-      Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
-  if (staying <= pool.limits.min || Count(pool.workers, is_idle) <= pool.limits.spare) {
+  if (CountStaying(pool) <= pool.limits.min || Count(pool.workers, IsIdle) <= pool.limits.spare) {
     pool.shrink_at = now + kSurplusKept;
   } else if (now >= pool.shrink_at) {
-    RequestStop(*std::ranges::find_if(pool.workers, is_idle));
+    RequestStop(*std::ranges::find_if(pool.workers, IsIdle));
     pool.shrink_at = now + kShrinkPause;
   }
+}
+
+std::size_t Supervisor::CountStaying(const WorkerPool& pool) {
+  return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
+}
+
+bool Supervisor::IsIdle(const Worker& worker) {
+  return !worker.leaving && worker.ready && worker.slot->state == Slot::State::kIdle;
 }
 
 bool Supervisor::IsBusy(const Worker& worker) {
@@ -194,9 +211,11 @@ Supervisor::Clock::duration Supervisor::LongestWait() const {
   for (const WorkerPool& pool : pools_) {
     // At its maximum a pool may fill up without waking the supervisor.
     const std::size_t workers = pool.workers.size();
-    if (workers > pool.limits.min || workers >= pool.limits.max) wait = kShrinkPause;
+    const bool has_no_signal = workers > pool.limits.min || workers >= pool.limits.max;
+    if (has_no_signal) wait = std::min<Clock::duration>(wait, kShrinkPause);
+    if (pool.is_watched) wait = std::min<Clock::duration>(wait, kLookAgain);
   }
-  if (companion_ && companion_pid_ < 0) wait = kShrinkPause;
+  if (companion_ && companion_pid_ < 0) wait = std::min<Clock::duration>(wait, kShrinkPause);
   const auto due = next_start_ - Clock::now();
   return due > Clock::duration::zero() ? std::min(wait, due) : wait;
 }
@@ -312,7 +331,7 @@ bool Supervisor::Start(WorkerPool& pool) {
                                       [](const Slot& each) { return each.state.load(); });
   // Workers that were asked to stop keep their slots until they have ended.
   if (slot == pool.slots.end()) return false;
-  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*slot, pool.slots};
+  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*slot, pool.slots, pool.asked};
   slot->state = Slot::State::kStarting;
   const pid_t pid = fork();
   if (pid == 0) std::exit(worker_(place));

@@ -4,12 +4,15 @@
 #include <sys/types.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <span>
 #include <utility>
 #include <vector>
 
+#include "IdleProcessors.h"
 #include "Pool.h"
 #include "Scoreboard.h"
 #include "ServiceManager.h"
@@ -24,14 +27,15 @@ struct WorkerPlace {
   PoolLimits limits;
   Slot* slot;                   // its own
   std::span<const Slot> slots;  // those of its pool
+  std::atomic<bool>* asked;     // its pool's Scoreboard::asked
 };
 
 // One per process, on one thread. It waits for all children of the process.
 class Supervisor {
  public:
   // Runs in a child process and returns its exit status. It must keep the state in its slot up to
-  // date, send SIGUSR1 to the supervisor when it is ready and when its pool lacks idle workers, and
-  // return after SIGTERM.
+  // date, send SIGUSR1 to the supervisor when it is ready, and, unless the supervisor was asked
+  // already, when its pool lacks idle workers, and return after SIGTERM.
   using WorkerMain = std::function<int(const WorkerPlace& place)>;
   // Called when a worker has died while it served `request`, whose status is set already.
   using OnLostRequest = std::function<void(const RequestNote& request, Pool pool, pid_t worker)>;
@@ -51,6 +55,9 @@ class Supervisor {
   // last worker has ended.
   // - A worker that dies is replaced at once, or after a pause if it died soon after its start; the
   //   pause grows with every such death.
+  // - A pool that lacks idle workers gets more. When it has one for each processor, it gets them only
+  //   for calls that take longer than a moment, or while processors are idle: otherwise more workers
+  //   would only take turns.
   // - When a pool has had too many idle workers for ten seconds, they are stopped, one each second.
   // - When all workers that the front may have are busy, and one of them for ten seconds, the one
   //   that has been busy longest gets SIGALRM.
@@ -77,8 +84,11 @@ class Supervisor {
     Pool pool;
     PoolLimits limits;
     std::span<Slot> slots;
+    std::atomic<bool>* asked;
     std::vector<Worker> workers;
     Clock::time_point shrink_at;  // when a surplus worker may be stopped
+    IdleProcessors processors;    // since it has had too few idle workers
+    bool is_watched = false;      // whether a moment later it may lack workers
   };
 
   void WaitForSignal();
@@ -92,7 +102,10 @@ class Supervisor {
   void Adjust(WorkerPool& pool);
   void Replace(WorkerPool& pool);
   void Grow(WorkerPool& pool);
+  bool LacksWorker(WorkerPool& pool) const;
   void Shrink(WorkerPool& pool);
+  static std::size_t CountStaying(const WorkerPool& pool);
+  static bool IsIdle(const Worker& worker);
   static bool IsBusy(const Worker& worker);
   static bool IsFull(const WorkerPool& pool);
   static void EndStuckWorker(const WorkerPool& pool);
@@ -107,6 +120,7 @@ class Supervisor {
   const WorkerMain worker_;
   const OnLostRequest on_lost_request_;
   ServiceManager manager_;
+  const std::size_t processors_;
   std::vector<WorkerPool> pools_;
   Companion companion_;
   pid_t companion_pid_ = -1;

@@ -112,7 +112,7 @@ bool EndWithSupervisor(const WorkerPlace& place) {
 
 void BecomeIdle(const WorkerPlace& place) { place.slot->state = Slot::State::kIdle; }
 
-// Wakes the supervisor when the pool has too few idle workers left and may have more.
+// Asks the supervisor to look when the pool has too few idle workers left and may have more.
 void BecomeBusy(const WorkerPlace& place) {
   place.slot->since = std::chrono::steady_clock::now();
   place.slot->state = Slot::State::kBusy;
@@ -123,7 +123,9 @@ void BecomeBusy(const WorkerPlace& place) {
     if (state == Slot::State::kIdle) ++idle;
     if (state != Slot::State::kEmpty) ++taken;
   }
-  if (idle < place.limits.spare && taken < place.limits.max) kill(place.supervisor, SIGUSR1);
+  if (idle < place.limits.spare && taken < place.limits.max && !place.asked->exchange(true)) {
+    kill(place.supervisor, SIGUSR1);
+  }
 }
 
 // While it exists, programs belong to the request and are started only as long as its client waits.

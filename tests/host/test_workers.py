@@ -276,6 +276,26 @@ class Pools(unittest.TestCase):
             answers = [host.finish(each).text for each in hanging]
             self.assertIn("504 Gateway Timeout", "".join(answers))
 
+    def test_a_pool_grows_for_short_calls_that_wait_while_processors_are_idle(self):
+        registry = fixture_registry()
+        for row in registry["methods"]:
+            if row["method"] == "program":
+                row["pool"] = "program"
+        ended = threading.Event()
+        with Host("--max-pool-workers", "6", modules={"fixture.json": registry}) as host:
+            def call():
+                while not ended.is_set():
+                    host.call("program", value="sleep 0.01")
+            threads = [threading.Thread(target=call) for _ in range(6)]
+            for thread in threads:
+                thread.start()
+            try:
+                wait_until(lambda: len(host.workers()) >= 9)  # one of each other pool
+            finally:
+                ended.set()
+                for thread in threads:
+                    thread.join()
+
     def test_a_pool_grows_with_its_work_and_shrinks_again(self):
         with Host("--max-pool-workers", "4", workers=1) as host:
             host.call("echo")

@@ -24,6 +24,7 @@ def wait_until(condition):
     end = time.monotonic() + PATIENCE
     while not condition():
         assert time.monotonic() < end, "waited in vain"
+        time.sleep(0.01)
 
 
 def free_port():
