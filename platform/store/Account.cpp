@@ -107,7 +107,9 @@ bool IsLoggable(const std::string& name) {
 
 }  // namespace
 
-bool OwnerExists(long long uid) { return accounts::FindUser(static_cast<uid_t>(uid)).has_value(); }
+bool OwnerExists(long long uid) {
+  return accounts::FindUserAgain(static_cast<uid_t>(uid)).has_value();
+}
 
 AccountCheck CheckAccount(std::string& name, const std::string& password,
                           const std::string& address, std::chrono::milliseconds limit) {

@@ -12,9 +12,7 @@
 #include "StoreContext.h"
 #include "sql/Connection.h"
 #include "sql/Dialect.h"
-#include "sql/PreparedStatements.h"
 #include "sql/Schema.h"
-#include "sql/StoreSession.h"
 #include "sql/Transaction.h"
 #include "veltsharing/StoreOptions.h"
 
@@ -32,11 +30,7 @@ SharingDB* SharingDB::Instance() {
   return &instance;
 }
 
-bool SharingDB::IsGood() const {
-  return Connection::Of(*this).Run("check the database", [](StoreSession& store) {
-    return store.statements().SchemaVersion() == kSchemaVersion;
-  });
-}
+bool SharingDB::IsGood() const { return Connection::Of(*this).IsGood(); }
 
 }  // namespace db
 

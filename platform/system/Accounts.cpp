@@ -2,13 +2,34 @@
 
 #include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "UserDatabase.h"
 
 namespace VELT::accounts {
+namespace {
+
+// A file that is changed or replaced gets another one.
+struct FileVersion {
+  ino_t inode = 0;
+  std::int64_t changed = 0;  // nanoseconds
+  bool operator==(const FileVersion&) const = default;
+};
+
+FileVersion VersionOf(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) != 0) return {};
+  return {status.st_ino,
+          std::int64_t{status.st_ctim.tv_sec} * 1'000'000'000 + status.st_ctim.tv_nsec};
+}
+
+}  // namespace
 
 std::optional<VELTUSER> FindUser(const std::string& name) {
   return FindUserBy([&name](passwd* record, char* buffer, std::size_t size, passwd** found) {
@@ -30,6 +51,27 @@ std::optional<gid_t> FindGroup(const std::string& name) {
       },
       [&id](const group& found) { id = found.gr_gid; });
   return id;
+}
+
+std::optional<VELTUSER> FindUserAgain(uid_t uid) {
+  using Clock = std::chrono::steady_clock;
+  struct Known {
+    VELTUSER user;
+    Clock::time_point until;
+  };
+  constexpr std::size_t kMostKnown = 1000;
+  thread_local FileVersion passwd;
+  thread_local std::unordered_map<uid_t, Known> known;
+
+  const FileVersion current = VersionOf("/etc/passwd");
+  if (current != passwd || known.size() >= kMostKnown) known.clear();
+  passwd = current;
+  const Clock::time_point now = Clock::now();
+  const auto found = known.find(uid);
+  if (found != known.end() && now < found->second.until) return found->second.user;
+  auto user = FindUser(uid);
+  if (user) known.insert_or_assign(uid, Known{*user, now + std::chrono::seconds(1)});
+  return user;
 }
 
 std::set<gid_t> GroupsOf(const VELTUSER& user) {

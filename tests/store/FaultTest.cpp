@@ -101,7 +101,9 @@ TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneUpgraded) {
   const Entry link = Make(ForUsers({"alice"}, {}));
   Visitor visitor;
   ASSERT_EQ(LogIn(visitor, link, "alice's own", "alice"), 1);
+  EXPECT_TRUE(IsGood());
   Execute("update schema_version set version = 1000");
+  ++now_;
   EXPECT_FALSE(IsGood()) << "while it is open";
   Reopen();
   ExpectRefused();

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "Fixture.h"
 
@@ -68,6 +69,7 @@ TEST_P(VisitTest, LinkIsClosedWhileItsOwnersAccountIsMissing) {
   const std::string before(std::istreambuf_iterator<char>(file), {});
   const auto write = [&passwd](const std::string& text, int later) {
     std::ofstream(passwd) << text;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // that an account exists is kept
     // The wrapper reads the file again only when its time differs by whole seconds.
     std::filesystem::last_write_time(
         passwd, std::filesystem::file_time_type::clock::now() + std::chrono::hours(later));

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "StoreContext.h"
 #include "sql/Dialect.h"
 #include "sql/Schema.h"
 #include "sql/Transaction.h"
@@ -39,6 +40,17 @@ bool Connection::Run(const char* task, const Work& work) noexcept {
   return false;
 }
 
+bool Connection::IsGood() noexcept {
+  return Run("check the database", [this](StoreSession& store) {
+    const std::int64_t now = Now();
+    const bool is_file = file_ != FileIdentity{};
+    if (is_file && now == tables_seen_) return true;
+    if (store.statements().SchemaVersion() != kSchemaVersion) return false;
+    tables_seen_ = now;
+    return true;
+  });
+}
+
 Connection::FileIdentity Connection::CurrentFile() const {
   const std::string path = SqlitePath(database_);
   struct stat status {};
@@ -47,6 +59,7 @@ Connection::FileIdentity Connection::CurrentFile() const {
 }
 
 void Connection::Open() {
+  tables_seen_ = 0;
   const FileIdentity before = CurrentFile();
   const std::string path = SqlitePath(database_);
   // SQLite would open such a file read-only, and would not notice when it becomes writable again.

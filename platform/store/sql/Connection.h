@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,6 +25,11 @@ class Connection {
 
   // `database` is what StoreOptions calls its connection.
   explicit Connection(std::string database) : database_(std::move(database)) {}
+
+  // Whether the database can be opened, has this version's tables and answers. A server is asked each
+  // time. Of an open file only another program's migration can change the tables, which is noticed
+  // within a second.
+  bool IsGood() noexcept;
 
   // Closes the session and from now on uses `database`.
   void Use(std::string database);
@@ -47,6 +53,7 @@ class Connection {
   std::string database_;
   std::unique_ptr<StoreSession> session_;
   FileIdentity file_{};
+  std::int64_t tables_seen_ = 0;  // the second in which the file's tables had this version
 };
 
 // Logs a failure to `task`, without the values that SOCI or a server adds to the message.
