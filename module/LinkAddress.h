@@ -23,8 +23,8 @@ bool GenerateQRCode(const std::string& url, std::string& qrcode);
 void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entry,
                    Json::Value& out);
 
-// Makes `out` an array of these forms, in the order of the entries. Several images are made at a
-// time, no more than the machine has cores and one.
+// Makes `out` an array of these forms, in the order of the entries. As many images are made
+// at a time as the machine has cores, eight at most.
 void FormEntriesJSON(const APIRequest* request, const std::vector<sharing::record::Entry>& entries,
                      Json::Value& out);
 
