@@ -51,14 +51,8 @@ Json::Value ToJson(const UploadRule& rule) {
   return json;
 }
 
-Json::Value DataOf(const sharing::record::Entry& entry) {
-  Json::Value link;
-  entry.ToJSON(link);
-  return link["app"];
-}
-
 Share::Share(const sharing::record::Entry& entry) : owner_(OwnerOf(entry)) {
-  const Json::Value data = DataOf(entry);
+  const Json::Value& data = entry.get_app();
   if (!data.isObject() || !data["root"].isString() || !data["items"].isArray() ||
       data["items"].empty() || data["items"].size() > kMostItems) {
     throw Refusal(kNothingShared);

@@ -59,7 +59,4 @@ class Share {
   UploadRule upload_;
 };
 
-// The link's own data, `app` in the API.
-Json::Value DataOf(const sharing::record::Entry& entry);
-
 }  // namespace VELT::files

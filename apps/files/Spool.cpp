@@ -16,8 +16,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <string_view>
+#include <tuple>
+#include <utility>
 
 #include "Ids.h"
 #include "Refusal.h"
@@ -116,7 +119,22 @@ std::string Spool::HandOver(const Descriptor& file, APIResponse& response) const
   return HeaderFor(Offer(file, response).substr(PathOf("").size()));
 }
 
+// All downloads of a file in one second share a link, unless the file changes. Each path that the web
+// server opens costs it a descriptor for some seconds, and a file can have only so many links.
 std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
+  using Version = std::tuple<dev_t, ino_t, off_t, std::time_t, long>;
+  static std::time_t second = 0;
+  static std::map<Version, std::string> offered;
+  if (std::exchange(second, std::time(nullptr)) != second) offered.clear();
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0) throw Refusal(kUnavailable);
+  std::string& path = offered[{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                               status.st_mtim.tv_nsec}];
+  if (path.empty()) path = Link(file, response);
+  return path;
+}
+
+std::string Spool::Link(const Descriptor& file, APIResponse& response) const {
   MakeFolder(kOut, For::kRoot);
   const std::string name = TimedName();
   {

@@ -36,6 +36,8 @@ class Spool {
   std::string PathOf(const std::string& name) const { return configuration_.spool() + "/" + name; }
 
  private:
+  std::string Link(const Descriptor& file, APIResponse& response) const;
+
   const Configuration& configuration_;
   const Descriptor folder_;
 };

@@ -27,10 +27,7 @@ constexpr Photo kPhotos[] = {
 // The album's application data: of the preview, or else of the link. Any client can send it, so
 // values may be missing or have the wrong type.
 Json::Value AlbumOf(const Entry& entry, const Json::Value& extra) {
-  if (extra.isObject()) return extra["sharing_preview_params"];
-  Json::Value link;
-  entry.ToJSON(link);
-  return link["app"];
+  return extra.isObject() ? extra["sharing_preview_params"] : entry.get_app();
 }
 
 std::string TitleOf(const Entry& entry, const Json::Value& album) {

@@ -9,7 +9,7 @@ FOLDER = "/usr/velt/etc/demo"
 PASSWORDS = FOLDER + "/htpasswd"
 CONFIGURATION = FOLDER + "/lighttpd.conf"
 PAM_SERVICE = "velt-web"
-_DESCRIPTORS = 16384
+_DESCRIPTORS = 65536
 _CONNECTIONS = 4096
 
 _TEXT = """\

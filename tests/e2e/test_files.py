@@ -280,6 +280,18 @@ class Downloads(unittest.TestCase):
         foreign = visitor.request("GET", query("get", path="0/a.txt"), headers={"Sec-Fetch-Site": "cross-site"})
         self.assertNotIn(b"0123", foreign.body)
 
+    def test_downloads_of_a_file_share_a_link_until_it_changes(self):
+        ALICE.put("often/a.txt", b"old")
+        path = ALICE.path("often/a.txt")
+        spool = DEMO.path("/usr/velt/var/spool/files/out")
+        visitor = DEMO.visitor(ALICE.share("often"))
+        self.assertEqual({b"old"}, {get(visitor, "0/a.txt").body for _ in range(60)})
+        # The web server keeps the file of each name open for some seconds, and has only so many descriptors.
+        self.assertLess(sum(entry.inode() == os.stat(path).st_ino for entry in os.scandir(spool)), 30)
+        with open(path, "ab") as file:
+            file.write(b" and new")
+        self.assertEqual(b"old and new", get(visitor, "0/a.txt").body)
+
     def slow(self, count, path):
         """Connections that send a request and read only the beginning of the answer."""
         connections = []
