@@ -108,7 +108,7 @@ bool IsLoggable(const std::string& name) {
 }  // namespace
 
 bool OwnerExists(long long uid) {
-  return accounts::FindUserAgain(static_cast<uid_t>(uid)).has_value();
+  return accounts::FindUserCached(static_cast<uid_t>(uid)).has_value();
 }
 
 AccountCheck CheckAccount(std::string& name, const std::string& password,

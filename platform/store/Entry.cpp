@@ -25,7 +25,7 @@ Json::Value ToArray(const std::vector<std::string>& texts) {
 }  // namespace
 
 std::string Entry::get_owner_user() const {
-  const auto owner = accounts::FindUserAgain(owner_uid_);
+  const auto owner = accounts::FindUserCached(owner_uid_);
   return owner ? owner->name : "";
 }
 

@@ -53,7 +53,7 @@ std::optional<gid_t> FindGroup(const std::string& name) {
   return id;
 }
 
-std::optional<VELTUSER> FindUserAgain(uid_t uid) {
+std::optional<VELTUSER> FindUserCached(uid_t uid) {
   using Clock = std::chrono::steady_clock;
   struct Known {
     VELTUSER user;

@@ -19,7 +19,7 @@ std::optional<gid_t> FindGroup(const std::string& name);
 
 // As FindUser, but an account that was found is kept for a second, unless /etc/passwd changes. Takes
 // a tenth of the time.
-std::optional<VELTUSER> FindUserAgain(uid_t uid);
+std::optional<VELTUSER> FindUserCached(uid_t uid);
 
 // The ids of every group that the account belongs to, its primary group included.
 std::set<gid_t> GroupsOf(const VELTUSER& user);
