@@ -99,7 +99,7 @@ class Workers(unittest.TestCase):
             finally:
                 done.set()
             failures = [failure for future in writing for failure in future.result()]
-            self.assertGreater(failures.count(None), KILLS / 10)
+            self.assertGreater(failures.count(None), KILLS / 20)  # most of those killed are idle
             self.assertGreater(len(reported), KILLS / 10)
             with contextlib.closing(sqlite3.connect(host.database)) as sql:
                 self.assertEqual([("ok",)], sql.execute("pragma integrity_check").fetchall())
