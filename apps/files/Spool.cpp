@@ -125,12 +125,18 @@ std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
   using Version = std::tuple<dev_t, ino_t, off_t, std::time_t, long>;
   static std::time_t second = 0;
   static std::map<Version, std::string> offered;
-  if (std::exchange(second, std::time(nullptr)) != second) offered.clear();
+  const std::time_t now = std::time(nullptr);
+  if (std::exchange(second, now) != now) offered.clear();
   struct stat status {};
   if (fstat(file.get(), &status) != 0) throw Refusal(kUnavailable);
   std::string& path = offered[{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
                                status.st_mtim.tv_nsec}];
-  if (path.empty()) path = Link(file, response);
+  if (path.empty()) {
+    path = Link(file, response);
+  } else {
+    // A worker that ends keeps its links for a while after its last answer with an action.
+    response.Afterwards([] {});
+  }
   return path;
 }
 

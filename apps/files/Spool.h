@@ -18,9 +18,9 @@ class Spool {
 
   // Hands an opened file to the web server and returns the header line. The web server gets a hard
   // link to the file's inode, so it sends the file that was checked, whatever has happened to the
-  // path since. The link is removed some seconds after the answer. The web server reads
-  // the file with its own account: throws Refusal(kUnavailable), with a log line, when that account
-  // may not read it.
+  // path since. Answers of one second share a link, which is removed some seconds after the first.
+  // The web server reads the file with its own account: throws Refusal(kUnavailable), with a log
+  // line, when that account may not read it.
   std::string HandOver(const Descriptor& file, APIResponse& response) const;
   // The same for a program that runs with the service's account: returns the link's path.
   std::string Offer(const Descriptor& file, APIResponse& response) const;
