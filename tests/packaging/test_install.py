@@ -74,6 +74,7 @@ class Install(unittest.TestCase):
         root.stop_service()
         root.run("apt-get", "-qq", "-y", "remove", "velt-sharing", "velt-sharing-dev")
         self.assertEqual(self.version(), "rc 1.0.0-1")
+        self.assertNotIn("velt-sharing", root.run("ls", "-l", "/etc/nginx/sites-enabled"))
         gone = "/usr/velt /usr/include/velt* /lib/systemd/system/velt*"
         self.assertEqual(root.shell(f"ls -d {gone} 2>/dev/null || true"), "")
         root.shell(f"test -s /var/lib/velt-sharing/db/sharing.db && grep -q nas.example.com {CONFIG}")
@@ -81,7 +82,6 @@ class Install(unittest.TestCase):
         root.run("apt-get", "-qq", "-y", "purge", "velt-sharing")
         self.assertEqual(root.shell(TRACES), "")
         self.assertNotIn("velt", root.shell("cat /etc/passwd /etc/group /var/lib/dpkg/status"))
-        self.assertNotIn("velt-sharing", root.run("ls", "-l", "/etc/nginx/sites-enabled"))
 
     def check_reload(self):
         """As the unit reloads it, while requests come."""
