@@ -41,6 +41,13 @@ Account OwnerOf(const sharing::record::Entry& entry) {
   return *account;
 }
 
+// The link's own data, `app` in the API.
+Json::Value DataOf(const sharing::record::Entry& entry) {
+  Json::Value link;
+  entry.ToJSON(link);
+  return link["app"];
+}
+
 }  // namespace
 
 Json::Value ToJson(const UploadRule& rule) {
@@ -52,7 +59,7 @@ Json::Value ToJson(const UploadRule& rule) {
 }
 
 Share::Share(const sharing::record::Entry& entry) : owner_(OwnerOf(entry)) {
-  const Json::Value& data = entry.get_app();
+  const Json::Value data = DataOf(entry);
   if (!data.isObject() || !data["root"].isString() || !data["items"].isArray() ||
       data["items"].empty() || data["items"].size() > kMostItems) {
     throw Refusal(kNothingShared);

@@ -27,7 +27,10 @@ constexpr Photo kPhotos[] = {
 // The album's application data: of the preview, or else of the link. Any client can send it, so
 // values may be missing or have the wrong type.
 Json::Value AlbumOf(const Entry& entry, const Json::Value& extra) {
-  return extra.isObject() ? extra["sharing_preview_params"] : entry.get_app();
+  if (extra.isObject()) return extra["sharing_preview_params"];
+  Json::Value link;
+  entry.ToJSON(link);
+  return link["app"];
 }
 
 std::string TitleOf(const Entry& entry, const Json::Value& album) {

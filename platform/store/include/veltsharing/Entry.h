@@ -47,8 +47,6 @@ class Entry {
   std::vector<unsigned int> get_protect_gids() const;
   RedirectType get_redirect_type() const { return redirect_type_; }
   const std::string& get_redirect_uri() const { return redirect_uri_; }
-  // The application's data, as the link's owner has set it.
-  const Json::Value& get_app() const { return app_; }
 
   // Whether `password` opens the link. A link without a password is opened by the empty text only.
   bool IsPasswordValid(const std::string& password) const;
