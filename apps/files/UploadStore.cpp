@@ -35,6 +35,8 @@ constexpr const char* kAbout = ".json";
 constexpr std::time_t kLongestPause =
     std::time_t{24} * 60 * 60;                              // seconds until an upload is given up
 constexpr std::time_t kReceiptLife = std::time_t{60} * 60;  // seconds
+constexpr std::time_t kShortReceiptLife = 60;               // seconds, when there are more than ...
+constexpr std::uint64_t kMostReceipts = 1000;               // ... so many of one link
 constexpr std::chrono::hours kSweepEvery{1};
 constexpr int kMostNames = 1000;
 constexpr std::uint64_t kMostOpen = 1000;  // unfinished uploads of one link
@@ -72,45 +74,51 @@ std::string NumberedName(const std::string& name, int number) {
   return stem + tail;
 }
 
-// Counts the unfinished uploads in a link's folder, and removes those that were given up.
-std::uint64_t CountOpen(int folder) {
+using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+Folder Reread(int folder) {
   const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : fdopendir(copy), closedir);
-  const std::time_t oldest = std::time(nullptr) - kLongestPause;
-  std::uint64_t count = 0;
+  return {copy < 0 ? nullptr : fdopendir(copy), closedir};
+}
+
+// Removes what is left of uploads that were complete before `oldest`, for clients that did not get
+// the last answer.
+void SweepReceipts(int folder, std::time_t oldest) {
+  const Folder stream = Reread(folder);
   while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
     const std::string name = entry->d_name;
+    if (!name.ends_with(kAbout)) continue;
+    const std::string id = name.substr(0, name.size() - std::strlen(kAbout));
+    struct stat status {};
+    if (faccessat(folder, id.c_str(), F_OK, 0) != 0 &&
+        fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        status.st_mtime < oldest) {
+      unlinkat(folder, name.c_str(), 0);
+    }
+  }
+}
+
+// Counts the unfinished uploads in a link's folder, and removes those that were given up.
+std::uint64_t CountOpen(int folder) {
+  const Folder stream = Reread(folder);
+  const std::time_t now = std::time(nullptr);
+  std::uint64_t count = 0;
+  std::uint64_t known = 0;
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    const std::string name = entry->d_name;
+    if (name.ends_with(kAbout)) ++known;
     if (!IsId(name)) continue;
     struct stat status {};
     if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (status.st_mtime >= oldest) {
+    if (status.st_mtime >= now - kLongestPause) {
       ++count;
     } else {
       unlinkat(folder, name.c_str(), 0);
       unlinkat(folder, (name + kAbout).c_str(), 0);
     }
   }
+  if (known > count + kMostReceipts) SweepReceipts(folder, now - kShortReceiptLife);
   return count;
-}
-
-// Removes what is left of complete uploads, for clients that did not get the last answer.
-void SweepReceipts(int folder) {
-  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : fdopendir(copy), closedir);
-  const std::time_t oldest = std::time(nullptr) - kReceiptLife;
-  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
-    const std::string name = entry->d_name;
-    struct stat status {};
-    if (!name.ends_with(kAbout) ||
-        fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-        status.st_mtime >= oldest) {
-      continue;
-    }
-    const std::string id = name.substr(0, name.size() - std::strlen(kAbout));
-    if (faccessat(folder, id.c_str(), F_OK, 0) != 0) {
-      unlinkat(folder, name.c_str(), 0);
-    }
-  }
 }
 
 // What is known of an upload, or with `done` of a complete one.
@@ -143,7 +151,7 @@ void SweepAll(int spool) {
     const Descriptor folder(openat(all, entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.get() < 0) continue;
     CountOpen(folder.get());
-    SweepReceipts(folder.get());
+    SweepReceipts(folder.get(), std::time(nullptr) - kReceiptLife);
   }
 }
 
@@ -299,7 +307,8 @@ void UploadStore::Finish(const std::string& id, const State& state) {
   const std::string path = folder_ + "/" + id;
   unlinkat(spool_.folder(), (path + kAbout).c_str(), 0);
   try {
-    WriteAbout(spool_.folder(), path + kAbout, state.name, state.size, true);
+    // The client does not know the id of an empty upload, which is complete when it begins.
+    if (state.size > 0) WriteAbout(spool_.folder(), path + kAbout, state.name, state.size, true);
   } catch (const Refusal&) {
     // The file is complete all the same. Only a client that lost the answer does not learn it.
   }

@@ -69,17 +69,19 @@ class Uploads(unittest.TestCase):
                          ask(visitor, "upload_state", upload=upload)["data"])
         self.assertEqual("empty", self.begin(visitor, "empty", 0)["data"]["name"])
 
-    def test_a_state_that_waits_for_the_last_piece_finds_no_upload(self):
+    def test_a_state_that_waits_for_the_last_piece_gets_the_name(self):
         _, visitor = self.inbox()
         upload = self.begin(visitor, "new.txt", 5)["data"]["upload"]
         path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{upload}"))
-        with ThreadPoolExecutor(1) as pool:
-            with open(path, "rb") as file:
-                fcntl.flock(file, fcntl.LOCK_EX)  # as while a piece is written
-                state = pool.submit(ask, visitor, "upload_state", upload=upload)
-                wait_until(lambda: count_waiting_for(file) == 1)
-                os.unlink(path)  # as after the last one
-            self.assertEqual(2008, code(state.result()))
+        with open(path, "rb") as file, ThreadPoolExecutor() as pool:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            last = pool.submit(send, visitor, upload, 0, b"12345")
+            wait_until(lambda: count_waiting_for(file) == 1)
+            state = pool.submit(ask, visitor, "upload_state", upload=upload)
+            wait_until(lambda: count_waiting_for(file) == 2)
+            fcntl.flock(file, fcntl.LOCK_UN)
+            self.assertEqual("new.txt", last.result()["data"]["name"])
+            self.assertEqual({"offset": 5, "size": 5, "name": "new.txt"}, state.result()["data"])
 
     def test_calls_that_wait_for_the_last_piece_make_no_second_file(self):
         folder, visitor = self.inbox(max_files=1)
