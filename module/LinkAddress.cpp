@@ -119,6 +119,7 @@ void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entr
 void FormEntriesJSON(const APIRequest* request, const std::vector<sharing::record::Entry>& entries,
                      Json::Value& out) {
   std::vector<std::string> urls;
+  urls.reserve(entries.size());
   for (const sharing::record::Entry& entry : entries) {
     urls.push_back(LinkURL(request, entry.get_hash()));
   }
