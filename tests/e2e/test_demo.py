@@ -2,13 +2,14 @@
 
 import glob
 import os
+import re
 import socket
 import stat
 import subprocess
 import tempfile
 import unittest
 
-from demo import REPOSITORY, SHARING, Demo, free_port
+from demo import BUILD, REPOSITORY, SHARING, Demo, free_port
 
 RUN = os.path.join(REPOSITORY, "run")
 IN_NAMESPACE = os.path.join(REPOSITORY, "scripts/in-namespace")
@@ -38,6 +39,18 @@ def replace_by_itself(path):
 
 
 class Demonstration(unittest.TestCase):
+    def test_it_builds_all_that_it_installs(self):
+        with open(RUN, encoding="utf-8") as file:
+            targets = re.search(r"--target ([\w/ ]+)", file.read())[1].split()
+        commands = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", *targets], check=True, capture_output=True,
+                                  text=True).stdout
+        installed = set()
+        for path in glob.glob(BUILD + "/**/cmake_install.cmake", recursive=True):
+            with open(path, encoding="utf-8") as file:
+                installed.update(re.findall(rf'"{re.escape(BUILD)}/((?:bin|lib|web)/[^"]*[^"/:])"', file.read()))
+        self.assertIn("lib/VELT.Core.Sharing.so", installed)
+        self.assertEqual([], [product for product in installed if product not in commands])
+
     def test_restart_keeps_accounts_and_links(self):
         demo = Demo()
         self.addCleanup(demo.stop)
