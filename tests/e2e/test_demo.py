@@ -49,7 +49,8 @@ class Demonstration(unittest.TestCase):
             with open(path, encoding="utf-8") as file:
                 installed.update(re.findall(rf'"{re.escape(BUILD)}/((?:bin|lib|web)/[^"]*[^"/:])"', file.read()))
         self.assertIn("lib/VELT.Core.Sharing.so", installed)
-        self.assertEqual([], [product for product in installed if product not in commands])
+        self.assertEqual([], [product for product in installed if product not in commands and
+                              not product.endswith("/cmake_install.cmake")])
 
     def test_restart_keeps_accounts_and_links(self):
         demo = Demo()
