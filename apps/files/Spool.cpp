@@ -20,7 +20,6 @@
 #include <memory>
 #include <string_view>
 #include <tuple>
-#include <utility>
 
 #include "Ids.h"
 #include "Refusal.h"
@@ -123,10 +122,13 @@ std::string Spool::HandOver(const Descriptor& file, APIResponse& response) const
 // server opens costs it a descriptor for some seconds, and a file can have only so many links.
 std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
   using Version = std::tuple<dev_t, ino_t, off_t, std::time_t, long>;
-  static std::time_t second = 0;
+  using Clock = std::chrono::steady_clock;
+  static Clock::time_point end;
   static std::map<Version, std::string> offered;
-  const std::time_t now = std::time(nullptr);
-  if (std::exchange(second, now) != now) offered.clear();
+  if (const auto now = Clock::now(); now >= end) {
+    offered.clear();
+    end = now + std::chrono::seconds(1);
+  }
   struct stat status {};
   if (fstat(file.get(), &status) != 0) throw Refusal(kUnavailable);
   std::string& path = offered[{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
