@@ -1,17 +1,14 @@
 #include "Access.h"
 
-#include <chrono>
-#include <cstddef>
-#include <map>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/ResultCache.h"
 #include "veltsys/User.h"
 
 namespace VELT::host {
@@ -30,28 +27,10 @@ std::optional<Identity> LookUp(const std::string& name) {
   return Identity{user->uid, accounts::IsAdministrator(*user)};
 }
 
-// Keeps what the user database says for a second, because a look-up takes longer than the rest of a
-// short request. An account that is not found is looked up again every time.
+// A look-up takes longer than the rest of a short request.
 std::optional<Identity> FindIdentity(const std::string& name) {
-  using Clock = std::chrono::steady_clock;
-  struct Known {
-    Identity identity;
-    Clock::time_point until;
-  };
-  constexpr std::size_t kMostKnown = 1000;
-  static std::map<std::string, Known> known;
-
-  const Clock::time_point now = Clock::now();
-  const auto found = known.find(name);
-  if (found != known.end() && now < found->second.until) return found->second.identity;
-  const auto identity = LookUp(name);
-  if (!identity.has_value()) {
-    known.erase(name);
-    return std::nullopt;
-  }
-  if (known.size() >= kMostKnown) known.clear();
-  known[name] = {*identity, now + std::chrono::seconds(1)};
-  return identity;
+  static ResultCache<std::string, Identity> identities(1000);
+  return identities.Get(name, [&name] { return LookUp(name); });
 }
 
 }  // namespace

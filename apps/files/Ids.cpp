@@ -6,16 +6,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <set>
 #include <utility>
 
 #include "Refusal.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/ResultCache.h"
 #include "veltsys/User.h"
 
 namespace VELT::files {
@@ -55,23 +54,8 @@ bool Account::IsIn(const std::string& group) const {
 }
 
 std::optional<Account> FindAccount(uid_t uid) {
-  using Clock = std::chrono::steady_clock;
-  struct Known {
-    Account account;
-    Clock::time_point until;
-  };
-  constexpr std::size_t kMostKnown = 100;
-  static std::map<uid_t, Known> known;
-
-  const auto now = Clock::now();
-  const auto found = known.find(uid);
-  if (found != known.end() && now < found->second.until) return found->second.account;
-  known.erase(uid);
-  auto account = LookUp(uid);
-  if (!account) return std::nullopt;
-  if (known.size() >= kMostKnown) known.clear();
-  known.emplace(uid, Known{*account, now + std::chrono::seconds(1)});
-  return account;
+  static ResultCache<uid_t, Account> accounts(100);
+  return accounts.Get(uid, [uid] { return LookUp(uid); });
 }
 
 // Goes through root, which alone may change the groups. The user id comes last, because the other

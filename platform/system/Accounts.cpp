@@ -4,13 +4,13 @@
 #include <pwd.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "UserDatabase.h"
+#include "veltsys/ResultCache.h"
 
 namespace VELT::accounts {
 namespace {
@@ -54,24 +54,11 @@ std::optional<gid_t> FindGroup(const std::string& name) {
 }
 
 std::optional<VELTUSER> FindUserCached(uid_t uid) {
-  using Clock = std::chrono::steady_clock;
-  struct Known {
-    VELTUSER user;
-    Clock::time_point until;
-  };
-  constexpr std::size_t kMostKnown = 1000;
   thread_local FileVersion passwd;
-  thread_local std::unordered_map<uid_t, Known> known;
-
+  thread_local ResultCache<uid_t, VELTUSER> users(1000);
   const FileVersion current = VersionOf("/etc/passwd");
-  if (current != passwd || known.size() >= kMostKnown) known.clear();
-  passwd = current;
-  const Clock::time_point now = Clock::now();
-  const auto found = known.find(uid);
-  if (found != known.end() && now < found->second.until) return found->second.user;
-  auto user = FindUser(uid);
-  if (user) known.insert_or_assign(uid, Known{*user, now + std::chrono::seconds(1)});
-  return user;
+  if (std::exchange(passwd, current) != current) users.Clear();
+  return users.Get(uid, [uid] { return FindUser(uid); });
 }
 
 std::set<gid_t> GroupsOf(const VELTUSER& user) {
