@@ -1,4 +1,4 @@
-#include "Listener.h"
+#include "host/Listener.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>

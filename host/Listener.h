@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Options.h"
+#include "host/Options.h"
 #include "veltsys/Descriptor.h"
 
 namespace VELT::host {

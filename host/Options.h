@@ -6,7 +6,7 @@
 #include <array>
 #include <string>
 
-#include "Pool.h"
+#include "host/Pool.h"
 
 namespace VELT::host {
 

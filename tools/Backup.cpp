@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
-#include "sql/Transaction.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
+#include "platform/store/sql/Transaction.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/SqliteFile.h"

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "host/Options.h"
-#include "host/Registry.h"
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
+#include "host/request/Registry.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
 #include "tools/CheckFiles.h"
 #include "tools/Command.h"
 #include "tools/Database.h"

@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/Privileges.h"
+#include "host/process/Privileges.h"
 #include "tools/SqliteFile.h"
 #include "veltsys/Process.h"
 

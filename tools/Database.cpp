@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
 #include "tools/Command.h"
 
 namespace VELT::tools {

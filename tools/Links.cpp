@@ -10,14 +10,14 @@
 #include <string>
 #include <utility>
 
-#include "LinkStatus.h"
-#include "LocalTime.h"
-#include "Purge.h"
-#include "StoreContext.h"
-#include "sql/Dialect.h"
-#include "sql/EntryRow.h"
-#include "sql/Schema.h"
-#include "sql/Statement.h"
+#include "platform/store/LinkStatus.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/Purge.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/Schema.h"
+#include "platform/store/sql/Statement.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "veltsys/Accounts.h"

@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Output.h"

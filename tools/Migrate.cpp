@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "sql/Dialect.h"
-#include "sql/Statement.h"
-#include "sql/Transaction.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Statement.h"
+#include "platform/store/sql/Transaction.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Progress.h"

@@ -5,9 +5,9 @@
 #include <iterator>
 #include <string>
 
-#include "Methods.h"
-#include "Parameters.h"
-#include "Refusal.h"
+#include "apps/files/Methods.h"
+#include "apps/files/Parameters.h"
+#include "apps/files/Refusal.h"
 #include "veltwebapi/APIParameter.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"

@@ -1,4 +1,4 @@
-#include "Configuration.h"
+#include "apps/files/Configuration.h"
 
 #include <json/value.h>
 #include <syslog.h>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Refusal.h"
+#include "apps/files/Refusal.h"
 #include "veltsys/JsonFile.h"
 #include "veltsys/Text.h"
 

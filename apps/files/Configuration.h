@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Ids.h"
+#include "apps/files/Ids.h"
 
 namespace VELT::files {
 

@@ -1,4 +1,4 @@
-#include "Ids.h"
+#include "apps/files/Ids.h"
 
 #include <grp.h>
 #include <syslog.h>
@@ -12,7 +12,7 @@
 #include <set>
 #include <utility>
 
-#include "Refusal.h"
+#include "apps/files/Refusal.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/ResultCache.h"
 #include "veltsys/User.h"

@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <string>
 
-#include "Methods.h"
-#include "Names.h"
-#include "Refusal.h"
-#include "Share.h"
-#include "Tree.h"
+#include "apps/files/Methods.h"
+#include "apps/files/Names.h"
+#include "apps/files/Refusal.h"
+#include "apps/files/Share.h"
+#include "apps/files/Tree.h"
 #include "veltwebapi/APIRequest.h"
 
 namespace VELT::files {

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "Share.h"
-#include "Tree.h"
+#include "apps/files/Share.h"
+#include "apps/files/Tree.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 

@@ -1,4 +1,4 @@
-#include "Names.h"
+#include "apps/files/Names.h"
 
 #include <algorithm>
 #include <cctype>

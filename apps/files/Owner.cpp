@@ -3,14 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "Configuration.h"
-#include "Ids.h"
-#include "Methods.h"
-#include "Names.h"
-#include "Refusal.h"
-#include "Share.h"
-#include "Tree.h"
-#include "Visit.h"
+#include "apps/files/Configuration.h"
+#include "apps/files/Ids.h"
+#include "apps/files/Methods.h"
+#include "apps/files/Names.h"
+#include "apps/files/Refusal.h"
+#include "apps/files/Share.h"
+#include "apps/files/Tree.h"
+#include "apps/files/Visit.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltwebapi/APIRequest.h"

@@ -1,4 +1,4 @@
-#include "Share.h"
+#include "apps/files/Share.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,8 +6,8 @@
 #include <limits>
 #include <optional>
 
-#include "Names.h"
-#include "Refusal.h"
+#include "apps/files/Names.h"
+#include "apps/files/Refusal.h"
 
 namespace VELT::files {
 namespace {

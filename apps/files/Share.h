@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Configuration.h"
-#include "Ids.h"
-#include "Tree.h"
+#include "apps/files/Configuration.h"
+#include "apps/files/Ids.h"
+#include "apps/files/Tree.h"
 #include "veltsharing/Entry.h"
 
 namespace VELT::files {

@@ -1,4 +1,4 @@
-#include "Spool.h"
+#include "apps/files/Spool.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -21,8 +21,8 @@
 #include <string_view>
 #include <tuple>
 
-#include "Ids.h"
-#include "Refusal.h"
+#include "apps/files/Ids.h"
+#include "apps/files/Refusal.h"
 
 namespace VELT::files {
 namespace {

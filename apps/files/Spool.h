@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "Configuration.h"
+#include "apps/files/Configuration.h"
 #include "veltsys/Descriptor.h"
 #include "veltwebapi/APIResponse.h"
 

@@ -1,4 +1,4 @@
-#include "Tree.h"
+#include "apps/files/Tree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include <tuple>
 #include <utility>
 
-#include "Refusal.h"
+#include "apps/files/Refusal.h"
 
 namespace VELT::files {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Configuration.h"
+#include "apps/files/Configuration.h"
 #include "veltsys/Descriptor.h"
 
 namespace VELT::files {

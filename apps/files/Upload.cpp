@@ -3,12 +3,12 @@
 #include <optional>
 #include <string>
 
-#include "Methods.h"
-#include "Names.h"
-#include "Refusal.h"
-#include "Share.h"
-#include "UploadStore.h"
-#include "Visit.h"
+#include "apps/files/Methods.h"
+#include "apps/files/Names.h"
+#include "apps/files/Refusal.h"
+#include "apps/files/Share.h"
+#include "apps/files/UploadStore.h"
+#include "apps/files/Visit.h"
 #include "veltsharing/Entry.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"

@@ -1,4 +1,4 @@
-#include "UploadStore.h"
+#include "apps/files/UploadStore.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -19,10 +19,10 @@
 #include <utility>
 #include <vector>
 
-#include "Ids.h"
-#include "Names.h"
-#include "Refusal.h"
-#include "Tree.h"
+#include "apps/files/Ids.h"
+#include "apps/files/Names.h"
+#include "apps/files/Refusal.h"
+#include "apps/files/Tree.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/JsonText.h"
 

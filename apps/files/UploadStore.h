@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "Share.h"
-#include "Spool.h"
+#include "apps/files/Share.h"
+#include "apps/files/Spool.h"
 
 namespace VELT::files {
 

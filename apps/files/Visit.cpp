@@ -1,8 +1,8 @@
-#include "Visit.h"
+#include "apps/files/Visit.h"
 
 #include <string>
 
-#include "Refusal.h"
+#include "apps/files/Refusal.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/Login.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Parameters.h"
+#include "apps/visits/Parameters.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"
 #include "veltwebapi/APIRequest.h"

@@ -1,4 +1,4 @@
-#include "Floors.h"
+#include "bench/module/Floors.h"
 
 #include <fcntl.h>
 #include <spawn.h>

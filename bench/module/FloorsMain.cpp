@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Floors.h"
+#include "bench/module/Floors.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;

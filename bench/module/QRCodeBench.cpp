@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Floors.h"
+#include "bench/module/Floors.h"
 #include "module/LinkAddress.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Bench.h"
+#include "bench/store/Bench.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"

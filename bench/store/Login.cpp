@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Bench.h"
+#include "bench/store/Bench.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"

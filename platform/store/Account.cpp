@@ -1,4 +1,4 @@
-#include "Account.h"
+#include "platform/store/Account.h"
 
 #include <security/pam_appl.h>
 #include <syslog.h>

@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <optional>
 
-#include "LinkStatus.h"
-#include "LocalTime.h"
-#include "Secrets.h"
-#include "StoreContext.h"
-#include "TypeTexts.h"
+#include "platform/store/LinkStatus.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/Secrets.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/TypeTexts.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/Text.h"
 #include "veltsys/User.h"

@@ -1,4 +1,4 @@
-#include "EntryQuery.h"
+#include "platform/store/EntryQuery.h"
 
 #include <syslog.h>
 
@@ -11,12 +11,12 @@
 #include <optional>
 #include <string_view>
 
-#include "LocalTime.h"
-#include "LogText.h"
-#include "TypeTexts.h"
-#include "sql/EntryRow.h"
-#include "sql/LinkCounts.h"
-#include "sql/Statement.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/LogText.h"
+#include "platform/store/TypeTexts.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/LinkCounts.h"
+#include "platform/store/sql/Statement.h"
 #include "veltsharing/Keys.h"
 #include "veltsys/Text.h"
 

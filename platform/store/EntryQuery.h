@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "sql/Dialect.h"
-#include "sql/Soci.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Soci.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
 

@@ -1,4 +1,4 @@
-#include "FailedLogins.h"
+#include "platform/store/FailedLogins.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -8,7 +8,7 @@
 #include <array>
 #include <optional>
 
-#include "Secrets.h"
+#include "platform/store/Secrets.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/User.h"
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 
-#include "TypeTexts.h"
+#include "platform/store/TypeTexts.h"
 #include "veltsharing/Entry.h"
 
 namespace VELT::sharing {

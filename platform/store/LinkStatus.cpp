@@ -1,4 +1,4 @@
-#include "LinkStatus.h"
+#include "platform/store/LinkStatus.h"
 
 namespace VELT::sharing {
 

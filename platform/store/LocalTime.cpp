@@ -1,4 +1,4 @@
-#include "LocalTime.h"
+#include "platform/store/LocalTime.h"
 
 #include <array>
 #include <chrono>

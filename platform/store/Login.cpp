@@ -2,12 +2,12 @@
 
 #include <syslog.h>
 
-#include "LogText.h"
-#include "Secrets.h"
-#include "StoreContext.h"
-#include "VisitorLogin.h"
-#include "sql/Connection.h"
-#include "sql/StoreSession.h"
+#include "platform/store/LogText.h"
+#include "platform/store/Secrets.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/VisitorLogin.h"
+#include "platform/store/sql/Connection.h"
+#include "platform/store/sql/StoreSession.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"

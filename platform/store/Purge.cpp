@@ -1,14 +1,14 @@
-#include "Purge.h"
+#include "platform/store/Purge.h"
 
-#include "FailedLogins.h"
-#include "LocalTime.h"
-#include "StoreContext.h"
-#include "VisitDays.h"
-#include "sql/Dialect.h"
-#include "sql/EntryRow.h"
-#include "sql/Statement.h"
-#include "sql/Transaction.h"
-#include "sql/VisitorRows.h"
+#include "platform/store/FailedLogins.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/VisitDays.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/Statement.h"
+#include "platform/store/sql/Transaction.h"
+#include "platform/store/sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 namespace {

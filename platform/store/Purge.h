@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

@@ -1,4 +1,4 @@
-#include "Secrets.h"
+#include "platform/store/Secrets.h"
 
 #include <sodium.h>
 #include <sys/mman.h>

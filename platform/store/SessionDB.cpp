@@ -2,11 +2,11 @@
 #include <optional>
 #include <string>
 
-#include "Secrets.h"
-#include "StoreContext.h"
-#include "sql/Connection.h"
-#include "sql/StoreSession.h"
-#include "sql/VisitorRows.h"
+#include "platform/store/Secrets.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Connection.h"
+#include "platform/store/sql/StoreSession.h"
+#include "platform/store/sql/VisitorRows.h"
 #include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"
 

@@ -9,11 +9,11 @@
 #include <system_error>
 #include <utility>
 
-#include "StoreContext.h"
-#include "sql/Connection.h"
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
-#include "sql/Transaction.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Connection.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
+#include "platform/store/sql/Transaction.h"
 #include "veltsharing/StoreOptions.h"
 
 namespace VELT::sharing {

@@ -1,9 +1,9 @@
-#include "StoreContext.h"
+#include "platform/store/StoreContext.h"
 
 #include <ctime>
 #include <utility>
 
-#include "sql/Connection.h"
+#include "platform/store/sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsharing/Visit.h"

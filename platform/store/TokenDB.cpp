@@ -1,14 +1,14 @@
 #include <optional>
 #include <string>
 
-#include "Account.h"
-#include "LinkStatus.h"
-#include "StoreContext.h"
-#include "sql/Connection.h"
-#include "sql/Dialect.h"
-#include "sql/EntryRow.h"
-#include "sql/StoreSession.h"
-#include "sql/VisitorRows.h"
+#include "platform/store/Account.h"
+#include "platform/store/LinkStatus.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Connection.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/StoreSession.h"
+#include "platform/store/sql/VisitorRows.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"

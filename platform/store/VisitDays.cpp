@@ -1,8 +1,8 @@
-#include "VisitDays.h"
+#include "platform/store/VisitDays.h"
 
-#include "LocalTime.h"
-#include "StoreContext.h"
-#include "sql/Connection.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing {

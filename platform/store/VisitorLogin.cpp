@@ -3,22 +3,22 @@
 // because that takes long and a transaction makes others wait. The second checks the preconditions
 // again and stores the outcome. If the link's revision has changed since the first, the credentials
 // are checked again.
-#include "VisitorLogin.h"
+#include "platform/store/VisitorLogin.h"
 
 #include <algorithm>
 #include <set>
 #include <vector>
 
-#include "Account.h"
-#include "LinkStatus.h"
-#include "LocalTime.h"
-#include "Secrets.h"
-#include "StoreContext.h"
-#include "VisitDays.h"
-#include "sql/Connection.h"
-#include "sql/Dialect.h"
-#include "sql/PreparedStatements.h"
-#include "sql/Transaction.h"
+#include "platform/store/Account.h"
+#include "platform/store/LinkStatus.h"
+#include "platform/store/LocalTime.h"
+#include "platform/store/Secrets.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/VisitDays.h"
+#include "platform/store/sql/Connection.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/PreparedStatements.h"
+#include "platform/store/sql/Transaction.h"
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsys/Accounts.h"

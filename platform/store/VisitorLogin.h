@@ -5,10 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "FailedLogins.h"
-#include "sql/EntryRow.h"
-#include "sql/StoreSession.h"
-#include "sql/VisitorRows.h"
+#include "platform/store/FailedLogins.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/StoreSession.h"
+#include "platform/store/sql/VisitorRows.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Login.h"
 #include "veltsharing/Visit.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "UserDatabase.h"
+#include "platform/system/UserDatabase.h"
 #include "veltsys/ResultCache.h"
 
 namespace VELT::accounts {

@@ -1,4 +1,4 @@
-#include "ChildSetup.h"
+#include "platform/system/ChildSetup.h"
 
 #include <sys/prctl.h>
 #include <sys/syscall.h>

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "ChildSetup.h"
+#include "platform/system/ChildSetup.h"
 #include "veltsys/ChildProcess.h"
 #include "veltsys/Descriptor.h"
 

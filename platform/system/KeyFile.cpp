@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "KeyValues.h"
+#include "platform/system/KeyValues.h"
 
 namespace VELT {
 namespace {

@@ -17,8 +17,8 @@
 #include <utility>
 #include <vector>
 
-#include "RequestPrograms.h"
-#include "Spawn.h"
+#include "platform/system/RequestPrograms.h"
+#include "platform/system/Spawn.h"
 #include "veltsys/ChildProcess.h"
 #include "veltsys/Counters.h"
 #include "veltsys/Descriptor.h"

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <utility>
 
-#include "RequestPrograms.h"
+#include "platform/system/RequestPrograms.h"
 
 namespace VELT {
 namespace {

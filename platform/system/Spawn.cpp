@@ -3,7 +3,7 @@
 // stack, and the parent is suspended until the child runs the program. Until then the child may
 // only make system calls, and without the C library, which would change the ids of all the parent's
 // threads.
-#include "Spawn.h"
+#include "platform/system/Spawn.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -19,7 +19,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "ChildSetup.h"
+#include "platform/system/ChildSetup.h"
 
 namespace VELT {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "KeyValues.h"
+#include "platform/system/KeyValues.h"
 
 VeltConf::VeltConf() : values_(VELT::ReadKeyValues("/usr/velt/etc/velt.conf")) {}
 

@@ -1,4 +1,4 @@
-#include "ModifyTimes.h"
+#include "platform/webui/ModifyTimes.h"
 
 #include <fcntl.h>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "ModifyTimes.h"
+#include "platform/webui/ModifyTimes.h"
 #include "veltsys/Text.h"
 
 namespace VELT {

@@ -72,7 +72,7 @@ class Tables(unittest.TestCase):
             if folder == "owner":
                 code += read(f"{WEB}/index.html")
             if folder == "link":
-                code += read(os.path.join(REPOSITORY, "host/LinkPage.cpp"))
+                code += read(os.path.join(REPOSITORY, "host/page/LinkPage.cpp"))
             calls = re.findall(r"\bt\(([^()]*)", code)
             named = {key for call in calls for key in re.findall(r"'(\w+)'", call)}
             named |= set(re.findall(r'data-text="(\w+)"', code))

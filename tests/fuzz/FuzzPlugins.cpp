@@ -4,7 +4,7 @@
 #include <map>
 #include <string_view>
 
-#include "host/PluginTags.h"
+#include "host/page/PluginTags.h"
 #include "module/AppConfig.h"
 #include "sharing/Plugins.h"
 #include "tests/fuzz/Fuzz.h"

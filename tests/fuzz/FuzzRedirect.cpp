@@ -1,7 +1,7 @@
 // Any text as a link's redirect: no browser may be sent to an address that the rules forbid.
 #include <algorithm>
 
-#include "host/Redirect.h"
+#include "host/page/Redirect.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // Any text as query, host, cookies, language and body: what is accepted must be clean and within the limits.
-#include "host/Language.h"
 #include "host/Limits.h"
-#include "host/RequestReader.h"
-#include "host/Site.h"
+#include "host/page/Language.h"
+#include "host/request/RequestReader.h"
+#include "host/request/Site.h"
 #include "tests/fuzz/Fuzz.h"
 #include "veltsys/Text.h"
 

@@ -1,6 +1,6 @@
 // Any text as an owner's parameters: a pre-check refuses in its one form, a handler answers with a known code for any
 // input, and what a pre-check accepts reaches the store, which can't be used here.
-#include "host/RequestReader.h"
+#include "host/request/RequestReader.h"
 #include "module/SharingAPI.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/SyslogCapture.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/PluginTags.h"
+#include "host/page/PluginTags.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Entry.h"

@@ -1,4 +1,4 @@
-#include "Fixture.h"
+#include "tests/module/Fixture.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"

@@ -1,7 +1,7 @@
 // Who may read and delete a link.
 #include <string>
 
-#include "Fixture.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 
 namespace VELT {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
 #include "module/SharingAPI.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltwebapi/APIRequest.h"

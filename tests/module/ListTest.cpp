@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 
 namespace VELT {

@@ -2,7 +2,7 @@
 #include <cstddef>
 #include <string>
 
-#include "Fixture.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 

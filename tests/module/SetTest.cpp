@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
 #include "module/LinkAddress.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsys/Base64.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
+#include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Login.h"

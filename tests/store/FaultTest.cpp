@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
+#include "tests/store/Fixture.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"

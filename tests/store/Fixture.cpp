@@ -1,4 +1,4 @@
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 #include <iterator>
 #include <memory>
 
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
 #include "veltsharing/Session.h"
 #include "veltsharing/Token.h"
 #include "veltsharing/Visit.h"

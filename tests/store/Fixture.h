@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Login.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 
 // Makes the user database ignore the case of names, as a directory service may.
 extern "C" int getpwnam_r(const char* name, passwd* account, char* buffer, std::size_t size,

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "Fixture.h"
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
+#include "tests/store/Fixture.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"

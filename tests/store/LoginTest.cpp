@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 #include "tests/support/Orphans.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/Entry.h"

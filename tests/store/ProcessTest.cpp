@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <thread>
 
-#include "Fixture.h"
+#include "tests/store/Fixture.h"
 
 namespace VELT::sharing {
 

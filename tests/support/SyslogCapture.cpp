@@ -1,4 +1,4 @@
-#include "SyslogCapture.h"
+#include "tests/support/SyslogCapture.h"
 
 #include <syslog.h>
 

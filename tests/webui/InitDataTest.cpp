@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Files.h"
 #include "sharing/InitDataHandler.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/webui/Files.h"
 #include "veltsharing/Entry.h"
 #include "veltweb/WebMan.h"
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "Files.h"
 #include "platform/webui/ModifyTimes.h"
+#include "tests/webui/Files.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Files.h"
 #include "tests/support/Json.h"
+#include "tests/webui/Files.h"
 #include "veltsys/PackageManager.h"
 #include "veltweb/InitUIFileHandler.h"
 

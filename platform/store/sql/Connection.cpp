@@ -1,4 +1,4 @@
-#include "sql/Connection.h"
+#include "platform/store/sql/Connection.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,10 +9,10 @@
 #include <cstring>
 #include <string>
 
-#include "StoreContext.h"
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
-#include "sql/Transaction.h"
+#include "platform/store/StoreContext.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
+#include "platform/store/sql/Transaction.h"
 #include "veltsys/Counters.h"
 
 namespace VELT::sharing::db {

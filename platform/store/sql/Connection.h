@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "sql/StoreSession.h"
+#include "platform/store/sql/StoreSession.h"
 #include "veltsharing/SharingDB.h"
 
 namespace VELT::sharing::db {

@@ -1,4 +1,4 @@
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
 
 #include <libpq-fe.h>
 #include <poll.h>

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

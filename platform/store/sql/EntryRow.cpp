@@ -1,4 +1,4 @@
-#include "sql/EntryRow.h"
+#include "platform/store/sql/EntryRow.h"
 
 #include <json/writer.h>
 #include <syslog.h>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "sql/Statement.h"
+#include "platform/store/sql/Statement.h"
 #include "veltsys/JsonText.h"
 #include "veltsys/Text.h"
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "LinkStatus.h"
-#include "sql/Soci.h"
+#include "platform/store/LinkStatus.h"
+#include "platform/store/sql/Soci.h"
 #include "veltsharing/Entry.h"
 
 namespace VELT::sharing::db {

@@ -1,7 +1,7 @@
-#include "sql/LinkCounts.h"
+#include "platform/store/sql/LinkCounts.h"
 
-#include "sql/EntryRow.h"
-#include "sql/Statement.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/Statement.h"
 
 namespace VELT::sharing::db {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

@@ -1,8 +1,8 @@
-#include "sql/PreparedStatements.h"
+#include "platform/store/sql/PreparedStatements.h"
 
-#include "sql/Dialect.h"
-#include "sql/Schema.h"
-#include "sql/Statement.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Schema.h"
+#include "platform/store/sql/Statement.h"
 
 namespace VELT::sharing::db {
 namespace {

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
-#include "sql/EntryRow.h"
-#include "sql/Soci.h"
-#include "sql/VisitorRows.h"
+#include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/Soci.h"
+#include "platform/store/sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 

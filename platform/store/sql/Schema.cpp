@@ -1,4 +1,4 @@
-#include "sql/Schema.h"
+#include "platform/store/sql/Schema.h"
 
 #include <array>
 #include <cstddef>
@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "sql/Dialect.h"
-#include "sql/LinkCounts.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/LinkCounts.h"
 
 namespace VELT::sharing::db {
 namespace {

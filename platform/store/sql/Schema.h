@@ -1,7 +1,7 @@
 // The tables, their version, and the migration of older ones.
 #pragma once
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

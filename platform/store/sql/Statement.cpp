@@ -1,4 +1,4 @@
-#include "sql/Statement.h"
+#include "platform/store/sql/Statement.h"
 
 namespace VELT::sharing::db {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "sql/Soci.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

@@ -4,9 +4,9 @@
 #include <memory>
 #include <utility>
 
-#include "sql/Dialect.h"
-#include "sql/PreparedStatements.h"
-#include "sql/Soci.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/PreparedStatements.h"
+#include "platform/store/sql/Soci.h"
 
 namespace VELT::sharing::db {
 

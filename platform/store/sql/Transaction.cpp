@@ -1,6 +1,6 @@
-#include "sql/Transaction.h"
+#include "platform/store/sql/Transaction.h"
 
-#include "sql/Dialect.h"
+#include "platform/store/sql/Dialect.h"
 
 namespace VELT::sharing::db {
 

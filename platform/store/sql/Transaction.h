@@ -1,8 +1,8 @@
 // A transaction that rolls back unless it is committed.
 #pragma once
 
-#include "sql/Soci.h"
-#include "sql/StoreSession.h"
+#include "platform/store/sql/Soci.h"
+#include "platform/store/sql/StoreSession.h"
 
 namespace VELT::sharing::db {
 

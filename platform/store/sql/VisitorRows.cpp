@@ -1,4 +1,4 @@
-#include "sql/VisitorRows.h"
+#include "platform/store/sql/VisitorRows.h"
 
 namespace VELT::sharing::db {
 

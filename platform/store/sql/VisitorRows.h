@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "sql/Dialect.h"
-#include "sql/EntryRow.h"
+#include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/EntryRow.h"
 
 namespace VELT::sharing::db {
 

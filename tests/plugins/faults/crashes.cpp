@@ -1,5 +1,5 @@
 #include <csignal>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(return std::raise(SIGSEGV) == 0;)

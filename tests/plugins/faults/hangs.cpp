@@ -1,5 +1,5 @@
 #include <unistd.h>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(for (;;) pause();)

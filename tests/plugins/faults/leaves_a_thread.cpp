@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(std::thread([] { pause(); }).detach(); result = Json::Value(Json::objectValue);
       return is_page;)

@@ -1,3 +1,3 @@
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(return true;)

@@ -1,5 +1,5 @@
 #include <stdexcept>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(if (result.isNull()) throw std::runtime_error("statically linked"); return is_page;)

@@ -1,3 +1,3 @@
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(result[Json::StaticString("SESSION")] = Json::Value(Json::objectValue); return true;)

@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <iostream>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 namespace {
 

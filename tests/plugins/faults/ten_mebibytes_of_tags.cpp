@@ -1,6 +1,6 @@
 #include <string>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 FAULT(Json::Value tag; tag["content"] = std::string(1024, 'x');
       Json::Value& tags = is_page ? result["JSFILE"] : result;

@@ -1,6 +1,6 @@
 #include <exception>
 
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 namespace {
 

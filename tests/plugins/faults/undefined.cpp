@@ -1,4 +1,4 @@
-#include "Fault.h"
+#include "tests/plugins/faults/Fault.h"
 
 void DevelopFilm();
 

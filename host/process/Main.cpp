@@ -1,0 +1,276 @@
+// velt-webapid: serves the web APIs of the registered modules to a web server, over FastCGI.
+#include <sys/prctl.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "host/Listener.h"
+#include "host/Options.h"
+#include "host/Pool.h"
+#include "host/process/Handover.h"
+#include "host/process/Privileges.h"
+#include "host/process/Supervisor.h"
+#include "host/process/Worker.h"
+#include "host/request/Site.h"
+#include "host/watch/MetricsServer.h"
+#include "host/watch/MetricsText.h"
+#include "host/watch/RequestLog.h"
+#include "host/watch/RequestNote.h"
+#include "host/watch/Scoreboard.h"
+#include "host/watch/Statistics.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltsys/Accounts.h"
+#include "veltsys/User.h"
+
+namespace VELT::host {
+namespace {
+
+Ids FindIds(const std::string& user, const std::string& group) {
+  Ids ids{geteuid(), getegid(), user};
+  if (!user.empty()) {
+    const auto found = accounts::FindUser(user);
+    if (!found.has_value()) throw std::runtime_error("--user: no account is called " + user);
+    ids.uid = found->uid;
+    ids.gid = found->gid;
+  }
+  if (!group.empty()) {
+    const auto found = accounts::FindGroup(group);
+    if (!found.has_value()) throw std::runtime_error("--group: no group is called " + group);
+    ids.gid = *found;
+  }
+  return ids;
+}
+
+// The limit is that of unix(7).
+std::string CheckSocketPath(const std::string& path) {
+  if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) return {};
+  return "must be a path of 1 to 107 bytes";
+}
+
+std::string CheckRequestLog(const std::string& where) {
+  if (where == "journal" || where == "syslog" || where == "stderr" || where.starts_with('/')) {
+    return {};
+  }
+  return "must be journal, syslog, stderr or the path of a file, from / on";
+}
+
+std::string CheckDatabase(const std::string& text) {
+  if (text.starts_with("sqlite3 ") || text.starts_with("postgresql ")) return {};
+  return R"(must be "sqlite3 PATH" or "postgresql CONNECTION")";
+}
+
+std::string CheckExternalURL(std::string& url) {
+  if (url.ends_with('/')) url.pop_back();  // CLI11 stores the text that a check has changed
+  if (IsSiteURL(url)) return {};
+  return "must be http:// or https://, a host, and a port if it isn't the usual one";
+}
+
+// Runs in a child process, because workers must not inherit a database connection. If the store
+// can't be used, the host starts all the same, and requests fail until it is repaired.
+void PrepareStore(const Options& options) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    bool created = false;
+    try {
+      LowerTo(options.ids);
+      sharing::ConfigureStore({options.database, {}});
+      created = sharing::CreateStore();
+    } catch (const std::exception& error) {
+      syslog(LOG_ERR, "%s", error.what());
+    }
+    _exit(created ? 0 : 1);
+  }
+  int status = -1;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || status != 0) {
+    syslog(LOG_ERR, "the sharing database is not usable");
+  }
+}
+
+constexpr unsigned int kLogPatience = 10;  // seconds
+
+// Runs in a child process, with the workers' ids, so that a slow log can't make the supervisor wait.
+void LogLostRequest(const Options& options, const RequestNote& request, const MethodCounts& method,
+                    const RequestEnd& end, Statistics& statistics) {
+  if (options.request_log.empty()) return;
+  const pid_t pid = fork();
+  if (pid > 0) return;
+  bool written = false;
+  if (pid == 0) {
+    alarm(kLogPatience);  // ends the child if it hangs
+    try {
+      LowerTo(options.ids);
+      written = RequestLog(options.request_log).Write(request, method, end);
+    } catch (const std::exception& error) {
+      syslog(LOG_ERR, "%s", error.what());
+    }
+  }
+  if (!written) statistics.CountLostLine();
+  if (pid == 0) _exit(0);
+}
+
+// Returns an exit status, only when it can't serve the metrics.
+int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const Ids& ids,
+                 pid_t supervisor) {
+  try {
+    LowerForGood(ids);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // after the change of ids, which would clear it
+    if (getppid() != supervisor) return 1;
+    return server.Run([&source] { return MetricsText(source); });
+  } catch (const std::exception& error) {
+    syslog(LOG_ERR, "%s", error.what());
+    return 1;
+  }
+}
+
+int Serve(const Options& options) {
+  const Listener listener(options.socket_path, options.ids);
+  const std::array<Handover, kPoolCount> queues;  // the front's stays empty
+  PrepareStore(options);
+  const Scoreboard scoreboard(options.pools);
+  Statistics statistics;
+  const auto work = [&](const WorkerPlace& place) {
+    return RunWorker(options, listener.fd(), queues, statistics, place);
+  };
+  const auto lost = [&](const RequestNote& request, Pool pool, pid_t worker) {
+    const auto took = TimeSince(request.taken);
+    statistics.Count(request, took);
+    LogLostRequest(options, request, statistics.method(request), {took, pool, worker}, statistics);
+  };
+  Supervisor supervisor(options.pools, scoreboard, statistics, work, lost);
+  std::optional<MetricsServer> metrics;
+  if (!options.metrics.empty()) {
+    metrics.emplace(options.metrics, options.ids);
+    supervisor.Accompany([&](pid_t parent) {
+      const MetricsSource source{options.pools,
+                                 [&](Pool pool) { return queues[IndexOf(pool)].Length(); },
+                                 scoreboard, statistics};
+      return ServeMetrics(*metrics, source, options.ids, parent);
+    });
+  }
+  return supervisor.Run();
+}
+
+// The options with the values that need a look-up or a check after all of them were read.
+struct CommandLine {
+  Options options;
+  std::string user;
+  std::string group;
+  PoolLimits front{2, 2, 32};
+  std::size_t max_pool = 8;
+  bool log_stderr = false;
+  bool check_config = false;
+};
+
+std::array<PoolLimits, kPoolCount> PoolsOf(const CommandLine& line) {
+  if (line.front.min > line.front.max) {
+    throw std::runtime_error("--min-workers is more than --max-workers");
+  }
+  std::array<PoolLimits, kPoolCount> pools;
+  pools.fill({1, 1, line.max_pool});
+  pools[IndexOf(Pool::kFront)] = line.front;
+  return pools;
+}
+
+void Describe(CLI::App& app, CommandLine& line) {
+  Options& options = line.options;
+  app.add_option("--socket", options.socket_path, "Unix socket to which the web server connects")
+      ->required()
+      ->check(CLI::Validator(CheckSocketPath, "PATH"));
+  app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--database", options.database,
+                 R"("sqlite3 PATH" or "postgresql CONNECTION"; created at the first start)")
+      ->required()
+      ->check(CLI::Validator(CheckDatabase, "DATABASE"));
+  const auto add_number = [&app](const char* name, std::size_t& number, const char* text) {
+    app.add_option(name, number, text)->check(CLI::Range(1, 1024))->capture_default_str();
+  };
+  add_number("--min-workers", line.front.min, "Worker processes at least");
+  add_number("--spare-workers", line.front.spare, "Idle workers that are kept ready");
+  add_number("--max-workers", line.front.max, "Worker processes at most");
+  add_number("--max-pool-workers", line.max_pool,
+             "Additional workers at most for each kind of slow calls: logins, calls that start "
+             "programs, lists, streams, uploads");
+  app.add_option("--user", line.user, "Account with whose rights requests are served");
+  app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
+  app.add_option(
+         "--external-url", options.external_url,
+         "Beginning of links (https://nas.example.com); without it, the Host of the request")
+      ->check(CLI::Validator(CheckExternalURL, "URL"));
+  app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  app.add_option("--program-timeout", options.program_timeout,
+                 "Seconds after which a program that a request has started is ended")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  app.add_option("--login-timeout", options.login_timeout,
+                 "Seconds after which a visitor's login fails if PAM has not answered")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  app.add_option(
+         "--request-log", options.request_log,
+         "Write a line for each request, to the journal (with fields), to syslog, to stderr, or "
+         "to a file, which SIGHUP opens anew")
+      ->check(CLI::Validator(CheckRequestLog, "WHERE"));
+  app.add_option(
+         "--metrics", options.metrics,
+         "Serve Prometheus metrics at /metrics of a loopback address (127.0.0.1:9464) or of a "
+         "Unix socket")
+      ->check(CLI::Validator(CheckMetricsAddress, "ADDRESS"));
+  app.add_flag("--log-stderr", line.log_stderr, "Log to standard error as well as to syslog");
+  app.add_flag("--check-config", line.check_config, "Check the options and exit")
+      ->configurable(false);
+  app.set_version_flag("--version", "velt-webapid " VELT_VERSION);
+  app.set_config("--config", "", "File with options, a line NAME=VALUE each; # begins a comment");
+  app.allow_config_extras(CLI::config_extras_mode::error);
+}
+
+int Main(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app(
+      "Serves the web APIs of the registered modules over FastCGI, in the foreground.\n"
+      "SIGTERM ends it after the requests that are being served; SIGHUP replaces the workers one "
+      "by one, and the new ones read the registry again.");
+  Describe(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    const auto unknown = app.remaining();
+    return unknown.empty() ? app.exit(error) : app.exit(CLI::ExtrasError(unknown));
+  } catch (const CLI::ParseError& error) {  // also --help and --version
+    return app.exit(error);
+  }
+  openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
+  line.options.pools = PoolsOf(line);
+  line.options.ids = FindIds(line.user, line.group);
+  const int status = line.check_config ? 0 : Serve(line.options);
+  if (status == kBadConfiguration && !line.log_stderr) {
+    std::fputs("velt-webapid: workers can't start; the system log (or --log-stderr) says why\n",
+               stderr);
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace VELT::host
+
+int main(int argc, char** argv) {
+  try {
+    return VELT::host::Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velt-webapid: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,349 @@
+#include "host/process/Supervisor.h"
+
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <thread>
+#include <utility>
+
+#include "host/process/Worker.h"
+
+namespace VELT::host {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr seconds kEarlyDeath{1};
+constexpr milliseconds kShortestPause{100};
+constexpr milliseconds kLongestPause{10000};
+constexpr seconds kSurplusKept{10};
+constexpr seconds kShrinkPause{1};
+constexpr milliseconds kLookAgain{20};
+constexpr milliseconds kBriefly{50};
+constexpr seconds kBusyTooLong{10};
+constexpr seconds kCompanionPause{1};
+
+sigset_t Signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGUSR1}) sigaddset(&signals, signal);
+  return signals;
+}
+
+void LogDeath(pid_t pid, int status, const Slot& slot) {
+  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
+    const char* place = slot.stuck_in.data();
+    syslog(LOG_ERR, "worker %d took too long over a request%s%s and was ended", pid,
+           *place == '\0' ? "" : " in ", place);
+  } else if (WIFSIGNALED(status)) {
+    syslog(LOG_ERR, "worker %d died: %s", pid, strsignal(WTERMSIG(status)));
+  } else if (WEXITSTATUS(status) != 0) {
+    syslog(LOG_ERR, "worker %d left with status %d", pid, WEXITSTATUS(status));
+  }
+}
+
+void CountDeath(int status, PoolCounts& counts) {
+  if (WIFSIGNALED(status)) {
+    ++(WTERMSIG(status) == SIGALRM ? counts.ended : counts.killed);
+  } else if (WEXITSTATUS(status) != 0) {
+    ++counts.failed;
+  }
+}
+
+template <typename Workers, typename Condition>
+std::size_t Count(const Workers& workers, Condition condition) {
+  return static_cast<std::size_t>(std::count_if(workers.begin(), workers.end(), condition));
+}
+
+}  // namespace
+
+Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits,
+                       const Scoreboard& scoreboard, Statistics& statistics, WorkerMain worker,
+                       OnLostRequest on_lost_request)
+    : statistics_(statistics),
+      worker_(std::move(worker)),
+      on_lost_request_(std::move(on_lost_request)),
+      processors_(std::thread::hardware_concurrency()) {
+  for (std::size_t index = 0; index < kPoolCount; ++index) {
+    const auto pool = static_cast<Pool>(index);
+    pools_.push_back(
+        {pool, limits[index], scoreboard.slots(pool), &scoreboard.asked(pool), {}, {}, {}, false});
+  }
+}
+
+int Supervisor::Run() {
+  const sigset_t signals = Signals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  while (!stopping_ || HasWorkers()) {
+    for (WorkerPool& pool : pools_) Adjust(pool);
+    StartCompanion();
+    WaitForSignal();
+    NoteReady();
+    Reap();
+    Report();
+  }
+  return exit_status_;
+}
+
+bool Supervisor::HasWorkers() const {
+  return std::ranges::any_of(pools_, [](const WorkerPool& pool) { return !pool.workers.empty(); });
+}
+
+// Whether every pool has its minimum of workers, none of them from before a reload.
+bool Supervisor::IsSettled() const {
+  return std::ranges::all_of(pools_, [](const WorkerPool& pool) {
+    const auto stays = [](const Worker& worker) { return worker.ready && !worker.leaving; };
+    return Count(pool.workers, stays) >= pool.limits.min &&
+           std::ranges::none_of(pool.workers, [](const Worker& worker) {
+             return worker.outdated && !worker.leaving;
+           });
+  });
+}
+
+void Supervisor::Report() {
+  if (!stopping_ && IsSettled()) manager_.Ready();
+  manager_.Alive();
+}
+
+void Supervisor::Adjust(WorkerPool& pool) {
+  if (stopping_) return;
+  Replace(pool);
+  Grow(pool);
+  Shrink(pool);
+  if (pool.pool == Pool::kFront) EndStuckWorker(pool);
+}
+
+// An outdated worker leaves only when its successor is ready.
+void Supervisor::Replace(WorkerPool& pool) {
+  const auto is_new = [](const Worker& worker) { return !worker.leaving && !worker.ready; };
+  const auto is_outdated = [](const Worker& worker) { return !worker.leaving && worker.outdated; };
+  const auto oldest = std::ranges::find_if(pool.workers, is_outdated);
+  if (oldest == pool.workers.end()) return;
+  const std::size_t current =
+      Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });
+  if (std::ranges::any_of(pool.workers, is_new)) return;
+  if (current > 0 && CountStaying(pool) > pool.limits.min) {
+    RequestStop(*oldest);
+  } else if (Clock::now() >= next_start_) {
+    Start(pool);
+  }
+}
+
+void Supervisor::Grow(WorkerPool& pool) {
+  // Cleared before the look: a worker that becomes busy after it asks again.
+  *pool.asked = false;
+  while (Clock::now() >= next_start_ && LacksWorker(pool) && Start(pool)) {
+  }
+  pool.is_watched =
+      CountStaying(pool) < pool.limits.max && Count(pool.workers, IsIdle) < pool.limits.spare;
+  // It is looked at again anyway.
+  if (pool.is_watched) *pool.asked = true;
+}
+
+bool Supervisor::LacksWorker(WorkerPool& pool) const {
+  const std::size_t staying = CountStaying(pool);
+  if (staying < pool.limits.min || staying >= pool.limits.max) return staying < pool.limits.min;
+  const std::size_t idle = Count(pool.workers, [](const Worker& worker) {
+    return IsIdle(worker) || (!worker.leaving && !worker.ready);  // it soon will be
+  });
+  const auto now = Clock::now();
+  const std::size_t soon_idle = Count(pool.workers, [now](const Worker& worker) {
+    return !worker.leaving && IsBusy(worker) && now - worker.slot->since.load() < kBriefly;
+  });
+  const bool lacks_some = idle < pool.limits.spare;
+  if (lacks_some && (staying < processors_ || idle + soon_idle < pool.limits.spare)) return true;
+  // Short calls may wait for something else than a processor.
+  if (idle == 0) return pool.processors.HaveTime();
+  pool.processors.Reset();
+  return false;
+}
+
+void Supervisor::Shrink(WorkerPool& pool) {
+  const auto now = Clock::now();
+  if (CountStaying(pool) <= pool.limits.min || Count(pool.workers, IsIdle) <= pool.limits.spare) {
+    pool.shrink_at = now + kSurplusKept;
+  } else if (now >= pool.shrink_at) {
+    RequestStop(*std::ranges::find_if(pool.workers, IsIdle));
+    pool.shrink_at = now + kShrinkPause;
+  }
+}
+
+std::size_t Supervisor::CountStaying(const WorkerPool& pool) {
+  return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
+}
+
+bool Supervisor::IsIdle(const Worker& worker) {
+  return !worker.leaving && worker.ready && worker.slot->state == Slot::State::kIdle;
+}
+
+bool Supervisor::IsBusy(const Worker& worker) {
+  return worker.ready && worker.slot->state == Slot::State::kBusy;
+}
+
+// More than the maximum while workers are replaced.
+bool Supervisor::IsFull(const WorkerPool& pool) {
+  return pool.workers.size() >= pool.limits.max && std::ranges::all_of(pool.workers, IsBusy);
+}
+
+// A short call that takes this long hangs, in a plugin for instance. When all workers hang, no page
+// is served any more, so the request that has run longest then gets its deadline early.
+void Supervisor::EndStuckWorker(const WorkerPool& pool) {
+  if (!IsFull(pool)) return;
+  const auto longest = std::ranges::min_element(
+      pool.workers, {}, [](const Worker& worker) { return worker.slot->since.load(); });
+  if (Clock::now() - longest->slot->since.load() >= kBusyTooLong) kill(longest->pid, SIGALRM);
+}
+
+Supervisor::Clock::duration Supervisor::LongestWait() const {
+  // When nothing is due, any time that is long enough to cost nothing.
+  Clock::duration wait = seconds(60);
+  if (stopping_) return wait;
+  for (const WorkerPool& pool : pools_) {
+    // At its maximum a pool may fill up without waking the supervisor.
+    const std::size_t workers = pool.workers.size();
+    const bool has_no_signal = workers > pool.limits.min || workers >= pool.limits.max;
+    if (has_no_signal) wait = std::min<Clock::duration>(wait, kShrinkPause);
+    if (pool.is_watched) wait = std::min<Clock::duration>(wait, kLookAgain);
+  }
+  if (companion_ && companion_pid_ < 0) wait = std::min<Clock::duration>(wait, kShrinkPause);
+  const auto due = next_start_ - Clock::now();
+  return due > Clock::duration::zero() ? std::min(wait, due) : wait;
+}
+
+void Supervisor::WaitForSignal() {
+  const sigset_t signals = Signals();
+  const auto wait = std::min<Clock::duration>(LongestWait(), manager_.watchdog_pause());
+  const auto whole = std::chrono::duration_cast<seconds>(wait);
+  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(wait - whole);
+  const timespec timeout{whole.count(), rest.count()};
+  const int signal = sigtimedwait(&signals, nullptr, &timeout);
+  if (signal == SIGTERM || signal == SIGINT) {
+    Stop();
+  } else if (signal == SIGHUP && !stopping_) {
+    manager_.Reloading();
+    for (WorkerPool& pool : pools_) {
+      for (Worker& worker : pool.workers) worker.outdated = true;
+    }
+  }
+}
+
+void Supervisor::NoteReady() {
+  for (WorkerPool& pool : pools_) {
+    for (Worker& worker : pool.workers) {
+      if (worker.slot->state != Slot::State::kStarting) worker.ready = ever_ready_ = true;
+    }
+  }
+}
+
+void Supervisor::Stop() {
+  stopping_ = true;
+  manager_.Stopping();
+  for (WorkerPool& pool : pools_) {
+    for (Worker& worker : pool.workers) RequestStop(worker);
+  }
+  if (companion_pid_ > 0) kill(companion_pid_, SIGTERM);
+}
+
+void Supervisor::RequestStop(Worker& worker) {
+  worker.leaving = true;
+  kill(worker.pid, SIGTERM);
+}
+
+void Supervisor::Reap() {
+  int status = 0;
+  for (;;) {
+    const pid_t pid = waitpid(-1, &status, WNOHANG);
+    if (pid <= 0) return;
+    if (pid == companion_pid_) OnCompanionEnded();
+    for (WorkerPool& pool : pools_) {
+      const auto worker = std::ranges::find(pool.workers, pid, &Worker::pid);
+      if (worker == pool.workers.end()) continue;
+      const Worker dead = *worker;
+      pool.workers.erase(worker);
+      OnWorkerEnded(pool.pool, dead, status);
+    }
+  }
+}
+
+// A worker that was ended by its time limit has answered its client with 504 (Deadline). Otherwise the
+// web server answers the client with an error of its own.
+void Supervisor::ReportRequest(Pool pool, const Worker& worker, int status) {
+  RequestNote request = std::exchange(worker.slot->request, {});
+  if (!request.HasRequest()) return;
+  const bool too_late = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
+  request.status = too_late ? kTookTooLong : kWorkerFailed;
+  request.link.back() = '\0';  // the plugin that crashed may have overwritten it
+  on_lost_request_(request, pool, worker.pid);
+}
+
+void Supervisor::OnWorkerEnded(Pool pool, const Worker& worker, int status) {
+  LogDeath(worker.pid, status, *worker.slot);
+  CountDeath(status, statistics_.pool(pool));
+  ReportRequest(pool, worker, status);
+  worker.slot->stuck_in.front() = '\0';
+  worker.slot->state = Slot::State::kEmpty;
+  if (!ever_ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kBadConfiguration) {
+    exit_status_ = kBadConfiguration;
+    if (!stopping_) Stop();
+  }
+  if (worker.leaving) return;
+  const auto now = Clock::now();
+  if (worker.ready && now - worker.start >= kEarlyDeath) {
+    early_deaths_ = 0;
+    return;
+  }
+  if (now - next_start_ > kLongestPause) early_deaths_ = 0;
+  const auto pause = std::min(kLongestPause, kShortestPause * (1 << std::min(early_deaths_, 10U)));
+  ++early_deaths_;
+  next_start_ = now + pause;
+}
+
+void Supervisor::StartCompanion() {
+  if (!companion_ || stopping_ || companion_pid_ > 0 || Clock::now() < companion_start_) return;
+  companion_start_ = Clock::now() + kCompanionPause;
+  const pid_t supervisor = getpid();
+  companion_pid_ = fork();
+  if (companion_pid_ != 0) return;
+  std::signal(SIGHUP, SIG_IGN);  // for the supervisor only
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  std::_Exit(companion_(supervisor));
+}
+
+void Supervisor::OnCompanionEnded() {
+  companion_pid_ = -1;
+  if (!stopping_) syslog(LOG_ERR, "the metrics server ended and is started again");
+}
+
+bool Supervisor::Start(WorkerPool& pool) {
+  const auto slot = std::ranges::find(pool.slots, Slot::State::kEmpty,
+                                      [](const Slot& each) { return each.state.load(); });
+  // Workers that were asked to stop keep their slots until they have ended.
+  if (slot == pool.slots.end()) return false;
+  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*slot, pool.slots, pool.asked};
+  slot->state = Slot::State::kStarting;
+  const pid_t pid = fork();
+  if (pid == 0) std::exit(worker_(place));
+  if (pid < 0) {
+    syslog(LOG_ERR, "cannot start a worker: %s", strerror(errno));
+    slot->state = Slot::State::kEmpty;
+    next_start_ = Clock::now() + kLongestPause;
+    return false;
+  }
+  ++statistics_.pool(pool.pool).starts;
+  pool.workers.push_back({pid, Clock::now(), &*slot});
+  return true;
+}
+
+}  // namespace VELT::host

@@ -1,0 +1,25 @@
+// The worker process.
+#pragma once
+
+#include <array>
+
+#include "host/Options.h"
+#include "host/Pool.h"
+#include "host/process/Handover.h"
+#include "host/process/Supervisor.h"
+#include "host/watch/Statistics.h"
+
+namespace VELT::host {
+
+// Called in a new child process. Loads the API modules, lowers the effective ids and answers
+// requests, one at a time. A worker of the front takes them from `listener`, a socket that must not
+// block, and puts those for another pool into that pool's queue; the other workers take them from
+// there. Returns after SIGTERM or SIGINT, or when a handler has changed the process's ids. The
+// process is killed when its supervisor ends. Returns the exit status: kBadConfiguration when the
+// worker could not start.
+int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
+              Statistics& statistics, const WorkerPlace& place);
+
+constexpr int kBadConfiguration = 78;  // EX_CONFIG of sysexits.h
+
+}  // namespace VELT::host

@@ -1,0 +1,282 @@
+#include "host/request/Dispatcher.h"
+
+#include <syslog.h>
+
+#include <charconv>
+#include <exception>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "host/Limits.h"
+#include "host/page/Language.h"
+#include "host/request/Access.h"
+#include "host/request/Answer.h"
+#include "host/request/PageRoute.h"
+#include "host/request/RequestReader.h"
+#include "host/request/Site.h"
+#include "host/watch/Statistics.h"
+#include "veltsharing/Keys.h"
+#include "veltsharing/StoreOptions.h"
+#include "veltsharing/Visit.h"
+#include "veltsys/Text.h"
+#include "veltwebapi/APIRequest.h"
+#include "veltwebapi/APIResponse.h"
+#include "veltwebapi/ResponseState.h"
+
+namespace VELT::host {
+namespace {
+
+struct Address {
+  enum class Kind { kNone, kOwner, kVisitor, kPage };
+
+  Kind kind = Kind::kNone;
+  std::string link;
+};
+
+Address AddressOf(const WebRequest& request) {
+  // How the web server divides the path between the two depends on its configuration.
+  std::string path = request.Variable("SCRIPT_NAME") + request.Variable("PATH_INFO");
+  if (path == "/webapi/entry.cgi") return {Address::Kind::kOwner, {}};
+  constexpr std::string_view kLinks = "/sharing/";
+  constexpr std::string_view kApi = "/webapi";
+  if (!path.starts_with(kLinks) || !IsCleanText(path)) return {};
+  path.erase(0, kLinks.size());
+  const bool is_api = path.ends_with(kApi);
+  if (is_api) path.resize(path.size() - kApi.size());
+  // Some programs add a slash when they make an address clickable.
+  if (!is_api && path.ends_with('/')) path.pop_back();
+  if (path.empty() || path.find('/') != std::string::npos) return {};
+  return {is_api ? Address::Kind::kVisitor : Address::Kind::kPage, std::move(path)};
+}
+
+std::string TextOf(const Parameters& parameters, const char* name) {
+  const auto found = parameters.find(name);
+  if (found == parameters.end()) return {};
+  const RawParameter& raw = found->second;
+  if (!raw.typed) return raw.text;
+  return raw.json.isString() ? raw.json.asString() : std::string();
+}
+
+// -1, which no API has, for anything but an integer.
+int VersionOf(const Parameters& parameters) {
+  const auto found = parameters.find("version");
+  if (found == parameters.end()) return -1;
+  const RawParameter& raw = found->second;
+  if (raw.typed) return raw.json.isInt() ? raw.json.asInt() : -1;
+  int version = -1;
+  const char* end = raw.text.data() + raw.text.size();
+  const auto [stop, error] = std::from_chars(raw.text.data(), end, version);
+  return error == std::errc() && stop == end ? version : -1;
+}
+
+// False when `work` throws. The exception's text may hold parameters of the request, such as a
+// password, so it is not logged.
+template <typename Work>
+bool ReturnsNormally(const std::string& name, Work work) {
+  try {
+    work();
+    return true;
+  } catch (const std::exception&) {
+    syslog(LOG_ERR, "%s: an exception left the handler", name.c_str());
+  } catch (...) {
+    syslog(LOG_ERR, "%s: an exception that is no std::exception left the handler", name.c_str());
+  }
+  return false;
+}
+
+void LogDropped(const std::string& name, const std::optional<std::string>& printed) {
+  if (!printed.has_value()) {
+    syslog(LOG_ERR, "%s: too much was printed", name.c_str());
+  } else if (!printed->empty()) {
+    syslog(LOG_WARNING, "%s: %zu printed bytes were dropped", name.c_str(), printed->size());
+  }
+}
+
+// The answer that the handler has set in `state` or printed.
+std::string AnswerOf(ResponseState& state, const std::string& label, bool returned,
+                     std::optional<std::string> printed, bool secure) {
+  if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
+    return CookieLines(state, secure) + *printed;
+  }
+  LogDropped(label, printed);
+  if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
+    // Cookies stay: if a login fails after it has made a session, the visitor still needs its id.
+    state.outcome = ResponseState::Outcome::kError;
+    state.error_code = kUnexpectedFailure;
+    state.body = "unexpected failure";
+  }
+  return JsonAnswer(state, secure);
+}
+
+// Whether the browser uses HTTPS, either to us or to a proxy that passes the external host on.
+// Otherwise cookies must not be Secure: over plain HTTP the browser would drop them.
+bool IsSecure(const WebRequest& request, const std::string& base_url) {
+  return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
+}
+
+Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail) {
+  Dispatcher::Outcome outcome(ErrorAnswer(code, detail));
+  outcome.code = code;
+  return outcome;
+}
+
+}  // namespace
+
+Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output,
+                       Pool pool)
+    : options_(options),
+      registry_(registry),
+      output_(output),
+      pool_(pool),
+      page_(FindPluginsIn(registry)) {}
+
+struct Dispatcher::Call {
+  const Method& method;
+  std::string label;
+  bool secure;
+  bool head_only;
+  const Sink& sink;
+  RequestNote& note;
+};
+
+Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& sink,
+                                       RequestNote& note) {
+  const Address address = AddressOf(request);
+  note.SetLink(address.link);
+  if (address.kind == Address::Kind::kOwner) {
+    sharing::SetNoVisitor();
+  } else {
+    sharing::SetVisitor(request.Variable("REMOTE_ADDR"));
+  }
+  switch (address.kind) {
+    case Address::Kind::kOwner:
+      return AnswerApi(request, nullptr, sink, note);
+    case Address::Kind::kVisitor:
+      return AnswerApi(request, &address.link, sink, note);
+    case Address::Kind::kPage: {
+      note.method = Statistics::kPage;
+      const std::string verb = request.Variable("REQUEST_METHOD");
+      if (verb != "GET" && verb != "HEAD") {
+        return PlainAnswer("405 Method Not Allowed", "This address is for reading.");
+      }
+      output_.Begin();
+      std::string answer = AnswerPage(page_, request, address.link);
+      LogDropped("link page", output_.End());
+      return answer;
+    }
+    case Address::Kind::kNone:
+      break;
+  }
+  return PlainAnswer("404 Not Found", "There is nothing at this address.");
+}
+
+Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link,
+                                          const Sink& sink, RequestNote& note) {
+  auto context = std::make_unique<RequestContext>();
+  if (link != nullptr && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
+    return Refusal(kMalformed, "request body is larger than 64 KiB");
+  }
+  const std::string error = ReadParameters(request, context->parameters);
+  if (!error.empty()) return Refusal(kMalformed, error);
+  context->base_url = BaseURL(request, options_.external_url);
+  if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
+  context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
+  const auto language = context->cookies.find(kLanguageCookie);
+  const bool is_chosen = language != context->cookies.end() && IsUILanguage(language->second);
+  context->language =
+      is_chosen ? language->second : UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
+  if (link != nullptr) {
+    context->is_sharing = true;
+    context->sharing_id = *link;
+    const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
+    if (sid != context->cookies.end()) context->sharing_sid = sid->second;
+  }
+  return AnswerMethod(request, std::move(context), sink, note);
+}
+
+Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
+                                             std::unique_ptr<RequestContext> context,
+                                             const Sink& sink, RequestNote& note) {
+  const std::string api = TextOf(context->parameters, "api");
+  const std::string name = TextOf(context->parameters, "method");
+  const Method* method = nullptr;
+  switch (registry_.Find(api, VersionOf(context->parameters), name, &method)) {
+    case kNoSuchApi:
+      return Refusal(kNoSuchApi, "no such API");
+    case kNoSuchVersion:
+      return Refusal(kNoSuchVersion, "the API has no such version");
+    case kNoSuchMethod:
+      return Refusal(kNoSuchMethod, "the API has no such method");
+    default:
+      break;
+  }
+  note.method = method->row;
+  if (method->post_only && request.Variable("REQUEST_METHOD") != "POST") {
+    return Refusal(kNotAllowed, "this method needs POST");
+  }
+  if (IsFromOtherSite(request, context->base_url)) {
+    return Refusal(kNotAllowed, "another site's page may not call this method");
+  }
+  if (AsksForAnotherLink(*context)) {
+    return Refusal(kNotAllowed, "only this address's own link can be asked about");
+  }
+  const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
+  if (!MayCall(method->access, *context, is_user)) return Refusal(kNotAllowed, "not allowed");
+  if (HasRawBody(request)) {
+    if (request.body.size() > method->raw_body) {
+      return Refusal(kMalformed, method->raw_body == 0
+                                     ? "request body is neither a form nor JSON"
+                                     : "request body is larger than the method takes");
+    }
+    context->raw_body = request.body;
+  }
+  const Call call{*method,
+                  api + " " + name,
+                  IsSecure(request, context->base_url),
+                  request.Variable("REQUEST_METHOD") == "HEAD",
+                  sink,
+                  note};
+  return CallMethod(call, std::move(context));
+}
+
+Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
+                                           std::unique_ptr<RequestContext> context) {
+  APIRequest api_request(std::move(context));
+  APIResponse api_response;
+  ResponseState& state = api_response.state();
+  bool streamed = false;
+  if (pool_ == Pool::kStream) {
+    state.sink = [&](std::string_view piece) {
+      if (!std::exchange(streamed, true)) {
+        call.note.status = StatusOf(piece);
+        if (!call.sink(CookieLines(state, call.secure))) return false;
+      }
+      // The first piece has the whole header.
+      if (call.head_only) piece = piece.substr(0, piece.find("\r\n\r\n") + 4);
+      return call.sink(piece) && !call.head_only;
+    };
+  }
+  output_.Begin();
+  bool for_other_pool = false;
+  const bool returned = ReturnsNormally(call.label, [&] {
+    // The front's worker runs the check as well, so that a bad request is refused at once and does
+    // not wait for a worker of its pool.
+    if (!call.method.check(&api_request, &api_response)) return;
+    for_other_pool = call.method.pool != pool_;
+    if (!for_other_pool) call.method.handler(&api_request, &api_response);
+  });
+  std::optional<std::string> printed = output_.End();
+  state.retry_after = sharing::LoginWait();
+  if (for_other_pool) return Outcome(call.method.pool);
+  Outcome outcome =
+      streamed ? Outcome(std::string())
+               : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));
+  outcome.broken_off = streamed && (!returned || state.broken_off);
+  if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
+  outcome.afterwards = std::move(state.afterwards);
+  return outcome;
+}
+
+}  // namespace VELT::host
