@@ -2,10 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -22,6 +20,7 @@
 #include <tuple>
 
 #include "apps/files/Ids.h"
+#include "apps/files/OpenAt2.h"
 #include "apps/files/Refusal.h"
 
 namespace VELT::files {
@@ -31,11 +30,8 @@ constexpr const char* kOut = "out";
 constexpr std::time_t kLongestHandOver = 60;  // seconds
 
 Descriptor OpenSpool(const std::string& path) {
-  open_how how{};
-  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-  Descriptor folder(
-      static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+  Descriptor folder =
+      OpenHandle(AT_FDCWD, path, O_DIRECTORY, RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS);
   struct stat status {};
   if (!path.starts_with('/') || folder.get() < 0 || fstat(folder.get(), &status) != 0 ||
       status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {

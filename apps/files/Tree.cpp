@@ -2,8 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include <tuple>
 #include <utility>
 
+#include "apps/files/OpenAt2.h"
 #include "apps/files/Refusal.h"
 
 namespace VELT::files {
@@ -20,17 +19,12 @@ namespace {
 
 constexpr unsigned long long kNoLinks = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
 
-// A handle (O_PATH) opens nothing, so that no pipe blocks and no device starts.
 Found FindAt(int folder, const std::string& path, unsigned long long resolve) {
-  open_how how{};
-  how.flags = O_PATH | O_CLOEXEC;
-  how.resolve = resolve;
   Found found;
   // The kernel gives up with EAGAIN when something was moved while it looked up the path.
   constexpr int kMostTries = 16;
   for (int tries = 0; tries < kMostTries; ++tries) {
-    found.handle =
-        Descriptor(static_cast<int>(syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how)));
+    found.handle = OpenHandle(folder, path, 0, resolve);
     if (found.handle.get() >= 0 || errno != EAGAIN) break;
   }
   if (found.handle.get() < 0 || fstat(found.handle.get(), &found.status) != 0 ||
