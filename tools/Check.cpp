@@ -7,16 +7,18 @@
 #include <string>
 
 #include "host/Options.h"
-#include "host/request/Registry.h"
 #include "platform/store/sql/Dialect.h"
 #include "platform/store/sql/Schema.h"
 #include "tools/CheckFiles.h"
+#include "tools/CheckModules.h"
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "tools/Finding.h"
+#include "tools/PluginResult.h"
 #include "tools/SqliteFile.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/ForkedCall.h"
+#include "veltsys/JsonText.h"
 #include "veltsys/User.h"
 
 namespace VELT::tools {
@@ -56,38 +58,44 @@ Finding CheckDatabaseRights(const HostOptions& options, const host::Ids& ids) {
   return CheckRights(sharing::db::SqlitePath(options.database), ids);
 }
 
-Finding CheckRegistry(const HostOptions& options, const host::Ids& /*ids*/) {
-  host::Registry::Load(options.registry);
-  return {State::kOk, options.registry + " and the modules that it names"};
-}
-
-// Runs `work` in a process of its own, because it may change ids, hang or crash.
-Finding Try(Finding (*work)(const HostOptions& options, const host::Ids& ids),
-            const HostOptions& options, const host::Ids& ids) {
+// Runs `work`, which gives findings about `subject`, in a process of its own, because it may change
+// ids, hang or crash.
+template <typename Work>
+void Try(const std::string& subject, Work work, Json::Value& checks) {
   constexpr std::chrono::seconds kPatience{60};
   const auto answer = [&]() -> std::string {
-    Finding finding;
+    Json::Value found(Json::arrayValue);
     try {
-      finding = work(options, ids);
+      work(found);
     } catch (const soci::soci_error& error) {
-      finding = {State::kFailed, FirstLine(error)};
+      Add(found, subject, {State::kFailed, FirstLine(error)});
     } catch (const std::exception& error) {
-      finding = {State::kFailed, error.what()};
+      Add(found, subject, {State::kFailed, error.what()});
     }
-    return static_cast<char>('0' + static_cast<int>(finding.state)) + finding.text;
+    return OneLine(found);
   };
   std::string text;
+  Json::Value found;
   switch (CallInFork(answer, kPatience, text)) {
     case ForkedCall::kReturned:
-      return {static_cast<State>(text.front() - '0'), text.substr(1)};
+      if (!ParseJsonText(text, found)) break;
+      for (const Json::Value& check : found) checks.append(check);
+      return;
     case ForkedCall::kNotStarted:
-      return {State::kFailed, "the check can't start a process"};
+      return Add(checks, subject, {State::kFailed, "the check can't start a process"});
     case ForkedCall::kTooLate:
-      return {State::kFailed, "the check did not end within 60 seconds"};
+      return Add(checks, subject, {State::kFailed, "the check did not end within 60 seconds"});
     case ForkedCall::kDied:
       break;
   }
-  return {State::kFailed, "the check crashed"};
+  Add(checks, subject, {State::kFailed, "the check crashed"});
+}
+
+// The same for work that gives one finding.
+void Try(const std::string& subject, Finding (*work)(const HostOptions&, const host::Ids&),
+         const HostOptions& options, const host::Ids& ids, Json::Value& checks) {
+  Try(
+      subject, [&](Json::Value& found) { Add(found, subject, work(options, ids)); }, checks);
 }
 
 }  // namespace
@@ -95,14 +103,17 @@ Finding Try(Finding (*work)(const HostOptions& options, const host::Ids& ids),
 Json::Value Check(const HostOptions& options) {
   const host::Ids ids = IdsOf(options);
   Json::Value checks(Json::arrayValue);
-  if (!options.config.empty()) Add(checks, "options", Try(CheckConfigFile, options, ids));
-  Add(checks, "database", Try(CheckDatabase, options, ids));
+  if (!options.config.empty()) Try("options", CheckConfigFile, options, ids, checks);
+  Try("database", CheckDatabase, options, ids, checks);
   if (!sharing::db::SqlitePath(options.database).empty()) {
-    Add(checks, "rights", Try(CheckDatabaseRights, options, ids));
+    Try("rights", CheckDatabaseRights, options, ids, checks);
   }
   Add(checks, "qrencode", CheckQRCode());
   Add(checks, "PAM", CheckPam());
-  if (!options.registry.empty()) Add(checks, "registry", Try(CheckRegistry, options, ids));
+  if (!options.registry.empty()) {
+    Try(
+        "registry", [&](Json::Value& found) { CheckModules(options, ids, found); }, checks);
+  }
   Json::Value result;
   result["checks"] = checks;
   result["success"] = !HasFailed(checks);

@@ -13,6 +13,7 @@ namespace VELT::tools {
 struct HostOptions {
   std::string config;  // the file; empty: none was given
   std::string database;
+  std::string socket;
   std::string registry;
   std::string user;
   std::string group;

@@ -5,9 +5,11 @@
 
 #include <string>
 
+#include "veltwebapi/ServiceCheck.h"
+
 namespace VELT::tools {
 
-enum class State { kOk, kWarning, kFailed };
+using State = ServiceCheck::State;
 
 struct Finding {
   State state = State::kOk;

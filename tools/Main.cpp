@@ -48,6 +48,7 @@ void DescribeHostOptions(CLI::App& app, CommandLine& line) {
   app.allow_config_extras(CLI::config_extras_mode::ignore_all);
   app.add_option("--database", line.options.database,
                  R"("sqlite3 PATH" or "postgresql CONNECTION")");
+  app.add_option("--socket", line.options.socket, "Unix socket at which the service listens");
   app.add_option("--registry", line.options.registry, "Folder of the API modules' *.json files");
   app.add_option("--user", line.options.user, "Account with whose rights requests are served");
   app.add_option("--group", line.options.group, "Group instead of the account's primary one");

@@ -44,7 +44,7 @@ bool Contains(const std::vector<std::string>& names, const std::string& name) {
 Configuration::Configuration() {
   const Json::Value content = ReadJsonFile(kFolder, kFile);
   if (!content.isObject() || !content["roots"].isArray()) {
-    syslog(LOG_WARNING, "files: %s/%s is no JSON object with \"roots\"", kFolder, kFile);
+    NoteFault("is no JSON object with \"roots\"");
     return;
   }
   spool_ = TextOf(content, "spool");
@@ -58,12 +58,17 @@ Configuration::Configuration() {
     }
     if (!is_object || rule.root.name.empty() || !rule.root.path.starts_with('/') ||
         !ReadNames(row["users"], rule.users) || !ReadNames(row["groups"], rule.groups)) {
-      syslog(LOG_WARNING, "files: a root in %s/%s is wrong and left out", kFolder, kFile);
+      NoteFault("has a root that is wrong and left out");
       continue;
     }
     if (rule.root.title.empty()) rule.root.title = rule.root.name;
     rules_.push_back(std::move(rule));
   }
+}
+
+void Configuration::NoteFault(const char* text) {
+  fault_ = std::string(kFolder) + "/" + kFile + " " + text;
+  syslog(LOG_WARNING, "files: %s", fault_.c_str());
 }
 
 std::vector<Root> Configuration::RootsOf(const Account& account) const {

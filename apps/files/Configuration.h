@@ -21,7 +21,7 @@ class Configuration {
   //    "spool": PATH of root's own folder on the same file system as the roots,
   //    "accel_prefix": what X-Accel-Redirect begins with; absent: X-Sendfile is used}
   //
-  // A missing or malformed file gives no roots; what is wrong is logged.
+  // A missing or malformed file gives no roots; what is wrong is logged, and told by `fault`.
   Configuration();
 
   // The roots that the account may use.
@@ -29,6 +29,9 @@ class Configuration {
   // Throws Refusal(kNoRoot).
   Root RootOf(const Account& account, const std::string& name) const;
 
+  bool has_roots() const { return !rules_.empty(); }
+  // What is wrong with the file; empty: nothing.
+  const std::string& fault() const { return fault_; }
   const std::string& spool() const { return spool_; }
   const std::string& accel_prefix() const { return accel_prefix_; }
 
@@ -40,7 +43,10 @@ class Configuration {
     std::vector<std::string> groups;
   };
 
+  void NoteFault(const char* text);
+
   std::vector<Rule> rules_;
+  std::string fault_;
   std::string spool_;
   std::string accel_prefix_;
 };

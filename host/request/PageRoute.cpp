@@ -22,7 +22,8 @@ std::string ValueOf(const std::map<std::string, std::string>& cookies, const cha
 }  // namespace
 
 VisitPagePluginsFunc FindPluginsIn(const Registry& registry) {
-  return reinterpret_cast<VisitPagePluginsFunc>(registry.Symbol("VisitPagePlugins"));
+  const auto found = registry.Symbols("VisitPagePlugins");
+  return found.empty() ? nullptr : reinterpret_cast<VisitPagePluginsFunc>(found.front());
 }
 
 std::string AnswerPage(const LinkPage& page, const WebRequest& request, const std::string& id) {

@@ -189,11 +189,12 @@ std::size_t Registry::LargestBody() const {
   return largest;
 }
 
-void* Registry::Symbol(const char* symbol) const {
+std::vector<void*> Registry::Symbols(const char* symbol) const {
+  std::vector<void*> addresses;
   for (void* module : modules_) {
-    if (void* address = dlsym(module, symbol); address != nullptr) return address;
+    if (void* address = dlsym(module, symbol); address != nullptr) addresses.push_back(address);
   }
-  return nullptr;
+  return addresses;
 }
 
 }  // namespace VELT::host

@@ -58,8 +58,8 @@ class Registry {
            const Method** method) const;
   // The size of the largest body that any method accepts, at least kLargestBody.
   std::size_t LargestBody() const;
-  // The address of `symbol` in the first module that exports it, or null.
-  void* Symbol(const char* symbol) const;
+  // The addresses of `symbol` in the modules that export it.
+  std::vector<void*> Symbols(const char* symbol) const;
 
  private:
   using Key = std::tuple<std::string, int, std::string>;  // API, version, method
