@@ -1,6 +1,7 @@
 // Link ids, visitor session ids and link passwords. Random values come from the system's generator.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace VELT::sharing {
@@ -10,6 +11,7 @@ std::string NewLinkId();
 // Whether a text has the form of a link id.
 bool IsLinkId(const std::string& text);
 
+inline constexpr std::size_t kSessionIdLength = 43;
 // 256 bits as base64url (RFC 4648, section 5).
 std::string NewSessionId();
 // SHA-256 in hexadecimal digits: what the database keeps of a session id.

@@ -12,6 +12,7 @@
 #include "platform/store/Account.h"
 #include "platform/store/LinkStatus.h"
 #include "platform/store/LocalTime.h"
+#include "platform/store/Pam.h"
 #include "platform/store/Secrets.h"
 #include "platform/store/StoreContext.h"
 #include "platform/store/VisitDays.h"
@@ -140,16 +141,12 @@ LoginResult VisitorLogin::CheckCredentials() const {
 }
 
 LoginResult VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
-  std::string name = account_;
-  switch (CheckAccount(name, account_password_, VisitorAddress(), LoginTimeout())) {
-    case AccountCheck::kRight:
-      break;
-    case AccountCheck::kWrong:
-      return LoginResult::kWrongAccount;
-    case AccountCheck::kFailed:
-      return LoginResult::kInternal;
-  }
-  const auto user = accounts::FindUser(name);
+  const PamReply reply =
+      AskPam({PamRequest::Kind::kVisitor, account_, {account_password_}, VisitorAddress()},
+             LoginTimeout());
+  if (reply.verdict == PamReply::Verdict::kWrong) return LoginResult::kWrongAccount;
+  if (reply.verdict != PamReply::Verdict::kRight) return LoginResult::kInternal;
+  const auto user = accounts::FindUser(reply.name);
   if (!user) return LoginResult::kNotListed;
   const auto uids = entry.get_protect_uids();
   const auto gids = entry.get_protect_gids();

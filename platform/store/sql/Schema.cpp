@@ -136,6 +136,29 @@ const std::vector<std::string> kPostgresqlVersion5 = {
     "drop index link_list",
 };
 
+// Owners of links that have signed in or have tokens. `credential` changes with the account's password
+// and is empty after PAM has refused the account; a session has that of its sign-in. `projects` has a
+// line for each project of a token that is not for all.
+const std::vector<std::string> kVersion7 = {
+    R"(create table owner_account (
+         id {id}, name {text} not null unique, uid bigint not null, credential {text} not null,
+         checked_at bigint not null, failures bigint not null))",
+    R"(create table owner_session (
+         id {id}, account_id bigint not null references owner_account (id) on delete cascade,
+         sid_hash {text} not null unique, credential {text} not null, address {text} not null,
+         browser {text} not null, stay bigint not null, failures bigint not null,
+         created_at bigint not null, last_used bigint not null))",
+    "create index owner_session_account on owner_session (account_id)",
+    R"(create table owner_token (
+         id {id}, account_id bigint not null references owner_account (id) on delete cascade,
+         token_hash {text} not null unique, name {text} not null, may_change bigint not null,
+         projects {text} not null, created_at bigint not null, last_used bigint not null,
+         expire_at bigint not null))",
+    "create index owner_token_account on owner_token (account_id)",
+    "create table sign_in_key (name {text} not null primary key, secret {text} not null)",
+    "create index failed_login_address on failed_login (address, failed_at)",
+};
+
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -152,6 +175,7 @@ const std::array<Migration, kSchemaVersion> kMigrations = {{
     {kVersion4},
     {kVersion5, kSqliteVersion5, kPostgresqlVersion5},
     {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
+    {kVersion7},
 }};
 
 std::string Translate(std::string statement, const Words& words) {

@@ -5,7 +5,7 @@
 
 namespace VELT::sharing::db {
 
-inline constexpr int kSchemaVersion = 6;
+inline constexpr int kSchemaVersion = 7;
 
 // SQL that reads the version of the tables.
 inline constexpr const char* kSelectVersion = "select version from schema_version";
