@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "module/Parameters.h"
+#include "declared/VELT.Core.Sharing.h"
 #include "sharing/Log.h"
 #include "sharing/LogPlaces.h"
 #include "veltsharing/Condition.h"
@@ -66,13 +66,11 @@ class SharingAPIBase {
   // Sets error_message_ and returns `code`.
   int Fail(int code, const char* message);
 
-  // The parameter, or its fallback. Throw what JsonCpp's conversions throw.
-  std::string Read(const params::Text& param) const;
-  int Read(const params::Int& param) const;
-  bool Read(const params::Bool& param) const;
-  Json::Value Read(const params::Object& param) const;
-  Json::Value Read(const params::Names& param) const;
-  Json::Value Read(const params::AnyValue& param) const;
+  // The declared parameter, or its fallback. Throws what JsonCpp's conversions throw.
+  template <typename Row>
+  auto Read(const Row& row) const {
+    return params::Read(*request_, row);
+  }
 
   APIRequest* request_;
   APIResponse* response_;
@@ -128,12 +126,12 @@ class SharingSet : public SharingAPIBase {
   std::string sharing_id_;
   std::string project_name_;
   unsigned int owner_uid_ = 0xFFFFFFFF;
-  bool enabled_ = params::set::kEnabled.fallback;
-  bool auto_gc_ = params::set::kAutoGC.fallback;
-  bool enable_match_ip_ = params::set::kEnableMatchIP.fallback;
+  bool enabled_ = params::SharingSet::kEnabled.fallback;
+  bool auto_gc_ = params::SharingSet::kAutoGc.fallback;
+  bool enable_match_ip_ = params::SharingSet::kEnableMatchIp.fallback;
   std::string start_at_;
   std::string expire_at_;
-  int expire_times_ = params::set::kExpireTimes.fallback;
+  int expire_times_ = params::SharingSet::kExpireTimes.fallback;
   Entry::ProtectType protect_type_ = Entry::ProtectType::kNone;
   std::string protect_title_;
   std::string protect_password_;
@@ -175,10 +173,10 @@ class SharingList : public SharingAPIBase {
   std::string project_name_;
   std::string sort_by_;
   std::string sort_direction_;
-  int offset_ = params::list::kOffset.fallback;
-  int limit_ = params::list::kLimit.fallback;
-  bool all_entry_ = params::list::kAllEntry.fallback;
-  bool share_with_me_ = params::list::kShareWithMe.fallback;
+  int offset_ = params::SharingList::kOffset.fallback;
+  int limit_ = params::SharingList::kLimit.fallback;
+  bool all_entry_ = params::SharingList::kAllEntry.fallback;
+  bool share_with_me_ = params::SharingList::kShareWithMe.fallback;
   int total_ = 0;
   unsigned int login_uid_ = 0xFFFFFFFF;
   std::set<unsigned int> group_ids_;
@@ -196,7 +194,7 @@ class SharingTriggerGC : public SharingAPIBase {
 
  private:
   std::string project_name_;
-  bool all_entry_ = params::trigger_gc::kAllEntry.fallback;
+  bool all_entry_ = params::SharingTriggerGc::kAllEntry.fallback;
 };
 
 }  // namespace VELT

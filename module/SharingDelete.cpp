@@ -1,6 +1,6 @@
 #include <string>
 
-#include "module/Parameters.h"
+#include "declared/VELT.Core.Sharing.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
@@ -9,7 +9,7 @@
 namespace VELT {
 
 int SharingDelete::ParseParams() {
-  sharing_id_ = Read(params::remove::kSharingID);
+  sharing_id_ = Read(params::SharingDelete::kSharingId);
   return 0;
 }
 

@@ -1,7 +1,7 @@
 #include <string>
 
+#include "declared/VELT.Core.Sharing.h"
 #include "module/LinkAddress.h"
-#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Session.h"
@@ -14,7 +14,7 @@ namespace VELT {
 int SharingGet::ParseParams() {
   // A visitor who names no link means the one of the address that they called.
   const std::string own = request_->GetSharingID();
-  sharing_id_ = Read(params::Text{params::get::kSharingID.name, own.c_str()});
+  sharing_id_ = Read(params::Text{params::SharingGet::kSharingId.name, own.c_str()});
   return 0;
 }
 

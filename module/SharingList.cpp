@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "declared/VELT.Core.Sharing.h"
 #include "module/LinkAddress.h"
-#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Condition.h"
 #include "veltsharing/Entry.h"
@@ -18,13 +18,13 @@
 namespace VELT {
 
 int SharingList::ParseParams() {
-  project_name_ = Read(params::list::kProjectName);
-  sort_by_ = Read(params::list::kSortBy);
-  sort_direction_ = Read(params::list::kSortDirection);
-  offset_ = Read(params::list::kOffset);
-  limit_ = Read(params::list::kLimit);
-  all_entry_ = Read(params::list::kAllEntry);
-  share_with_me_ = Read(params::list::kShareWithMe);
+  project_name_ = Read(params::SharingList::kProjectName);
+  sort_by_ = Read(params::SharingList::kSortBy);
+  sort_direction_ = Read(params::SharingList::kSortDirection);
+  offset_ = Read(params::SharingList::kOffset);
+  limit_ = Read(params::SharingList::kLimit);
+  all_entry_ = Read(params::SharingList::kAllEntry);
+  share_with_me_ = Read(params::SharingList::kShareWithMe);
   return 0;
 }
 

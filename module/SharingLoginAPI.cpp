@@ -2,8 +2,8 @@
 
 #include <syslog.h>
 
+#include "declared/VELT.Core.Sharing.h"
 #include "module/AppConfig.h"
-#include "module/Parameters.h"
 #include "sharing/InitDataHandler.h"
 #include "sharing/Log.h"
 #include "sharing/LogPlaces.h"
@@ -52,10 +52,10 @@ LoginFailure FailureOf(int result) {
 }  // namespace
 
 int SharingLogin::ParseParams() {
-  sharing_id_ = Read(params::login::kSharingID);
-  password_ = Read(params::login::kPassword);
-  mosk_username_ = Read(params::login::kMoskUsername);
-  mosk_password_ = Read(params::login::kMoskPassword);
+  sharing_id_ = Read(params::SharingLoginLogin::kSharingId);
+  password_ = Read(params::SharingLoginLogin::kPassword);
+  mosk_username_ = Read(params::SharingLoginLogin::kMoskUsername);
+  mosk_password_ = Read(params::SharingLoginLogin::kMoskPassword);
   sid_ = request_->GetCookie(sharing::SZK_SHARING_SID, "");
   return 0;
 }
@@ -112,7 +112,7 @@ int SharingLogin::FormOutput() {
 
 int SharingLogout::Execute() {
   const std::string sharing_id = request_->GetSharingID();
-  std::string sid = Read(params::logout::kSharingSID);
+  std::string sid = Read(params::Text{sharing::SZK_SHARING_SID});
   if (sid.empty()) sid = request_->GetSharingSID();
 
   if (!request_->IsSharing()) return Fail(kErrorParam, "only allow sharing request");
@@ -126,7 +126,7 @@ SharingInitdata::SharingInitdata(APIRequest* request, APIResponse* response)
 SharingInitdata::~SharingInitdata() = default;
 
 int SharingInitdata::ParseParams() {
-  action_ = Read(params::initdata::kAction);
+  action_ = Read(params::SharingInitdataGet::kAction);
   return 0;
 }
 

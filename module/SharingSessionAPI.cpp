@@ -24,14 +24,14 @@ constexpr char kScriptHeader[] = "Content-Type: application/javascript; charset=
 }  // namespace
 
 int SharingSession::ParseParams() {
-  sharing_id_ = Read(params::session::kSharingID);
-  sharing_status_ = Read(params::session::kSharingStatus);
-  sharing_error_ = Read(params::session::kSharingError);
-  preview_ = Read(params::session::kPreview);
+  sharing_id_ = Read(params::SharingSessionGet::kSharingId);
+  sharing_status_ = Read(params::SharingSessionGet::kSharingStatus);
+  sharing_error_ = Read(params::SharingSessionGet::kSharingError);
+  preview_ = Read(params::SharingSessionGet::kPreview);
   if (!preview_) return 0;
-  sharing_preview_status_ = Read(params::session::kPreviewStatus);
-  sharing_preview_params_ = Read(params::session::kPreviewParams);
-  sharing_preview_project_name_ = Read(params::session::kPreviewProjectName);
+  sharing_preview_status_ = Read(params::SharingSessionGet::kSharingPreviewStatus);
+  sharing_preview_params_ = Read(params::SharingSessionGet::kSharingPreviewParams);
+  sharing_preview_project_name_ = Read(params::SharingSessionGet::kSharingPreviewProjectName);
   return 0;
 }
 
@@ -93,7 +93,7 @@ void SharingSession::CollectSharingSession() {
     session_["protect_title"] = configured ? app_config_.get("protect_title", "") : Json::Value("");
   }
 
-  if (sharing_error_ != params::session::kSharingError.fallback)
+  if (sharing_error_ != params::SharingSessionGet::kSharingError.fallback)
     session_["sharing_error"] = sharing_error_;
   if (preview_) {
     for (const char* key :

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "module/Parameters.h"
+#include "declared/VELT.Core.Sharing.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
 
@@ -30,9 +30,9 @@ class SharingSession : public SharingAPIBase {
   void RunRenderPlugins();
 
   std::string sharing_id_;
-  std::string sharing_status_ = params::session::kSharingStatus.fallback;
-  int sharing_error_ = params::session::kSharingError.fallback;
-  bool preview_ = params::session::kPreview.fallback;
+  std::string sharing_status_ = params::SharingSessionGet::kSharingStatus.fallback;
+  int sharing_error_ = params::SharingSessionGet::kSharingError.fallback;
+  bool preview_ = params::SharingSessionGet::kPreview.fallback;
   std::string sharing_preview_status_;
   Json::Value sharing_preview_params_;
   std::string sharing_preview_project_name_;

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "declared/VELT.Core.Sharing.h"
 #include "module/LinkAddress.h"
-#include "module/Parameters.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
@@ -22,7 +22,7 @@ constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
 // Whether `text` is empty or has the form of kTimeFormat. A store that uses strptime(3) alone would
 // accept more. Whether such a time exists is left to the store.
 bool IsTimeText(const std::string& text) {
-  constexpr std::string_view kForm = params::set::kTimeForm;
+  constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
   return text.empty() ||
          std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char is, char form) {
            return form == 'd' ? '0' <= is && is <= '9' : is == form;
@@ -52,25 +52,25 @@ void AppendNames(const Json::Value& array, const char* error, std::vector<std::s
 }  // namespace
 
 int SharingSet::ParseParams() {
-  sharing_id_ = Read(params::set::kSharingID);
-  project_name_ = Read(params::set::kProjectName);
-  enabled_ = Read(params::set::kEnabled);
-  auto_gc_ = Read(params::set::kAutoGC);
-  enable_match_ip_ = Read(params::set::kEnableMatchIP);
-  start_at_ = Read(params::set::kStartAt);
+  sharing_id_ = Read(params::SharingSet::kSharingId);
+  project_name_ = Read(params::SharingSet::kProjectName);
+  enabled_ = Read(params::SharingSet::kEnabled);
+  auto_gc_ = Read(params::SharingSet::kAutoGc);
+  enable_match_ip_ = Read(params::SharingSet::kEnableMatchIp);
+  start_at_ = Read(params::SharingSet::kStartAt);
   if (!IsTimeText(start_at_)) return Fail(kErrorParam, "bad start_at");
-  expire_at_ = Read(params::set::kExpireAt);
+  expire_at_ = Read(params::SharingSet::kExpireAt);
   if (!IsTimeText(expire_at_)) return Fail(kErrorParam, "bad expire_at");
-  expire_times_ = Read(params::set::kExpireTimes);
-  protect_type_ = ProtectTypeOf(Read(params::set::kProtectType));
-  protect_title_ = Read(params::set::kProtectTitle);
-  protect_password_ = Read(params::set::kProtectPassword);
-  AppendNames(Read(params::set::kProtectUsers), "bad protect_users", protect_users_);
-  AppendNames(Read(params::set::kProtectGroups), "bad protect_groups", protect_groups_);
-  redirect_type_ = RedirectTypeOf(Read(params::set::kRedirectType));
-  redirect_uri_ = Read(params::set::kRedirectURI);
-  app_ = Read(params::set::kApp);
-  private_data_ = Read(params::set::kPrivateData);
+  expire_times_ = Read(params::SharingSet::kExpireTimes);
+  protect_type_ = ProtectTypeOf(Read(params::SharingSet::kProtectType));
+  protect_title_ = Read(params::SharingSet::kProtectTitle);
+  protect_password_ = Read(params::SharingSet::kProtectPassword);
+  AppendNames(Read(params::SharingSet::kProtectUsers), "bad protect_users", protect_users_);
+  AppendNames(Read(params::SharingSet::kProtectGroups), "bad protect_groups", protect_groups_);
+  redirect_type_ = RedirectTypeOf(Read(params::SharingSet::kRedirectType));
+  redirect_uri_ = Read(params::SharingSet::kRedirectUri);
+  app_ = Read(params::SharingSet::kApp);
+  private_data_ = Read(params::SharingSet::kPrivateData);
   if (expire_times_ < 0) return Fail(kErrorParam, "invalid expire times");
   owner_uid_ = request_->GetLoginUID();
   return 0;

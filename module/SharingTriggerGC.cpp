@@ -1,6 +1,6 @@
 #include <string>
 
-#include "module/Parameters.h"
+#include "declared/VELT.Core.Sharing.h"
 #include "module/SharingAPI.h"
 #include "veltsharing/SharingDB.h"
 #include "veltwebapi/APIRequest.h"
@@ -13,8 +13,8 @@ constexpr unsigned int kEveryOwner = 0xFFFFFFFF;
 }  // namespace
 
 int SharingTriggerGC::ParseParams() {
-  project_name_ = Read(params::trigger_gc::kProjectName);
-  all_entry_ = Read(params::trigger_gc::kAllEntry);
+  project_name_ = Read(params::SharingTriggerGc::kProjectName);
+  all_entry_ = Read(params::SharingTriggerGc::kAllEntry);
   return 0;
 }
 

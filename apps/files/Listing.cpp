@@ -1,7 +1,6 @@
 // What the listings of owners and of visitors have in common.
 #include <sys/stat.h>
 
-#include <cstddef>
 #include <string>
 
 #include "apps/files/Methods.h"
@@ -9,26 +8,15 @@
 #include "apps/files/Refusal.h"
 #include "apps/files/Share.h"
 #include "apps/files/Tree.h"
-#include "veltwebapi/APIRequest.h"
 
 namespace VELT::files {
-namespace {
 
-std::size_t CountOf(const APIRequest& request, const char* name, int fallback) {
-  return static_cast<std::size_t>(request.GetParam(name, fallback).asInt());
-}
-
-}  // namespace
-
-Listing ListWith(const APIRequest& request, const Found& folder) {
-  const std::string by = request.GetParam("sort_by", "name").asString();
-  Order order;
-  order.by = by == "size"   ? Order::By::kSize
-             : by == "time" ? Order::By::kTime
-             : by == "type" ? Order::By::kType
-                            : Order::By::kName;
-  order.descending = request.GetParam("sort_direction", "ASC").asString() == "DESC";
-  return List(folder, order, CountOf(request, "offset", 0), CountOf(request, "limit", 100));
+Order OrderOf(const std::string& by, const std::string& direction) {
+  return {by == "size"   ? Order::By::kSize
+          : by == "time" ? Order::By::kTime
+          : by == "type" ? Order::By::kType
+                         : Order::By::kName,
+          direction == "DESC"};
 }
 
 Json::Value ToJson(const std::string& name, const struct stat& status, const std::string& path) {

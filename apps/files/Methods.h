@@ -3,10 +3,12 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <string>
 
 #include "apps/files/Share.h"
 #include "apps/files/Tree.h"
+#include "veltapi/Parameters.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 
@@ -26,8 +28,16 @@ void BeginUpload(const APIRequest& request, APIResponse& response);
 void AddPiece(const APIRequest& request, APIResponse& response);
 void GetUploadState(const APIRequest& request, APIResponse& response);
 
-// Lists `folder` in the order and from the place that the request's parameters name.
-Listing ListWith(const APIRequest& request, const Found& folder);
+Order OrderOf(const std::string& by, const std::string& direction);
+
+// Lists `folder` in the order and from the place that the parameters of `Method` name.
+template <typename Method>
+Listing ListWith(const APIRequest& request, const Found& folder) {
+  const Order order =
+      OrderOf(Read(request, Method::kSortBy), Read(request, Method::kSortDirection));
+  return List(folder, order, static_cast<std::size_t>(Read(request, Method::kOffset)),
+              static_cast<std::size_t>(Read(request, Method::kLimit)));
+}
 
 // One entry of a listing. `path` is the path that the caller uses for it.
 Json::Value ToJson(const std::string& name, const struct stat& status, const std::string& path);

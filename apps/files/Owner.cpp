@@ -11,6 +11,7 @@
 #include "apps/files/Share.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
+#include "declared/VELT.Files.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltwebapi/APIRequest.h"
@@ -79,13 +80,13 @@ void GetRoots(const APIRequest& request, APIResponse& response) {
 
 void ListRoot(const APIRequest& request, APIResponse& response) {
   const Account caller = CallerOf(request);
-  const Root root = Configuration().RootOf(caller, request.GetParam("root", "").asString());
-  const auto path = ToPath(request.GetParam("path", "").asString());
+  const Root root = Configuration().RootOf(caller, Read(request, params::FilesList::kRoot));
+  const auto path = ToPath(Read(request, params::FilesList::kPath));
   if (!path) throw Refusal(kNotFound);
   Listing listing;
   {
     const IdsGuard owner(caller);
-    listing = ListWith(request, Find(FindRoot(root), *path));
+    listing = ListWith<params::FilesList>(request, Find(FindRoot(root), *path));
   }
   Json::Value data;
   data["total"] = static_cast<Json::UInt64>(listing.total);
@@ -99,7 +100,7 @@ void ListRoot(const APIRequest& request, APIResponse& response) {
 void DescribeLink(const APIRequest& request, APIResponse& response) {
   auto& database = *sharing::db::SharingDB::Instance();
   sharing::record::Entry entry;
-  const std::string id = request.GetParam("sharing_id", "").asString();
+  const std::string id = Read(request, params::FilesDescribe::kSharingId);
   if (!database.IsGood() || !sharing::db::EntryDB(database).GetByHash(id, entry) ||
       entry.get_project_name() != kProject) {
     throw Refusal(kNoSuchLink);

@@ -25,6 +25,7 @@
 #include "apps/files/Spool.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
+#include "declared/VELT.Files.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/Process.h"
 #include "veltwebapi/APIRequest.h"
@@ -122,7 +123,7 @@ bool IsKept(int folder, const std::string& name) {
 void GetThumbnail(const APIRequest& request, APIResponse& response) {
   const Share share(Admit(request, response, false));
   MustShow(share);
-  const std::string path = share.PathOf(request.GetParam("path", "").asString());
+  const std::string path = share.PathOf(Read(request, params::FilesLinkThumbnail::kPath));
   if (std::string_view(MediaTypeOf(share.NameOf(path)).kind) != "image") throw Refusal(kNoPicture);
   Found found;
   Descriptor file;

@@ -9,14 +9,13 @@
 #include "apps/files/Share.h"
 #include "apps/files/UploadStore.h"
 #include "apps/files/Visit.h"
+#include "declared/VELT.Files.h"
 #include "veltsharing/Entry.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 
 namespace VELT::files {
 namespace {
-
-std::string IdOf(const APIRequest& request) { return request.GetParam("upload", "").asString(); }
 
 void Answer(APIResponse& response, std::int64_t offset, const std::optional<std::string>& name) {
   Json::Value data;
@@ -30,9 +29,9 @@ void Answer(APIResponse& response, std::int64_t offset, const std::optional<std:
 void BeginUpload(const APIRequest& request, APIResponse& response) {
   const sharing::record::Entry entry = Admit(request, response, false);
   const Share share(entry);
-  const auto name = ToPath(request.GetParam("name", "").asString());
+  const auto name = ToPath(Read(request, params::FilesLinkUploadBegin::kName));
   if (!name || name->empty() || name->find('/') != std::string::npos) throw Refusal(kNotFound);
-  const std::int64_t size = request.GetParam("size", Json::Value()).asInt64();
+  const std::int64_t size = Read(request, params::FilesLinkUploadBegin::kSize);
   UploadStore store(share, entry.get_id());
   const std::string id = store.Begin(*name, size);
   if (size == 0) return Answer(response, 0, store.Add(id, 0, ""));
@@ -43,18 +42,22 @@ void BeginUpload(const APIRequest& request, APIResponse& response) {
 }
 
 void AddPiece(const APIRequest& request, APIResponse& response) {
+  using Row = params::FilesLinkUploadPiece;
   const sharing::record::Entry entry = Admit(request, response, false);
   const Share share(entry);
-  const std::int64_t offset = request.GetParam("offset", Json::Value()).asInt64();
+  const std::int64_t offset = Read(request, Row::kOffset);
   const std::string& piece = request.GetRawBody();
-  const auto name = UploadStore(share, entry.get_id()).Add(IdOf(request), offset, piece);
+  const auto name =
+      UploadStore(share, entry.get_id()).Add(Read(request, Row::kUpload), offset, piece);
   Answer(response, offset + static_cast<std::int64_t>(piece.size()), name);
 }
 
 void GetUploadState(const APIRequest& request, APIResponse& response) {
   const sharing::record::Entry entry = Admit(request, response, false);
   const Share share(entry);
-  const UploadStore::State state = UploadStore(share, entry.get_id()).StateOf(IdOf(request));
+  const UploadStore::State state =
+      UploadStore(share, entry.get_id())
+          .StateOf(Read(request, params::FilesLinkUploadState::kUpload));
   Json::Value data;
   data["offset"] = static_cast<Json::Int64>(state.offset);
   data["size"] = static_cast<Json::Int64>(state.size);

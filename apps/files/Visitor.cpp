@@ -14,6 +14,7 @@
 #include "apps/files/Spool.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
+#include "declared/VELT.Files.h"
 #include "veltsys/Descriptor.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
@@ -53,7 +54,7 @@ std::string SafetyHeaders(const MediaType& media) {
 
 void ListShare(const APIRequest& request, APIResponse& response) {
   const Share share(Admit(request, response, false));
-  const std::string visitors = request.GetParam("path", "").asString();
+  const std::string visitors = Read(request, params::FilesLinkList::kPath);
   Json::Value data;
   data["upload"] = share.upload().allowed ? ToJson(share.upload()) : Json::Value();
   data["entries"] = Json::Value(Json::arrayValue);
@@ -69,7 +70,7 @@ void ListShare(const APIRequest& request, APIResponse& response) {
   Listing listing;
   {
     const IdsGuard owner(share.owner());
-    listing = ListWith(request, share.Find(path));
+    listing = ListWith<params::FilesLinkList>(request, share.Find(path));
   }
   data["total"] = static_cast<Json::UInt64>(listing.total);
   for (const Item& item : listing.shown) {
@@ -81,7 +82,7 @@ void ListShare(const APIRequest& request, APIResponse& response) {
 void GetFile(const APIRequest& request, APIResponse& response) {
   const Share share(Admit(request, response, true));
   MustShow(share);
-  const std::string path = share.PathOf(request.GetParam("path", "").asString());
+  const std::string path = share.PathOf(Read(request, params::FilesLinkGet::kPath));
   Descriptor file;
   {
     const IdsGuard owner(share.owner());
@@ -92,7 +93,7 @@ void GetFile(const APIRequest& request, APIResponse& response) {
   const std::string handed = Spool(share.configuration()).HandOver(file, response);
   const std::string name = share.NameOf(path);
   const MediaType media = MediaTypeOf(name);
-  const bool shown = request.GetParam("show", false) == true && media.kind[0] != '\0';
+  const bool shown = Read(request, params::FilesLinkGet::kShow) && media.kind[0] != '\0';
   const std::string header =
       handed + SafetyHeaders(media) + ContentDisposition(!shown, name) + "\r\n";
   response.SetEnableOutput(false);

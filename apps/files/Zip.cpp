@@ -24,6 +24,7 @@
 #include "apps/files/Share.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
+#include "declared/VELT.Files.h"
 #include "veltsharing/Entry.h"
 #include "veltsys/Descriptor.h"
 #include "veltsys/Text.h"
@@ -176,7 +177,7 @@ class ZipStream {
 };
 
 std::vector<std::string> ChosenPaths(const APIRequest& request, const Share& share) {
-  const Json::Value chosen = request.GetParam("paths", Json::Value());
+  const Json::Value chosen = Read(request, params::FilesLinkZip::kPaths);
   if (chosen.empty()) return share.items();
   std::vector<std::string> paths;
   for (const Json::Value& path : chosen) paths.push_back(share.PathOf(path.asString()));

@@ -1,6 +1,7 @@
 """Starts the demonstration for a test, and sends it requests of its accounts and of visitors of its links."""
 
 import base64
+import glob
 import http.client
 import json
 import os
@@ -16,6 +17,15 @@ REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__f
 BUILD = os.path.abspath(os.environ.get("VELT_BUILD") or os.path.join(REPOSITORY, "build/release"))
 SHARING = "VELT.Core.Sharing"
 START_SECONDS = 120
+
+
+def declared_methods():
+    """What the modules' declarations say of each method."""
+    methods = []
+    for path in glob.glob(os.path.join(BUILD, "lib/webapi.d/*.json")):
+        with open(path, encoding="utf-8") as file:
+            methods += json.load(file)["methods"]
+    return methods
 
 
 class Answer:
