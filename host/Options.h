@@ -19,7 +19,7 @@ struct Ids {
 
 struct Options {
   std::string socket_path;
-  std::array<PoolLimits, kPoolCount> pools;
+  PoolSizes pools;
   Ids ids;
   std::string registry;
   std::string database;

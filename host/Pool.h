@@ -30,12 +30,7 @@ constexpr std::optional<Pool> FindPool(std::string_view name) {
   return std::nullopt;
 }
 
-// The number of workers in a pool: between `min` and `max`, and in that range as many as it takes
-// for `spare` of them to be idle, or fewer while more would not help (Supervisor::Run).
-struct PoolLimits {
-  std::size_t min = 1;
-  std::size_t spare = 1;
-  std::size_t max = 1;
-};
+// How many workers each pool has, indexed by Pool.
+using PoolSizes = std::array<std::size_t, kPoolCount>;
 
 }  // namespace VELT::host

@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "host/Listener.h"
 #include "host/Options.h"
@@ -160,26 +161,19 @@ int Serve(const Options& options) {
   return supervisor.Run();
 }
 
+unsigned int Processors() { return std::thread::hardware_concurrency(); }
+
 // The options with the values that need a look-up or a check after all of them were read.
 struct CommandLine {
   Options options;
   std::string user;
   std::string group;
-  PoolLimits front{2, 2, 32};
-  std::size_t max_pool = 8;
+  // More than processors, since some calls wait: for a plugin, a program, the database, a client.
+  std::size_t front_workers = std::clamp(4 * Processors(), 8U, 32U);
+  std::size_t pool_workers = std::clamp(2 * Processors(), 4U, 16U);
   bool log_stderr = false;
   bool check_config = false;
 };
-
-std::array<PoolLimits, kPoolCount> PoolsOf(const CommandLine& line) {
-  if (line.front.min > line.front.max) {
-    throw std::runtime_error("--min-workers is more than --max-workers");
-  }
-  std::array<PoolLimits, kPoolCount> pools;
-  pools.fill({1, 1, line.max_pool});
-  pools[IndexOf(Pool::kFront)] = line.front;
-  return pools;
-}
 
 void Describe(CLI::App& app, CommandLine& line) {
   Options& options = line.options;
@@ -193,15 +187,14 @@ void Describe(CLI::App& app, CommandLine& line) {
                  R"("sqlite3 PATH" or "postgresql CONNECTION"; created at the first start)")
       ->required()
       ->check(CLI::Validator(CheckDatabase, "DATABASE"));
-  const auto add_number = [&app](const char* name, std::size_t& number, const char* text) {
-    app.add_option(name, number, text)->check(CLI::Range(1, 1024))->capture_default_str();
-  };
-  add_number("--min-workers", line.front.min, "Worker processes at least");
-  add_number("--spare-workers", line.front.spare, "Idle workers that are kept ready");
-  add_number("--max-workers", line.front.max, "Worker processes at most");
-  add_number("--max-pool-workers", line.max_pool,
-             "Additional workers at most for each kind of slow calls: logins, calls that start "
-             "programs, lists, streams, uploads");
+  app.add_option("--workers", line.front_workers,
+                 "Worker processes for pages and short calls; by default four for each processor, "
+                 "8 to 32")
+      ->check(CLI::Range(1, 1024));
+  app.add_option("--pool-workers", line.pool_workers,
+                 "Worker processes for each kind of slow calls (logins, calls that start programs, "
+                 "lists, streams, uploads); by default two for each processor, 4 to 16")
+      ->check(CLI::Range(1, 1024));
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
   app.add_option(
@@ -253,7 +246,8 @@ int Main(int argc, char** argv) {
     return app.exit(error);
   }
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
-  line.options.pools = PoolsOf(line);
+  line.options.pools.fill(line.pool_workers);
+  line.options.pools[IndexOf(Pool::kFront)] = line.front_workers;
   line.options.ids = FindIds(line.user, line.group);
   const int status = line.check_config ? 0 : Serve(line.options);
   if (status == kBadConfiguration && !line.log_stderr) {

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <thread>
 #include <utility>
 
 #include "host/process/Worker.h"
@@ -26,10 +25,8 @@ using std::chrono::seconds;
 constexpr seconds kEarlyDeath{1};
 constexpr milliseconds kShortestPause{100};
 constexpr milliseconds kLongestPause{10000};
-constexpr seconds kSurplusKept{10};
-constexpr seconds kShrinkPause{1};
-constexpr milliseconds kLookAgain{20};
-constexpr milliseconds kBriefly{50};
+// Nothing tells the supervisor of a worker that stays busy.
+constexpr seconds kLook{1};
 constexpr seconds kBusyTooLong{10};
 constexpr seconds kCompanionPause{1};
 
@@ -67,17 +64,14 @@ std::size_t Count(const Workers& workers, Condition condition) {
 
 }  // namespace
 
-Supervisor::Supervisor(const std::array<PoolLimits, kPoolCount>& limits,
-                       const Scoreboard& scoreboard, Statistics& statistics, WorkerMain worker,
-                       OnLostRequest on_lost_request)
+Supervisor::Supervisor(const PoolSizes& sizes, const Scoreboard& scoreboard, Statistics& statistics,
+                       WorkerMain worker, OnLostRequest on_lost_request)
     : statistics_(statistics),
       worker_(std::move(worker)),
-      on_lost_request_(std::move(on_lost_request)),
-      processors_(std::thread::hardware_concurrency()) {
+      on_lost_request_(std::move(on_lost_request)) {
   for (std::size_t index = 0; index < kPoolCount; ++index) {
     const auto pool = static_cast<Pool>(index);
-    pools_.push_back(
-        {pool, limits[index], scoreboard.slots(pool), &scoreboard.asked(pool), {}, {}, {}, false});
+    pools_.push_back({pool, sizes[index], scoreboard.slots(pool), {}});
   }
 }
 
@@ -103,7 +97,7 @@ bool Supervisor::HasWorkers() const {
 bool Supervisor::IsSettled() const {
   return std::ranges::all_of(pools_, [](const WorkerPool& pool) {
     const auto stays = [](const Worker& worker) { return worker.ready && !worker.leaving; };
-    return Count(pool.workers, stays) >= pool.limits.min &&
+    return Count(pool.workers, stays) >= pool.size &&
            std::ranges::none_of(pool.workers, [](const Worker& worker) {
              return worker.outdated && !worker.leaving;
            });
@@ -118,8 +112,8 @@ void Supervisor::Report() {
 void Supervisor::Adjust(WorkerPool& pool) {
   if (stopping_) return;
   Replace(pool);
-  Grow(pool);
-  Shrink(pool);
+  while (Clock::now() >= next_start_ && CountStaying(pool) < pool.size && Start(pool)) {
+  }
   if (pool.pool == Pool::kFront) EndStuckWorker(pool);
 }
 
@@ -132,49 +126,10 @@ void Supervisor::Replace(WorkerPool& pool) {
   const std::size_t current =
       Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });
   if (std::ranges::any_of(pool.workers, is_new)) return;
-  if (current > 0 && CountStaying(pool) > pool.limits.min) {
+  if (current > 0 && CountStaying(pool) > pool.size) {
     RequestStop(*oldest);
   } else if (Clock::now() >= next_start_) {
     Start(pool);
-  }
-}
-
-void Supervisor::Grow(WorkerPool& pool) {
-  // Cleared before the look: a worker that becomes busy after it asks again.
-  *pool.asked = false;
-  while (Clock::now() >= next_start_ && LacksWorker(pool) && Start(pool)) {
-  }
-  pool.is_watched =
-      CountStaying(pool) < pool.limits.max && Count(pool.workers, IsIdle) < pool.limits.spare;
-  // It is looked at again anyway.
-  if (pool.is_watched) *pool.asked = true;
-}
-
-bool Supervisor::LacksWorker(WorkerPool& pool) const {
-  const std::size_t staying = CountStaying(pool);
-  if (staying < pool.limits.min || staying >= pool.limits.max) return staying < pool.limits.min;
-  const std::size_t idle = Count(pool.workers, [](const Worker& worker) {
-    return IsIdle(worker) || (!worker.leaving && !worker.ready);  // it soon will be
-  });
-  const auto now = Clock::now();
-  const std::size_t soon_idle = Count(pool.workers, [now](const Worker& worker) {
-    return !worker.leaving && IsBusy(worker) && now - worker.slot->since.load() < kBriefly;
-  });
-  const bool lacks_some = idle < pool.limits.spare;
-  if (lacks_some && (staying < processors_ || idle + soon_idle < pool.limits.spare)) return true;
-  // Short calls may wait for something else than a processor.
-  if (idle == 0) return pool.processors.HaveTime();
-  pool.processors.Reset();
-  return false;
-}
-
-void Supervisor::Shrink(WorkerPool& pool) {
-  const auto now = Clock::now();
-  if (CountStaying(pool) <= pool.limits.min || Count(pool.workers, IsIdle) <= pool.limits.spare) {
-    pool.shrink_at = now + kSurplusKept;
-  } else if (now >= pool.shrink_at) {
-    RequestStop(*std::ranges::find_if(pool.workers, IsIdle));
-    pool.shrink_at = now + kShrinkPause;
   }
 }
 
@@ -182,42 +137,21 @@ std::size_t Supervisor::CountStaying(const WorkerPool& pool) {
   return Count(pool.workers, [](const Worker& worker) { return !worker.leaving; });
 }
 
-bool Supervisor::IsIdle(const Worker& worker) {
-  return !worker.leaving && worker.ready && worker.slot->state == Slot::State::kIdle;
-}
-
-bool Supervisor::IsBusy(const Worker& worker) {
-  return worker.ready && worker.slot->state == Slot::State::kBusy;
-}
-
-// More than the maximum while workers are replaced.
-bool Supervisor::IsFull(const WorkerPool& pool) {
-  return pool.workers.size() >= pool.limits.max && std::ranges::all_of(pool.workers, IsBusy);
-}
-
 // A short call that takes this long hangs, in a plugin for instance. When all workers hang, no page
 // is served any more, so the request that has run longest then gets its deadline early.
 void Supervisor::EndStuckWorker(const WorkerPool& pool) {
-  if (!IsFull(pool)) return;
+  const auto is_busy = [](const Worker& worker) {
+    return worker.ready && worker.slot->state == Slot::State::kBusy;
+  };
+  if (pool.workers.size() < pool.size || !std::ranges::all_of(pool.workers, is_busy)) return;
   const auto longest = std::ranges::min_element(
       pool.workers, {}, [](const Worker& worker) { return worker.slot->since.load(); });
   if (Clock::now() - longest->slot->since.load() >= kBusyTooLong) kill(longest->pid, SIGALRM);
 }
 
 Supervisor::Clock::duration Supervisor::LongestWait() const {
-  // When nothing is due, any time that is long enough to cost nothing.
-  Clock::duration wait = seconds(60);
-  if (stopping_) return wait;
-  for (const WorkerPool& pool : pools_) {
-    // At its maximum a pool may fill up without waking the supervisor.
-    const std::size_t workers = pool.workers.size();
-    const bool has_no_signal = workers > pool.limits.min || workers >= pool.limits.max;
-    if (has_no_signal) wait = std::min<Clock::duration>(wait, kShrinkPause);
-    if (pool.is_watched) wait = std::min<Clock::duration>(wait, kLookAgain);
-  }
-  if (companion_ && companion_pid_ < 0) wait = std::min<Clock::duration>(wait, kShrinkPause);
   const auto due = next_start_ - Clock::now();
-  return due > Clock::duration::zero() ? std::min(wait, due) : wait;
+  return due > Clock::duration::zero() ? std::min<Clock::duration>(kLook, due) : kLook;
 }
 
 void Supervisor::WaitForSignal() {
@@ -331,7 +265,7 @@ bool Supervisor::Start(WorkerPool& pool) {
                                       [](const Slot& each) { return each.state.load(); });
   // Workers that were asked to stop keep their slots until they have ended.
   if (slot == pool.slots.end()) return false;
-  const WorkerPlace place{getpid(), pool.pool, pool.limits, &*slot, pool.slots, pool.asked};
+  const WorkerPlace place{getpid(), pool.pool, &*slot};
   slot->state = Slot::State::kStarting;
   const pid_t pid = fork();
   if (pid == 0) std::exit(worker_(place));

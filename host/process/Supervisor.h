@@ -1,10 +1,9 @@
-// Keeps worker processes running, as many in each pool as its work needs.
+// Keeps worker processes running.
 #pragma once
 
 #include <sys/types.h>
 
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -13,7 +12,6 @@
 #include <vector>
 
 #include "host/Pool.h"
-#include "host/process/IdleProcessors.h"
 #include "host/process/ServiceManager.h"
 #include "host/watch/Scoreboard.h"
 #include "host/watch/Statistics.h"
@@ -24,25 +22,21 @@ namespace VELT::host {
 struct WorkerPlace {
   pid_t supervisor;
   Pool pool;
-  PoolLimits limits;
-  Slot* slot;                   // its own
-  std::span<const Slot> slots;  // those of its pool
-  std::atomic<bool>* asked;     // its pool's Scoreboard::asked
+  Slot* slot;  // its own
 };
 
 // One per process, on one thread. It waits for all children of the process.
 class Supervisor {
  public:
   // Runs in a child process and returns its exit status. It must keep the state in its slot up to
-  // date, send SIGUSR1 to the supervisor when it is ready, and, unless the supervisor was asked
-  // already, when its pool lacks idle workers, and return after SIGTERM.
+  // date, send SIGUSR1 to the supervisor when it is ready, and return after SIGTERM.
   using WorkerMain = std::function<int(const WorkerPlace& place)>;
   // Called when a worker has died while it served `request`, whose status is set already.
   using OnLostRequest = std::function<void(const RequestNote& request, Pool pool, pid_t worker)>;
 
-  // The scoreboard is that of `limits`; it and the statistics must outlive the object.
-  Supervisor(const std::array<PoolLimits, kPoolCount>& limits, const Scoreboard& scoreboard,
-             Statistics& statistics, WorkerMain worker, OnLostRequest on_lost_request);
+  // The scoreboard is that of `sizes`; it and the statistics must outlive the object.
+  Supervisor(const PoolSizes& sizes, const Scoreboard& scoreboard, Statistics& statistics,
+             WorkerMain worker, OnLostRequest on_lost_request);
 
   // Runs in a child process that is not a worker; returns its exit status.
   using Companion = std::function<int(pid_t supervisor)>;
@@ -55,12 +49,8 @@ class Supervisor {
   // last worker has ended.
   // - A worker that dies is replaced at once, or after a pause if it died soon after its start; the
   //   pause grows with every such death.
-  // - A pool that lacks idle workers gets more. When it has one for each processor, it gets them only
-  //   for calls that take longer than a moment, or while processors are idle: otherwise more workers
-  //   would only take turns.
-  // - When a pool has had too many idle workers for ten seconds, they are stopped, one each second.
-  // - When all workers that the front may have are busy, and one of them for ten seconds, the one
-  //   that has been busy longest gets SIGALRM.
+  // - When all workers of the front are busy, and one of them for ten seconds, the one that has been
+  //   busy longest gets SIGALRM.
   // - SIGHUP replaces all workers one by one, each only when the next is ready.
   // - If a worker ends with kBadConfiguration before any was ready, all are stopped and that is
   //   returned.
@@ -82,13 +72,9 @@ class Supervisor {
 
   struct WorkerPool {
     Pool pool;
-    PoolLimits limits;
+    std::size_t size;
     std::span<Slot> slots;
-    std::atomic<bool>* asked;
     std::vector<Worker> workers;
-    Clock::time_point shrink_at;  // when a surplus worker may be stopped
-    IdleProcessors processors;    // since it has had too few idle workers
-    bool is_watched = false;      // whether a moment later it may lack workers
   };
 
   void WaitForSignal();
@@ -101,13 +87,7 @@ class Supervisor {
   bool Start(WorkerPool& pool);
   void Adjust(WorkerPool& pool);
   void Replace(WorkerPool& pool);
-  void Grow(WorkerPool& pool);
-  bool LacksWorker(WorkerPool& pool) const;
-  void Shrink(WorkerPool& pool);
   static std::size_t CountStaying(const WorkerPool& pool);
-  static bool IsIdle(const Worker& worker);
-  static bool IsBusy(const Worker& worker);
-  static bool IsFull(const WorkerPool& pool);
   static void EndStuckWorker(const WorkerPool& pool);
   void RequestStop(Worker& worker);
   bool HasWorkers() const;
@@ -120,7 +100,6 @@ class Supervisor {
   const WorkerMain worker_;
   const OnLostRequest on_lost_request_;
   ServiceManager manager_;
-  const std::size_t processors_;
   std::vector<WorkerPool> pools_;
   Companion companion_;
   pid_t companion_pid_ = -1;

@@ -112,20 +112,9 @@ bool EndWithSupervisor(const WorkerPlace& place) {
 
 void BecomeIdle(const WorkerPlace& place) { place.slot->state = Slot::State::kIdle; }
 
-// Asks the supervisor to look when the pool has too few idle workers left and may have more.
 void BecomeBusy(const WorkerPlace& place) {
   place.slot->since = std::chrono::steady_clock::now();
   place.slot->state = Slot::State::kBusy;
-  std::size_t idle = 0;
-  std::size_t taken = 0;
-  for (const Slot& slot : place.slots) {
-    const Slot::State state = slot.state;
-    if (state == Slot::State::kIdle) ++idle;
-    if (state != Slot::State::kEmpty) ++taken;
-  }
-  if (idle < place.limits.spare && taken < place.limits.max && !place.asked->exchange(true)) {
-    kill(place.supervisor, SIGUSR1);
-  }
 }
 
 // While it exists, programs belong to the request and are started only as long as its client waits.

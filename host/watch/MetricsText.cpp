@@ -129,8 +129,9 @@ void AddPools(Writer& writer, const std::function<std::uint64_t(Pool)>& value,
 void AddPools(Writer& writer, const MetricsSource& source) {
   const Statistics& statistics = source.statistics;
   AddWorkers(writer, source.scoreboard);
-  writer.Begin("velt_workers_limit", "gauge", "Worker processes at most.");
-  AddPools(writer, [&](Pool pool) { return source.limits[IndexOf(pool)].max; });
+  writer.Begin("velt_workers_limit", "gauge",
+               "Worker processes that the pool has when none is being replaced.");
+  AddPools(writer, [&](Pool pool) { return source.sizes[IndexOf(pool)]; });
   writer.Begin("velt_worker_starts_total", "counter", "Worker processes that were started.");
   AddPools(writer, [&](Pool pool) { return statistics.pool(pool).starts.load(); });
   writer.Begin("velt_worker_deaths_total", "counter",

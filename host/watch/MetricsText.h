@@ -14,7 +14,7 @@ namespace VELT::host {
 
 // The sources of the values, all of which must outlive the object.
 struct MetricsSource {
-  const std::array<PoolLimits, kPoolCount>& limits;
+  const PoolSizes& sizes;
   std::function<std::size_t(Pool)> queue_length;  // calls that wait for a pool's workers
   const Scoreboard& scoreboard;
   const Statistics& statistics;

@@ -30,19 +30,14 @@ struct Slot {
 // Constructed before the workers are forked: their copies of the object refer to the same slots.
 class Scoreboard {
  public:
-  // A pool has one slot more than its maximum of workers, because there is one worker more while
-  // workers are replaced. Throws std::bad_alloc.
-  explicit Scoreboard(const std::array<PoolLimits, kPoolCount>& limits);
+  // A pool has one slot more than workers, because there is one worker more while workers are
+  // replaced. Throws std::bad_alloc.
+  explicit Scoreboard(const PoolSizes& sizes);
 
   std::span<Slot> slots(Pool pool) const { return pools_.at(IndexOf(pool)); }
 
-  // Whether the supervisor was asked to look after the pool and has not done so yet. Workers that
-  // find it set need not wake the supervisor.
-  std::atomic<bool>& asked(Pool pool) const { return asked_.items()[IndexOf(pool)]; }
-
  private:
   SharedArray<Slot> slots_;
-  SharedArray<std::atomic<bool>> asked_{kPoolCount};
   std::array<std::span<Slot>, kPoolCount> pools_;
 };
 

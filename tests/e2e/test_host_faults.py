@@ -89,7 +89,7 @@ class Workers(unittest.TestCase):
                 os.kill(killed[-1], signal.SIGKILL)
             return grown
 
-        with Service("--max-pool-workers", "16", workers=8) as host, ThreadPoolExecutor(8) as pool:
+        with Service(workers=8, pool_workers=16) as host, ThreadPoolExecutor(8) as pool:
             reported, killed = [], []
             writing = [pool.submit(write, host, reported) for _ in range(8)]
             try:

@@ -26,7 +26,7 @@ class Options(unittest.TestCase):
                     ("--metrics", "0.0.0.0:9464", "loopback"), ("--metrics", "127.0.0.1", "port"),
                     ("--metrics", "127.0.0.1:65537", "port"), ("--metrics", "127.0.0.1:0", "port"),
                     ("--metrics", "[::1]:http", "port"), ("--request-log", "requests.log", "path"),
-                    ("--external-url", "nas.example.com", "https://"), ("--min-workers", "33", "--max-workers"),
+                    ("--external-url", "nas.example.com", "https://"), ("--workers", "0", "1 to 1024"),
                     ("--request-timeout", "0", "1 to 3600"), ("--user", "no such", "no account"),
                     ("--config", f"{folder}/none", "none"), ("--unknown", "x", "--unknown")]:
                 line = [part for option in {**needed, name: value}.items() for part in option]
@@ -47,7 +47,7 @@ class Options(unittest.TestCase):
         described = {entry.split()[1].strip('"'): entry for entry in page.split(".TP\n")[1:]}
         options = re.findall(r"^  (?:-h,)?(--[a-z-]+)(?: \S+?(?:=(\d+))?)?(?: .*)?$", re.sub(
             r" in \[.*?\]", "", run("--help").stdout), re.M)
-        self.assertIn(("--min-workers", "2"), options)
+        self.assertIn(("--program-timeout", "5"), options)
         for name, default in options:
             self.assertIn(name, described)
             self.assertEqual(default, "".join(re.findall(r"^[^.].*\((\d+)\)", described[name], re.M)), name)

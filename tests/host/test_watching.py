@@ -149,7 +149,7 @@ class Metrics(unittest.TestCase):
             self.assertLess(1, samples["velt_request_duration_seconds_sum", "1", api, "program"])
 
     def test_busy_workers_and_what_waits_for_them_are_seen(self):
-        with self.host("--max-pool-workers", "1") as host:
+        with self.host() as host:
             host.call("echo")
             path = host.folder.name + "/wait"
             with open(path, "wb"):

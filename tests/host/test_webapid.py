@@ -210,7 +210,7 @@ class Streams(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.host = cls.enterClassContext(Host("--max-pool-workers", "1"))
+        cls.host = cls.enterClassContext(Host())
         cls.log = os.path.join(cls.host.folder.name, "log")
 
     def expect_log(self, text):

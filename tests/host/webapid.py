@@ -86,7 +86,7 @@ class Host:
     """One running velt-webapid. `log` holds its log lines so far. `under` is a command that starts it; there and in
     the options "{}" stands for the folder."""
 
-    def __init__(self, *options, modules=None, workers=1, at=None, under=()):
+    def __init__(self, *options, modules=None, workers=1, pool_workers=1, at=None, under=()):
         self.folder = tempfile.TemporaryDirectory(prefix="webapid-")
         self.socket = at or os.path.join(self.folder.name, "socket")
         self.registry = os.path.join(self.folder.name, "webapi.d")
@@ -98,7 +98,7 @@ class Host:
         command = [part.replace("{}", self.folder.name) for part in under]
         command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
         command += ["--database", "sqlite3 " + self.database]
-        command += ["--min-workers", str(workers), "--max-workers", str(workers)]
+        command += ["--workers", str(workers), "--pool-workers", str(pool_workers)]
         command += [option.replace("{}", self.folder.name) for option in options]
         self.log = []
         self._news = threading.Condition()

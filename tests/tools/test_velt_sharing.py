@@ -310,7 +310,7 @@ class Copies(ToolTest):
 class Checks(ToolTest):
     def check(self, expect, **options):
         text = "".join(f"{name} = {value}\n" for name, value in {
-            "socket": self.at("socket"), "registry": REGISTRY, "database": f'"{self.database}"', "max-workers": 16,
+            "socket": self.at("socket"), "registry": REGISTRY, "database": f'"{self.database}"', "workers": 16,
             **{name.replace("_", "-"): value for name, value in options.items()}}.items())
         write(self.at("conf"), text.encode())
         done = run("check", "--config", self.at("conf"), "--json")
@@ -327,7 +327,7 @@ class Checks(ToolTest):
         write(self.at("webapi.d/x.json"), b'{"library": "nowhere.so", "methods": []}')
         self.check({"options": ("ok", ""), "database": ("ok", "schema version"), "rights": ("ok", ""),
                     "qrencode": ("ok", ""), "registry": ("ok", "")})
-        self.check({"options": ("failed", "--max-workers"), "database": ("ok", "")}, max_workers=-1)
+        self.check({"options": ("failed", "--workers"), "database": ("ok", "")}, workers=-1)
         self.check({"options": ("failed", "nonsense")}, nonsense=1)
         self.check({"options": ("failed", "no account is called nobody-knows")}, user="nobody-knows")
         self.check({"registry": ("failed", "x.json: cannot load library")}, registry=self.at("webapi.d"))
