@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdio>
+#include <deque>
 #include <memory>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "sharing/Log.h"
@@ -22,7 +20,8 @@ namespace {
 
 constexpr char kQRCodeProgram[] = "/usr/bin/qrencode";
 constexpr std::size_t kChunkSize = 8192;
-constexpr unsigned int kMostCores = 8;
+// So that no core waits while the oldest is read; more would only wait for one another.
+constexpr std::size_t kRunsAtATime = 4;
 
 struct ClosePipe {
   void operator()(FILE* stream) const { VLIBCPclose(stream); }
@@ -46,53 +45,52 @@ std::size_t Base64BufferSize(std::size_t source_size) {
   return std::max(2 * source_size, (source_size + 2) / 3 * 4 + 1);
 }
 
-// Calls `work` with the numbers below `count`, on as many threads as the machine has cores; a throw
-// would end the process. Returns when all calls have. Threads and not one caller that starts several
-// programs: a caller stands still until its program has begun, and in a queue if all cores are busy.
-template <typename Work>
-void RunOnAllCores(std::size_t count, Work work) {
-  std::atomic<std::size_t> next{0};
-  const auto run = [&] {
-    for (std::size_t number = next++; number < count; number = next++) work(number);
-  };
-  const unsigned int cores = std::clamp(std::thread::hardware_concurrency(), 1U, kMostCores);
-  std::vector<std::jthread> others;
-  try {
-    while (others.size() + 1 < std::min<std::size_t>(cores, count)) others.emplace_back(run);
-  } catch (const std::system_error&) {
-    // With fewer threads it takes longer.
+// A run of qrencode, which goes on while its owner does something else.
+class QRCode {
+ public:
+  explicit QRCode(const std::string& url)
+      : pipe_(VLIBCPopen(kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-",
+                         static_cast<const char*>(nullptr))) {
+    if (!pipe_) {
+      LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
+    }
   }
-  run();
-}
 
-struct QRCode {
-  bool started = false;
-  std::string image;  // a data URI; empty when the program printed nothing
+  // Waits for its end; to be called once. As GenerateQRCode.
+  bool Finish(std::string& qrcode) {
+    const std::unique_ptr<FILE, ClosePipe> pipe = std::move(pipe_);
+    if (!pipe) return false;
+    const std::vector<char> image = ReadAll(pipe.get());
+    if (image.empty()) return false;
+
+    std::vector<char> text(Base64BufferSize(image.size()), '\0');
+    VLIBCBase64SzEncodeFull(image.data(), image.size(), text.data(), text.size(), text.size(), 0,
+                            0);
+    qrcode = std::string("data:image/png;base64,") + text.data();
+    return true;
+  }
+
+ private:
+  std::unique_ptr<FILE, ClosePipe> pipe_;
 };
 
-QRCode MakeQRCode(const std::string& url) {
-  const std::unique_ptr<FILE, ClosePipe> pipe(VLIBCPopen(
-      kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-", static_cast<const char*>(nullptr)));
-  if (!pipe) return {};
-  const std::vector<char> image = ReadAll(pipe.get());
-  if (image.empty()) return {true, ""};
+// An entry's form whose image is in the making. The entry must outlive it.
+class PendingForm {
+ public:
+  PendingForm(const APIRequest* request, const sharing::record::Entry& entry)
+      : entry_(entry), url_(LinkURL(request, entry.get_hash())), qrcode_(url_) {}
 
-  std::vector<char> text(Base64BufferSize(image.size()), '\0');
-  VLIBCBase64SzEncodeFull(image.data(), image.size(), text.data(), text.size(), text.size(), 0, 0);
-  return {true, std::string("data:image/png;base64,") + text.data()};
-}
+  void Finish(Json::Value& out) {
+    entry_.ToJSON(out);
+    out["url"] = url_;
+    if (std::string qrcode; qrcode_.Finish(qrcode)) out["qrcode"] = qrcode;
+  }
 
-void LogNotStarted(const std::string& url) {
-  LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
-}
-
-// An empty `qrcode` is one that could not be made.
-void FormWith(const std::string& url, const std::string& qrcode,
-              const sharing::record::Entry& entry, Json::Value& out) {
-  entry.ToJSON(out);
-  out["url"] = url;
-  if (!qrcode.empty()) out["qrcode"] = qrcode;
-}
+ private:
+  const sharing::record::Entry& entry_;
+  const std::string url_;
+  QRCode qrcode_;
+};
 
 }  // namespace
 
@@ -101,37 +99,27 @@ std::string LinkURL(const APIRequest* request, const std::string& sharing_id) {
 }
 
 bool GenerateQRCode(const std::string& url, std::string& qrcode) {
-  QRCode made = MakeQRCode(url);
-  if (!made.started) LogNotStarted(url);
-  if (made.image.empty()) return false;
-  qrcode = std::move(made.image);
-  return true;
+  return QRCode(url).Finish(qrcode);
 }
 
 void FormEntryJSON(const APIRequest* request, const sharing::record::Entry& entry,
                    Json::Value& out) {
-  const std::string url = LinkURL(request, entry.get_hash());
-  std::string qrcode;
-  GenerateQRCode(url, qrcode);
-  FormWith(url, qrcode, entry, out);
+  PendingForm(request, entry).Finish(out);
 }
 
 void FormEntriesJSON(const APIRequest* request, const std::vector<sharing::record::Entry>& entries,
                      Json::Value& out) {
-  std::vector<std::string> urls;
-  urls.reserve(entries.size());
-  for (const sharing::record::Entry& entry : entries) {
-    urls.push_back(LinkURL(request, entry.get_hash()));
-  }
-  std::vector<QRCode> qrcodes(entries.size());
-  RunOnAllCores(entries.size(),
-                [&](std::size_t number) { qrcodes[number] = MakeQRCode(urls[number]); });
   out = Json::Value(Json::arrayValue);
-  for (std::size_t number = 0; number < entries.size(); ++number) {
-    if (!qrcodes[number].started) LogNotStarted(urls[number]);
-    FormWith(urls[number], qrcodes[number].image, entries[number],
-             out.append(Json::Value(Json::objectValue)));
+  std::deque<PendingForm> pending;
+  const auto finish_first = [&] {
+    pending.front().Finish(out.append(Json::Value(Json::objectValue)));
+    pending.pop_front();
+  };
+  for (const sharing::record::Entry& entry : entries) {
+    if (pending.size() == kRunsAtATime) finish_first();
+    pending.emplace_back(request, entry);
   }
+  while (!pending.empty()) finish_first();
 }
 
 }  // namespace VELT

@@ -1,7 +1,5 @@
-#include <algorithm>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "declared/VELT.Core.Sharing.h"
@@ -18,16 +16,6 @@ namespace {
 using sharing::record::Entry;
 
 constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
-
-// Whether `text` is empty or has the form of kTimeFormat. A store that uses strptime(3) alone would
-// accept more. Whether such a time exists is left to the store.
-bool IsTimeText(const std::string& text) {
-  constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
-  return text.empty() ||
-         std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [](char is, char form) {
-           return form == 'd' ? '0' <= is && is <= '9' : is == form;
-         });
-}
 
 // The functions below run in ParseParams, where an exception's text becomes the error message.
 Entry::ProtectType ProtectTypeOf(const std::string& text) {
@@ -58,9 +46,7 @@ int SharingSet::ParseParams() {
   auto_gc_ = Read(params::SharingSet::kAutoGc);
   enable_match_ip_ = Read(params::SharingSet::kEnableMatchIp);
   start_at_ = Read(params::SharingSet::kStartAt);
-  if (!IsTimeText(start_at_)) return Fail(kErrorParam, "bad start_at");
   expire_at_ = Read(params::SharingSet::kExpireAt);
-  if (!IsTimeText(expire_at_)) return Fail(kErrorParam, "bad expire_at");
   expire_times_ = Read(params::SharingSet::kExpireTimes);
   protect_type_ = ProtectTypeOf(Read(params::SharingSet::kProtectType));
   protect_title_ = Read(params::SharingSet::kProtectTitle);

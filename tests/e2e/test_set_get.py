@@ -136,7 +136,7 @@ class BadRequests(unittest.TestCase):
                 ({"protect_type": QUOTES}, 120, bad("protect_type", "condition")),
                 ({"sharing_id": QUOTES}, 1005, execute + "invalid sharing id"),
                 ({"sharing_id": self.before[0][1], "project_name": QUOTES}, 101, execute + "invalid project name"),
-                ({"start_at": QUOTES}, 101, "Parse Param Error: bad start_at"),
+                ({"start_at": QUOTES}, 117, execute + "db update entry fail"),
                 ({"redirect_type": "always"}, 1011, execute + "set entry fields fail")):
             with self.subTest(fields):
                 self.refused(code, detail, DEMO.call(SHARING, "set", {"project_name": "album", **fields}))
