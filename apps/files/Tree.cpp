@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <string_view>
 #include <tuple>
@@ -81,11 +82,23 @@ int Compare(const Name& a, const Name& b, Order::By by) {
   return 0;
 }
 
-// The files and folders of an open folder. `by` decides whether their status is needed.
-std::vector<Name> ReadNames(DIR* stream, Order::By by) {
+using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+Stream OpenStream(const Found& folder) {
+  if (!folder.IsFolder()) throw Refusal(kWrongKind);
+  Descriptor opened = Open(folder, O_RDONLY | O_DIRECTORY);
+  Stream stream(fdopendir(opened.get()), closedir);
+  if (!stream) throw Refusal(kNotFound);
+  opened.Release();
+  return stream;
+}
+
+// The files and folders of an open folder. `by` decides whether their status is needed. Ends after
+// the first one that is too many.
+std::vector<Name> ReadNames(DIR* stream, Order::By by, std::size_t most) {
   const bool with_status = by == Order::By::kSize || by == Order::By::kTime;
   std::vector<Name> names;
-  while (const dirent* entry = readdir(stream)) {
+  while (const dirent* entry = names.size() <= most ? readdir(stream) : nullptr) {
     const std::string_view text = entry->d_name;
     if (text == "." || text == "..") continue;
     Name name{std::string(text), entry->d_type == DT_DIR};
@@ -131,13 +144,27 @@ Descriptor Open(const Found& found, int flags) {
   return opened;
 }
 
+std::vector<std::string> NamesIn(const Found& folder, std::size_t most) {
+  std::vector<Name> names = ReadNames(OpenStream(folder).get(), Order::By::kName, most);
+  if (names.size() > most) throw Refusal(kUnavailable);
+  std::vector<std::string> texts;
+  texts.reserve(names.size());
+  for (Name& name : names) texts.push_back(std::move(name.text));
+  return texts;
+}
+
+Found ParentOf(const Found& folder, const struct stat& status) {
+  Found parent = FindAt(folder.handle.get(), "..", kNoLinks | RESOLVE_NO_XDEV);
+  if (parent.status.st_dev != status.st_dev || parent.status.st_ino != status.st_ino) {
+    throw Refusal(kNotFound);
+  }
+  return parent;
+}
+
 Listing List(const Found& folder, const Order& order, std::size_t offset, std::size_t limit) {
-  if (!folder.IsFolder()) throw Refusal(kWrongKind);
-  Descriptor opened = Open(folder, O_RDONLY | O_DIRECTORY);
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(opened.get()), closedir);
-  if (!stream) throw Refusal(kNotFound);
-  opened.Release();
-  std::vector<Name> names = ReadNames(stream.get(), order.by);
+  const Stream stream = OpenStream(folder);
+  std::vector<Name> names =
+      ReadNames(stream.get(), order.by, std::numeric_limits<std::size_t>::max());
   Listing listing;
   listing.total = names.size();
   const std::size_t begin = std::min(offset, names.size());

@@ -31,6 +31,13 @@ Found Find(const Found& folder, const std::string& path);
 // Opens it with `flags` of open(2). Throws Refusal(kNotFound).
 Descriptor Open(const Found& found, int flags);
 
+// The names of the files and folders directly in a folder, unreadable ones included, in no order.
+// Throws Refusal: kWrongKind, kNotFound, or kUnavailable when there are more than `most`.
+std::vector<std::string> NamesIn(const Found& folder, std::size_t most);
+
+// The folder in which `folder` is, if that is the one with this status. Throws Refusal(kNotFound).
+Found ParentOf(const Found& folder, const struct stat& status);
+
 struct Item {
   std::string name;
   struct stat status {};

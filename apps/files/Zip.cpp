@@ -10,7 +10,8 @@
 #include <cerrno>
 #include <clocale>
 #include <cstddef>
-#include <limits>
+#include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -35,6 +36,9 @@ namespace VELT::files {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{256} * 1024;
+constexpr std::size_t kLongestName = 65535;                          // of the format, in bytes
+constexpr std::size_t kMostMemory = std::size_t{256} * 1024 * 1024;  // for the names of an archive
+constexpr std::size_t kNameMemory = 128;  // bytes that a name takes besides its text
 
 // libarchive reads names in the encoding of the locale.
 class Utf8Locale {
@@ -61,6 +65,31 @@ std::string NameInArchive(const std::string& name) {
   return text;
 }
 
+// Gives each of the names in one folder of an archive a text of its own.
+class UniqueNames {
+ public:
+  std::string Make(const std::string& name) {
+    const auto [row, is_new] = numbers_.try_emplace(name, 1);
+    std::string unique = name;
+    if (is_new) return unique;
+    do {
+      unique = name + " (" + std::to_string(++row->second) + ")";
+    } while (!numbers_.try_emplace(unique, 1).second);
+    return unique;
+  }
+
+ private:
+  std::map<std::string, int> numbers_;  // the number that each name had last
+};
+
+// A folder on the way of a walk. Its handle is not kept, so that depth costs no descriptors.
+struct Level {
+  struct stat status {};
+  std::size_t path_size;  // of the folder's path in the archive
+  // Names in the folder and in the archive, the next one last.
+  std::vector<std::pair<std::string, std::string>> waiting;
+};
+
 class ZipStream {
  public:
   ZipStream(const Share& share, APIResponse& response)
@@ -75,15 +104,14 @@ class ZipStream {
     good_ = archive_write_open2(raw, &response_, nullptr, Write, nullptr, nullptr) == ARCHIVE_OK;
   }
 
-  // Adds what is at `path` and beneath it. False when nothing more can be sent.
+  // Adds what is at `path` and beneath it. What is gone or can't be read by now is left out, as a
+  // listing leaves it out. False when nothing more can be sent. Throws Refusal when the archive can't
+  // become whole.
   bool Add(const std::string& path) {
-    std::vector<std::pair<std::string, std::string>> waiting = {
-        {path, UniqueTop(NameInArchive(share_.NameOf(path)))}};
-    while (good_ && !waiting.empty()) {
-      const auto [next, name] = std::move(waiting.back());
-      waiting.pop_back();
-      AddOne(next, name, waiting);
-    }
+    std::string name = tops_.Make(NameInArchive(share_.NameOf(path)));
+    Found found;
+    std::vector<Level> levels;
+    if (AddOne([&] { return share_.Find(path); }, name, found, levels)) Walk(found, name, levels);
     return good_;
   }
 
@@ -91,52 +119,88 @@ class ZipStream {
   bool Close() { return good_ && archive_write_close(archive_.get()) == ARCHIVE_OK; }
 
  private:
-  using Waiting = std::vector<std::pair<std::string, std::string>>;
-
   static la_ssize_t Write(archive* /*raw*/, void* response, const void* bytes, size_t size) {
     const bool sent =
         static_cast<APIResponse*>(response)->Send({static_cast<const char*>(bytes), size});
     return sent ? static_cast<la_ssize_t>(size) : -1;
   }
 
-  std::string UniqueTop(const std::string& name) {
-    std::string unique = name;
-    for (int number = 2; !tops_.insert(unique).second; ++number) {
-      unique = name + " (" + std::to_string(number) + ")";
+  // Adds what is in `folder`, the last of `levels`, whose path in the archive is `path`.
+  void Walk(Found& folder, std::string& path, std::vector<Level>& levels) {
+    while (good_) {
+      Level& level = levels.back();
+      path.resize(level.path_size);
+      if (level.waiting.empty()) {
+        levels.pop_back();
+        if (levels.empty()) return;
+        // Fails when the folder was moved meanwhile: nothing leads out of what is shared.
+        const IdsGuard owner(share_.owner());
+        folder = ParentOf(folder, levels.back().status);
+        continue;
+      }
+      const auto [name, shown] = std::move(level.waiting.back());
+      level.waiting.pop_back();
+      path.append("/").append(shown);
+      Found found;
+      if (AddOne([&, &child = name] { return Find(folder, child); }, path, found, levels)) {
+        folder = std::move(found);
+      }
     }
-    return unique;
   }
 
-  // What is gone or can't be read by now is left out, as a listing leaves it out.
-  void AddOne(const std::string& path, const std::string& name, Waiting& waiting) {
+  // Adds what `find` finds. True when it is a folder, which is a new level then.
+  template <typename Finder>
+  bool AddOne(Finder find, const std::string& path, Found& found, std::vector<Level>& levels) {
+    Descriptor file;
+    Level level;
+    level.path_size = path.size();
     try {
-      Found found;
-      Descriptor file;
-      {
-        const IdsGuard owner(share_.owner());
-        found = share_.Find(path);
-        if (!found.IsFolder()) file = Open(found, O_RDONLY | O_NONBLOCK);
-      }
-      if (!found.IsFolder()) {
-        good_ = WriteHeader(name, found.status) && WriteContent(file, found.status.st_size);
-        return;
-      }
-      good_ = WriteHeader(name + "/", found.status);
-      Listing listing;
-      {
-        const IdsGuard owner(share_.owner());
-        listing = List(found, {Order::By::kName, true}, 0, std::numeric_limits<std::size_t>::max());
-      }
-      // In descending order, because the last one is taken first.
-      for (const Item& item : listing.shown) {
-        waiting.emplace_back(Join(path, item.name), name + "/" + NameInArchive(item.name));
+      const IdsGuard owner(share_.owner());
+      found = find();
+      if (found.IsFolder()) {
+        level.waiting = NamesOf(found);
+      } else {
+        file = Open(found, O_RDONLY | O_NONBLOCK);
       }
     } catch (const Refusal& refusal) {
-      if (refusal.code != kNotFound) throw;
+      if (refusal.code == kNotFound) return false;
+      throw;
     }
+    if (!found.IsFolder()) {
+      good_ = WriteHeader(path, found.status) && WriteContent(file, found.status.st_size);
+      return false;
+    }
+    level.status = found.status;
+    levels.push_back(std::move(level));
+    good_ = WriteHeader(path + "/", found.status);
+    return true;
   }
 
+  // The names in a folder, the next one last, with those that they have in the archive.
+  std::vector<std::pair<std::string, std::string>> NamesOf(const Found& folder) {
+    std::vector<std::string> names = NamesIn(folder, memory_ / kNameMemory);
+    memory_ -= names.size() * kNameMemory;
+    std::sort(names.begin(), names.end(), std::greater<>());
+    UniqueNames unique;
+    std::vector<std::pair<std::string, std::string>> pairs;
+    // What needs no other name keeps its own.
+    for (const bool kept : {true, false}) {
+      for (const std::string& name : names) {
+        std::string shown = NameInArchive(name);
+        if ((shown == name) == kept) pairs.emplace_back(name, unique.Make(shown));
+      }
+    }
+    return pairs;
+  }
+
+  // False also when the format has no room for the name, or the names take too much memory.
   bool WriteHeader(const std::string& name, const struct stat& status) {
+    const std::size_t cost = name.size() + kNameMemory;
+    if (name.size() > kLongestName || cost > memory_) {
+      syslog(LOG_WARNING, "files: the names in a folder are too many or too long for an archive");
+      return false;
+    }
+    memory_ -= cost;
     const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
                                                                          archive_entry_free);
     archive_entry_set_pathname(entry.get(), name.c_str());
@@ -172,7 +236,8 @@ class ZipStream {
   APIResponse& response_;
   std::unique_ptr<archive, int (*)(archive*)> archive_;
   std::vector<char> buffer_ = std::vector<char>(kBlock);
-  std::set<std::string> tops_;
+  UniqueNames tops_;
+  std::size_t memory_ = kMostMemory;  // that is left for names
   bool good_ = false;
 };
 
@@ -182,6 +247,36 @@ std::vector<std::string> ChosenPaths(const APIRequest& request, const Share& sha
   std::vector<std::string> paths;
   for (const Json::Value& path : chosen) paths.push_back(share.PathOf(path.asString()));
   return paths;
+}
+
+// Leaves out what is there twice or within another.
+std::vector<std::string> WithoutContained(std::vector<std::string> paths) {
+  const std::set<std::string> all(paths.begin(), paths.end());
+  std::set<std::string> kept;
+  const auto is_contained = [&](const std::string& path) {
+    if (path.empty()) return false;
+    if (all.contains("")) return true;
+    for (std::size_t end = path.find('/'); end != std::string::npos;
+         end = path.find('/', end + 1)) {
+      if (all.contains(path.substr(0, end))) return true;
+    }
+    return false;
+  };
+  std::erase_if(paths, [&](const std::string& path) {
+    return is_contained(path) || !kept.insert(path).second;
+  });
+  return paths;
+}
+
+bool IsThere(const Share& share, const std::string& path) {
+  try {
+    const IdsGuard owner(share.owner());
+    share.Find(path);
+    return true;
+  } catch (const Refusal& refusal) {
+    if (refusal.code != kNotFound) throw;
+    return false;
+  }
 }
 
 // A single item gives its own name, several take the link's title.
@@ -200,15 +295,15 @@ void GetZip(const APIRequest& request, APIResponse& response) {
   const sharing::record::Entry entry = Admit(request, response, true);
   const Share share(entry);
   MustShow(share);
-  const std::vector<std::string> paths = ChosenPaths(request, share);
+  const std::vector<std::string> paths = WithoutContained(ChosenPaths(request, share));
+  const bool is_any = std::any_of(paths.begin(), paths.end(), [&share](const std::string& path) {
+    return IsThere(share, path);
+  });
+  if (!is_any) throw Refusal(kNotFound);
   const std::string header =
       "Content-Type: application/zip\r\nX-Content-Type-Options: nosniff\r\n"
       "Cache-Control: no-store\r\nReferrer-Policy: no-referrer\r\n" +
       ContentDisposition(true, NameOfArchive(entry, share, paths)) + "\r\n";
-  if (paths.size() == 1) {
-    const IdsGuard owner(share.owner());
-    share.Find(paths.front());  // so that what is gone gives an error and no empty archive
-  }
   if (!response.Send(header)) return;
   try {
     ZipStream zip(share, response);

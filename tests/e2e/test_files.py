@@ -2,6 +2,7 @@
 
 import contextlib
 import glob
+import io
 import json
 import os
 import socket
@@ -14,7 +15,7 @@ import zipfile
 import zlib
 
 from demo import SHARING, Demo, wait_until
-from shared_files import FILES, Shared, ask, code, get, listed, query
+from shared_files import FILES, LINK, Shared, ask, code, get, listed, query
 
 SECRET = b"not for visitors"
 NAMES = [b'quote"s\\and%25.txt', b"line\nbreak.txt", b"no\xff\xfeutf8.txt", "\u202egpj.exe".encode(),
@@ -187,13 +188,50 @@ class Paths(unittest.TestCase):
             self.assertIn("names/Über für «alle».txt", archive.namelist())
             self.assertFalse([n for n in archive.namelist() if "\\" in n or ".." in n.split("/")])
 
-    def zip_of(self, visitor):
+    def zip_of(self, visitor, programs=(("unzip", "-tq"), ("bsdtar", "-tf")), **params):
         path = os.path.join(DEMO.state, "test.zip")
         with open(path, "wb") as file:
-            file.write(visitor.request("GET", query("zip")).body)
-        checked = subprocess.run(["unzip", "-tq", path], capture_output=True, check=False)
-        self.assertEqual(0, checked.returncode, checked.stdout)
+            file.write(visitor.request("GET", query("zip", **params)).body)
+        for program in programs:
+            checked = subprocess.run([*program, path], capture_output=True, check=False)
+            self.assertEqual(0, checked.returncode, checked.stdout)
         return zipfile.ZipFile(path)
+
+    def test_an_archive_is_whole_however_deep_and_has_each_name_once(self):
+        ALICE.put("levels/a.txt")
+        folder = os.open(ALICE.path("levels"), os.O_RDONLY)
+        for level in range(200):  # far beyond the longest path that the system takes at once
+            name = f"{level:03}-" + "n" * 96
+            os.mkdir(name, dir_fd=folder)
+            below = os.open(name, os.O_RDONLY, dir_fd=folder)
+            os.close(os.open("file", os.O_CREAT | os.O_WRONLY, 0o640, dir_fd=below))
+            os.close(folder)
+            folder = below
+        os.close(folder)
+        subprocess.run(["chown", "-R", f"--reference={ALICE.home}", ALICE.path("levels")], check=True)
+        with self.zip_of(ALICE.visit("levels"), [("bsdtar", "-tf")]) as archive:
+            self.assertEqual(402, len(archive.namelist()))
+            self.assertEqual(201, len({name for name in archive.namelist() if not name.endswith("/")}))
+            self.assertIsNone(archive.testzip())
+        for number, name in enumerate((b"a\\b", b"a_b", b"a\nb", b"a_b (2)", b"\xff", b"%FF", b"sub/a\\b", b"sub/a_b")):
+            ALICE.put(b"equal/" + name, b"%d" % number)
+        visitor = ALICE.visit("equal", "equal/sub", "equal")
+        with self.zip_of(visitor) as archive:
+            names = archive.namelist()
+            self.assertEqual(len(set(names)), len(names))
+            self.assertEqual((b"1", b"3", b"5", b"7"), tuple(archive.read("equal/" + name) for name in (
+                "a_b", "a_b (2)", "%FF", "sub/a_b")))
+            self.assertEqual({b"%d" % n for n in range(8)}, {archive.read(n) for n in names if not n.endswith("/")})
+        # What is there twice, or within another, is in it once.
+        for paths, wanted in ((["0/sub/a_b"] * 4000, {"a_b"}), (["0/gone", "0/a_b"], {"a_b"}),
+                              (["0/sub/a_b", "1", "0/sub"], {"sub/", "sub/a_b", "sub/a_b (2)"})):
+            answer = visitor.request("POST", "/webapi", {"api": LINK, "version": 1, "method": "zip", "paths": paths})
+            with zipfile.ZipFile(io.BytesIO(answer.body)) as archive:
+                self.assertEqual(wanted, set(archive.namelist()))
+                self.assertEqual(len(wanted), len(archive.namelist()))
+        self.assertEqual(120, code(visitor.call(LINK, "zip", {"paths": ["0"] * 10001})))
+        self.assertEqual([404] * 2, [get(ALICE.visit("none", "neither"), "", "zip", **params).status
+                                     for params in ({}, {"paths": '["0", "1"]'})])
 
     def test_what_a_browser_would_run_is_only_stored(self):
         for name, kind, shown in (("x.html", "application/octet-stream", "attachment"),
