@@ -11,7 +11,8 @@ OWNER, VISITOR = "/webapi/entry.cgi", "/sharing/{link}/webapi"
 # distinguishes the operations: no client sends it.
 ADDRESSES = {OWNER: "user", VISITOR: "visitor"}
 TEXT = {"type": "string"}
-KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxItems", "format", "minimum", "maximum", "description")
+KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxItems", "format", "minimum", "maximum",
+            "description")
 LIMITS = {"int32": (-1 << 31, (1 << 31) - 1), "int64": (0, (1 << 63) - 1)}
 
 
@@ -115,7 +116,8 @@ def operation_of(method, address, declared):
     notes = [method["summary"],
              "Needs POST." if method.get("post_only") else "GET with the parameters in the query does as well."]
     if "raw_body" in method:
-        notes.append("The parameters are in the query: " + ", ".join(f"`{name}`" for name in schema["properties"]) + ".")
+        names = ", ".join(f"`{name}`" for name in schema["properties"])
+        notes.append(f"The parameters are in the query: {names}.")
     operation = {
         "tags": [method["api"]], "operationId": f"{ADDRESSES[address]}.{method['api']}.{method['method']}",
         "summary": f"{method['api']} {method['method']}", "description": "\n\n".join(notes),

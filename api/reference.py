@@ -64,7 +64,8 @@ def text_of_method(method):
     who = "For " + " and ".join(CALLERS[level] for level in method["access"])
     about = f"{who}{', by POST only' * method.get('post_only', False)}. {answer_of(method['result'])}"
     if "raw_body" in method:
-        about += f" The body is at most {method['raw_body']} bytes (`application/octet-stream`), the parameters are in the query."
+        about += (f" The body is at most {method['raw_body']} bytes (`application/octet-stream`), "
+                  "the parameters are in the query.")
     parts = [method["summary"], f"{about.strip()} Errors: {', '.join(map(str, method['codes'])) or 'none of its own'}."]
     if method["parameters"]:
         parts.append(table(("parameter", "type", "default", ""), *(

@@ -69,11 +69,11 @@ class Floor:
         with open(path, "w", encoding="utf-8") as file:
             file.write(text)
         self.processes = [subprocess.Popen([part.replace("{socket}", socket) for part in command]),
-                          subprocess.Popen([os.path.join(TOP, "scripts/in-namespace"), demo.path("/"), "/usr/sbin/lighttpd",
-                                            "-D", "-f", path])]
+                          subprocess.Popen([os.path.join(TOP, "scripts/in-namespace"), demo.path("/"),
+                                            "/usr/sbin/lighttpd", "-D", "-f", path])]
         self.url = f"http://127.0.0.1:{self.port}/sharing/x"
-        while subprocess.run(["curl", "-sf", "-r", "0-1", "-o", "/dev/null", "-m", "1", f"http://127.0.0.1:{self.port}/"],
-                             check=False).returncode == 7:
+        while subprocess.run(["curl", "-sf", "-r", "0-1", "-o", "/dev/null", "-m", "1",
+                              f"http://127.0.0.1:{self.port}/"], check=False).returncode == 7:
             time.sleep(0.05)
 
     def __enter__(self):
@@ -133,7 +133,8 @@ def small(bench):
         os.link(path, bench.demo.path(folder + "/small.bin"))
     bench.own()
     ours, static = bench.url("get", path="0/small.bin"), bench.demo.url + "/small.bin"
-    with Floor(bench, bench.program("constant-fcgi"), "{socket}", "16", f"X-Sendfile: {webserver.SPOOL}/small.bin") as unasked:
+    with Floor(bench, bench.program("constant-fcgi"), "{socket}", "16",
+               f"X-Sendfile: {webserver.SPOOL}/small.bin") as unasked:
         rate(ours, bench.cookie)
         rounds = [(rate(ours, bench.cookie), rate(unasked.url), rate(static)) for _ in range(ROUNDS)]
     report("speed, 4 KiB files / handed over unasked", [a / b for a, b, _ in rounds], "no bound")

@@ -5,16 +5,16 @@ import sqlite3
 
 OTHERS = 5000  # the first of the uids of owners without an account
 
-_COLUMNS = ("hash, owner_uid, project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, visits, "
-            "protect_type, protect_title, password_hash, protect_users, protect_groups, redirect_type, redirect_uri, app, "
-            "private_data, created_at, revision")
+_COLUMNS = ("hash, owner_uid, project_name, enabled, auto_gc, enable_match_ip, start_at, expire_at, expire_times, "
+            "visits, protect_type, protect_title, password_hash, protect_users, protect_groups, redirect_type, "
+            "redirect_uri, app, private_data, created_at, revision")
 
 # Most links have no limits, as people make them; {random} gives a number from 0 on, {text} a random text.
-_VALUES = ("{text}, case when i % 1000 < 1 then {owner} else " + str(OTHERS) + " + i % 997 end, 'project' || {random} % 7, "
-           "case when {random} % 50 > 0 then 1 else 0 end, {random} % 2, 0, 0, "
+_VALUES = ("{text}, case when i % 1000 < 1 then {owner} else " + str(OTHERS) + " + i % 997 end, "
+           "'project' || {random} % 7, case when {random} % 50 > 0 then 1 else 0 end, {random} % 2, 0, 0, "
            "case when {random} % 4 = 0 then 2000000000 + {random} % 100000000 else 0 end, "
-           "case when {random} % 10 = 0 then 50 else 0 end, {random} % 50, 0, 'Holiday ' || {random} % 500, '', '[]', '[]', "
-           "0, '', '{{}}', '{{\"path\":\"' || {text} || '\"}}', 1700000000 + i, 0")
+           "case when {random} % 10 = 0 then 50 else 0 end, {random} % 50, 0, 'Holiday ' || {random} % 500, '', '[]', "
+           "'[]', 0, '', '{{}}', '{{\"path\":\"' || {text} || '\"}}', 1700000000 + i, 0")
 
 
 def fill_sqlite(path, count, owner):

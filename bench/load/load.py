@@ -50,7 +50,9 @@ class Store:
 
     @property
     def options(self):
-        return ("--database", f"postgresql host=127.0.0.1 port={self.server.port} user=velt dbname=velt") if self.server else ()
+        if not self.server:
+            return ()
+        return "--database", f"postgresql host=127.0.0.1 port={self.server.port} user=velt dbname=velt"
 
     def fill(self, demo, count, owner):
         if self.server:
@@ -70,8 +72,9 @@ class Store:
             file.write(f"insert into link (hash, {names}) select md5(random()::text), {names} from link "
                        "where id = 1;\nupdate link set enabled = 1 - enabled, revision = revision + 1 "
                        "where id = (select max(id) from link);\n")
-        out = subprocess.run([os.path.join(PROGRAMS, "pgbench"), "-n", "-f", script, "-t", "20", "-h", "127.0.0.1", "-p",
-                              str(self.server.port), "-U", "velt", "velt"], check=True, capture_output=True, text=True).stdout
+        out = subprocess.run([os.path.join(PROGRAMS, "pgbench"), "-n", "-f", script, "-t", "20", "-h", "127.0.0.1",
+                              "-p", str(self.server.port), "-U", "velt", "velt"], check=True, capture_output=True,
+                             text=True).stdout
         return float(re.search(r"latency average = ([\d.]+) ms", out)[1]) / 1e3
 
     def stop(self):
@@ -118,7 +121,6 @@ class Run:
     def alone(self):
         """Each method by itself, in turns with its floor."""
         refused = {"api": SHARING, "version": 1, "method": "set"}
-        get = {"api": SHARING, "version": 1, "method": "get", "sharing_id": self.link}
         for name, path, want, body, bound in (
                 ("refused by its pre-check", ENTRY, '"success"', refused, "at least 0.8"),
                 ("session script", self.script, "", None, "at least 0.9"),
@@ -147,7 +149,8 @@ class Run:
         lister = self.administrator()
         ratios = [lister.seconds("list", limit=200, all_entry=True) / self.floors.seconds("qrcode", 200)
                   for _ in range(ROUNDS)]
-        report("list of 200 with images / 200 bare qrencode one after another", statistics.median(ratios), "at most 0.6")
+        report("list of 200 with images / 200 bare qrencode one after another", statistics.median(ratios),
+               "at most 0.6")
 
     def mix(self):
         """The traffic, by name."""
@@ -164,7 +167,7 @@ class Run:
 
         def page(number):
             yield "list of 50", ENTRY, "list", {"all_entry": True, "limit": PAGE, "offset": number * PAGE % FAR,
-                                               "sort_by": ("created_at", "protect_title", "visits")[number % 3]}
+                                                "sort_by": ("created_at", "protect_title", "visits")[number % 3]}
 
         def write(number):
             if number % 2:
@@ -211,8 +214,8 @@ class Run:
         sizes = [max(sample[0] for sample in part) for part in (before, after)]
         # Those that are open for a moment, for a program for instance, are in some samples only.
         counts = [min(sample[1] for sample in part) for part in (before, after)]
-        print(f"largest worker: {sizes[0]} KiB in the second quarter, {sizes[1]} in the last; most descriptors, always: "
-              f"{counts[0]} and {counts[1]}; at most {max(sample[2] for sample in samples)} workers")
+        print(f"largest worker: {sizes[0]} KiB in the second quarter, {sizes[1]} in the last; most descriptors, "
+              f"always: {counts[0]} and {counts[1]}; at most {max(sample[2] for sample in samples)} workers")
         grew = sizes[1] > sizes[0] * 1.05 + 1024 or counts[1] > counts[0]
         print("errors:", errors, "- the workers", "grew" if grew else "stayed as they were")
         return errors == 0 and not grew

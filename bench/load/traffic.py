@@ -35,7 +35,8 @@ class Same:
 
     def __init__(self, port, path, want, body=None, authorization=None, connections=2):
         header = f'wrk.headers["Authorization"] = "{authorization}"' if authorization else ""
-        text = _WRK % ("POST" if body else "GET", json.dumps(json.dumps(body)) if body else "nil", header, json.dumps(want))
+        text = _WRK % ("POST" if body else "GET", json.dumps(json.dumps(body)) if body else "nil", header,
+                       json.dumps(want))
         # Open, and so there, as long as this object.
         self.file = tempfile.NamedTemporaryFile("w", suffix=".lua")  # pylint: disable=consider-using-with
         self.file.write(text)
@@ -89,7 +90,7 @@ def authorization(name, password):
 
 
 class Changing:
-    """Calls that differ, made in a process of its own: `steps(caller, number)` gives each's (name, method, parameters)."""
+    """Calls that differ, made in a process of its own; `steps(caller, number)` gives (name, method, parameters)."""
 
     def __init__(self, make_caller, steps):
         self.make_caller, self.steps = make_caller, steps

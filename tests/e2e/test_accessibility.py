@@ -1,41 +1,21 @@
 """axe-core finds nothing on any page in any state, and the first view is small and not kept waiting."""
 
 import os
-import shutil
-import subprocess
 import unittest
 
+import npm
 from demo import SHARING, Demo
 from shared_files import Shared
 from webdriver import Browser, Keys
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 FIRST_VIEW = 100 * 1000  # bytes
-
-
-def axe():
-    """axe-core's script, fetched once for each build folder. The lock file says which, and that it is the right one."""
-    folder = os.path.join(os.path.abspath(os.environ.get("VELT_BUILD", f"{HERE}/../../build/release")), "axe")
-    os.makedirs(folder, exist_ok=True)
-    changed = False
-    for name in ("package.json", "package-lock.json"):
-        with open(f"{HERE}/axe/{name}", "rb") as wanted:
-            text = wanted.read()
-        if not os.path.exists(f"{folder}/{name}") or open(f"{folder}/{name}", "rb").read() != text:
-            changed = True
-            shutil.copy(f"{HERE}/axe/{name}", folder)
-    script = f"{folder}/node_modules/axe-core/axe.min.js"
-    if changed or not os.path.exists(script):
-        subprocess.run(["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"], cwd=folder, check=True,
-                       stdout=subprocess.DEVNULL)
-    with open(script, encoding="utf-8") as file:
-        return file.read()
 
 
 class Pages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.axe = axe()
+        with open(f"{npm.install('axe')}/node_modules/axe-core/axe.min.js", encoding="utf-8") as file:
+            cls.axe = file.read()
         cls.demo = Demo()
         cls.addClassCleanup(cls.demo.stop)
         cls.browser = Browser(1280, 900)
@@ -60,8 +40,9 @@ class Pages(unittest.TestCase):
         """Both pages in light and dark, on a desk and a phone, in both directions of writing."""
         self.addCleanup(self.browser.set_color_scheme, "light")
         desk, phone = (1280, 900), (390, 844)
-        for name, size, scheme, language in (("desk", desk, "light", "enu"), ("phone", phone, "dark", "ara"),
-                                             ("desk dark", desk, "dark", "ger"), ("phone light", phone, "light", "enu")):
+        for name, size, scheme, language in (
+                ("desk", desk, "light", "enu"), ("phone", phone, "dark", "ara"),
+                ("desk dark", desk, "dark", "ger"), ("phone light", phone, "light", "enu")):
             self.browser.devtools("Network.clearBrowserCookies")
             self.browser.devtools("Network.setCookie", name="velt_language", value=language, url=self.demo.url)
             self.browser.set_size(*size)
@@ -90,7 +71,8 @@ class Pages(unittest.TestCase):
         browser.wait_for("#edit")
         yield "new link"
         browser.script("""document.querySelector('#edit details').open = true;
-            for (const [name, value] of [['protect_type', 'user'], ['redirect_type', 'always'], ['expire_times', 'x']]) {
+            const values = {protect_type: 'user', redirect_type: 'always', expire_times: 'x'};
+            for (const [name, value] of Object.entries(values)) {
               const field = document.querySelector(`#f-${name}`);
               field.value = value;
               field.dispatchEvent(new Event('change', {bubbles: true}));

@@ -93,7 +93,8 @@ class Documents(unittest.TestCase):
 class Links(unittest.TestCase):
     def test_links_lead_to_files_and_headings(self):
         texts = {}
-        for name in sum((glob.glob(each, root_dir=REPOSITORY) for each in ("*.md", "docs/*.md", "examples/*/*.md")), []):
+        pages = "*.md", "docs/*.md", "examples/*/*.md"
+        for name in sum((glob.glob(each, root_dir=REPOSITORY) for each in pages), []):
             with open(os.path.join(REPOSITORY, name), encoding="utf-8") as file:
                 texts[name] = re.sub(r"^```.*?^```", "", file.read(), flags=re.S | re.M)
         broken = []

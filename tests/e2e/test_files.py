@@ -33,8 +33,9 @@ def bomb(side):
     sum_of_zeros = struct.pack(">HH", size % 65521, 1)  # Adler-32
     data = start + again * (size // block - 1) + last[:-4] + sum_of_zeros
     chunks = ((b"IHDR", struct.pack(">IIBBBBB", side, side, 1, 0, 0, 0, 0)), (b"IDAT", data), (b"IEND", b""))
-    return b"\x89PNG\r\n\x1a\n" + b"".join(struct.pack(">I", len(content)) + kind + content +
-                                             struct.pack(">I", zlib.crc32(kind + content)) for kind, content in chunks)
+    return b"\x89PNG\r\n\x1a\n" + b"".join(
+        struct.pack(">I", len(content)) + kind + content + struct.pack(">I", zlib.crc32(kind + content))
+        for kind, content in chunks)
 
 
 def setUpModule():
@@ -381,7 +382,8 @@ class Downloads(unittest.TestCase):
     def test_thumbnails(self):
         drawing = b'<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"><image href="/etc/passwd"/></svg>'
         hostile = {"broken.png": b"\x89PNG\r\n\x1a\nno picture", "broken.jpg": b"\xff\xd8\xff\xe0" + bytes(9),
-                   "drawing.png": drawing, "bomb.png": bomb(200_000), "archive.png": b"PK\3\4" + bytes(99), "empty.png": b""}
+                   "drawing.png": drawing, "bomb.png": bomb(200_000), "archive.png": b"PK\3\4" + bytes(99),
+                   "empty.png": b""}
         for name, content in hostile.items():
             ALICE.put("pictures/" + name, content)
         with open(ALICE.path("Coast/Dawn.png"), "rb") as file:

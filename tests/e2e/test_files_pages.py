@@ -73,7 +73,8 @@ class Pages(unittest.TestCase):
         browser.console()  # without another test's
         browser.open(f"{DEMO.url}/sharing/{ALICE.share('shown')}")
         for name, shown, expected in (
-                ("film.webm", "v = q('video'); return v && v.readyState >= 2 ? [v.videoWidth, v.duration] : null", [32, 2]),
+                ("film.webm", "v = q('video'); return v && v.readyState >= 2 ? [v.videoWidth, v.duration] : null",
+                 [32, 2]),
                 ("sound.wav", "v = q('audio'); return v && v.readyState >= 2 ? [v.duration] : null", [1]),
                 ("Dawn.png", "v = q('img'); return v && v.naturalWidth ? [v.naturalWidth] : null", [640]),
                 ("table.csv", "v = q('pre'); return v && v.textContent ? [v.textContent] : null", ["a;b\n1;2\n"])):

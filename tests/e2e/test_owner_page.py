@@ -128,7 +128,8 @@ class OwnerPage(unittest.TestCase):
                 self.click("[data-key^=delete]")
                 self.browser.wait_for("#undo")
                 self.browser.script("""const [key, code] = arguments;
-                    document.body.dispatchEvent(new KeyboardEvent('keydown', {key, code, ctrlKey: true, bubbles: true}))""",
+                    const event = new KeyboardEvent('keydown', {key, code, ctrlKey: true, bubbles: true});
+                    document.body.dispatchEvent(event);""",
                                     key, code)
                 self.assertEqual(undoes, not self.browser.find("#undo").shown())
                 if not undoes:
@@ -263,7 +264,10 @@ class OwnerPage(unittest.TestCase):
         links = [self.demo.create(protect_title=f"Link {n}") for n in range(5)]
         self.open()
         self.sort_by_title()
-        exists = lambda link: self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
+
+        def exists(link):
+            return self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
+
         self.click(f"[data-key='delete {links[0]}']")
         self.shows("Link 1", "Link 2", "Link 3", "Link 4")
         self.assertTrue(exists(links[0]))
@@ -312,7 +316,10 @@ class OwnerPage(unittest.TestCase):
         self.assertEqual(self.browser.focused().attribute("id"), "select-all")
         self.browser.wait(lambda: self.browser.script("return held.length") == 3, "three calls")
         self.browser.script("go()")
-        exists = lambda link: self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
+
+        def exists(link):
+            return self.demo.call(SHARING, "get", {"sharing_id": link})["success"]
+
         self.browser.wait(lambda: not any(map(exists, links[:3])), "all three to go")
         self.shows("Link 3", "Link 4")
         self.click(f"[data-key='delete {links[3]}']")

@@ -119,9 +119,18 @@ class Postgresql(unittest.TestCase):
         for demo in self.demos:  # so that many workers have one
             with ThreadPoolExecutor(32) as pool:
                 list(pool.map(lambda _, demo=demo: demo.visitor(link).login(), range(64)))
-        restart = lambda: (self.server.stop(), self.server.start())
-        terminate = lambda: self.server.sql("select pg_terminate_backend(pid, 10000) from pg_stat_activity "
-                                            "where pid <> pg_backend_pid() and backend_type = 'client backend'")
+
+        def restart():
+            self.server.stop()
+            self.server.start()
+
+        def terminate():
+            self.server.sql("select pg_terminate_backend(pid, 10000) from pg_stat_activity "
+                            "where pid <> pg_backend_pid() and backend_type = 'client backend'")
+
+        def creates(demo):
+            return self.code(demo.call(SHARING, "set", {"project_name": "p"}))
+
         for end in (terminate, restart):
             end()
             for demo in self.demos:
@@ -129,7 +138,7 @@ class Postgresql(unittest.TestCase):
                     for codes in (
                         pool.map(lambda _: demo.visitor(link).page().status, range(48)),
                         pool.map(lambda _: 200 + self.code(demo.visitor(link).login()), range(24)),
-                        pool.map(lambda _: 200 + self.code(demo.call(SHARING, "set", {"project_name": "p"})), range(24)),
+                        pool.map(lambda _: 200 + creates(demo), range(24)),
                     ):
                         self.assertEqual({200}, set(codes))
 

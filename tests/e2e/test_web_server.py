@@ -9,7 +9,7 @@ import socket
 import subprocess
 import unittest
 
-from demo import SHARING, Demo
+from demo import Demo
 from test_demo import ORDINARY
 
 ENTRY = "/webapi/entry.cgi"

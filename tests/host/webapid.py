@@ -68,7 +68,7 @@ def _record(kind, content=b""):
 
 
 def _stream(kind, content):
-    chunks = [content[at : at + 65535] for at in range(0, len(content), 65535)]
+    chunks = [content[at:at + 65535] for at in range(0, len(content), 65535)]
     return b"".join(_record(kind, chunk) for chunk in chunks) + _record(kind)
 
 

@@ -85,10 +85,12 @@ class ToolTest(unittest.TestCase):
                 sql.execute("insert into visitor_session (id, sid_hash, address, last_used) values (?, ?, ?, 1)",
                             (7, SECRETS[1], "192.0.2.1"))
                 sql.execute("insert into visitor_token (session_id, link_id, address) values (7, 1, '192.0.2.1')")
-                sql.execute("insert into failed_login (link_id, account, address, failed_at) values (1, 'bob', '192.0.2.2', 1)")
+                sql.execute("insert into failed_login (link_id, account, address, failed_at) "
+                            "values (1, 'bob', '192.0.2.2', 1)")
                 sql.execute("insert into visit_day (link_id, day, visits) values (1, 20000, 3)")
                 sql.execute("insert into owner_account values (5, 'alice', 7001, ?, 1, 0)", (SECRETS[1],))
-                sql.execute("insert into owner_session values (6, 5, ?, '', '192.0.2.*', '', 0, 0, 1, 1)", (SECRETS[1],))
+                sql.execute("insert into owner_session values (6, 5, ?, '', '192.0.2.*', '', 0, 0, 1, 1)",
+                            (SECRETS[1],))
                 sql.execute("insert into owner_token values (8, 5, ?, 'backup', 0, '', 1, 0, 0)", (SECRETS[1],))
                 sql.execute("insert into sign_in_key values ('browser', ?)", (SECRETS[1],))
 
@@ -130,8 +132,9 @@ class Links(ToolTest):
         self.tool("migrate", self.database, self.postgresql)
         for database in (self.database, self.postgresql):
             with self.subTest(database):
-                numbers = lambda *filters: [int(link["sharing_id"]) for link in self.tool(
-                    "list", *filters, database=database)["links"]]
+                def numbers(*filters, database=database):
+                    return [int(link["sharing_id"]) for link in self.tool("list", *filters, database=database)["links"]]
+
                 for filters, expected in {
                     (): [5, 4, 3, 2, 1], ("--owner", "root"): [5, 3, 1], ("--owner", "4242424"): [4, 2],
                     ("--project", "p2"): [5, 2], ("--project", "p2", "--owner", "0"): [5],
@@ -355,7 +358,8 @@ class Checks(ToolTest):
         for command, because in {
             (): "subcommand", ("frob",): "frob", ("list",): "--config", ("list", "--odd"): "--odd",
             ("list", "--database", "x", "--status", "odd"): "odd", ("backup", "--database", self.database): "FILE",
-            ("list", "--config", self.at("nothing")): "nothing", ("list", "--config", self.at("conf")): "names no database",
+            ("list", "--config", self.at("nothing")): "nothing",
+            ("list", "--config", self.at("conf")): "names no database",
         }.items():
             done = run(*command)
             self.assertEqual((2, ""), (done.returncode, done.stdout), command)
