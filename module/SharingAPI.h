@@ -24,7 +24,6 @@ namespace VELT {
 enum ErrorCode : int {
   kErrorParam = 101,   // a bad parameter, or a request that this caller may not make
   kErrorStore = 117,   // the database is unusable or refused a change, or a login failed internally
-  kErrorCheck = 120,   // a pre-check refused a parameter; the detail says which and why
   kErrorLogin = 1000,  // no such link, or it admits no visitors now
   kErrorProtectPassword = 1001,  // wrong link password
   kErrorProtectUser = 1002,      // the account is not among the link's

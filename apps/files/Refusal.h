@@ -9,7 +9,6 @@
 namespace VELT::files {
 
 enum Code {
-  kBadParameter = 120,
   kNoLink = 1000,
   kNoSuchLink = 1005,
   kNoVisit = 1006,

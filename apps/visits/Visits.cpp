@@ -16,7 +16,7 @@ namespace {
 
 using Method = params::VisitsList;
 
-constexpr int kNoDatabase = 117;  // as in the links' API
+enum Code { kNoDatabase = 117 };  // as in the links' API
 
 // A link that is gone and one of somebody else's are left out alike.
 void List(APIRequest* request, APIResponse* response) {

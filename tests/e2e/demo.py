@@ -1,6 +1,7 @@
 """Starts the demonstration for a test, and sends it requests of its accounts and of visitors of its links."""
 
 import base64
+import functools
 import glob
 import http.client
 import json
@@ -17,8 +18,10 @@ REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__f
 BUILD = os.path.abspath(os.environ.get("VELT_BUILD") or os.path.join(REPOSITORY, "build/release"))
 SHARING = "VELT.Core.Sharing"
 START_SECONDS = 120
+COMMON_CODES = range(100, 107)
 
 
+@functools.cache
 def declared_methods():
     """What the modules' declarations say of each method."""
     methods = []
@@ -26,6 +29,16 @@ def declared_methods():
         with open(path, encoding="utf-8") as file:
             methods += json.load(file)["methods"]
     return methods
+
+
+def require_declared_code(call, answer):
+    """Fails when the call's method is declared without the answer's error code."""
+    if not answer.body.startswith(b'{"error"'):
+        return
+    code = answer.json["error"]["code"]
+    for method in declared_methods():
+        if (method["api"], method["method"]) == (call.get("api"), call.get("method")):
+            assert code in COMMON_CODES or code in method["codes"], (method["api"], method["method"], code)
 
 
 class Answer:
@@ -137,16 +150,18 @@ class Demo:
 
     def request(self, method, path, body=None, headers=None, account=None):
         """One HTTP request, with HTTP Basic when an account is named. A dict as body is sent as JSON."""
-        headers = dict(headers or {})
+        headers, call = dict(headers or {}), {}
         if isinstance(body, dict):
-            body = json.dumps(body)
+            body, call = json.dumps(body), body
             headers.setdefault("Content-Type", "application/json")
         if account:
             headers["Authorization"] = self.authorization(account)
         connection = self.connect()
         try:
             connection.request(method, path, body, headers)
-            return Answer(connection.getresponse())
+            answer = Answer(connection.getresponse())
+            require_declared_code(call, answer)
+            return answer
         finally:
             connection.close()
 
