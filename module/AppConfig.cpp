@@ -22,27 +22,10 @@ Json::Value ParamsOf(const Json::Value& plugin) {
   return plugin.get("params", Json::Value(Json::objectValue));
 }
 
-// Why an element of "plugins" can't be run; null when it can.
+// Why an element of "plugins" has no name; null when it has one, be it missing.
 const char* FaultOf(const Json::Value& plugin) {
   if (!plugin.isObject()) return "it is not an object";
-  if (!plugin.get("name", "").isString()) return "\"name\" is not a string";
-  return ParamsOf(plugin).isObject() ? nullptr : "\"params\" is not an object";
-}
-
-// For the application's author. The project is the name of an installed configuration file here,
-// never a text that a visitor made up.
-void LogFault(unsigned int number, const sharing::record::Entry& entry, const char* fault) {
-  LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s", number,
-         entry.get_project_name().c_str(), fault);
-}
-
-// Calls `visit` for each element of "plugins" with its number, counted from 1, and its fault. A
-// malformed element is its author's mistake and must not stop the other plugins.
-template <typename Visit>
-void ForEachPlugin(const Json::Value& plugins, Visit visit) {
-  for (Json::ArrayIndex index = 0; index < plugins.size(); ++index) {
-    visit(index + 1, plugins[index], FaultOf(plugins[index]));
-  }
+  return plugin.get("name", "").isString() ? nullptr : "\"name\" is not a string";
 }
 
 }  // namespace
@@ -67,16 +50,20 @@ bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
     return false;
   }
 
-  ForEachPlugin(plugins, [&](unsigned int number, const Json::Value& plugin, const char* fault) {
-    if (fault != nullptr) return LogFault(number, input.entry, fault);
+  for (Json::ArrayIndex index = 0; index < plugins.size(); ++index) {
+    const Json::Value& plugin = plugins[index];
+    // Its author's mistake, which must not stop the other plugins. The project is the name of an
+    // installed file here, never a text that a visitor made up.
+    if (const char* fault = FaultOf(plugin); fault != nullptr) {
+      LOG_AT(log_place::kPluginElement, LOG_ERR, "plugin %u of the configuration of %s: %s",
+             index + 1, input.entry.get_project_name().c_str(), fault);
+      continue;
+    }
     const std::string name = plugin.get("name", "").asString();
-    if (only_name != nullptr && name != only_name) return;
+    if (only_name != nullptr && name != only_name) continue;
     const sharing::PluginRunnerFunc runner = sharing::GetSharingPlugin("render", name);
-    if (runner == nullptr) return;
-    const Json::Value params = ParamsOf(plugin);
-    if (!params.get("lib", "").isString()) LogFault(number, input.entry, "\"lib\" is not a string");
-    runner(params, input.entry, input.status, input.extra, output);
-  });
+    if (runner != nullptr) runner(ParamsOf(plugin), input.entry, input.status, input.extra, output);
+  }
   return true;
 }
 
@@ -91,11 +78,11 @@ extern "C" VELT_EXPORT void VisitPagePlugins(const VELT::sharing::record::Entry&
   if (!config.isObject()) return;
   const Json::Value plugins = VELT::PluginsOf(config);
   if (!plugins.isArray()) return;
-  VELT::ForEachPlugin(
-      plugins, [&](unsigned int number, const Json::Value& plugin, const char* fault) {
-        if (fault != nullptr) return;
-        const auto runner =
-            VELT::sharing::GetSharingPlugin("render", plugin.get("name", "").asString());
-        if (runner != nullptr) visitor.VisitPlugin(number, runner, VELT::ParamsOf(plugin));
-      });
+  for (Json::ArrayIndex index = 0; index < plugins.size(); ++index) {
+    const Json::Value& plugin = plugins[index];
+    if (VELT::FaultOf(plugin) != nullptr) continue;
+    const auto runner =
+        VELT::sharing::GetSharingPlugin("render", plugin.get("name", "").asString());
+    if (runner != nullptr) visitor.VisitPlugin(index + 1, runner, VELT::ParamsOf(plugin));
+  }
 }

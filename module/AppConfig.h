@@ -27,8 +27,8 @@ struct RenderPluginInput {
 
 // Runs the render plugins of `config` in order: those called `only_name`, or all when it is null.
 // Each adds to `output`. Returns false when there is no list of plugins: `config` is not an object,
-// or its "plugins" is not an array, which is logged at `place`. A malformed element of "plugins" is
-// logged and skipped. Exceptions of plugins reach the caller.
+// or its "plugins" is not an array, which is logged at `place`. An element of "plugins" that can't
+// have a name is logged and skipped. Exceptions of plugins reach the caller.
 bool DispatchRenderPlugins(const Json::Value& config, const char* only_name,
                            const RenderPluginInput& input, const LogPlace& place,
                            Json::Value& output);
