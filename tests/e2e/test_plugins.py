@@ -64,7 +64,7 @@ class Plugins(unittest.TestCase):
                 self.assertEqual(expected, got)
                 self.assertEqual("script", outcome(sound.request("GET", script + sound.link_id)))
                 if fault == "prints_to_stdout":
-                    self.assertEqual(5, logged("Plugins:112 printed text was dropped: /usr/velt/lib/sharing/prints"))
+                    self.assertEqual(5, logged("StrayOutput:31 printed text was dropped: /usr/velt/lib/sharing/prints"))
 
     def test_a_login_that_a_plugin_breaks_keeps_its_session(self):
         visitor = publish("throws")

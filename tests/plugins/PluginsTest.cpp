@@ -86,7 +86,7 @@ TEST_F(PluginsTest, OnlyTheExactKindAndNameFindAPlugin) {
 TEST_F(PluginsTest, FaultyLibrariesAddNothingAndAreClosed) {
   const std::string no_path = "3 Plugins:53 error plugin lib";
   const std::string not_opened = "3 Plugins:58 cannot open library: ";
-  const std::string too_large = "3 Plugins:104 plugin output exceeds 1048576 bytes: ";
+  const std::string too_large = "3 PluginCall:88 plugin output exceeds 1048576 bytes: ";
   const struct {
     const char* name;
     Json::Value params;
@@ -141,7 +141,8 @@ TEST_F(PluginsTest, PrintedTextIsDroppedAndLogged) {
     std::ostringstream printed;
     printed << std::ifstream("/usr/velt/printed").rdbuf();
     EXPECT_EQ(printed.str(), "before, after");
-    EXPECT_THAT(Log(), testing::ElementsAre("4 Plugins:112 printed text was dropped: " + library));
+    EXPECT_THAT(Log(),
+                testing::ElementsAre("4 StrayOutput:31 printed text was dropped: " + library));
     EXPECT_FALSE(output.empty());
   }
 }
