@@ -49,22 +49,16 @@ def with_version(package, version, folder):
     return made
 
 
-# What the archive "$2" holds. Packages that are downloaded stay in the folder "$3" for the next time.
-CLEAN = """
-mkdir -p "$1/root" "$3"
-tar -C "$1/root" -xf "$2"
-mount --bind "$3" "$1/root/var/cache/apt/archives"
-"""
-
-
 def clean_root():
-    """Returns what CLEAN wants: a minimal root of this machine's release, with a web server. It is kept for some days.
-    None when no mirror of Debian answers."""
+    """Returns the archive of a minimal root of this machine's release, with a web server, and the folder for the
+    packages that are downloaded later. They are kept for some days. None when no mirror of Debian answers."""
     archive, cache = os.path.join(BUILD, "clean-root.tar"), os.path.join(BUILD, "clean-root.packages")
+    os.makedirs(cache, exist_ok=True)
     with contextlib.suppress(FileNotFoundError):
         if time.time() - os.stat(archive).st_mtime < KEPT:
             return archive, cache
-        shutil.rmtree(cache, ignore_errors=True)
+        shutil.rmtree(cache)
+        os.makedirs(cache)
     sources = subprocess.run(
         ["apt-get", "indextargets", "--format", "deb $(SITE)/ $(RELEASE) $(COMPONENT)", "Created-By: Packages",
          "Origin: Debian"], check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
@@ -75,8 +69,8 @@ def clean_root():
         with open(listed, "w", encoding="utf-8") as file:
             file.write("\n".join(sorted(set(sources))) + "\n")
         done = subprocess.run(
-            ["mmdebstrap", "--mode=root", "--variant=apt", "--skip=cleanup/apt/lists",
-             "--include=curl,openssl,nginx,libnginx-mod-http-auth-pam", release, made, listed],
+            ["mmdebstrap", "--mode=root", "--variant=apt", "--skip=cleanup/apt/lists", "--dpkgopt=force-unsafe-io",
+             "--include=curl,dbus,libnginx-mod-http-auth-pam,nginx,openssl,systemd-sysv", release, made, listed],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=False)
         if done.returncode != 0:
             return None
@@ -84,52 +78,29 @@ def clean_root():
     return archive, cache
 
 
-class Root:
-    """`make` is shell that makes the folder "$1/root". What runs in it ends with it."""
+class Place:
+    """A root in which things are done. `_inside` is the number of a process in it."""
 
-    def __init__(self, make, *arguments):
+    def __init__(self):
         self._folder = tempfile.TemporaryDirectory(prefix="velt-root-", ignore_cleanup_errors=True)
-        self._notices = None
-        script = make + """
-        mount --rbind /dev "$1/root/dev"
-        mount -t proc proc "$1/root/proc"
-        for folder in run tmp; do mount -t tmpfs -o mode=1777 none "$1/root/$folder"; done
-        chmod 755 "$1/root/run"
-        mkdir "$1/root/run/lock"
-        cp -L /etc/resolv.conf "$1/resolv.conf"
-        [ ! -e "$1/root/etc/resolv.conf" ] || mount --bind "$1/resolv.conf" "$1/root/etc/resolv.conf"
-        printf '#!/bin/sh\\nexit 101\\n' >"$1/root/usr/sbin/policy-rc.d"
-        chmod 755 "$1/root/usr/sbin/policy-rc.d"
-        ip link set lo up
-        echo ready
-        exec sleep infinity
-        """
-        self._holder = subprocess.Popen(
-            ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "sh", "-ec", script, "sh",
-             self._folder.name, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
-        if self._holder.stdout.readline() != "ready\n":
-            self.close()
-            raise RuntimeError("no root could be made")
-        with open(f"/proc/{self._holder.pid}/task/{self._holder.pid}/children", encoding="ascii") as file:
-            self._inside = file.read().split()[0]
+        self._holder = self._inside = None
 
     def close(self):
-        if self._notices:
-            self._notices.close()
-        self._holder.kill()
-        self._holder.wait()
-        self._holder.stdout.close()
+        if self._holder:
+            self._holder.kill()
+            self._holder.wait()
         self._folder.cleanup()
 
     def path(self, path):
         """Where the tests find a file of the root."""
-        return f"/proc/{self._inside}/root{self._folder.name}/root{path}"
+        return f"/proc/{self._inside}/root{path}"
 
     def enter(self, *command, network=False):
         """The command that runs another in it. `network`: with the machine's."""
         own = [] if network else ["--net"]
-        return ["nsenter", "--target", self._inside, "--mount", "--pid", *own, "chroot", self._folder.name + "/root",
-                "env", "-i", "PATH=" + PATH, "DEBIAN_FRONTEND=noninteractive", "LC_ALL=C.UTF-8", *command]
+        return ["nsenter", "--target", self._inside, "--mount", "--pid", "--root", *own,
+                "env", "-i", "--chdir=/", "HOME=/root", "PATH=" + PATH, "DEBIAN_FRONTEND=noninteractive",
+                "LC_ALL=C.UTF-8", *command]
 
     def run(self, *command, network=False, check=True):
         """Runs a program in it and returns what it printed."""
@@ -151,6 +122,82 @@ class Root:
         shutil.copy(file, self.path("/tmp"))
         return "/tmp/" + os.path.basename(file)
 
+
+class Booted(Place):
+    """A clean Debian that systemd runs, as on a machine of its own. `clean` is what clean_root gave."""
+
+    def __init__(self, clean):
+        super().__init__()
+        archive, cache = clean
+        root = os.path.join(self._folder.name, "root")
+        os.mkdir(root)
+        subprocess.run(["tar", "-C", root, "-xf", archive], check=True)
+        log = os.path.join(self._folder.name, "log")
+        with open(log, "wb") as output:
+            self._holder = subprocess.Popen(
+                ["systemd-nspawn", "--quiet", "--boot", "--register=no", "--keep-unit", "--private-network",
+                 "--console=pipe", "--resolv-conf=copy-host", f"--bind={cache}:/var/cache/apt/archives",
+                 f"--directory={root}"], stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+        try:
+            self._await_boot()
+        except RuntimeError as error:
+            self.close()
+            with open(log, encoding="utf-8", errors="replace") as told:
+                raise RuntimeError(f"no container can be started: {told.read().strip() or error}") from None
+
+    def _await_boot(self):
+        end = time.monotonic() + PATIENCE
+        while time.monotonic() < end and self._holder.poll() is None:
+            with open(f"/proc/{self._holder.pid}/task/{self._holder.pid}/children", encoding="ascii") as file:
+                self._inside = (file.read().split() or [None])[0]
+            if self._inside and self.run("systemctl", "is-system-running", check=False).strip() == "running":
+                return
+            time.sleep(0.1)
+        raise RuntimeError("it does not come up")
+
+    def close(self):
+        # systemd-nspawn ends what runs inside, and its own mounts.
+        self._holder.terminate()
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            self._holder.wait(PATIENCE)
+        super().close()
+
+
+class Root(Place):
+    """`make` is shell that makes the folder "$1/root". What runs in it ends with it, and so do mounts. No systemd runs
+    there; the service is started as its unit says."""
+
+    def __init__(self, make):
+        super().__init__()
+        self._notices = None
+        script = make + """
+        mount --rbind /dev "$1/root/dev"
+        mount -t proc proc "$1/root/proc"
+        for folder in run tmp; do mount -t tmpfs -o mode=1777 none "$1/root/$folder"; done
+        chmod 755 "$1/root/run"
+        mkdir "$1/root/run/lock"
+        cp -L /etc/resolv.conf "$1/resolv.conf"
+        [ ! -e "$1/root/etc/resolv.conf" ] || mount --bind "$1/resolv.conf" "$1/root/etc/resolv.conf"
+        printf '#!/bin/sh\\nexit 101\\n' >"$1/root/usr/sbin/policy-rc.d"
+        chmod 755 "$1/root/usr/sbin/policy-rc.d"
+        ip link set lo up
+        exec chroot "$1/root" sh -c 'echo ready; exec sleep infinity'
+        """
+        self._holder = subprocess.Popen(
+            ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "sh", "-ec", script, "sh",
+             self._folder.name], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        if self._holder.stdout.readline() != "ready\n":
+            self.close()
+            raise RuntimeError("no root could be made")
+        with open(f"/proc/{self._holder.pid}/task/{self._holder.pid}/children", encoding="ascii") as file:
+            self._inside = file.read().split()[0]
+
+    def close(self):
+        if self._notices:
+            self._notices.close()
+        self._holder.stdout.close()
+        super().close()
+
     def start_service(self):
         """Starts the service as its unit says, with the rights that it gives, and waits until it is ready."""
         unit = configparser.ConfigParser(strict=False, interpolation=None)
@@ -162,12 +209,7 @@ class Root:
         if self._notices is None:
             self._notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
             self._notices.settimeout(PATIENCE)
-            # Bound from inside the folder, for the whole path is too long.
-            before = os.open(".", os.O_PATH)
-            os.chdir(self.path("/run"))
-            self._notices.bind("notify")
-            os.fchdir(before)
-            os.close(before)
+            self._notices.bind(self.path("/run/notify"))
         self.shell(f"""
             mkdir -p /run/{service["RuntimeDirectory"]}
             umask {service["UMask"]}

@@ -57,5 +57,8 @@ class Packages(unittest.TestCase):
                 options = set(re.findall(r"--[a-z-]+", root.run("velt-webapid", "--help")))
                 page = root.shell("zcat /usr/share/man/man8/velt-webapid.8.gz").replace("\\", "")
                 self.assertEqual([option for option in sorted(options) if option not in page], [])
+            with self.subTest("documents"):
+                for name in sorted(os.listdir(f"{SOURCE}/docs")):
+                    root.run("test", "-e", f"/usr/share/doc/velt-sharing/docs/{name}")
             with self.subTest("development"):
                 self.assertEqual(root.shell(BUILD_A_PLUGIN).count("libveltsharing.so"), 2)
