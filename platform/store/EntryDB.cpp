@@ -49,7 +49,7 @@ bool EntryDB::CreateWithHash(record::Entry& entry) {
 }
 
 bool EntryDB::Update(const record::Entry& entry) {
-  return Connection::Of(db_).Run("update a link", [&](StoreSession& store) {
+  return Connection::Of(db_).RunWithReserve("update a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
     if (!row) return false;
     Transaction transaction(store);
@@ -62,7 +62,7 @@ bool EntryDB::Update(const record::Entry& entry) {
 }
 
 bool EntryDB::Delete(const record::Entry& entry) {
-  return Connection::Of(db_).Run("delete a link", [&](StoreSession& store) {
+  return Connection::Of(db_).RunWithReserve("delete a link", [&](StoreSession& store) {
     const long long id = entry.get_id();
     soci::statement statement =
         (store.sql().prepare << "delete from link where " << DialectOf(store.sql()).beside_no_such
@@ -98,7 +98,7 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
 }
 
 bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
-  return Connection::Of(db_).Run("purge links", [&](StoreSession& store) {
+  return Connection::Of(db_).RunWithReserve("purge links", [&](StoreSession& store) {
     PurgeLinks(store.sql(), owner, project);
     return true;
   });

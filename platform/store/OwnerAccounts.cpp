@@ -11,7 +11,7 @@
 namespace VELT::sharing::owners {
 
 bool Run(const char* task, const db::Connection::Work& work) {
-  return db::Connection::Of(*db::SharingDB::Instance()).Run(task, work);
+  return db::Connection::Of(*db::SharingDB::Instance()).RunWithReserve(task, work);
 }
 
 bool IsCheckDue(long long checked_at, long long now) {

@@ -10,7 +10,7 @@ namespace VELT::sharing::owners {
 
 inline constexpr long long kNoteEvery = 5 * 60;  // seconds between two notes of the last use
 
-// Connection::Run on the store's database.
+// Connection::RunWithReserve on the store's database.
 bool Run(const char* task, const db::Connection::Work& work);
 
 // Whether PAM must be asked about an account again that it was asked about at `checked_at`.

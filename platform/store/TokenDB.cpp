@@ -34,7 +34,7 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
 }
 
 bool TokenDB::PurgeByEntry(const record::Entry& entry) {
-  return Connection::Of(db_).Run("remove a link's tokens", [&](StoreSession& store) {
+  return Connection::Of(db_).RunWithReserve("remove a link's tokens", [&](StoreSession& store) {
     const long long id = entry.get_id();
     store.sql() << "delete from visitor_token where " << DialectOf(store.sql()).beside_no_such
                 << "link_id = :id",

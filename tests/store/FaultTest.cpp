@@ -1,4 +1,6 @@
 // Database files that are missing, replaced, damaged, foreign, locked or not ours to write.
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,8 +69,8 @@ TEST_P(FaultTest, MissingFileIsNotMadeAnewAndUsedAgainWhenItComesBack) {
   struct stat status {};
   EXPECT_EQ(stat(File().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 6)
-      << "both databases with their log and index";
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), {}), 7)
+      << "both databases with their log and index, and a reserve";
 }
 
 TEST_P(FaultTest, ForeignFileIsRefusedAndLeftUnchanged) {
@@ -165,6 +167,61 @@ TEST_P(FaultTest, LockedDatabaseFailsAndIsUsedAgain) {
     EXPECT_FALSE(IsGood());
   }
   EXPECT_TRUE(IsGood());
+}
+
+// Each change is made on a disk that something else has filled to its last byte again, also by a
+// process that has yet to open the database.
+TEST_P(FaultTest, OnAFullDiskOwnersSwitchOffAndDeleteAndVisitorsRead) {
+  const std::string reserve = File("-reserve");
+  const auto fill = [this] {
+    std::ofstream file(folder_ + "/filler", std::ios::app | std::ios::binary);
+    for (const std::string& piece : {std::string(1U << 16U, 'x'), std::string("x")}) {
+      while (file << piece << std::flush) {
+      }
+      file.clear();
+    }
+  };
+  const auto work = [&](int reopens) {
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", folder_.c_str(), "tmpfs", 0, "size=20m") != 0) {
+      return 100;
+    }
+    if (!CreateStore()) return 1;
+    const Entry off = Make();
+    const Entry gone = Make();
+    Visitor visitor;
+    if (LogIn(visitor, off) != 1 || fs::file_size(reserve) != 8U << 20U) return 2;
+    for (int count = 0; count < 300; ++count) {
+      Make([](Entry& link) {
+        link.set_auto_gc(true);
+        link.set_expire_at_str("2001-01-01 00:00:00", kFormat);
+      });
+    }
+    const auto full = [&](const std::function<bool()>& change) {
+      if (reopens == 1) ConfigureStore({});
+      fill();
+      if (reopens == 1) Reopen();
+      return change();
+    };
+    Visitor late;
+    if (!full([&] { return Exists(off) && MayEnter(visitor, off); })) return 3;
+    // Old log entries may have left room for a login.
+    if (!full([&] { return LogIn(late, off) == 1 || late.sid.empty(); })) return 4;
+    if (!full([&] { return Change(off, Set(&Entry::set_enabled, false)); })) return 5;
+    if (!full([&] { return links_.Delete(gone); })) return 6;
+    if (!full([&] { return links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, ""); })) return 7;
+    if (!full([&] { return db::TokenDB(db_).PurgeByEntry(off); })) return 8;
+    int left = 0;
+    if (!links_.Count(left) || left != 1 || MayEnter(visitor, off) || Exists(gone)) return 9;
+    fs::remove(folder_ + "/filler");
+    if (!Change(off, Set(&Entry::set_enabled, true))) return 10;
+    Reopen();
+    return LogIn(late, off) == 1 && fs::file_size(reserve) == 8U << 20U ? 0 : 11;
+  };
+  const std::vector<int> results = InProcesses(2, work);
+  if (results.front() == 100) GTEST_SKIP() << "no file system may be mounted";
+  EXPECT_THAT(results, testing::Each(0));
 }
 
 TEST_P(FaultTest, ReadOnlyDatabaseIsNotUsedUntilItCanBeWritten) {

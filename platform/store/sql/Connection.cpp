@@ -11,33 +11,70 @@
 
 #include "platform/store/StoreContext.h"
 #include "platform/store/sql/Dialect.h"
+#include "platform/store/sql/Reserve.h"
 #include "platform/store/sql/Schema.h"
 #include "platform/store/sql/Transaction.h"
 #include "veltsys/Counters.h"
 
 namespace VELT::sharing::db {
+namespace {
+
+// Another process may take the reserve back between its being given up and its use.
+constexpr int kAttempts = 3;
+
+// Of SQLite's errors that of a full disk, and that of a disk's other failures: the index of its
+// write-ahead log can't be made on a full disk either.
+bool LacksRoom(const soci::soci_error& error) {
+  const std::string message = error.get_error_message();
+  return message.find("disk is full") != std::string::npos ||
+         message.find("disk I/O error") != std::string::npos;
+}
+
+}  // namespace
 
 void Connection::Use(std::string database) {
   session_.reset();
   database_ = std::move(database);
 }
 
-bool Connection::Run(const char* task, const Work& work) noexcept {
+bool Connection::Try(const char* task, const Work& work, bool may_use_reserve) noexcept {
   try {
-    if (session_ != nullptr && (CurrentFile() != file_ || IsLost(session_->sql()))) {
-      session_.reset();
+    for (int attempt = 1;; ++attempt) {
+      const Reserve reserve(SqlitePath(database_));
+      try {
+        const bool opens = session_ == nullptr;
+        const bool done = RunOnce(work);
+        // Taken back at once, before others use the room up.
+        if (opens || attempt > 1) reserve.Fill();
+        return done;
+      } catch (const soci::soci_error& error) {
+        // Without room not even a closed database can be opened, to read.
+        const bool may = may_use_reserve || session_ == nullptr;
+        // After a failure the session may be unusable. Opening a new one costs little.
+        session_.reset();
+        if (attempt == kAttempts || !may || !LacksRoom(error)) {
+          if (attempt > 1) reserve.Fill();
+          LogError(task, error);
+          break;
+        }
+        syslog(LOG_WARNING, "sharing store: the reserve is given up to %s", task);
+        reserve.GiveUp();
+      }
     }
-    if (session_ == nullptr) Open();
-    return work(*session_);
-  } catch (const soci::soci_error& error) {
-    LogError(task, error);
   } catch (const std::exception&) {
     syslog(LOG_ERR, "sharing store: unexpected failure to %s", task);
   }
   Count(Event::kStoreFailure);
-  // After a failure the session may be unusable. Opening a new one costs little.
   session_.reset();
   return false;
+}
+
+bool Connection::RunOnce(const Work& work) {
+  if (session_ != nullptr && (CurrentFile() != file_ || IsLost(session_->sql()))) {
+    session_.reset();
+  }
+  if (session_ == nullptr) Open();
+  return work(*session_);
 }
 
 bool Connection::IsGood() noexcept {

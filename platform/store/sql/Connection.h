@@ -36,7 +36,11 @@ class Connection {
 
   // Returns what `work` returns. False when the database can't be opened or `work` throws, which is
   // logged as a failure to `task`, an infinitive without "to".
-  bool Run(const char* task, const Work& work) noexcept;
+  bool Run(const char* task, const Work& work) noexcept { return Try(task, work, false); }
+  // The same for changes that owners ask for. On a full disk these use the Reserve, so that an owner
+  // can always sign in, switch a link off and remove what he no longer needs. `work` may be called
+  // again after it has thrown.
+  bool RunWithReserve(const char* task, const Work& work) noexcept { return Try(task, work, true); }
 
  private:
   // The device and inode of the open SQLite file. A file that was removed or replaced must not be
@@ -49,6 +53,8 @@ class Connection {
   FileIdentity CurrentFile() const;
 
   void Open();
+  bool Try(const char* task, const Work& work, bool may_use_reserve) noexcept;
+  bool RunOnce(const Work& work);
 
   std::string database_;
   std::unique_ptr<StoreSession> session_;
