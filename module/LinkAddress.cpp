@@ -48,19 +48,21 @@ std::size_t Base64BufferSize(std::size_t source_size) {
 // A run of qrencode, which goes on while its owner does something else.
 class QRCode {
  public:
-  explicit QRCode(const std::string& url)
-      : pipe_(VLIBCPopen(kQRCodeProgram, "r", "-l", "H", url.c_str(), "-o", "-",
+  explicit QRCode(std::string url)
+      : url_(std::move(url)),
+        pipe_(VLIBCPopen(kQRCodeProgram, "r", "-l", "H", url_.c_str(), "-o", "-",
                          static_cast<const char*>(nullptr))) {
-    if (!pipe_) {
-      LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url.c_str());
-    }
+    if (!pipe_) LogFailure();
   }
+
+  const std::string& url() const { return url_; }
 
   // Waits for its end; to be called once. As GenerateQRCode.
   bool Finish(std::string& qrcode) {
     const std::unique_ptr<FILE, ClosePipe> pipe = std::move(pipe_);
     if (!pipe) return false;
     const std::vector<char> image = ReadAll(pipe.get());
+    if (std::ferror(pipe.get()) != 0) LogFailure();
     if (image.empty()) return false;
 
     std::vector<char> text(Base64BufferSize(image.size()), '\0');
@@ -71,6 +73,11 @@ class QRCode {
   }
 
  private:
+  void LogFailure() const {
+    LOG_AT(log_place::kQRCodeStart, LOG_ERR, "VLIBCPopen failed, key=%s", url_.c_str());
+  }
+
+  const std::string url_;
   std::unique_ptr<FILE, ClosePipe> pipe_;
 };
 
@@ -78,17 +85,16 @@ class QRCode {
 class PendingForm {
  public:
   PendingForm(const APIRequest* request, const sharing::record::Entry& entry)
-      : entry_(entry), url_(LinkURL(request, entry.get_hash())), qrcode_(url_) {}
+      : entry_(entry), qrcode_(LinkURL(request, entry.get_hash())) {}
 
   void Finish(Json::Value& out) {
     entry_.ToJSON(out);
-    out["url"] = url_;
+    out["url"] = qrcode_.url();
     if (std::string qrcode; qrcode_.Finish(qrcode)) out["qrcode"] = qrcode;
   }
 
  private:
   const sharing::record::Entry& entry_;
-  const std::string url_;
   QRCode qrcode_;
 };
 

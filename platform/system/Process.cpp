@@ -37,7 +37,8 @@ class Program {
 
   // False, with errno set, when the program could not be started; no child is left then.
   bool Start(char* const* argv);
-  std::size_t Read(char* buffer, std::size_t size);
+  // The number of bytes, or -1 with errno set once the program had to be ended.
+  ssize_t Read(char* buffer, std::size_t size);
   // The wait status, or -1 with errno set.
   int Close();
 
@@ -51,6 +52,7 @@ class Program {
   std::optional<VELT::Descriptor> pipe_;  // until its end has been read
   std::string output_;
   std::size_t position_ = 0;
+  bool given_up_ = false;  // before all of its output was read
 };
 
 bool Program::Start(char* const* argv) {
@@ -77,12 +79,16 @@ bool Program::Start(char* const* argv) {
   return true;
 }
 
-std::size_t Program::Read(char* buffer, std::size_t size) {
+ssize_t Program::Read(char* buffer, std::size_t size) {
   if (pipe_) Gather();
+  if (given_up_) {
+    errno = ECANCELED;
+    return -1;
+  }
   const std::size_t count = std::min(size, output_.size() - position_);
   std::memcpy(buffer, output_.data() + position_, count);
   position_ += count;
-  return count;
+  return static_cast<ssize_t>(count);
 }
 
 void Program::Gather() {
@@ -105,7 +111,7 @@ void Program::EndLate() {
 }
 
 void Program::EndEarly(const char* why) {
-  output_.clear();
+  given_up_ = true;
   VELT::GiveUpPrograms();
   child_->End();
   syslog(LOG_ERR, "program %s %s and was ended", path_.c_str(), why);
@@ -123,7 +129,7 @@ int Program::Close() {
 }
 
 ssize_t ReadProgram(void* program, char* buffer, std::size_t size) {
-  return static_cast<ssize_t>(static_cast<Program*>(program)->Read(buffer, size));
+  return static_cast<Program*>(program)->Read(buffer, size);
 }
 
 // The open streams and their programs. Never destroyed, since a stream may be closed during static
@@ -159,6 +165,10 @@ struct CloseStream {
 };
 
 FILE* Open(const char* path, char* const* argv) {
+  if (VELT::ProgramsAreGivenUp()) {
+    errno = ECANCELED;
+    return nullptr;
+  }
   const bool wanted = VELT::ProgramsAreWanted();
   auto program = std::make_unique<Program>(path);
   // The program is started last, so that no other failure leaves one to be ended.

@@ -14,6 +14,7 @@ struct State {
   std::function<bool()> wanted;
   bool in_request = false;
   bool given_up = false;
+  bool client_left = false;
 };
 
 // Never destroyed, since programs may be started during static destruction.
@@ -37,6 +38,7 @@ void BeginProgramsOfRequest(std::function<bool()> wanted) {
   state.wanted = std::move(wanted);
   state.in_request = true;
   state.given_up = false;
+  state.client_left = false;
 }
 
 ProgramRules CurrentProgramRules() {
@@ -50,11 +52,12 @@ bool ProgramsAreWanted() {
   std::function<bool()> wanted;
   {
     const std::lock_guard lock(state.mutex);
-    if (state.given_up) return false;
+    if (state.client_left) return false;
     wanted = state.wanted;
   }
   if (!wanted || wanted()) return true;
-  GiveUpPrograms();
+  const std::lock_guard lock(state.mutex);
+  state.client_left = state.in_request;
   return false;
 }
 
@@ -62,6 +65,12 @@ void GiveUpPrograms() {
   State& state = TheState();
   const std::lock_guard lock(state.mutex);
   state.given_up = state.in_request;
+}
+
+bool ProgramsAreGivenUp() {
+  State& state = TheState();
+  const std::lock_guard lock(state.mutex);
+  return state.given_up;
 }
 
 }  // namespace VELT

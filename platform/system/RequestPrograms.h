@@ -7,10 +7,11 @@ namespace VELT {
 
 ProgramRules CurrentProgramRules();
 
-// Whether the current request may start another program.
+// Whether the client of the current request still waits for what programs make.
 bool ProgramsAreWanted();
 
 // From now on the current request may start no more.
 void GiveUpPrograms();
+bool ProgramsAreGivenUp();
 
 }  // namespace VELT

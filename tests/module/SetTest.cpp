@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,7 @@
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsys/Base64.h"
+#include "veltsys/ProgramRules.h"
 
 namespace VELT {
 namespace {
@@ -28,6 +30,10 @@ class SetTest : public ModuleTest {
   }
   Json::Value Read(const std::string& link) {
     return Sharing("get", Object({{"sharing_id", link}})).body;
+  }
+  void WriteProgram(const std::string& script) const {
+    std::ofstream(folder_ / "program") << "#!/bin/sh\n" << script << "\n";
+    std::filesystem::permissions(folder_ / "program", std::filesystem::perms(0755));
   }
   static void ExpectRefusal(const Answer& answer, int code, const std::string& message) {
     EXPECT_EQ(answer.code, code);
@@ -229,31 +235,35 @@ TEST_F(SetTest, DeleteThatComesSecondIsReported) {
 }
 
 TEST_F(SetTest, LinksAreReturnedWithoutAQRCodeThatCanNotBeMade) {
-  Create();
-  Create();
-  Log().clear();
-  Answer set;
-  Answer list;
-  {
-    const QRCodeProgram not_executable("/dev/null");
-    set = Set({});
-    list = Sharing("list", "{}");
+  // More than are made at a time, so that some are not started once others were ended.
+  for (int made = 0; made < 5; ++made) Create();
+  WriteProgram("exec sleep 100");
+  SetProgramRules({.time_limit = std::chrono::milliseconds(300)});
+  for (const std::string& program : {std::string("/dev/null"), (folder_ / "program").string()}) {
+    SCOPED_TRACE(program);
+    const QRCodeProgram replaced(program);
+    Log().clear();
+    BeginProgramsOfRequest({});
+    const Answer set = Set({});
+    BeginProgramsOfRequest({});
+    const Answer list = Sharing("list", "{}");
+    EXPECT_THAT(set.body.getMemberNames(), testing::ElementsAre("sharing_id", "url"));
+    EXPECT_GE(list.body["sharings"].size(), 6U);
+    std::vector<std::string> lines = {"3 SharingAPI:40 VLIBCPopen failed, key=" +
+                                      set.body["url"].asString()};
+    for (const Json::Value& link : list.body["sharings"]) {
+      EXPECT_FALSE(link.isMember("qrcode"));
+      lines.push_back("3 SharingAPI:40 VLIBCPopen failed, key=" + link["url"].asString());
+    }
+    std::erase_if(Log(), [](const std::string& line) { return line.starts_with("3 program "); });
+    EXPECT_THAT(Log(), testing::UnorderedElementsAreArray(lines));
   }
-  EXPECT_THAT(set.body.getMemberNames(), testing::ElementsAre("sharing_id", "url"));
-  ASSERT_EQ(list.body["sharings"].size(), 3U);
-  std::vector<std::string> lines = {"3 SharingAPI:40 VLIBCPopen failed, key=" +
-                                    set.body["url"].asString()};
-  for (const Json::Value& link : list.body["sharings"]) {
-    EXPECT_FALSE(link.isMember("qrcode"));
-    lines.push_back("3 SharingAPI:40 VLIBCPopen failed, key=" + link["url"].asString());
-  }
-  EXPECT_EQ(Log(), lines);
+  SetProgramRules({});
+  BeginProgramsOfRequest({});
 }
 
 TEST_F(SetTest, QRCodeIsAllThatTheProgramPrints) {
-  std::ofstream(folder_ / "program")
-      << "#!/bin/sh\n[ \"$*\" = \"-l H $3 -o -\" ] && yes Man | tr -d '\\n' | head -c \"$3\"\n";
-  std::filesystem::permissions(folder_ / "program", std::filesystem::perms(0755));
+  WriteProgram(R"([ "$*" = "-l H $3 -o -" ] && yes Man | tr -d '\n' | head -c "$3")");
   const QRCodeProgram program(folder_ / "program");
   for (const int size : {1, 2, 3, 4, 8191, 8192, 8193, 16384, 16385, 100000}) {
     std::string want = "data:image/png;base64,";
@@ -267,12 +277,9 @@ TEST_F(SetTest, QRCodeIsAllThatTheProgramPrints) {
 
 // Each program waits for a second one.
 TEST_F(SetTest, QRCodesOfAListAreMadeAtOnceAndStayInOrder) {
-  std::ofstream(folder_ / "program") << R"sh(#!/bin/sh
-: > "$0.$$"
+  WriteProgram(R"sh(: > "$0.$$"
 until [ "$(ls "$0".* | wc -l)" -ge 2 ]; do sleep 0.02; done
-printf %s "$3"
-)sh";
-  std::filesystem::permissions(folder_ / "program", std::filesystem::perms(0755));
+printf %s "$3")sh");
   for (const char* title : {"a", "b", "c", "d", "e"}) Create({{"protect_title", title}});
   const QRCodeProgram program(folder_ / "program");
   const Answer list = Sharing("list", R"({"sort_by": "protect_title", "sort_direction": "DESC"})");

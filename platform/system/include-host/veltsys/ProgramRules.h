@@ -25,9 +25,9 @@ void SetProgramRules(const ProgramRules& rules);
 
 // To be called when a request begins. `wanted` returns whether the client still waits for the
 // answer. It is called before each start of a program and must start none itself; an empty function
-// means always. After it has returned false, or a program of the request had to be ended, no more
-// programs are started for the request: VLIBCPopen then returns empty streams. In a process that
-// never calls this, programs are always started.
+// means always. After it has returned false, VLIBCPopen starts no more programs for the request
+// but returns empty streams; after a program of the request had to be ended, it fails. In a process
+// that never calls this, programs are always started.
 void BeginProgramsOfRequest(std::function<bool()> wanted);
 
 }  // namespace VELT

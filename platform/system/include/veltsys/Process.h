@@ -16,12 +16,12 @@
 //
 // The output is read whole or not at all: the first read waits for its end. If the program has not
 // closed its output within the host's time limit (5 s by default), or prints more than 16 MiB, it
-// is ended with its process group, which is logged, and the stream is empty.
+// is ended with its process group, which is logged, and reading the stream is an error (ferror(3)).
 //
-// Returns null, with errno set, when the program could not be started; no child is left then. When
-// the host allows no more programs for the current request, nothing is started and the stream is
-// empty. The caller owns the stream and must close it with VLIBCPclose. Several threads may call it
-// at once.
+// Returns null, with errno set, when the program could not be started; no child is left then. After
+// one of the current request had to be ended none is started (ECANCELED). When the request's client
+// has left, nothing is started and the stream is empty. The caller owns the stream and must close it
+// with VLIBCPclose. Several threads may call it at once.
 [[gnu::sentinel]] FILE* VLIBCPopen(const char* path, const char* mode, ...);
 
 // Closes a stream of VLIBCPopen and waits for its program, which gets SIGPIPE if it still writes,
