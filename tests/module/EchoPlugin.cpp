@@ -1,4 +1,6 @@
-// A render plugin that returns the arguments of its call.
+// A render plugin that returns the arguments of its call, and its user.
+#include <unistd.h>
+
 #include "veltplugin/RenderPlugin.h"
 #include "veltsharing/Entry.h"
 
@@ -9,6 +11,7 @@ extern "C" bool CustomPageFunc(const VELT::sharing::record::Entry& entry, const 
   call["title"] = entry.get_protect_title();
   call["status"] = status;
   call["extra"] = extra;
+  call["euid"] = static_cast<int>(geteuid());
   result["SESSION"] = call;
   return true;
 }

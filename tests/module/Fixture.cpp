@@ -78,6 +78,7 @@ void ModuleTest::As(unsigned int uid, bool admin) {
   caller_.login_uid = uid;
   caller_.is_admin = admin;
   caller_.base_url = "https://nas.example";
+  caller_.language = "ger";
   sharing::SetNoVisitor();
 }
 
@@ -111,7 +112,11 @@ Answer ModuleTest::Call(const std::string& api, const std::string& method,
   answer.raw = !state.output_enabled;
   answer.code = state.outcome == ResponseState::Outcome::kError ? state.error_code : 0;
   answer.body = state.body;
-  if (!state.cookies.empty()) answer.cookie = state.cookies[0].name + "=" + state.cookies[0].value;
+  for (const Cookie& cookie : state.cookies) {
+    answer.cookie += cookie.name + "=" + cookie.value + "; " + cookie.path + "; " +
+                     std::to_string(cookie.lifetime) + "; " + cookie.domain + "; " +
+                     (cookie.secure ? "secure" : "");
+  }
   EXPECT_TRUE(answer.raw || answer.handled || answer.code == 120);
   return answer;
 }

@@ -21,7 +21,7 @@ struct Answer {
   Json::Value body;
   bool raw = false;  // the module wrote its answer itself
   std::string printed;
-  std::string cookie;
+  std::string cookie;    // "<name>=<value>; <path>; <lifetime>; <domain>; <whether secure>"
   bool handled = false;  // the pre-check let the handler run
 };
 

@@ -1,10 +1,12 @@
 // The methods for visitors (session script, login, logout, start-up data) and the application's
 // configuration.
 #include <dlfcn.h>
+#include <strings.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -13,7 +15,9 @@
 #include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "tests/webui/Files.h"
 #include "veltsharing/Login.h"
+#include "veltweb/WebUtils.h"
 
 namespace {
 
@@ -32,6 +36,9 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
 }
 
 namespace VELT {
+
+std::string WebUtils::GetServerName() { return "<nas> & \"more\""; }
+
 namespace {
 
 using testing::StartsWith;
@@ -41,8 +48,9 @@ constexpr char kHeader[] =
 
 class VisitorTest : public ModuleTest {
  protected:
+  VisitorTest() { Clear(); }
   static void Configure(const std::string& project, const std::string& config) {
-    std::ofstream("/usr/velt/etc.defaults/sharing/" + project) << config;
+    Write("etc.defaults/sharing/" + project, config);
   }
   static std::string EchoConfig(const Members& more = {}) {
     const Json::Value params = Object({{"lib", VELT_ECHO_PLUGIN}});
@@ -88,6 +96,9 @@ TEST_F(VisitorTest, ScriptWithoutALinkHasTheBareSession) {
   EXPECT_EQ(session["version"], session["fullversion"]);
   EXPECT_EQ(session["isLogined"], false);
   EXPECT_EQ(session["sharing"], true);
+  EXPECT_EQ(session["hostname"], "&lt;nas&gt; &amp; &quot;more&quot;");
+  EXPECT_EQ(session["lang"], "ger");
+  EXPECT_EQ(session["enable_velt_token"], "no");
   EXPECT_EQ(session["diskless"], false);
   EXPECT_EQ(session["configured"], true);
   EXPECT_EQ(extra, "");
@@ -96,6 +107,18 @@ TEST_F(VisitorTest, ScriptWithoutALinkHasTheBareSession) {
   EXPECT_FALSE(Script(Session(R"({"sharing_preview_status": [1]})")).isMember("preview"));
   EXPECT_EQ(Script(Session(R"({"sharing_error": 1001, "sharing_id": "unknown"})"))["sharing_error"],
             1001);
+}
+
+TEST_F(VisitorTest, ScriptDescribesTheAppliance) {
+  const std::filesystem::path information = "/etc.defaults/veltinfo.conf";
+  for (const char* answer : {"YES", "yes", "no", "true"}) {
+    Write("etc/velt.conf", std::string("configured=") + answer);
+    std::ofstream(information) << "kestrabox=" << answer;
+    const Json::Value session = Script(Session("{}"));
+    EXPECT_EQ(session["configured"], strcasecmp(answer, "yes") == 0) << answer;
+    EXPECT_EQ(session["diskless"], answer == std::string("yes")) << answer;
+  }
+  remove(information);
 }
 
 TEST_F(VisitorTest, ScriptDescribesLinkAndApplication) {
@@ -109,8 +132,10 @@ TEST_F(VisitorTest, ScriptDescribesLinkAndApplication) {
   EXPECT_EQ(session["protect_title"], "Ours");
   EXPECT_EQ(session["sharing_theme"]["color"], "red");
   EXPECT_THAT(extra, StartsWith("VELT.TALD.ExtraSession = {"));
-  EXPECT_EQ(Parse(extra.substr(25, extra.size() - 26)),
-            Parse(R"({"project": "album", "title": "Ours", "status": "user", "extra": null})"));
+  EXPECT_EQ(
+      Parse(extra.substr(25, extra.size() - 26)),
+      Parse(
+          R"({"project": "album", "title": "Ours", "status": "user", "extra": null, "euid": 0})"));
   session = Script(Session(Object({{"sharing_id", plain}})));
   EXPECT_EQ(session["protect_title"], "Albums");
 }
@@ -202,9 +227,10 @@ TEST_F(VisitorTest, LoginGivesCookieAndPrivateData) {
   EXPECT_EQ(answer.cookie, "");
   answer = TryLogin(id, {{"password", "pw"}});
   EXPECT_THAT(answer.body.getMemberNames(), testing::ElementsAre("private", "sharing_sid"));
-  EXPECT_EQ(answer.cookie, "sharing_sid=" + answer.body["sharing_sid"].asString());
-  EXPECT_EQ(answer.body["private"],
-            Parse(R"({"project": "album", "title": "", "status": "none", "extra": null})"));
+  EXPECT_EQ(answer.cookie, "sharing_sid=" + answer.body["sharing_sid"].asString() + "; /; 0; ; ");
+  EXPECT_EQ(
+      answer.body["private"],
+      Parse(R"({"project": "album", "title": "", "status": "none", "extra": null, "euid": 0})"));
   EXPECT_EQ(TryLogin("unknown").body, "Execute Error: login fail");
 }
 
@@ -273,6 +299,18 @@ TEST_F(VisitorTest, LoginWithoutTheRightToBecomeRootIsDenied) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(VisitorTest, LoginReadsTheConfigurationAndRunsPluginsAsRoot) {
+  Configure("album", EchoConfig());
+  std::filesystem::permissions("/usr/velt/etc.defaults/sharing/album",
+                               std::filesystem::perms::owner_read);
+  const std::string id = Create();
+  if (setegid(kAlice) != 0 || seteuid(kAlice) != 0) GTEST_SKIP() << "has one uid only";
+  const Answer answer = TryLogin(id);
+  EXPECT_EQ(geteuid(), kAlice);
+  ASSERT_TRUE(seteuid(0) == 0 && setegid(0) == 0);
+  EXPECT_EQ(answer.body["private"]["euid"], 0);
+}
+
 TEST_F(VisitorTest, LogoutIsForVisitors) {
   const std::string id = Create();
   const std::string sid = Login(id);
@@ -292,6 +330,8 @@ TEST_F(VisitorTest, LogoutIsForVisitors) {
 }
 
 TEST_F(VisitorTest, InitDataHasTheLink) {
+  Write("web/velt/ui/Utils/config.json",
+        R"({"velt.ui.Ours": {"project": "album"}, "velt.ui.Theirs": {"project": "notes"}})");
   const std::string id = Create();
   Login(id);
   for (const char* action : {"", "unknown", "JSCONFIG"}) {
@@ -299,12 +339,12 @@ TEST_F(VisitorTest, InitDataHasTheLink) {
     EXPECT_EQ(answer.body["Sharing"]["sharing_id"], id) << action;
     EXPECT_EQ(answer.body["UserSettings"], Json::Value(Json::objectValue));
     EXPECT_TRUE(answer.body["CSSFiles"].isArray());
+    EXPECT_EQ(answer.body["JSConfig"],
+              Parse(R"({"velt/ui/Utils": {"velt.ui.Ours": {"project": "album"}}})"));
   }
-  for (const char* action : {"external_ip", "assistant", "jsconfig"}) {
-    const Answer answer = InitData(action);
-    EXPECT_EQ(answer.code, 0);
-    EXPECT_FALSE(answer.body.isMember("Sharing")) << action;
-  }
+  EXPECT_EQ(InitData("external_ip").body, Parse(R"({"external_url": "https://nas.example"})"));
+  EXPECT_EQ(InitData("assistant").body, Parse(R"({"configured": true})"));
+  EXPECT_EQ(InitData("jsconfig").body, Object({{"version", WebUtils::GetModifyTime(nullptr)}}));
 }
 
 }  // namespace
