@@ -1,6 +1,7 @@
 // What the pre-checks refuse; then the handler must not run.
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
@@ -16,7 +17,9 @@ class ParamCheckTest : public ModuleTest {
     const std::size_t blank = method.find(' ');
     if (blank == std::string::npos) {
       const Members needed = {{"project_name", "album"}};
-      return Sharing(method, method == "set" ? Object(needed, Parse(json)) : Parse(json));
+      const Json::Value given = Parse(json);
+      const bool lacks = method == "set" && !given.isMember("project_name");
+      return Sharing(method, lacks ? Object(needed, given) : given);
     }
     return Call("VELT.Core.Sharing." + method.substr(0, blank), method.substr(blank + 1), json);
   }
@@ -57,6 +60,14 @@ TEST_F(ParamCheckTest, FirstBadParameterIsReported) {
       {"set", R"({"protect_type": "PASSWORD"})", "protect_type", "condition"},
       {"set", R"({"protect_type": "login"})", "protect_type", "condition"},
       {"set", R"({"expire_times": -1})", "expire_times", "condition"},
+      // Two that are bad.
+      {"set", R"({"protect_users": [3], "project_name": ""})", "protect_users", "type"},
+      {"set", R"({"project_name": "", "redirect_type": ""})", "project_name", "condition"},
+      {"set", R"({"redirect_type": "", "protect_type": "password"})", "redirect_type", "condition"},
+      {"set", R"({"redirect_type": "", "protect_type": ""})", "redirect_type", "condition"},
+      {"set", R"({"protect_type": "password", "expire_times": -1})", "protect_password",
+       "condition"},
+      {"set", R"({"protect_type": "", "expire_times": -1})", "protect_type", "condition"},
   };
   const auto check = [this](const Answer& answer, const char* parameter, const char* reason) {
     EXPECT_EQ(answer.code, 120);
@@ -72,6 +83,34 @@ TEST_F(ParamCheckTest, FirstBadParameterIsReported) {
   check(Sharing("set", R"({"project_name": "", "app": 5})"), "app", "type");
   check(Sharing("set", R"({"project_name": ""})"), "project_name", "condition");
   EXPECT_THAT(Log(), testing::IsEmpty());
+}
+
+TEST_F(ParamCheckTest, OfTwoBadParametersTheFirstIsReported) {
+  const struct {
+    const char* method;
+    std::vector<const char*> parameters;  // in the order in which they are judged
+  } rows[] = {
+      {"set",
+       {"project_name", "sharing_id", "app", "private_data", "redirect_uri", "redirect_type",
+        "protect_groups", "protect_users", "protect_password", "protect_type", "protect_title",
+        "enable_match_ip", "expire_times", "start_at", "expire_at", "auto_gc", "enabled"}},
+      {"list",
+       {"share_with_me", "all_entry", "sort_direction", "sort_by", "offset", "limit",
+        "project_name"}},
+      {"trigger_gc", {"all_entry", "project_name"}},
+      {"Login login", {"password", "sharing_id", "mosk_password", "mosk_username"}},
+  };
+  for (const auto& row : rows) {
+    for (std::size_t first = 0; first + 1 < row.parameters.size(); ++first) {
+      Json::Value request = Object({{"sharing_id", "x"}});  // which login needs
+      for (const char* name : {row.parameters[first], row.parameters[first + 1]}) {
+        const bool takes_object = name == std::string("app") || name == std::string("private_data");
+        request[name] = takes_object ? Json::arrayValue : Json::objectValue;
+      }
+      const Answer answer = Ask(row.method, request.toStyledString().c_str());
+      EXPECT_EQ(answer.body, Object({{"name", row.parameters[first]}, {"reason", "type"}}));
+    }
+  }
 }
 
 TEST_F(ParamCheckTest, GoodParametersReachTheHandler) {
