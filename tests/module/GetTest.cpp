@@ -1,10 +1,33 @@
 // Who may read and delete a link.
+#include <dlfcn.h>
+
 #include <string>
 
 #include "tests/module/Fixture.h"
 #include "tests/support/Json.h"
+#include "veltsharing/SharingDB.h"
 
 namespace VELT {
+namespace {
+
+// The link whose token the store returns instead of the one that it is asked for; null: that one.
+const sharing::record::Entry* g_token_of = nullptr;
+
+}  // namespace
+
+// Intercepts the store's function.
+bool sharing::db::TokenDB::GetBySessionEntry(const record::Session& session,
+                                             const record::Entry& entry,
+                                             record::Token& token) const {
+  constexpr const char* kName =
+      "_ZNK4VELT7sharing2db7TokenDB17GetBySessionEntryERKNS0_6record7SessionERKNS3_5EntryERNS3_"
+      "5TokenE";
+  using Function =
+      bool (*)(const TokenDB*, const record::Session&, const record::Entry&, record::Token&);
+  static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, kName));
+  return next(this, session, g_token_of != nullptr ? *g_token_of : entry, token);
+}
+
 namespace {
 
 class GetTest : public ModuleTest {
@@ -48,6 +71,15 @@ TEST_F(GetTest, VisitorReadsByItsTokenForThatLink) {
   AsVisitor(id, "chosen-by-the-visitor");
   EXPECT_EQ(Sharing("get", "{}").body, "Execute Error: invalid sharing session_id");
   EXPECT_EQ(On("get", "unknown").code, 1005);
+
+  AsVisitor(id, sid);
+  sharing::record::Entry visited;
+  sharing::db::EntryDB(*sharing::db::SharingDB::Instance()).GetByHash(id, visited);
+  g_token_of = &visited;
+  answer = On("get", other);
+  g_token_of = nullptr;
+  EXPECT_EQ(answer.code, 1005);
+  EXPECT_EQ(answer.body, "Execute Error: err token");
 }
 
 TEST_F(GetTest, VisitEndsWithItsSessionOrItsLink) {

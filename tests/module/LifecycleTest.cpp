@@ -77,6 +77,7 @@ class Method : public SharingAPIBase {
   int Step(const char* name) {
     g_steps.emplace_back(name);
     if (failing_step == std::string(name) + " throws") throw std::runtime_error("x");
+    if (failing_step == std::string(name) + " throws a number") throw 1;
     return failing_step == name ? Fail(117, "x") : 0;
   }
 };
@@ -117,6 +118,11 @@ TEST(HandlerTest, LogsAnExceptionBeforeTheObjectEnds) {
   EXPECT_EQ(Handle<Method>("execute throws").outcome, ResponseState::Outcome::kNone);
   EXPECT_THAT(Log(), ElementsAre("3 SharingAPI:157 Fatal Error: x"));
   EXPECT_THAT(g_steps, ElementsAre("parse", "execute", "end, lines logged: 1"));
+
+  for (const char* step : {"parse", "execute"}) {
+    EXPECT_THROW(Handle<Method>(std::string(step) + " throws a number"), int);
+    EXPECT_THAT(Log(), IsEmpty());
+  }
 
   EXPECT_EQ(Handle<FailsToStart>("").outcome, ResponseState::Outcome::kNone);
   EXPECT_THAT(Log(), ElementsAre("3 SharingAPI:157 Fatal Error: x"));

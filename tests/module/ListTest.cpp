@@ -48,6 +48,8 @@ TEST_F(ListTest, OwnersSeeTheirOwn) {
       "ca of 2");
   EXPECT_EQ(List(R"({"all_entry": true, "sort_by": "protect_title", "offset": 1, "limit": 1})"),
             "b of 3");
+  const Json::Value page = Sharing("list", R"({"offset": 9, "limit": 2})").body;
+  EXPECT_EQ(page, Parse(R"({"total": 0, "limit": 2, "offset": 9, "sharings": []})"));
   EXPECT_EQ(List(R"({"sort_by": "id; DROP TABLE link"})"),
             "117 Execute Error: db conut entries fail");
 }

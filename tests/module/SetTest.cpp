@@ -83,7 +83,8 @@ TEST_F(SetTest, CreatesALinkWithItsDefaults) {
 TEST_F(SetTest, UpdatesOnlyWhatTheRequestCarries) {
   const std::string id =
       Sharing("set", R"({"project_name": "album", "protect_type": "user", "protect_title": "Ours",
-      "protect_users": ["bob", "bob", ""], "expire_at": "2040-01-02 03:04:05", "expire_times": 7,
+      "protect_users": ["bob", "bob", ""], "protect_groups": ["family"], "auto_gc": true,
+      "enable_match_ip": false, "start_at": "2039-01-02 03:04:05", "expire_at": "2040-01-02 03:04:05", "expire_times": 7,
       "redirect_type": "always", "redirect_uri": "/photos", "app": {"album": [1]}, "private_data": {"k": "v"}})")
           .body["sharing_id"]
           .asString();
@@ -95,6 +96,8 @@ TEST_F(SetTest, UpdatesOnlyWhatTheRequestCarries) {
   expected["enabled"] = false;
   expected["status"] = "disabled";
   EXPECT_EQ(Read(id), expected);
+  EXPECT_TRUE(before["auto_gc"].asBool() && !before["enable_match_ip"].asBool());
+  EXPECT_EQ(before["start_at"], "2039-01-02 03:04:05");
   EXPECT_EQ(Rows("link", "private_data LIKE '%\"k\"%'"), 1);
 }
 
@@ -123,6 +126,7 @@ TEST_F(SetTest, RefusedChangesChangeNothing) {
   } rows[] = {
       {{{"protect_type", "user"}, {"protect_title", "x"}}, 1009, fields},
       {{{"redirect_type", "url_param"}, {"protect_title", "x"}}, 1011, fields},
+      {{{"protect_type", "user"}, {"redirect_type", "always"}}, 1009, fields},
       {{{"expire_at", "31-12-2026"}, {"protect_title", "x"}}, 117, store},
       {{{"start_at", "  2030-2-8   1:0:0"}}, 117, store},
       {{{"start_at", "2030-02-28T10:00:00"}}, 117, store},
