@@ -10,39 +10,31 @@
 #include "sharing/RunAsGuard.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Login.h"
+#include "veltsharing/Visit.h"
 
 namespace VELT {
 namespace {
 
-// What VeltSharingLogin returns.
-enum LoginResult : int {
-  kLoggedIn = 1,
-  kWrongAccount = -2,
-  kNotServed = -3,
-  kAddressDenied = -8,
-  kWrongPassword = -9,
-  kNotListed = -10,
-  kUsedUp = -11,
-};
+using sharing::LoginResult;
 
 struct LoginFailure {
   int code;
   const char* message;
 };
 
-LoginFailure FailureOf(int result) {
+LoginFailure FailureOf(LoginResult result) {
   switch (result) {
-    case kWrongAccount:
+    case LoginResult::kWrongAccount:
       return {kErrorUserLogin, "invalid mosk user login"};
-    case kNotServed:
+    case LoginResult::kNotServed:
       return {kErrorLogin, "login fail"};
-    case kAddressDenied:
+    case LoginResult::kDenied:
       return {kErrorAddress, "denied IP"};
-    case kWrongPassword:
+    case LoginResult::kWrongPassword:
       return {kErrorProtectPassword, "wrong protect passwd"};
-    case kNotListed:
+    case LoginResult::kNotListed:
       return {kErrorProtectUser, "wrong protect user"};
-    case kUsedUp:
+    case LoginResult::kUsedUp:
       return {kErrorExpireTimes, "exceed expire times"};
     default:
       return {kErrorStore, "login internal error"};
@@ -75,7 +67,8 @@ int SharingLogin::Login() {
                                          mosk_username_.c_str(), mosk_password_.c_str(),
                                          sid_.empty() ? nullptr : sid_.c_str()};
   std::string sid;
-  if (const int result = VeltSharingLogin(sid, &params, false); result != kLoggedIn) {
+  const auto result = static_cast<LoginResult>(VeltSharingLogin(sid, &params, false));
+  if (result != LoginResult::kLoggedIn) {
     const LoginFailure failure = FailureOf(result);
     return Fail(failure.code, failure.message);
   }

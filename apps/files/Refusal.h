@@ -6,15 +6,17 @@
 
 #include <utility>
 
+#include "veltwebapi/ErrorCodes.h"
+
 namespace VELT::files {
 
 enum Code {
-  kNoLink = 1000,
-  kNoSuchLink = 1005,
-  kNoVisit = 1006,
-  kOthersLink = 1007,
-  kAddressDenied = 1008,
-  kUsedUp = 1012,
+  kNoLink = kErrorLogin,
+  kNoSuchLink = kErrorSharingID,
+  kNoVisit = kErrorSharingSession,
+  kOthersLink = kErrorOwner,
+  kAddressDenied = kErrorAddress,
+  kUsedUp = kErrorExpireTimes,
   kNoRoot = 2000,         // no root of this name, or not for this account
   kNotFound = 2001,       // no such file or folder, or not readable for the link's owner
   kWrongKind = 2002,      // a file where a folder is needed, or the other way round

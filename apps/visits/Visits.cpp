@@ -10,19 +10,18 @@
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
+#include "veltwebapi/ErrorCodes.h"
 
 namespace VELT::visits {
 namespace {
 
 using Method = params::VisitsList;
 
-enum Code { kNoDatabase = 117 };  // as in the links' API
-
 // A link that is gone and one of somebody else's are left out alike.
 void List(APIRequest* request, APIResponse* response) {
   auto& database = *sharing::db::SharingDB::Instance();
   if (!database.IsGood()) {
-    response->SetError(kNoDatabase, "db error");
+    response->SetError(kErrorStore, "db error");
     return;
   }
   Json::Value links(Json::objectValue);
@@ -32,7 +31,7 @@ void List(APIRequest* request, APIResponse* response) {
     if (!request->IsAdmin() && entry.get_owner_uid() != request->GetLoginUID()) continue;
     std::vector<std::int64_t> days;
     if (!sharing::VisitsByDay(entry, days)) {
-      response->SetError(kNoDatabase, "db error");
+      response->SetError(kErrorStore, "db error");
       return;
     }
     Json::Value& row = links[id.asString()] = Json::Value(Json::arrayValue);

@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include "veltsys/Text.h"
+#include "veltwebapi/ErrorCodes.h"
 
 namespace VELT::host {
 namespace {
@@ -15,18 +16,18 @@ constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
 // A state in which the link is not served: the page only says why.
 struct Ending {
   int status;
-  const char* error;    // the code under which the session script reports it
+  ErrorCode error;      // the code under which the session script reports it
   const char* title;    // a text's key
   const char* section;  // of the template
 };
 
 // A disabled link gets the page of an unknown one, so that nobody learns which ids exist.
 const Ending* EndingOf(LinkState state) {
-  static constexpr Ending kUnavailable{503, "117", "unavailable_title", "UNAVAILABLE"};
-  static constexpr Ending kUnknown{404, "1000", "unknown_title", "UNKNOWN"};
-  static constexpr Ending kPending{403, "1000", "pending_title", "PENDING"};
-  static constexpr Ending kExpired{410, "1000", "expired_title", "EXPIRED"};
-  static constexpr Ending kUsedUp{410, "1012", "used_up_title", "USED_UP"};
+  static constexpr Ending kUnavailable{503, kErrorStore, "unavailable_title", "UNAVAILABLE"};
+  static constexpr Ending kUnknown{404, kErrorLogin, "unknown_title", "UNKNOWN"};
+  static constexpr Ending kPending{403, kErrorLogin, "pending_title", "PENDING"};
+  static constexpr Ending kExpired{410, kErrorLogin, "expired_title", "EXPIRED"};
+  static constexpr Ending kUsedUp{410, kErrorExpireTimes, "used_up_title", "USED_UP"};
   switch (state) {
     case LinkState::kUnavailable:
       return &kUnavailable;
@@ -50,7 +51,7 @@ const Ending* EndingOf(LinkState state) {
 std::string SessionScript(const LinkDocument& document, const Ending* ending) {
   std::string address = "/sharing/" + EncodePercent(document.id) +
                         "/webapi?api=VELT.Core.Sharing.Session&version=1&method=get";
-  if (ending != nullptr) return address + "&sharing_error=" + ending->error;
+  if (ending != nullptr) return address + "&sharing_error=" + std::to_string(ending->error);
   address += "&sharing_id=" + EncodePercent(document.entry.get_hash()) +
              "&sharing_status=" + document.entry.get_protect_type_str();
   return document.error.empty() ? address : address + "&sharing_error=" + document.error;

@@ -52,11 +52,17 @@ class Tables(unittest.TestCase):
                 self.assertEqual(methods, rows_of(library, "GetAPICheckTable", CheckRow))
 
     def test_each_error_code_of_the_code_is_declared(self):
+        codes = re.compile(r"\b(k\w+) = (\d{3,4}),")
+        header = os.path.join(REPOSITORY, "platform/webapi/include/veltwebapi/ErrorCodes.h")
+        with open(header, encoding="utf-8") as file:
+            shared = {name: int(code) for name, code in codes.findall(file.read())}
         for folder in ("module", "apps/*"):
-            named, told = set(), set()  # enumerators, and codes of methods
+            named, told = set(), set()  # codes in the code, and of methods
             for path in glob.glob(os.path.join(REPOSITORY, folder, "*.[ch]*")):
                 with open(path, encoding="utf-8") as file:
-                    named |= {int(code) for code in re.findall(r"\bk\w+ = (\d{3,4})(?:,| })", file.read())}
+                    text = file.read()
+                named |= {int(code) for _, code in codes.findall(text)}
+                named |= {shared[name] for name in re.findall(r"\bkError\w+", text)}
             for path in glob.glob(os.path.join(REPOSITORY, folder, "webapi.d/*.json")):
                 with open(path, encoding="utf-8") as file:
                     told |= {code for method in json.load(file)["methods"] for code in method["codes"]}

@@ -17,6 +17,7 @@
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
 #include "veltwebapi/APIValidator.h"
+#include "veltwebapi/ErrorCodes.h"
 #include "veltwebapi/WebAPIUtil.h"
 
 namespace VELT::params {
@@ -172,12 +173,11 @@ inline bool IsMissed(const Finding& each, const std::vector<Finding>& all) {
 
 // The first finding that is against the request, and why: all types come before the first value.
 inline bool Judge(const std::vector<Finding>& all, APIResponse* response) {
-  constexpr int kRefused = 120;
   const auto refuse = [response](const Finding& each, const char* reason) {
     Json::Value detail;
     detail["name"] = each.name;
     detail["reason"] = reason;
-    response->SetError(kRefused, detail);
+    response->SetError(kErrorCheck, detail);
     return false;
   };
   for (const Finding& each : all) {

@@ -1,4 +1,4 @@
-// Visits, for the host and for API modules other than the sharing module.
+// Visits, for the host and for API modules.
 #pragma once
 
 #include <cstdint>
