@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <memory>
@@ -20,15 +21,20 @@
 
 namespace VELT::sharing {
 
-// Random numbers, other ones in each run.
+// Random numbers, other ones in each run unless VELT_TEST_SEED repeats one.
 class Random {
  public:
-  std::string Seed() const { return "seed " + std::to_string(seed_); }
+  std::string Seed() const { return "VELT_TEST_SEED=" + std::to_string(seed_); }
   // From 0 to `limit` - 1.
   int operator()(int limit) { return static_cast<int>(engine_() % static_cast<unsigned>(limit)); }
 
  private:
-  const unsigned int seed_ = std::random_device()();
+  static unsigned int NewSeed() {
+    const char* given = std::getenv("VELT_TEST_SEED");
+    return given != nullptr ? static_cast<unsigned int>(std::stoul(given)) : std::random_device()();
+  }
+
+  const unsigned int seed_ = NewSeed();
   std::mt19937 engine_{seed_};
 };
 
