@@ -167,8 +167,9 @@ TEST(Text, IsCleanWhenItIsUtf8WithoutNul) {
        {"", "a\x7f", "\xc2\x80", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xf4\x8f\xbf\xbf"}) {
     EXPECT_TRUE(VELT::IsCleanText(good)) << good;
   }
-  for (const char* bad : {"\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf",
-                          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xe2\x82", "a\xc3", "\xc3("}) {
+  for (const char* bad :
+       {"\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80",
+        "\xf5\x80\x80\x80", "\xe2\x82", "a\xc3", "\xc3(", "\xe2\x82(", "\xf0\x90\x80("}) {
     EXPECT_FALSE(VELT::IsCleanText(bad)) << bad;
   }
   EXPECT_FALSE(VELT::IsCleanText(std::string_view("a\0b", 3)));

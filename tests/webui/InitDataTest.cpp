@@ -138,11 +138,15 @@ TEST_F(InitDataTest, OnlyAMarkedModuleOpens) {
 
 TEST_F(InitDataTest, PackageStatusIsNotedInTheMarkedClass) {
   Write("var/packages/up/running", "");
+  Write("var/packages/odd/running/folder", "");
   const struct {
     Json::Value id;
     const char* status;
-  } rows[] = {
-      {"up", "running"}, {"down", "disable"}, {Json::objectValue, "disable"}, {"../up", "disable"}};
+  } rows[] = {{"up", "running"},
+              {"down", "disable"},
+              {Json::objectValue, "disable"},
+              {"../up", "disable"},
+              {"odd", "disable"}};
   for (const auto& row : rows) {
     Json::Value config =
         Parse(R"({"x/y/App": {"a.b.Main": {"allowSharing": true}, "a.b.Other": {"pkgId": "up"}}})");
