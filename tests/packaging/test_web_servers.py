@@ -160,6 +160,13 @@ class WebServers(unittest.TestCase):
         self.assertEqual(client.own("list").code, 0)
 
     def check_logs(self, server, client):
+        def log():
+            return client.root.shell(f"cat /var/log/velt-sharing/*.log /var/log/{server}/*", check=False)
+
+        for name, path in ((OWNER, "/webapi/" + "x" * 7000), ("x" * 3000, "/"), ("x" * 250, "/owner/" + "x" * 90)):
+            before = len(log())
+            self.assertIn(client.get(path, login=(name, "wrong")).status, (401, 403))
+            self.assertLess(len(log()) - before, 1000, (name[:9], path[:9]))
         link = client.create()
         # None of these requests reaches a worker.
         client.get(f"/sharing/{link}/webapi", "--http1.1", data=b"x" * (6 << 20))
@@ -168,6 +175,6 @@ class WebServers(unittest.TestCase):
         for _ in range(2):
             self.assertIn(client.get("/sharing/" + link, headers=["Referer: https://localhost/sharing/" + link]).status,
                           (502, 503))
-        logs = client.root.shell(f"cat /var/log/velt-sharing/*.log /var/log/{server}/*", check=False)
+        logs = log()
         # lighttpd can't be told to leave out the request on which it finds out.
         self.assertEqual(logs.count(link), 1 if server == "lighttpd" else 0, logs)
