@@ -5,10 +5,12 @@ the state folder. What is mounted here vanishes with the namespace.
 """
 
 import argparse
+import contextlib
 import fcntl
 import json
 import os
 import pwd
+import re
 import shutil
 import signal
 import socket
@@ -25,6 +27,7 @@ from watch import Watched
 START_SECONDS = 30
 STOP_SECONDS = 15
 WATCH_SECONDS = 0.3  # between two looks
+LOG_BYTES = 8 << 20  # of each log, and as much of what was in it before
 DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
@@ -44,7 +47,7 @@ def main():
     arguments.add_argument("--port", type=int, required=True)
     arguments.add_argument("--state", required=True)
     arguments.add_argument("--build", required=True)
-    arguments.add_argument("--database", default=f"sqlite3 {DATA}/sharing.db")
+    arguments.add_argument("--database")
     arguments.add_argument("--watch", action="append", default=[])
     options = arguments.parse_args()
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
@@ -113,10 +116,16 @@ class Demonstration:
 
     def _run_service(self):
         options = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
+        named = False
         if os.path.exists(SETTINGS):
             options += ["--config", SETTINGS]
+            with open(SETTINGS, encoding="utf-8", errors="replace") as file:
+                named = re.search(r"^\s*database\s*=", file.read(), re.MULTILINE)
+        # What is given here goes before the file.
+        if self.database or not named:
+            options += ["--database", self.database or f"sqlite3 {DATA}/sharing.db"]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
-                  "/usr/velt/lib/webapi.d", "--database", self.database, "--log-stderr", *options)
+                  "/usr/velt/lib/webapi.d", "--log-stderr", *options)
 
     def _lay_out(self):
         """Fills the appliance's folders, and keeps what the user has put there."""
@@ -195,14 +204,21 @@ class Demonstration:
         for folder in watched:
             if not folder.is_there():
                 print(f"{folder} is no build folder of CMake yet; it is installed when it is one.", flush=True)
-        if not watched:
-            os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOWAIT)
         while True:
             self._check_programs()
+            self._bound_logs()
             for folder in watched:
                 if folder.has_changed():
                     self._install(folder)
             time.sleep(WATCH_SECONDS)
+
+    def _bound_logs(self):
+        for name in self.programs:
+            path = f"{LOGS}/{name}.log"
+            with contextlib.suppress(OSError):  # removed, or the disk is full
+                if os.path.getsize(path) > LOG_BYTES:
+                    shutil.copy(path, path + ".1")
+                    os.truncate(path, 0)  # the program goes on to append to it
 
     def _install(self, folder):
         files, failure = folder.install("/usr/velt")

@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import unittest
 
-from demo import BUILD, REPOSITORY, SHARING, Demo, free_port
+from demo import BUILD, REPOSITORY, SHARING, Demo, free_port, wait_until
 
 RUN = os.path.join(REPOSITORY, "run")
 IN_NAMESPACE = os.path.join(REPOSITORY, "scripts/in-namespace")
@@ -120,6 +120,21 @@ class Demonstration(unittest.TestCase):
             file.write("dropped in")
         self.assertEqual("dropped in", one.request("GET", "/only-here.txt").text)
         self.assertEqual(404, two.request("GET", "/only-here.txt").status)
+
+    def test_the_users_settings_hold_and_logs_stay_small(self):
+        demo = Demo()
+        self.addCleanup(demo.stop)
+        link = demo.create()
+        with open(demo.path("/usr/velt/etc/webapid.conf"), "w", encoding="ascii") as file:
+            file.write('database="sqlite3 /usr/velt/var/sharing/other.db"\n')
+        demo.restart()
+        self.assertEqual(1005, demo.call(SHARING, "get", {"sharing_id": link})["error"]["code"])
+        log = demo.path("/usr/velt/var/log/velt-webapid.log")
+        os.truncate(log, 9 << 20)
+        wait_until(lambda: os.path.getsize(log) < 1 << 20)
+        self.assertEqual(9 << 20, os.path.getsize(log + ".1"))
+        demo.visitor(demo.links["open"]).login()
+        wait_until(lambda: 0 < os.path.getsize(log) < 1 << 20)
 
     def test_clean_stop(self):
         with tempfile.TemporaryDirectory(prefix="velt-demo-") as state:
