@@ -102,7 +102,10 @@ class SharingSet : public SharingAPIBase {
   int SetEntryFields(Entry& entry, bool update);
   void SetAccessFields(Entry& entry, bool update);
   void SetProtectFields(Entry& entry, bool update);
-  bool Carries(const char* parameter, bool update) const;
+  template <typename Row>
+  bool Carries(const Row& parameter, bool update) const {
+    return !update || request_->HasParam(parameter.name);
+  }
 
   std::string sharing_id_;
   std::string project_name_;

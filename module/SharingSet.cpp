@@ -13,6 +13,7 @@
 namespace VELT {
 namespace {
 
+using Params = params::SharingSet;
 using sharing::record::Entry;
 
 constexpr char kTimeFormat[] = "%Y-%m-%d %H:%M:%S";
@@ -40,23 +41,23 @@ void AppendNames(const Json::Value& array, const char* error, std::vector<std::s
 }  // namespace
 
 int SharingSet::ParseParams() {
-  sharing_id_ = Read(params::SharingSet::kSharingId);
-  project_name_ = Read(params::SharingSet::kProjectName);
-  enabled_ = Read(params::SharingSet::kEnabled);
-  auto_gc_ = Read(params::SharingSet::kAutoGc);
-  enable_match_ip_ = Read(params::SharingSet::kEnableMatchIp);
-  start_at_ = Read(params::SharingSet::kStartAt);
-  expire_at_ = Read(params::SharingSet::kExpireAt);
-  expire_times_ = Read(params::SharingSet::kExpireTimes);
-  protect_type_ = ProtectTypeOf(Read(params::SharingSet::kProtectType));
-  protect_title_ = Read(params::SharingSet::kProtectTitle);
-  protect_password_ = Read(params::SharingSet::kProtectPassword);
-  AppendNames(Read(params::SharingSet::kProtectUsers), "bad protect_users", protect_users_);
-  AppendNames(Read(params::SharingSet::kProtectGroups), "bad protect_groups", protect_groups_);
-  redirect_type_ = RedirectTypeOf(Read(params::SharingSet::kRedirectType));
-  redirect_uri_ = Read(params::SharingSet::kRedirectUri);
-  app_ = Read(params::SharingSet::kApp);
-  private_data_ = Read(params::SharingSet::kPrivateData);
+  sharing_id_ = Read(Params::kSharingId);
+  project_name_ = Read(Params::kProjectName);
+  enabled_ = Read(Params::kEnabled);
+  auto_gc_ = Read(Params::kAutoGc);
+  enable_match_ip_ = Read(Params::kEnableMatchIp);
+  start_at_ = Read(Params::kStartAt);
+  expire_at_ = Read(Params::kExpireAt);
+  expire_times_ = Read(Params::kExpireTimes);
+  protect_type_ = ProtectTypeOf(Read(Params::kProtectType));
+  protect_title_ = Read(Params::kProtectTitle);
+  protect_password_ = Read(Params::kProtectPassword);
+  AppendNames(Read(Params::kProtectUsers), "bad protect_users", protect_users_);
+  AppendNames(Read(Params::kProtectGroups), "bad protect_groups", protect_groups_);
+  redirect_type_ = RedirectTypeOf(Read(Params::kRedirectType));
+  redirect_uri_ = Read(Params::kRedirectUri);
+  app_ = Read(Params::kApp);
+  private_data_ = Read(Params::kPrivateData);
   if (expire_times_ < 0) return Fail(kErrorParam, "invalid expire times");
   owner_uid_ = request_->GetLoginUID();
   return 0;
@@ -96,9 +97,9 @@ int SharingSet::Execute() {
   }
 
   if (update && entry.get_protect_type() != Entry::ProtectType::kNone &&
-      (request_->HasParam(sharing::SZK_PROTECT_PASSWORD) ||
-       request_->HasParam(sharing::SZK_PROTECT_USERS) ||
-       request_->HasParam(sharing::SZK_PROTECT_GROUPS))) {
+      (request_->HasParam(Params::kProtectPassword.name) ||
+       request_->HasParam(Params::kProtectUsers.name) ||
+       request_->HasParam(Params::kProtectGroups.name))) {
     token_db.PurgeByEntry(entry);
   }
 
@@ -118,10 +119,6 @@ int SharingSet::LoadForUpdate(Entry& entry) {
   return 0;
 }
 
-bool SharingSet::Carries(const char* parameter, bool update) const {
-  return !update || request_->HasParam(parameter);
-}
-
 int SharingSet::SetEntryFields(Entry& entry, bool update) {
   SetAccessFields(entry, update);
   SetProtectFields(entry, update);
@@ -139,34 +136,34 @@ int SharingSet::SetEntryFields(Entry& entry, bool update) {
       break;
   }
 
-  if (Carries(sharing::SZK_REDIRECT_TYPE, update)) entry.set_redirect_type(redirect_type_);
-  if (Carries(sharing::SZK_REDIRECT_URI, update)) entry.set_redirect_uri(redirect_uri_);
+  if (Carries(Params::kRedirectType, update)) entry.set_redirect_type(redirect_type_);
+  if (Carries(Params::kRedirectUri, update)) entry.set_redirect_uri(redirect_uri_);
   if (entry.get_redirect_type() != Entry::RedirectType::kNone && entry.get_redirect_uri().empty()) {
     return kErrorNoRedirectURI;
   }
 
-  if (Carries(sharing::SZK_APP, update)) entry.set_app(app_);
-  if (Carries(sharing::SZK_PRIVATE_DATA, update)) entry.set_private_data(private_data_);
+  if (Carries(Params::kApp, update)) entry.set_app(app_);
+  if (Carries(Params::kPrivateData, update)) entry.set_private_data(private_data_);
   return 0;
 }
 
 void SharingSet::SetAccessFields(Entry& entry, bool update) {
-  if (Carries(sharing::SZK_ENABLED_, update)) entry.set_enabled(enabled_);
-  if (Carries(sharing::SZK_AUTO_GC, update)) entry.set_auto_gc(auto_gc_);
-  if (Carries(sharing::SZK_ENABLE_MATCH_IP, update)) entry.set_enable_match_ip(enable_match_ip_);
-  if (Carries(sharing::SZK_START_AT, update)) entry.set_start_at_str(start_at_, kTimeFormat);
-  if (Carries(sharing::SZK_EXPIRE_AT, update)) entry.set_expire_at_str(expire_at_, kTimeFormat);
-  if (Carries(sharing::SZK_EXPIRE_TIMES, update)) entry.set_expire_times(expire_times_);
+  if (Carries(Params::kEnabled, update)) entry.set_enabled(enabled_);
+  if (Carries(Params::kAutoGc, update)) entry.set_auto_gc(auto_gc_);
+  if (Carries(Params::kEnableMatchIp, update)) entry.set_enable_match_ip(enable_match_ip_);
+  if (Carries(Params::kStartAt, update)) entry.set_start_at_str(start_at_, kTimeFormat);
+  if (Carries(Params::kExpireAt, update)) entry.set_expire_at_str(expire_at_, kTimeFormat);
+  if (Carries(Params::kExpireTimes, update)) entry.set_expire_times(expire_times_);
 }
 
 void SharingSet::SetProtectFields(Entry& entry, bool update) {
-  if (Carries(sharing::SZK_PROTECT_TYPE, update)) entry.set_protect_type(protect_type_);
-  if (Carries(sharing::SZK_PROTECT_TITLE, update)) entry.set_protect_title(protect_title_);
-  if (Carries(sharing::SZK_PROTECT_PASSWORD, update)) {
+  if (Carries(Params::kProtectType, update)) entry.set_protect_type(protect_type_);
+  if (Carries(Params::kProtectTitle, update)) entry.set_protect_title(protect_title_);
+  if (Carries(Params::kProtectPassword, update)) {
     entry.set_protect_password(protect_password_, true, Entry::PasswordEncryptAlgo::kArgon2id);
   }
-  if (Carries(sharing::SZK_PROTECT_USERS, update)) entry.set_protect_users(protect_users_);
-  if (Carries(sharing::SZK_PROTECT_GROUPS, update)) entry.set_protect_groups(protect_groups_);
+  if (Carries(Params::kProtectUsers, update)) entry.set_protect_users(protect_users_);
+  if (Carries(Params::kProtectGroups, update)) entry.set_protect_groups(protect_groups_);
 }
 
 int SharingSet::FormOutput() {

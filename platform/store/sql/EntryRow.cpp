@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "platform/store/sql/Statement.h"
@@ -15,6 +16,7 @@ namespace VELT::sharing::db {
 namespace {
 
 using record::Entry;
+using Names = std::vector<std::string>;
 
 constexpr const char* kEmptyList = "[]";  // as WriteList writes it
 
@@ -34,15 +36,15 @@ Json::Value ReadJson(const std::string& text) {
   return value;
 }
 
-std::string WriteList(const std::vector<std::string>& list) {
+std::string WriteList(const Names& list) {
   Json::Value array(Json::arrayValue);
   for (const std::string& text : list) array.append(text);
   return WriteJson(array);
 }
 
-std::vector<std::string> ReadList(const std::string& text) {
+Names ReadList(const std::string& text) {
   const Json::Value array = ReadJson(text);
-  std::vector<std::string> list;
+  Names list;
   for (const Json::Value& element : array) list.push_back(element.asString());
   return list;
 }
@@ -53,14 +55,37 @@ Enum ReadEnum(long long value) {
   return static_cast<Enum>(value);
 }
 
-// Whether the stored text could be read again.
-bool IsStorableJson(const Json::Value& value) {
+// The stored form of an entry's value of each type, and whether it has one that can be read again.
+void Store(const std::string& value, std::string& column) { column = value; }
+void Load(const std::string& column, std::string& value) { value = column; }
+bool IsStorable(const std::string& value) { return IsCleanText(value); }
+
+void Store(const Names& value, std::string& column) { column = WriteList(value); }
+void Load(const std::string& column, Names& value) { value = ReadList(column); }
+bool IsStorable(const Names& value) { return std::all_of(value.begin(), value.end(), IsCleanText); }
+
+void Store(const Json::Value& value, std::string& column) { column = WriteJson(value); }
+void Load(const std::string& column, Json::Value& value) { value = ReadJson(column); }
+bool IsStorable(const Json::Value& value) {
   Json::Value again;
   return IsCleanJson(value) && ParseJsonText(WriteJson(value), again);
 }
 
-bool AreClean(const std::vector<std::string>& texts) {
-  return std::all_of(texts.begin(), texts.end(), IsCleanText);
+template <typename Number>
+void Store(Number value, long long& column) {
+  column = static_cast<long long>(value);
+}
+template <typename Number>
+void Load(long long column, Number& value) {
+  if constexpr (std::is_enum_v<Number>) {
+    value = ReadEnum<Number>(column);
+  } else {
+    value = static_cast<Number>(column);
+  }
+}
+template <typename Number>
+bool IsStorable(const Number&) {
+  return true;
 }
 
 }  // namespace
@@ -75,39 +100,15 @@ void EntryRow::VisitOwn(Visitor&& visit) {
   visit("protection", protection);
 }
 
-template <typename Visitor>
-void EntryRow::VisitSettable(Visitor&& visit) {
-  visit(Field::kOwnerUid, "owner_uid", &EntryRow::owner_uid);
-  visit(Field::kProjectName, "project_name", &EntryRow::project_name);
-  visit(Field::kEnabled, "enabled", &EntryRow::enabled);
-  visit(Field::kAutoGc, "auto_gc", &EntryRow::auto_gc);
-  visit(Field::kEnableMatchIp, "enable_match_ip", &EntryRow::enable_match_ip);
-  visit(Field::kStartAt, "start_at", &EntryRow::start_at);
-  visit(Field::kExpireAt, "expire_at", &EntryRow::expire_at);
-  visit(Field::kExpireTimes, "expire_times", &EntryRow::expire_times);
-  visit(Field::kProtectType, "protect_type", &EntryRow::protect_type);
-  visit(Field::kProtectTitle, "protect_title", &EntryRow::protect_title);
-  visit(Field::kPassword, "password_hash", &EntryRow::password_hash);
-  visit(Field::kProtectUsers, "protect_users", &EntryRow::protect_users);
-  visit(Field::kProtectGroups, "protect_groups", &EntryRow::protect_groups);
-  visit(Field::kRedirectType, "redirect_type", &EntryRow::redirect_type);
-  visit(Field::kRedirectUri, "redirect_uri", &EntryRow::redirect_uri);
-  visit(Field::kApp, "app", &EntryRow::app);
-  visit(Field::kPrivateData, "private_data", &EntryRow::private_data);
-}
-
 const char* EntryRow::Unstorable(const Entry& entry) {
   if (!entry.writable_) return "a time";
   if (entry.password_refused_) return "the password";
   if (entry.owner_uid_ == kEveryOwner) return "the owner";
-  if (!IsCleanText(entry.project_name_)) return "the project name";
-  if (!IsCleanText(entry.protect_title_)) return "the title";
-  if (!IsCleanText(entry.redirect_uri_)) return "the redirect address";
-  if (!AreClean(entry.protect_users_)) return "the users";
-  if (!AreClean(entry.protect_groups_)) return "the groups";
-  if (!IsStorableJson(entry.app_)) return "the application data";
-  if (!IsStorableJson(entry.private_data_)) return "the private data";
-  return nullptr;
+  const char* unstorable = nullptr;
+  VisitSettable([&entry, &unstorable](Field, const char* name, auto, auto value) {
+    if (unstorable == nullptr && !IsStorable(entry.*value)) unstorable = name;
+  });
+  return unstorable;
 }
 
 std::optional<EntryRow> EntryRow::From(const Entry& entry) {
@@ -119,23 +120,9 @@ std::optional<EntryRow> EntryRow::From(const Entry& entry) {
   row.id = entry.id_;
   row.hash = entry.hash_;
   row.changed = entry.changed_;
-  row.owner_uid = entry.owner_uid_;
-  row.project_name = entry.project_name_;
-  row.enabled = entry.enabled_ ? 1 : 0;
-  row.auto_gc = entry.auto_gc_ ? 1 : 0;
-  row.enable_match_ip = entry.enable_match_ip_ ? 1 : 0;
-  row.start_at = entry.start_at_;
-  row.expire_at = entry.expire_at_;
-  row.expire_times = entry.expire_times_;
-  row.protect_type = static_cast<long long>(entry.protect_type_);
-  row.protect_title = entry.protect_title_;
-  row.password_hash = entry.password_hash_;
-  row.protect_users = WriteList(entry.protect_users_);
-  row.protect_groups = WriteList(entry.protect_groups_);
-  row.redirect_type = static_cast<long long>(entry.redirect_type_);
-  row.redirect_uri = entry.redirect_uri_;
-  row.app = WriteJson(entry.app_);
-  row.private_data = WriteJson(entry.private_data_);
+  VisitSettable([&row, &entry](Field, const char*, auto column, auto value) {
+    Store(entry.*value, row.*column);
+  });
   return row;
 }
 
@@ -145,23 +132,9 @@ Entry EntryRow::ToEntry() const {
   entry.hash_ = hash;
   entry.visits_ = static_cast<int>(visits);
   entry.created_at_ = created_at;
-  entry.owner_uid_ = static_cast<unsigned int>(owner_uid);
-  entry.project_name_ = project_name;
-  entry.enabled_ = enabled != 0;
-  entry.auto_gc_ = auto_gc != 0;
-  entry.enable_match_ip_ = enable_match_ip != 0;
-  entry.start_at_ = start_at;
-  entry.expire_at_ = expire_at;
-  entry.expire_times_ = static_cast<int>(expire_times);
-  entry.protect_type_ = ReadEnum<Entry::ProtectType>(protect_type);
-  entry.protect_title_ = protect_title;
-  entry.password_hash_ = password_hash;
-  entry.protect_users_ = ReadList(protect_users);
-  entry.protect_groups_ = ReadList(protect_groups);
-  entry.redirect_type_ = ReadEnum<Entry::RedirectType>(redirect_type);
-  entry.redirect_uri_ = redirect_uri;
-  entry.app_ = ReadJson(app);
-  entry.private_data_ = ReadJson(private_data);
+  VisitSettable([this, &entry](Field, const char*, auto column, auto value) {
+    Load(this->*column, entry.*value);
+  });
   return entry;
 }
 
@@ -187,7 +160,7 @@ void EntryRow::Identify(Entry& entry) const {
 bool EntryRow::MergeOnto(const EntryRow& stored) {
   id = stored.id;
   revision = stored.revision + 1;
-  VisitSettable([this, &stored](Field field, const char*, auto column) {
+  VisitSettable([this, &stored](Field field, const char*, auto column, auto) {
     if ((changed & Entry::Bit(field)) == 0) this->*column = stored.*column;
   });
   protection = stored.protection + (ProtectsAs(stored) ? 0 : 1);
@@ -235,7 +208,8 @@ std::string EntryRow::BindInsert(soci::statement& statement, long long& new_id) 
     statement.exchange(soci::use(value, name));
   };
   VisitOwn(add);
-  VisitSettable([this, &add](Field, const char* name, auto column) { add(name, this->*column); });
+  VisitSettable(
+      [this, &add](Field, const char* name, auto column, auto) { add(name, this->*column); });
   statement.exchange(soci::into(new_id));
   return "insert into link (" + names + ") values (" + values + ") returning id";
 }
@@ -246,7 +220,7 @@ std::string EntryRow::BindUpdate(soci::statement& statement) {
     changes += (changes.empty() ? "" : ", ") + name + " = :" + name;
     statement.exchange(soci::use(value, name));
   };
-  VisitSettable([this, &add](Field field, const char* name, auto column) {
+  VisitSettable([this, &add](Field field, const char* name, auto column, auto) {
     if ((changed & Entry::Bit(field)) != 0) add(name, this->*column);
   });
   add("protection", protection);
@@ -263,7 +237,7 @@ const std::string& EntryRow::Select() {
     };
     EntryRow row;
     row.VisitOwn(add);
-    VisitSettable([&](Field, const char* name, auto column) { add(name, row.*column); });
+    VisitSettable([&](Field, const char* name, auto column, auto) { add(name, row.*column); });
     return "select " + names + " from link";
   }();
   return select;
@@ -274,7 +248,8 @@ void EntryRow::ReadFrom(soci::statement& statement) {
     statement.exchange(soci::into(value));
   };
   VisitOwn(into);
-  VisitSettable([this, &into](Field, const char* name, auto column) { into(name, this->*column); });
+  VisitSettable(
+      [this, &into](Field, const char* name, auto column, auto) { into(name, this->*column); });
 }
 
 }  // namespace VELT::sharing::db

@@ -75,14 +75,35 @@ class EntryRow {
   void ReadFrom(soci::statement& statement);
 
  private:
-  using Field = record::Entry::Field;
+  using Entry = record::Entry;
+  using Field = Entry::Field;
 
   // Both call `visit` for each column with its name, always in the same order: VisitOwn for those
-  // that only the store sets, VisitSettable for the others, with the entry's field.
+  // that only the store sets, VisitSettable for the others, with the entry's field and its value.
   template <typename Visitor>
   void VisitOwn(Visitor&& visit);
   template <typename Visitor>
-  static void VisitSettable(Visitor&& visit);
+  static void VisitSettable(Visitor&& visit) {
+    visit(Field::kOwnerUid, "owner_uid", &EntryRow::owner_uid, &Entry::owner_uid_);
+    visit(Field::kProjectName, "project_name", &EntryRow::project_name, &Entry::project_name_);
+    visit(Field::kEnabled, "enabled", &EntryRow::enabled, &Entry::enabled_);
+    visit(Field::kAutoGc, "auto_gc", &EntryRow::auto_gc, &Entry::auto_gc_);
+    visit(Field::kEnableMatchIp, "enable_match_ip", &EntryRow::enable_match_ip,
+          &Entry::enable_match_ip_);
+    visit(Field::kStartAt, "start_at", &EntryRow::start_at, &Entry::start_at_);
+    visit(Field::kExpireAt, "expire_at", &EntryRow::expire_at, &Entry::expire_at_);
+    visit(Field::kExpireTimes, "expire_times", &EntryRow::expire_times, &Entry::expire_times_);
+    visit(Field::kProtectType, "protect_type", &EntryRow::protect_type, &Entry::protect_type_);
+    visit(Field::kProtectTitle, "protect_title", &EntryRow::protect_title, &Entry::protect_title_);
+    visit(Field::kPassword, "password_hash", &EntryRow::password_hash, &Entry::password_hash_);
+    visit(Field::kProtectUsers, "protect_users", &EntryRow::protect_users, &Entry::protect_users_);
+    visit(Field::kProtectGroups, "protect_groups", &EntryRow::protect_groups,
+          &Entry::protect_groups_);
+    visit(Field::kRedirectType, "redirect_type", &EntryRow::redirect_type, &Entry::redirect_type_);
+    visit(Field::kRedirectUri, "redirect_uri", &EntryRow::redirect_uri, &Entry::redirect_uri_);
+    visit(Field::kApp, "app", &EntryRow::app, &Entry::app_);
+    visit(Field::kPrivateData, "private_data", &EntryRow::private_data, &Entry::private_data_);
+  }
 
   // The name, for a log line, of a part of the entry that can't be stored; null when there is none.
   static const char* Unstorable(const record::Entry& entry);

@@ -168,7 +168,7 @@ struct Migration {
   const std::vector<std::string>& postgresql = kNone;
 };
 
-const std::array<Migration, kSchemaVersion> kMigrations = {{
+constexpr auto kMigrations = std::to_array<Migration>({
     {kVersion1},
     {kVersion2},
     {kVersion3},
@@ -176,7 +176,7 @@ const std::array<Migration, kSchemaVersion> kMigrations = {{
     {kVersion5, kSqliteVersion5, kPostgresqlVersion5},
     {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
     {kVersion7},
-}};
+});
 
 std::string Translate(std::string statement, const Words& words) {
   const std::array<std::pair<std::string_view, const char*>, 7> translations = {
@@ -196,6 +196,8 @@ std::string Translate(std::string statement, const Words& words) {
 }
 
 }  // namespace
+
+const int kSchemaVersion = static_cast<int>(kMigrations.size());
 
 int SchemaVersion(soci::session& session, const char* lock) {
   int version = 0;

@@ -5,7 +5,8 @@
 
 namespace VELT::sharing::db {
 
-inline constexpr int kSchemaVersion = 7;
+// The version that this library's migrations lead to.
+extern const int kSchemaVersion;
 
 // SQL that reads the version of the tables.
 inline constexpr const char* kSelectVersion = "select version from schema_version";
