@@ -11,8 +11,8 @@ OWNER, VISITOR = "/webapi/entry.cgi", "/sharing/{link}/webapi"
 # distinguishes the operations: no client sends it.
 ADDRESSES = {OWNER: "user", VISITOR: "visitor"}
 TEXT = {"type": "string"}
-KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxItems", "format", "minimum", "maximum",
-            "description")
+KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxLength", "minItems", "maxItems", "format", "minimum",
+            "maximum", "description")
 LIMITS = {"int32": (-1 << 31, (1 << 31) - 1), "int64": (0, (1 << 63) - 1)}
 
 
@@ -107,7 +107,8 @@ def responses_of(method, address, declared):
 
 def security_of(method, address):
     if address == OWNER:
-        return [{"account": []}]
+        ways = [{"session": []}, {"token": []}, {"account": []}]
+        return [*ways, {}] if "anyone" in method["access"] else ways
     return [{"visit": []}] if "visitor" not in method["access"] else [{"visit": []}, {}]
 
 
@@ -130,7 +131,7 @@ def operation_of(method, address, declared):
 
 
 def addresses_of(method):
-    if "user" in method["access"]:
+    if {"anyone", "user"} & set(method["access"]):
         yield OWNER
     if {"visitor", "token"} & set(method["access"]):
         yield VISITOR
@@ -146,7 +147,9 @@ def describe(declared, version):
         "paths": {f"{address}#{method['api']}.{method['method']}": {"post": operation_of(method, address, declared)}
                   for method in declared.methods for address in addresses_of(method)},
         "components": {"schemas": closed(declared.schemas), "securitySchemes": {
-            "account": {"type": "http", "scheme": "basic", "description": "an account of the appliance"},
+            "session": {"type": "apiKey", "in": "cookie", "name": "velt_owner_sid", "description": "set by login"},
+            "token": {"type": "http", "scheme": "bearer", "description": "made by token_create"},
+            "account": {"type": "http", "scheme": "basic", "description": "where it is switched on"},
             "visit": {"type": "apiKey", "in": "cookie", "name": "sharing_sid", "description": "set by login"}}},
     }
 

@@ -11,7 +11,7 @@ import sys
 
 import declaration
 
-CALLERS = {"user": "owners", "visitor": "visitors", "token": "visitors with a visit"}
+CALLERS = {"anyone": "whoever calls", "user": "owners", "visitor": "visitors", "token": "visitors with a visit"}
 TYPES = {"string": "text", "integer": "number", "array": "array of texts", None: "any value"}
 PLACE = re.compile(r"(<!-- declared: (.*?) -->\n)(.*?)(<!-- end -->)", re.S)
 

@@ -23,8 +23,11 @@ struct Options {
   Ids ids;
   std::string registry;
   std::string database;
-  std::string request_log;   // see RequestLog; empty: none
-  std::string metrics;       // see MetricsServer; empty: none
+  std::string request_log;               // see RequestLog; empty: none
+  std::string metrics;                   // see MetricsServer; empty: none
+  bool web_server_names_owners = false;  // in REMOTE_USER; otherwise they sign in here
+  bool owner_basic = false;              // passwords are taken by HTTP Basic too
+  std::string server_name;               // what owners read where they sign in
   std::string external_url;  // without a slash at the end; empty: the request's Host is used
   // All in seconds: for a whole request, and for a program or PAM that it waits for.
   unsigned int request_timeout = 120;

@@ -171,6 +171,7 @@ struct CommandLine {
   // More than processors, since some calls wait: for a plugin, a program, the database, a client.
   std::size_t front_workers = std::clamp(4 * Processors(), 8U, 32U);
   std::size_t pool_workers = std::clamp(2 * Processors(), 4U, 16U);
+  std::string owner_login = "web-server";
   bool log_stderr = false;
   bool check_config = false;
 };
@@ -201,6 +202,16 @@ void Describe(CLI::App& app, CommandLine& line) {
          "--external-url", options.external_url,
          "Beginning of links (https://nas.example.com); without it, the Host of the request")
       ->check(CLI::Validator(CheckExternalURL, "URL"));
+  app.add_option(
+         "--owner-login", line.owner_login,
+         "Who signs owners in: \"own\", the page /signin/, or \"web-server\", which names them in "
+         "REMOTE_USER")
+      ->check(CLI::IsMember({"own", "web-server"}))
+      ->capture_default_str();
+  app.add_flag("--owner-basic", options.owner_basic,
+               "Take owners' passwords by HTTP Basic too, for calls of the API");
+  app.add_option("--server-name", options.server_name,
+                 "What owners read where they sign in; without it, the host's name");
   app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();
@@ -230,6 +241,11 @@ void Describe(CLI::App& app, CommandLine& line) {
   app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
+std::string HostName() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
 int Main(int argc, char** argv) {
   CommandLine line;
   CLI::App app(
@@ -248,6 +264,8 @@ int Main(int argc, char** argv) {
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
   line.options.pools.fill(line.pool_workers);
   line.options.pools[IndexOf(Pool::kFront)] = line.front_workers;
+  line.options.web_server_names_owners = line.owner_login == "web-server";
+  if (line.options.server_name.empty()) line.options.server_name = HostName();
   line.options.ids = FindIds(line.user, line.group);
   const int status = line.check_config ? 0 : Serve(line.options);
   if (status == kBadConfiguration && !line.log_stderr) {

@@ -29,6 +29,7 @@
 #include "host/process/Deadline.h"
 #include "host/process/Privileges.h"
 #include "host/request/Answer.h"
+#include "host/request/Caller.h"
 #include "host/request/Dispatcher.h"
 #include "host/request/FastCgi.h"
 #include "host/request/OutputCapture.h"
@@ -170,7 +171,7 @@ class Worker {
       BecomeBusy(place_);
       deadline_.Start();
       if (event == RequestWaiter::Event::kRequest) {
-        if (const std::optional<Incoming> incoming = take()) Answer(*incoming);
+        if (std::optional<Incoming> incoming = take()) Answer(*incoming);
       }
       afterwards_.DoDue();
       deadline_.Stop();
@@ -183,7 +184,7 @@ class Worker {
     }
   }
 
-  void Answer(const Incoming& incoming) {
+  void Answer(Incoming& incoming) {
     RequestNote& note = place_.slot->request;
     note = {incoming.id, incoming.taken};
     if (incoming.reply.ClientHasLeft()) return Finish(kClientLeft, 0);
@@ -196,6 +197,9 @@ class Worker {
     deadline_.SetClient(nullptr);
     if (outcome.other_pool) {
       const Pool pool = *outcome.other_pool;
+      if (!outcome.judged_owner.empty()) {
+        incoming.request.variables[kJudgedOwner] = outcome.judged_owner;
+      }
       if (queues_[IndexOf(pool)].Give(incoming)) {
         note = {};  // the worker that takes it reports it
         return;
@@ -206,6 +210,7 @@ class Worker {
       outcome.code = kUnexpectedFailure;
     }
     Reply(incoming, stream, outcome);
+    if (outcome.note) outcome.note();
     if (outcome.afterwards) afterwards_.Add(std::move(outcome.afterwards));
     // Parsed JSON can take a hundred times the memory of its text. It is given back to the system.
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);

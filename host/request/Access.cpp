@@ -1,49 +1,15 @@
 #include "host/request/Access.h"
 
-#include <optional>
+#include <algorithm>
 #include <string>
 
 #include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
+#include "veltsharing/Owners.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Visit.h"
-#include "veltsys/Accounts.h"
-#include "veltsys/ResultCache.h"
-#include "veltsys/User.h"
 
 namespace VELT::host {
-
-namespace {
-
-struct Identity {
-  unsigned int uid = RequestContext::kNobody;
-  bool is_admin = false;
-};
-
-std::optional<Identity> LookUp(const std::string& name) {
-  const auto user = accounts::FindUser(name);
-  // kNobody and the uid above it have special meanings.
-  if (!user.has_value() || user->uid >= RequestContext::kNobody) return std::nullopt;
-  return Identity{user->uid, accounts::IsAdministrator(*user)};
-}
-
-// A look-up takes longer than the rest of a short request.
-std::optional<Identity> FindIdentity(const std::string& name) {
-  static ResultCache<std::string, Identity> identities(1000);
-  return identities.Get(name, [&name] { return LookUp(name); });
-}
-
-}  // namespace
-
-bool IdentifyUser(const WebRequest& request, RequestContext& context) {
-  const std::string name = request.Variable("REMOTE_USER");
-  if (name.empty()) return false;
-  const auto identity = FindIdentity(name);
-  if (!identity.has_value()) return false;
-  context.login_uid = identity->uid;
-  context.is_admin = identity->is_admin;
-  return true;
-}
 
 bool AsksForAnotherLink(const RequestContext& context) {
   const auto found = context.parameters.find(sharing::SZK_SHARING_ID);
@@ -55,13 +21,32 @@ bool AsksForAnotherLink(const RequestContext& context) {
   return !id.empty() && id != context.sharing_id;
 }
 
-bool MayCall(const Access& access, const RequestContext& context, bool is_user) {
-  if (!context.is_sharing) return access.user && is_user;
+bool MayCall(const Access& access, const RequestContext& context, bool signs_in_here) {
+  if (!context.is_sharing) {
+    const bool is_user = context.owner.how != sharing::owners::Owner::How::kNobody;
+    return (access.user && is_user) || (access.anyone && signs_in_here);
+  }
   if (access.visitor || !access.token) return access.visitor;
   auto& database = *sharing::db::SharingDB::Instance();
   sharing::record::Entry entry;
   return database.IsGood() && sharing::db::EntryDB(database).GetByHash(context.sharing_id, entry) &&
          sharing::HoldsToken(entry, context.sharing_sid);
+}
+
+std::string BeyondToken(const Method& method, const RequestContext& context) {
+  const sharing::owners::Owner& owner = context.owner;
+  if (!owner.may_change && method.post_only) return "the token may read only";
+  if (owner.projects.empty()) return {};
+  if (!method.through_links) return "the token is for links of some projects only";
+  const auto found = context.parameters.find("project_name");
+  if (found == context.parameters.end()) return {};
+  const RawParameter& raw = found->second;
+  const std::string project = !raw.typed            ? raw.text
+                              : raw.json.isString() ? raw.json.asString()
+                                                    : "";
+  const auto& projects = owner.projects;
+  const bool named = std::find(projects.begin(), projects.end(), project) != projects.end();
+  return named || project.empty() ? "" : "the token is not for this project";
 }
 
 }  // namespace VELT::host

@@ -43,11 +43,11 @@ std::string CookieLines(const ResponseState& state, bool secure) {
 }
 
 std::string JsonAnswer(const ResponseState& state, bool secure) {
-  std::string text =
-      "Status: 200 OK\r\n"
-      "Content-Type: application/json; charset=\"UTF-8\"\r\n"
-      "Cache-Control: no-store\r\n"
-      "X-Content-Type-Options: nosniff\r\n";
+  std::string text = std::string("Status: ") + state.status +
+                     "\r\n"
+                     "Content-Type: application/json; charset=\"UTF-8\"\r\n"
+                     "Cache-Control: no-store\r\n"
+                     "X-Content-Type-Options: nosniff\r\n";
   if (state.retry_after > 0) text += "Retry-After: " + std::to_string(state.retry_after) + "\r\n";
   text += CookieLines(state, secure) + "\r\n";
   // The data may be a long list, so it is not copied into a JSON value that encloses it.
@@ -58,8 +58,11 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
          ToText(state.body) + R"(},"success":false})";
 }
 
-std::string ErrorAnswer(FrameworkError code, const std::string& detail) {
+std::string ErrorAnswer(FrameworkError code, const std::string& detail, const char* status,
+                        std::int64_t retry_after) {
   ResponseState state;
+  state.status = status;
+  state.retry_after = retry_after;
   state.outcome = ResponseState::Outcome::kError;
   state.error_code = code;
   state.body = detail;

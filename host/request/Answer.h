@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <string>
 
 #include "veltwebapi/ResponseState.h"
@@ -24,7 +25,9 @@ enum FrameworkError {
 std::string JsonAnswer(const ResponseState& state, bool secure);
 // The Set-Cookie lines of an answer whose other header lines come from the handler.
 std::string CookieLines(const ResponseState& state, bool secure);
-std::string ErrorAnswer(FrameworkError code, const std::string& detail);
+// `status` is HTTP's, with its reason phrase; `retry_after` as in ResponseState.
+std::string ErrorAnswer(FrameworkError code, const std::string& detail,
+                        const char* status = "200 OK", std::int64_t retry_after = 0);
 
 // An answer in plain text. `status` has its reason phrase ("404 Not Found"); `text` is one line.
 std::string PlainAnswer(const std::string& status, const std::string& text);

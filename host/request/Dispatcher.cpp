@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <map>
@@ -13,11 +14,13 @@
 #include "host/page/Language.h"
 #include "host/request/Access.h"
 #include "host/request/Answer.h"
+#include "host/request/Caller.h"
 #include "host/request/PageRoute.h"
 #include "host/request/RequestReader.h"
 #include "host/request/Site.h"
 #include "host/watch/Statistics.h"
 #include "veltsharing/Keys.h"
+#include "veltsharing/Owners.h"
 #include "veltsharing/StoreOptions.h"
 #include "veltsharing/Visit.h"
 #include "veltsys/Text.h"
@@ -116,8 +119,9 @@ bool IsSecure(const WebRequest& request, const std::string& base_url) {
   return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
 }
 
-Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail) {
-  Dispatcher::Outcome outcome(ErrorAnswer(code, detail));
+Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail,
+                            const char* status = "200 OK", std::int64_t retry_after = 0) {
+  Dispatcher::Outcome outcome(ErrorAnswer(code, detail, status, retry_after));
   outcome.code = code;
   return outcome;
 }
@@ -182,6 +186,9 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::
   if (!error.empty()) return Refusal(kMalformed, error);
   context->base_url = BaseURL(request, options_.external_url);
   if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
+  context->client = {request.Variable("REMOTE_ADDR"), request.Variable("HTTP_USER_AGENT"),
+                     IsSecure(request, context->base_url)};
+  context->server_name = options_.server_name;
   context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
   const auto language = context->cookies.find(kLanguageCookie);
   const bool is_chosen = language != context->cookies.end() && IsUILanguage(language->second);
@@ -222,8 +229,26 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
   if (AsksForAnotherLink(*context)) {
     return Refusal(kNotAllowed, "only this address's own link can be asked about");
   }
-  const bool is_user = !context->is_sharing && IdentifyUser(request, *context);
-  if (!MayCall(method->access, *context, is_user)) return Refusal(kNotAllowed, "not allowed");
+  if (!context->is_sharing) {
+    const Caller caller = IdentifyCaller(request, options_, pool_, *context);
+    if (caller.kind == Caller::Kind::kUnjudged) return Outcome(Pool::kLogin);
+    if (caller.kind == Caller::Kind::kBraked) {
+      return Refusal(kNotAllowed, "too many attempts have failed", "429 Too Many Requests",
+                     caller.wait);
+    }
+    if (caller.kind == Caller::Kind::kUnknown) {
+      return Refusal(kUnexpectedFailure, "the caller can't be judged now",
+                     "503 Service Unavailable");
+    }
+    sharing::SetProjects(context->owner.projects);
+  }
+  if (!MayCall(method->access, *context, !options_.web_server_names_owners)) {
+    // No WWW-Authenticate: it would open the browser's own dialogue.
+    const bool signed_out = !context->is_sharing && context->owner.account.empty();
+    return Refusal(kNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");
+  }
+  const std::string beyond = BeyondToken(*method, *context);
+  if (!beyond.empty()) return Refusal(kNotAllowed, beyond);
   if (HasRawBody(request)) {
     if (request.body.size() > method->raw_body) {
       return Refusal(kMalformed, method->raw_body == 0
@@ -234,7 +259,7 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
   }
   const Call call{*method,
                   api + " " + name,
-                  IsSecure(request, context->base_url),
+                  context->client.secure,
                   request.Variable("REQUEST_METHOD") == "HEAD",
                   sink,
                   note};
@@ -243,6 +268,7 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
 
 Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
                                            std::unique_ptr<RequestContext> context) {
+  const sharing::owners::Owner owner = context->owner;
   APIRequest api_request(std::move(context));
   APIResponse api_response;
   ResponseState& state = api_response.state();
@@ -264,18 +290,24 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
     // The front's worker runs the check as well, so that a bad request is refused at once and does
     // not wait for a worker of its pool.
     if (!call.method.check(&api_request, &api_response)) return;
-    for_other_pool = call.method.pool != pool_;
+    // A worker of the pool "login" that had to judge the caller first goes on with a short call.
+    for_other_pool = call.method.pool != pool_ && call.method.pool != Pool::kFront;
     if (!for_other_pool) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
-  state.retry_after = sharing::LoginWait();
-  if (for_other_pool) return Outcome(call.method.pool);
+  state.retry_after = std::max(state.retry_after, sharing::LoginWait());
+  if (for_other_pool) {
+    Outcome outcome(call.method.pool);
+    if (owner.how == sharing::owners::Owner::How::kBasic) outcome.judged_owner = owner.account;
+    return outcome;
+  }
   Outcome outcome =
       streamed ? Outcome(std::string())
                : Outcome(AnswerOf(state, call.label, returned, std::move(printed), call.secure));
   outcome.broken_off = streamed && (!returned || state.broken_off);
   if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
   outcome.afterwards = std::move(state.afterwards);
+  if (owner.use_due) outcome.note = [owner] { sharing::owners::NoteUse(owner); };
   return outcome;
 }
 

@@ -37,6 +37,8 @@ class Dispatcher {
     std::optional<Pool> other_pool;
     bool broken_off = false;           // what was sent is not the whole answer
     std::function<void()> afterwards;  // see APIResponse::Afterwards; may be empty
+    std::function<void()> note;        // to be called after the answer; may be empty
+    std::string judged_owner;          // with `other_pool`: what its worker finds in kJudgedOwner
   };
 
   // `pool` is that of this worker. The referenced objects must outlive this one.

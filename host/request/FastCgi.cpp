@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/request/Caller.h"
+
 namespace VELT::host {
 namespace {
 
@@ -57,7 +59,7 @@ WebRequest ReadRequest(const FCGX_Request& fcgi, std::size_t largest_body) {
   for (char** variable = fcgi.envp; variable != nullptr && *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
     const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) continue;
+    if (equals == std::string_view::npos || text.substr(0, equals) == kJudgedOwner) continue;
     request.variables.emplace(text.substr(0, equals), text.substr(equals + 1));
   }
   ReadBody(fcgi.in, largest_body, request);

@@ -39,22 +39,24 @@ Access ReadAccess(const Json::Value& levels) {
   }
   Access access;
   for (const Json::Value& level : levels) {
-    if (level == "user") {
+    if (level == "anyone") {
+      access.anyone = true;
+    } else if (level == "user") {
       access.user = true;
     } else if (level == "visitor") {
       access.visitor = true;
     } else if (level == "token") {
       access.token = true;
     } else {
-      Fail({R"("access" may hold "user", "visitor" and "token" only)"});
+      Fail({R"("access" may hold "anyone", "user", "visitor" and "token" only)"});
     }
   }
   return access;
 }
 
-bool ReadPostOnly(const Json::Value& row) {
-  const Json::Value value = row.get("post_only", false);
-  if (!value.isBool()) Fail({R"("post_only" must be true or false)"});
+bool ReadFlag(const Json::Value& row, const char* name) {
+  const Json::Value value = row.get(name, false);
+  if (!value.isBool()) Fail({"\"", name, "\" must be true or false"});
   return value.asBool();
 }
 
@@ -151,8 +153,10 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
         check->second->check == nullptr) {
       Fail({"the library has no handler or no check for ", api, " ", name});
     }
-    const Method method{handler->second->handler, check->second->check, ReadAccess(row["access"]),
-                        ReadPostOnly(row),        ReadPool(row),        ReadRawBody(row)};
+    const Method method{
+        handler->second->handler,      check->second->check, ReadAccess(row["access"]),
+        ReadFlag(row, "post_only"),    ReadPool(row),        ReadRawBody(row),
+        ReadFlag(row, "through_links")};
     if (!methods_.emplace(key, method).second) {
       Fail({api, " ", name, " is registered twice"});
     }

@@ -15,6 +15,7 @@ namespace VELT::host {
 
 // Who may call a method. Several of these may be true.
 struct Access {
+  bool anyone = false;   // whoever is at the owners' address, to sign in
   bool user = false;     // a logged-in user
   bool visitor = false;  // whoever knows a link's address, logged in or not
   bool token = false;    // a visitor whose session holds a legal token for the link
@@ -27,7 +28,10 @@ struct Method {
   bool post_only = false;    // for methods that change something
   Pool pool = Pool::kFront;  // whose workers run it
   std::size_t raw_body = 0;  // the largest raw body in bytes; 0: the body holds parameters
-  std::size_t row = 0;       // see Number
+  // A token that is limited to projects opens it: the store, which shows it links of these projects
+  // alone, is all that it tells of or changes.
+  bool through_links = false;
+  std::size_t row = 0;  // see Number
 };
 
 // Constant after Load and Number; several threads may read it.
@@ -38,8 +42,9 @@ class Registry {
   //
   //   {"library": PATH, absolute or relative to the file's folder,
   //    "methods": [{"api": NAME, "version": N, "method": NAME,
-  //                 "access": [any of "user", "visitor", "token"],
+  //                 "access": [any of "anyone", "user", "visitor", "token"],
   //                 "post_only": BOOL, false if absent,
+  //                 "through_links": BOOL, false if absent,
   //                 "pool": "login", "program", "long", "stream" or "bulk"; absent: the front,
   //                 "raw_body": BYTES, only with "post_only": the method accepts a raw body of
   //                   the type application/octet-stream, with its parameters in the query}]}

@@ -32,6 +32,7 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
     const EntryRow* row =
         IsVisitor() ? statements.FindEnabledLink(hash) : statements.FindLink(hash);
     if (row == nullptr || (IsVisitor() && !OwnerExists(row->owner_uid))) return false;
+    if (!SeesProject(row->project_name)) return false;
     entry = row->ToEntry();
     return true;
   });
@@ -40,7 +41,7 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
 bool EntryDB::CreateWithHash(record::Entry& entry) {
   return Connection::Of(db_).Run("create a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
-    if (!row) return false;
+    if (!row || !SeesProject(row->project_name)) return false;
     row->MakeNew(NewLinkId(), Now());
     row->id = store.statements().InsertLink(*row);
     row->Identify(entry);
@@ -54,7 +55,8 @@ bool EntryDB::Update(const record::Entry& entry) {
     if (!row) return false;
     Transaction transaction(store);
     const EntryRow* stored = store.statements().LockLink(row->hash);
-    if (stored == nullptr || !row->MergeOnto(*stored)) return false;
+    if (stored == nullptr || !SeesProject(stored->project_name)) return false;
+    if (!row->MergeOnto(*stored) || !SeesProject(row->project_name)) return false;
     store.statements().UpdateLink(*row);
     transaction.Commit();
     return true;

@@ -13,6 +13,7 @@
 
 #include "platform/store/LocalTime.h"
 #include "platform/store/LogText.h"
+#include "platform/store/StoreContext.h"
 #include "platform/store/TypeTexts.h"
 #include "platform/store/sql/EntryRow.h"
 #include "platform/store/sql/LinkCounts.h"
@@ -132,6 +133,21 @@ void EntryQuery::AddOrder(const std::string& field, bool ascending) {
   order_.emplace_back(column, ascending);
 }
 
+std::string AmongProjects() {
+  std::string text;
+  for (std::size_t index = 0; index < VisibleProjects().size(); ++index) {
+    text += (index == 0 ? "project_name in (:among" : ", :among") + std::to_string(index);
+  }
+  return text.empty() ? text : text + ")";
+}
+
+void BindProjects(soci::statement& statement) {
+  std::size_t index = 0;
+  for (const std::string& project : VisibleProjects()) {
+    statement.exchange(soci::use(project, "among" + std::to_string(index++)));
+  }
+}
+
 std::string EntryQuery::Where(const char* unindexed) const {
   if (none_) return " where 1 = 0";
   std::string text;
@@ -141,7 +157,8 @@ std::string EntryQuery::Where(const char* unindexed) const {
     text += filters_[index].column->name;
     text += " = :value" + std::to_string(index);
   }
-  return text;
+  const std::string projects = AmongProjects();
+  return projects.empty() ? text : text + (text.empty() ? " where " : " and ") + projects;
 }
 
 bool EntryQuery::IsFixed(const Column* column) const {
@@ -173,9 +190,11 @@ void EntryQuery::Bind(soci::statement& statement) const {
       statement.exchange(soci::use(filter.number, name));
     }
   }
+  BindProjects(statement);
 }
 
 std::optional<long long> EntryQuery::KnownCount(soci::session& sql) const {
+  if (!VisibleProjects().empty()) return std::nullopt;
   std::optional<long long> owner;
   std::optional<std::string> project;
   for (const Filter& filter : filters_) {

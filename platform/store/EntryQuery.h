@@ -13,6 +13,11 @@
 
 namespace VELT::sharing::db {
 
+// SQL for a link's project being one that the request may see (StoreContext.h), and its values. Empty
+// when it may see all.
+std::string AmongProjects();
+void BindProjects(soci::statement& statement);
+
 class EntryQuery {
  public:
   explicit EntryQuery(const Condition& condition);

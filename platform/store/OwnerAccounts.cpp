@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "platform/store/LocalTime.h"
 #include "platform/store/Pam.h"
 #include "platform/store/StoreContext.h"
 #include "platform/store/sql/Transaction.h"
@@ -40,6 +41,12 @@ void NoteChecked(db::StoreSession& store, const std::string& name, const std::st
   store.sql() << "delete from owner_session where credential <> :credential and account_id in "
                  "(select id from owner_account where name = :name)",
       soci::use(credential), soci::use(name);
+}
+
+std::string TimeText(std::int64_t time) { return FormatLocalTime(time); }
+
+std::optional<std::int64_t> ParseTime(const std::string& text) {
+  return text.empty() ? 0 : ParseLocalTime(text, kTimeFormat);
 }
 
 bool CheckAccount(const std::string& account, const std::string& address) {

@@ -16,10 +16,10 @@ std::int64_t EndOf(long long created_at, long long last_used, bool stay) {
 
 }  // namespace
 
-std::optional<Owner> FindSession(const std::string& session) {
-  std::optional<Owner> owner;
-  if (session.size() != kSessionIdLength) return owner;
-  Run("find an owner's session", [&](db::StoreSession& store) {
+bool FindSession(const std::string& session, std::optional<Owner>& owner) {
+  owner.reset();
+  if (session.size() != kSessionIdLength) return true;
+  return Run("find an owner's session", [&](db::StoreSession& store) {
     const std::string hash = Digest(session);
     Owner found;
     found.how = Owner::How::kSession;
@@ -45,7 +45,6 @@ std::optional<Owner> FindSession(const std::string& session) {
     owner = found;
     return true;
   });
-  return owner;
 }
 
 bool SignOut(const std::string& session) {

@@ -41,10 +41,10 @@ std::vector<std::string> Split(std::string_view text) {
 
 }  // namespace
 
-std::optional<Owner> FindToken(const std::string& token) {
-  std::optional<Owner> owner;
-  if (!IsWellFormed(token)) return owner;
-  Run("find an owner's token", [&](db::StoreSession& store) {
+bool FindToken(const std::string& token, std::optional<Owner>& owner) {
+  owner.reset();
+  if (!IsWellFormed(token)) return true;
+  return Run("find an owner's token", [&](db::StoreSession& store) {
     const std::string hash = Digest(token);
     Owner found;
     found.how = Owner::How::kToken;
@@ -74,7 +74,6 @@ std::optional<Owner> FindToken(const std::string& token) {
     owner = found;
     return true;
   });
-  return owner;
 }
 
 bool ListTokens(const std::string& account, std::vector<TokenRow>& tokens) {

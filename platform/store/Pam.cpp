@@ -25,7 +25,7 @@ namespace {
 using Kind = PamRequest::Kind;
 using Verdict = PamReply::Verdict;
 
-const char* ServiceOf(Kind kind) { return kind == Kind::kVisitor ? "velt-sharing" : "velt-web"; }
+const char* ServiceOf(Kind kind) { return kind == Kind::kVisitor ? "velt-sharing" : "velt-owner"; }
 
 struct Conversation {
   const PamRequest& request;

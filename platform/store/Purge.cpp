@@ -1,5 +1,6 @@
 #include "platform/store/Purge.h"
 
+#include "platform/store/EntryQuery.h"
 #include "platform/store/FailedLogins.h"
 #include "platform/store/LocalTime.h"
 #include "platform/store/StoreContext.h"
@@ -37,6 +38,8 @@ long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string&
     expired += " and project_name = :project";
     statement.exchange(soci::use(project, "project"));
   }
+  if (const std::string among = AmongProjects(); !among.empty()) expired += " and " + among;
+  BindProjects(statement);
   Transaction transaction(sql);
   // In a fixed order, since another purge may look the same links up in another.
   Prepare(statement, std::string("delete from link where ") + dialect.beside_no_such + "id in (" +

@@ -138,7 +138,7 @@ class SignInAttempt {
         soci::into(outcome_.failures), soci::use(account);
     store.sql() << "update owner_account set failures = 0 where id = :id", soci::use(account);
     outcome_.known_browser =
-        BrowserCookie(browser_key_, db::AccountKey(attempt_.account), browser_);
+        SignedBrowser(browser_key_, db::AccountKey(attempt_.account), browser_);
     MakeSession(store, account);
   }
 

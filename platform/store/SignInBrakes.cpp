@@ -124,7 +124,7 @@ std::string KnownBrowser(const std::string& key, const std::string& account,
   return right ? browser : std::string();
 }
 
-std::string BrowserCookie(const std::string& key, const std::string& account, std::string browser) {
+std::string SignedBrowser(const std::string& key, const std::string& account, std::string browser) {
   if (browser.empty()) browser = NewSessionId();
   return browser + "." + Signature(key, account, browser);
 }

@@ -37,7 +37,7 @@ void ForgetFailures(soci::session& sql, const AttemptKey& key);
 std::string KnownBrowser(const std::string& key, const std::string& account,
                          const std::string& cookie);
 // The cookie for a browser, a new one if `browser` is empty.
-std::string BrowserCookie(const std::string& key, const std::string& account, std::string browser);
+std::string SignedBrowser(const std::string& key, const std::string& account, std::string browser);
 std::string BrowserSource(const std::string& browser);
 
 }  // namespace VELT::sharing::owners

@@ -1,5 +1,6 @@
 #include "platform/store/StoreContext.h"
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
@@ -15,6 +16,7 @@ struct Context {
   StoreOptions options;
   bool is_visitor = false;
   std::string address;
+  std::vector<std::string> projects;
   std::int64_t login_wait = 0;
 };
 
@@ -39,7 +41,17 @@ void SetVisitor(const std::string& address) {
 void SetNoVisitor() {
   TheContext().is_visitor = false;
   TheContext().address.clear();
+  TheContext().projects.clear();
   TheContext().login_wait = 0;
+}
+
+void SetProjects(std::vector<std::string> projects) { TheContext().projects = std::move(projects); }
+
+const std::vector<std::string>& VisibleProjects() { return TheContext().projects; }
+
+bool SeesProject(const std::string& project) {
+  const auto& projects = VisibleProjects();
+  return projects.empty() || std::find(projects.begin(), projects.end(), project) != projects.end();
 }
 
 const std::string& ConnectionText() { return TheContext().options.connection; }

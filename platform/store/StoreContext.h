@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace VELT::sharing {
 
@@ -18,6 +19,10 @@ bool IsVisitor();
 
 // Empty when the request is not a visitor's.
 const std::string& VisitorAddress();
+
+// The only projects whose links the request may see; empty: all.
+const std::vector<std::string>& VisibleProjects();
+bool SeesProject(const std::string& project);
 
 std::chrono::milliseconds LoginTimeout();
 

@@ -132,6 +132,10 @@ std::string APIRequest::GetSharingURL(const std::string& path) const {
 
 const std::string& APIRequest::GetRawBody() const { return context_->raw_body; }
 
+const APIClient& APIRequest::GetClient() const { return context_->client; }
+const sharing::owners::Owner& APIRequest::GetOwner() const { return context_->owner; }
+std::string APIRequest::GetServerName() const { return context_->server_name; }
+
 std::string APIRequest::GetCookie(const std::string& name, const std::string& fallback) const {
   const auto found = context_->cookies.find(name);
   return found != context_->cookies.end() ? found->second : fallback;

@@ -34,6 +34,8 @@ void APIResponse::SetError(int code, const Json::Value& detail) {
   state_->body = detail;
 }
 
+void APIResponse::SetRetryAfter(std::int64_t seconds) { state_->retry_after = seconds; }
+
 void APIResponse::SetEnableOutput(bool enable) { state_->output_enabled = enable; }
 
 bool APIResponse::Send(std::string_view bytes) { return state_->sink && state_->sink(bytes); }

@@ -3,6 +3,7 @@
 As a program, with the state folder as argument: writes the files that replace the machine's in /etc.
 """
 
+import hashlib
 import json
 import os
 import secrets
@@ -67,16 +68,19 @@ class Accounts:
         users = [f"{name}:x:{_FIRST_UID + i}:{_USERS_GID}::/nonexistent:/usr/sbin/nologin"
                  for i, name in enumerate(_NAMES)]
         groups = [f"administrators:x:{_ADMINISTRATORS_GID}:{_ADMINISTRATOR}"]
-        shadow = [f"{name}:{hashed}:20000::::::" for name, hashed in self._hashes.items()]
+        system = _system_entries("/etc/passwd")
+        hashes = {row.split(":")[0]: "*" for row in system} | self._hashes
+        shadow = [f"{name}:{hashed}:20000::::::" for name, hashed in hashes.items()]
         pam = "auth required pam_unix.so nodelay\naccount required pam_unix.so\n"
         for name in ("pam.d", "security"):
             os.makedirs(os.path.join(folder, name), exist_ok=True)
         for name, text in {
-            "passwd": _lines(_system_entries("/etc/passwd") + users),
+            "passwd": _lines(system + users),
             "group": _lines(_system_entries("/etc/group") + groups),
             "shadow": _lines(shadow),
             "nsswitch.conf": "passwd: files\ngroup: files\nshadow: files\nhosts: files\n",
             "pam.d/velt-sharing": pam,
+            "pam.d/velt-owner": pam,
             f"pam.d/{webserver.PAM_SERVICE}": _WEB_SERVICE,
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
@@ -113,9 +117,9 @@ def write_private(path, text, mode=0o600):
 
 
 def _hash(password):
-    # SHA-512 crypt, which both pam_pwdfile and pam_unix support, at its lowest cost: every request of an owner
-    # computes it, and 119 random bits need no more.
-    salt = "rounds=1000$" + secrets.token_hex(8)
+    # SHA-512 crypt, which both pam_pwdfile and pam_unix support, at its lowest cost: 119 random bits need no more. The
+    # salt follows from the password, so that a restart looks like no change of it, which would end sessions.
+    salt = "rounds=1000$" + hashlib.sha256(password.encode()).hexdigest()[:16]
     return subprocess.run(["openssl", "passwd", "-6", "-salt", salt, "-stdin"], input=password, text=True, check=True,
                           stdout=subprocess.PIPE).stdout.strip()
 

@@ -125,7 +125,7 @@ class Demonstration:
         if self.database or not named:
             options += ["--database", self.database or f"sqlite3 {DATA}/sharing.db"]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
-                  "/usr/velt/lib/webapi.d", "--log-stderr", *options)
+                  "/usr/velt/lib/webapi.d", "--log-stderr", "--owner-login", "own", "--owner-basic", *options)
 
     def _lay_out(self):
         """Fills the appliance's folders, and keeps what the user has put there."""

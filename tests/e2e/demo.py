@@ -74,6 +74,7 @@ class Demo:
         self._under = under
         self._options = options
         self.process = None
+        self._sessions, self._browsers = {}, {}
         self.start()
 
     def start(self):
@@ -149,13 +150,14 @@ class Demo:
         return account, self.accounts[account]
 
     def request(self, method, path, body=None, headers=None, account=None):
-        """One HTTP request, with HTTP Basic when an account is named. A dict as body is sent as JSON."""
+        """One HTTP request, signed in when an account is named. A dict as body is sent as JSON."""
         headers, call = dict(headers or {}), {}
         if isinstance(body, dict):
             body, call = json.dumps(body), body
             headers.setdefault("Content-Type", "application/json")
         if account:
-            headers["Authorization"] = self.authorization(account)
+            is_call = path.partition("?")[0] == "/webapi/entry.cgi"
+            headers |= self.signed_in(account) if is_call else {"Authorization": self.authorization(account)}
         connection = self.connect()
         try:
             connection.request(method, path, body, headers)
@@ -167,6 +169,23 @@ class Demo:
 
     def connect(self):
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=120)
+
+    def signed_in(self, account):
+        """The header of a request by the account, which signs in the first time."""
+        if account not in self._sessions:
+            browser = self._browsers.get(account, "")
+            body = {"api": "VELT.Core.SignIn", "version": 1, "method": "login", "account": account,
+                    "password": self.accounts[account]}
+            answer = self.request("POST", "/webapi/entry.cgi", body, {"Cookie": f"velt_owner_browser={browser}"})
+            cookies = dict(cookie.partition(";")[0].split("=", 1) for cookie in answer.set_cookies)
+            assert answer.json["success"], answer.text
+            self._browsers[account] = cookies["velt_owner_browser"]
+            self._sessions[account] = cookies["velt_owner_sid"]
+        return {"Cookie": f"velt_owner_sid={self._sessions[account]}"}
+
+    def forget_session(self, account):
+        """Signs in anew at the account's next request, in a browser that is known."""
+        self._sessions.pop(account, None)
 
     def authorization(self, account):
         pair = f"{account}:{self.accounts[account]}".encode()

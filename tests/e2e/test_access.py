@@ -9,12 +9,13 @@ import unittest
 
 from demo import SHARING, Demo, Visitor, declared_methods
 
-FILES, VISITS = "VELT.Files", "VELT.Visits"
+FILES, VISITS, SIGN_IN = "VELT.Files", "VELT.Visits", "VELT.Core.SignIn"
 LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
 SID = "sharing_sid"
 CALLERS = ("nobody", "owner", "other", "admin", "visitor", "elsewhere", "stranger")
 # "elsewhere" is a visitor of another link at this link's address, "stranger" one who has logged in nowhere.
-LET_IN = {"user": {"owner", "other", "admin"}, "visitor": {"visitor", "elsewhere", "stranger"}, "token": {"visitor"}}
+LET_IN = {"anyone": {"nobody", "owner", "other", "admin"}, "user": {"owner", "other", "admin"},
+          "visitor": {"visitor", "elsewhere", "stranger"}, "token": {"visitor"}}
 NOT_LET_IN = 105
 # What the methods themselves answer to those that are let in, where that isn't success. The link belongs to no
 # application, so those of the files application answer as if there were none.
@@ -23,6 +24,8 @@ ANSWERS = {
     (SHARING, "get"): {"other": 1007, "elsewhere": 1006, "stranger": 1006},
     (SHARING, "delete"): {"other": 1007},
     (SHARING, "logout"): {"owner": 101, "other": 101, "admin": 101, "elsewhere": 1004, "stranger": 1004},
+    (SIGN_IN, "login"): dict.fromkeys(CALLERS, 3000),
+    **{(SIGN_IN, method): dict.fromkeys(CALLERS, 3004) for method in ("session_end", "token_delete")},
     (FILES, "list"): dict.fromkeys(CALLERS, 2000),
     (FILES, "describe"): dict.fromkeys(CALLERS, 1005),
     **{(FILES + ".Link", method): dict.fromkeys(CALLERS, 1000)
@@ -65,8 +68,8 @@ def stored(link):
 
 
 def answer_to(caller, method):
-    """The code that the caller gets, 0 for success; "http" is the web server's 401."""
-    if caller == "nobody":
+    """The code that the caller gets, 0 for success; "http" is status 401."""
+    if caller == "nobody" and "anyone" not in method["access"]:
         return "http"
     if not any(caller in LET_IN[level] for level in method["access"]):
         return NOT_LET_IN
@@ -77,7 +80,10 @@ class Matrix(unittest.TestCase):
     def ask(self, caller, link, body):
         accounts = {"nobody": None, "owner": "alice", "other": "bob", "admin": "admin"}
         if caller in accounts:
-            return DEMO.request("POST", "/webapi/entry.cgi", body, account=accounts[caller])
+            answer = DEMO.request("POST", "/webapi/entry.cgi", body, account=accounts[caller])
+            if body["method"] == "logout":
+                DEMO.forget_session(accounts[caller])
+            return answer
         visitor = {"visitor": lambda: admitted(link), "elsewhere": lambda: admitted(DEMO.create()).at(link),
                    "stranger": lambda: DEMO.visitor(link)}[caller]()
         return visitor.request("POST", "/webapi", body)

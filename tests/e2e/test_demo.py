@@ -128,6 +128,7 @@ class Demonstration(unittest.TestCase):
         with open(demo.path("/usr/velt/etc/webapid.conf"), "w", encoding="ascii") as file:
             file.write('database="sqlite3 /usr/velt/var/sharing/other.db"\n')
         demo.restart()
+        demo.forget_session("alice")  # is in the other database
         self.assertEqual(1005, demo.call(SHARING, "get", {"sharing_id": link})["error"]["code"])
         log = demo.path("/usr/velt/var/log/velt-webapid.log")
         os.truncate(log, 9 << 20)

@@ -68,6 +68,16 @@ class SignInTest : public StoreTest {
     kept_.push_back(outcome.session);
     return outcome.session;
   }
+  static std::optional<Owner> FindSession(const std::string& session) {
+    std::optional<Owner> owner;
+    EXPECT_TRUE(owners::FindSession(session, owner));
+    return owner;
+  }
+  static std::optional<Owner> FindToken(const std::string& token) {
+    std::optional<Owner> owner;
+    EXPECT_TRUE(owners::FindToken(token, owner));
+    return owner;
+  }
   // Whether the session's owner is let in, as the host does it.
   static bool LetsIn(const std::optional<Owner>& owner) {
     return owner && (!owner->check_due || CheckAccount(owner->account, "192.0.2.1"));

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace VELT::sharing {
 
@@ -27,6 +28,9 @@ void ConfigureStore(StoreOptions options);
 void SetVisitor(const std::string& address);
 // Says that the requests from now on are not a visitor's, as at the start of a process.
 void SetNoVisitor();
+// Says that the current request, until the next call of the two above, sees and changes links of these
+// projects alone; empty: of all.
+void SetProjects(std::vector<std::string> projects);
 
 // Creates the database of the options with empty tables if it does not exist; nothing else ever
 // does. The folder of an SQLite file, or the PostgreSQL database, must exist. The file belongs to

@@ -19,6 +19,19 @@ inline constexpr std::int64_t kStayingLife = 30 * kWholeLife;
 inline constexpr std::size_t kMostAnswers = 8;   // to questions, the password included
 inline constexpr std::size_t kMostTokens = 100;  // of an account
 
+// The cookies of an owner's session and of a browser in which one has signed in. On HTTPS no other host
+// of the domain and no page over plain HTTP can set them.
+inline std::string SessionCookie(bool https) {
+  return https ? "__Host-velt_owner_sid" : "velt_owner_sid";
+}
+inline std::string BrowserCookie(bool https) {
+  return https ? "__Host-velt_owner_browser" : "velt_owner_browser";
+}
+
+// Times as links have them in text (Entry.h), "" for 0. Empty for a text that is no time.
+std::string TimeText(std::int64_t time);
+std::optional<std::int64_t> ParseTime(const std::string& text);
+
 struct Attempt {
   std::string account;
   std::vector<std::string> answers;  // the password, and what PAM asks for after it
@@ -48,7 +61,7 @@ struct Outcome {
   bool hidden = false;        // whether its answer must not be shown as it is typed
 };
 
-// Judges an attempt and counts it. PAM (service "velt-web") is the only judge of passwords. It takes
+// Judges an attempt and counts it. PAM (service "velt-owner") is the only judge of passwords. It takes
 // as long for an account that does not exist. Attempts at an account and from an address are slowed
 // down from the fifth failure within 15 minutes on, and refused for 15 minutes after the tenth from
 // one address (of IPv6, the network). A browser in which the account has signed in before has a
@@ -73,9 +86,10 @@ struct Owner {
   bool use_due = false;               // NoteUse is to be called after the answer
 };
 
-// One indexed read each. Empty for what is not a living session's id or token.
-std::optional<Owner> FindSession(const std::string& session);
-std::optional<Owner> FindToken(const std::string& token);
+// One indexed read each. `owner` is empty for what is not a living session's id or token. False only when
+// the database can't be used.
+bool FindSession(const std::string& session, std::optional<Owner>& owner);
+bool FindToken(const std::string& token, std::optional<Owner>& owner);
 
 // Asks PAM whether the account may still be used, and ends its sessions if not or if its password has
 // changed. Takes as long as PAM does. False when the account must not be let in, or PAM fails.

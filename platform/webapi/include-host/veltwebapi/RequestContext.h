@@ -6,6 +6,9 @@
 #include <map>
 #include <string>
 
+#include "veltsharing/Owners.h"
+#include "veltwebapi/APIRequest.h"
+
 namespace VELT {
 
 // A parameter as it was received: in `json` from a JSON body (`typed`), in `text` from a form.
@@ -25,6 +28,10 @@ struct RequestContext {
   unsigned int login_uid = kNobody;
   bool is_admin = false;
   bool is_sharing = false;
+  APIClient client;
+  // Who calls at the owners' address; nobody at a link's.
+  sharing::owners::Owner owner;
+  std::string server_name;
   std::string raw_body;
   std::string sharing_id;
   std::string sharing_sid;

@@ -25,7 +25,8 @@ struct ResponseState {
 
   Outcome outcome = Outcome::kNone;
   int error_code = 0;
-  Json::Value body;  // the data of a success, the detail of an error
+  Json::Value body;               // the data of a success, the detail of an error
+  const char* status = "200 OK";  // of HTTP
   bool output_enabled = true;
   std::vector<Cookie> cookies;
   std::int64_t retry_after = 0;  // seconds for the header Retry-After; 0: no such header

@@ -7,11 +7,18 @@
 #include <string>
 
 #include "veltsharing/Entry.h"
+#include "veltsharing/Owners.h"
 #include "veltwebapi/APIParameter.h"
 
 namespace VELT {
 
 struct RequestContext;
+
+struct APIClient {
+  std::string address;
+  std::string program;  // what it calls itself (User-Agent); any text
+  bool secure = false;  // whether it uses HTTPS
+};
 
 // Read-only. Lives for one handler call and is owned by the framework. One thread at a time.
 //
@@ -63,6 +70,12 @@ class APIRequest {
 
   // The body, if the registry lets the method take a raw one; else empty. It may contain any bytes.
   const std::string& GetRawBody() const;
+
+  // The client, and who it is at the owners' address. The owner of a visitor's request is nobody.
+  const APIClient& GetClient() const;
+  const sharing::owners::Owner& GetOwner() const;
+  // What the server is called where owners sign in.
+  std::string GetServerName() const;
 
   std::string GetCookie(const std::string& name, const std::string& fallback) const;
   // The code of the browser's preferred language, such as "ger"; "enu" when the appliance has none

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,6 +24,9 @@ class APIResponse {
   // The answer's data, or its error code and detail. Each call replaces an earlier one of either.
   void SetSuccess(const Json::Value& data);
   void SetError(int code, const Json::Value& detail);
+
+  // Says in the header Retry-After that the same request is to be sent again in so many seconds.
+  void SetRetryAfter(std::int64_t seconds);
 
   // With false, the module's standard output is sent instead of the above: header lines and body
   // (RFC 3875, section 6.2), to which the cookies are added.
