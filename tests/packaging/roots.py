@@ -1,6 +1,5 @@
 """Debian roots to install the packages in, each with a network and processes of its own, and what is done there."""
 
-import configparser
 import contextlib
 import json
 import os
@@ -18,6 +17,8 @@ PATIENCE = 60  # seconds
 KEPT = 3 * 86400  # seconds that a clean root is used again: mirrors forget the packages that it knows
 # The account of the owner, as the system and as the web server know it.
 OWNER, PASSWORD = "alice", "correct horse"
+# What owners share, where the unit may write and so that it is on one file system with the spool.
+HOMES = "/var/lib/velt-sharing/homes"
 # A copy of this machine that forgets what is done in it. The layer of changes may not lie below the other.
 COPY = """
 mount -t tmpfs none "$1"
@@ -199,23 +200,15 @@ class Root(Place):
         super().close()
 
     def start_service(self):
-        """Starts the service as its unit says, with the rights that it gives, and waits until it is ready."""
-        unit = configparser.ConfigParser(strict=False, interpolation=None)
-        unit.optionxform = str
-        unit.read(self.path("/lib/systemd/system/velt-webapid.service"))
-        service = unit["Service"]
-        assert service["NoNewPrivileges"] == "yes" and service["Type"] == "notify"
-        rights = [name.removeprefix("CAP_").lower() for name in service["CapabilityBoundingSet"].split()]
+        """Starts the service with its unit's sandbox and waits until it is ready."""
         if self._notices is None:
             self._notices = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
             self._notices.settimeout(PATIENCE)
             self._notices.bind(self.path("/run/notify"))
+        sandbox = self.take(os.path.join(os.path.dirname(os.path.abspath(__file__)), "sandbox.py"))
         self.shell(f"""
-            mkdir -p /run/{service["RuntimeDirectory"]}
-            umask {service["UMask"]}
-            NOTIFY_SOCKET=/run/notify setsid setpriv --no-new-privs --inh-caps=-all \
-              --bounding-set=-all,{",".join("+" + name for name in rights)} {service["ExecStart"]} --log-stderr \
-              </dev/null >>/var/log/webapid.log 2>&1 &
+            NOTIFY_SOCKET=/run/notify setsid unshare --mount /usr/bin/python3 -B {sandbox} \
+              /lib/systemd/system/velt-webapid.service --log-stderr </dev/null >>/var/log/webapid.log 2>&1 &
             echo $! >/run/webapid.pid""")
         self.await_notice("READY=1")
 
@@ -241,14 +234,14 @@ class Root(Place):
             mkdir /etc/velt-sharing/tls
             openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -out \
               /etc/velt-sharing/tls/fullchain.pem -keyout /etc/velt-sharing/tls/privkey.pem 2>/dev/null
-            install -d -m 2750 -o {OWNER} -g www-data /srv/velt /srv/velt/{OWNER} /srv/velt/{OWNER}/inbox
-            chmod 755 /srv/velt
-            seq 100000 >/srv/velt/{OWNER}/numbers.txt
-            qrencode -o /srv/velt/{OWNER}/picture.png picture
-            chown {OWNER}:www-data /srv/velt/{OWNER}/*.*
-            chmod 640 /srv/velt/{OWNER}/*.*""")
+            install -d -m 2750 -o {OWNER} -g www-data {HOMES} {HOMES}/{OWNER} {HOMES}/{OWNER}/inbox
+            chmod 755 {HOMES}
+            seq 100000 >{HOMES}/{OWNER}/numbers.txt
+            qrencode -o {HOMES}/{OWNER}/picture.png picture
+            chown {OWNER}:www-data {HOMES}/{OWNER}/*.*
+            chmod 640 {HOMES}/{OWNER}/*.*""")
         self.write("/etc/velt-sharing/files.json", json.dumps(
-            {"roots": [{"name": "home", "title": "My files", "path": "/srv/velt/{user}"}],
+            {"roots": [{"name": "home", "title": "My files", "path": HOMES + "/{user}"}],
              "spool": "/var/lib/velt-sharing/files"}))
 
 

@@ -6,7 +6,7 @@ import tempfile
 import unittest
 import urllib.parse
 
-from roots import COPY, OWNER, PASSWORD, Client, Root, packages
+from roots import COPY, HOMES, OWNER, PASSWORD, Client, Root, packages
 
 SERVERS = {
     "nginx": """
@@ -117,7 +117,7 @@ class WebServers(unittest.TestCase):
         query = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "get", "path": "0"})
         self.login(client, link)
         whole = client.get(f"/sharing/{link}/webapi?{query}")
-        with open(client.root.path(f"/srv/velt/{OWNER}/numbers.txt"), "rb") as file:
+        with open(client.root.path(f"{HOMES}/{OWNER}/numbers.txt"), "rb") as file:
             self.assertEqual((whole.status, whole.body), (200, file.read()))
         self.assertEqual(whole.headers["x-content-type-options"], "nosniff")
         self.assertIn("attachment", whole.headers["content-disposition"])
@@ -144,7 +144,7 @@ class WebServers(unittest.TestCase):
         done = client.get(f"{at}?{query}", "-b", "/tmp/jar", data=piece,
                           headers=["Content-Type: application/octet-stream"])
         self.assertEqual(done.json["data"]["name"], "left.bin")
-        self.assertEqual(client.root.shell(f"stat -c %U:%G:%a /srv/velt/{OWNER}/inbox/left.bin"),
+        self.assertEqual(client.root.shell(f"stat -c %U:%G:%a {HOMES}/{OWNER}/inbox/left.bin"),
                          f"{OWNER}:www-data:640\n")
 
     def login(self, client, link):
