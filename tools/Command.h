@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace VELT::tools {
 
@@ -51,6 +52,23 @@ Json::Value CollectGarbage(const HostOptions& options, const std::string& owner,
 
 Json::Value Backup(const HostOptions& options, const std::string& file, bool force);
 Json::Value Restore(const HostOptions& options, const std::string& file, bool force);
+
+// Passwords are asked for at the terminal; without one they are lines of standard input.
+Json::Value AddOwner(const HostOptions& options, const std::string& name);
+Json::Value ChangePassword(const HostOptions& options, const std::string& name);
+Json::Value RemoveOwner(const HostOptions& options, const std::string& name);
+Json::Value ListOwners(const HostOptions& options);
+
+struct NewToken {
+  std::string owner;
+  std::string name;
+  std::string scope = "read";
+  std::vector<std::string> projects;  // empty: all
+  std::string expire_at;              // as in a link's JSON form
+};
+Json::Value CreateToken(const HostOptions& options, const NewToken& token);
+Json::Value ListTokens(const HostOptions& options, const std::string& owner);
+Json::Value DeleteToken(const HostOptions& options, const std::string& owner, long long id);
 
 // `show_progress` draws a bar on standard error.
 Json::Value Migrate(const std::string& from, const std::string& to, bool show_progress);

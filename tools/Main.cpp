@@ -1,4 +1,4 @@
-// velt-sharing: manages the database of share links.
+// velt-sharing: manages the database of share links, owners and their tokens.
 #include <json/writer.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -24,6 +24,7 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 constexpr const char* kCheckPlugin = "check-plugin";
+constexpr const char* kConfig = "/usr/velt/etc/webapid.conf";  // the packaged one
 
 struct CommandLine {
   HostOptions options;
@@ -36,6 +37,8 @@ struct CommandLine {
   std::string app = "{}";
   std::string from;
   std::string to;
+  NewToken token;
+  long long token_id = 0;
 
   // The chosen command, and the function that prints its result for people.
   std::function<Json::Value()> run;
@@ -44,7 +47,7 @@ struct CommandLine {
 
 // These are options of the host, so its option file can be read; its other options are ignored.
 void DescribeHostOptions(CLI::App& app, CommandLine& line) {
-  app.set_config("--config", "", "Option file of velt-webapid, which gives the other options");
+  app.set_config("--config", kConfig, "Option file of velt-webapid, which gives the other options");
   app.allow_config_extras(CLI::config_extras_mode::ignore_all);
   app.add_option("--database", line.options.database,
                  R"("sqlite3 PATH" or "postgresql CONNECTION")");
@@ -149,6 +152,80 @@ void DescribeCopies(CLI::App& app, CommandLine& line) {
   migrate->add_option("TO", line.to, "The same; missing tables are made")->required();
 }
 
+CLI::App* AddGroup(CLI::App& app, const char* name, const char* text) {
+  CLI::App* group = app.add_subcommand(name, text);
+  group->fallthrough();
+  group->configurable(false);
+  group->require_subcommand(1);
+  return group;
+}
+
+void DescribeOwners(CLI::App& app, CommandLine& line) {
+  CLI::App& group = *AddGroup(app, "owner", "Manages owners without an account of the system");
+  const auto add = [&](const char* name, const char* text,
+                       Json::Value (*run)(const HostOptions&, const std::string&),
+                       std::function<void(const Json::Value&)> print) {
+    Add(
+        group, line, name, text, [&line, run] { return run(line.options, line.filter.owner); },
+        std::move(print))
+        ->add_option("NAME", line.filter.owner)
+        ->required();
+  };
+  add("add", "Adds an account that can sign in here and nowhere else, and asks for its password",
+      AddOwner, [](const Json::Value& result) {
+        std::printf("%s can sign in\n", result["name"].asCString());
+      });
+  add("password", "Asks for a password that the account signs in with; its sessions end",
+      ChangePassword, [](const Json::Value&) { std::printf("The password is changed\n"); });
+  add("remove", "Removes an account that was added here; nobody can open its links any more",
+      RemoveOwner, [](const Json::Value& result) {
+        std::printf("Removed; %s links are left\n", result["links"].asString().c_str());
+      });
+  Add(
+      group, line, "list", "Lists the accounts that were added here",
+      [&line] { return ListOwners(line.options); }, PrintOwners);
+}
+
+void DescribeTokens(CLI::App& app, CommandLine& line) {
+  CLI::App& group = *AddGroup(app, "token", "Manages the tokens with which programs call the API");
+  const auto add = [&](const char* name, const char* text, std::function<Json::Value()> run,
+                       std::function<void(const Json::Value&)> print) {
+    CLI::App* command = Add(group, line, name, text, std::move(run), std::move(print));
+    command->add_option("OWNER", line.token.owner, "The account's name")->required();
+    return command;
+  };
+  auto* create = add(
+      "create", "Makes a token and prints it, this once",
+      [&line] { return CreateToken(line.options, line.token); },
+      [](const Json::Value& result) { std::printf("%s\n", result["token"].asCString()); });
+  create->add_option("NAME", line.token.name, "What it is for")
+      ->required()
+      ->check([](const std::string& name) {
+        return name.empty() || name.size() > 100 ? "a name has 1 to 100 bytes" : "";
+      });
+  create->add_option("--scope", line.token.scope, "What it may do")
+      ->check(CLI::IsMember({"read", "write"}))
+      ->capture_default_str();
+  create
+      ->add_option("--project", line.token.projects, "Only links of this project; may be repeated")
+      ->check([](const std::string& name) {
+        return name.empty() || name.size() > 255 || name.find('\n') != std::string::npos
+                   ? "no name of a project"
+                   : "";
+      });
+  create->add_option("--expire-at", line.token.expire_at,
+                     "When it ends (2030-01-31 12:00:00); without it: never");
+  add(
+      "list", "Lists an account's tokens, without what they are made of",
+      [&line] { return ListTokens(line.options, line.token.owner); }, PrintTokens);
+  add(
+      "delete", "Deletes a token, which ends at once",
+      [&line] { return DeleteToken(line.options, line.token.owner, line.token_id); },
+      [](const Json::Value&) { std::printf("The token is deleted\n"); })
+      ->add_option("ID", line.token_id)
+      ->required();
+}
+
 void PrintJson(const Json::Value& result) {
   Json::StreamWriterBuilder builder;
   builder["emitUTF8"] = true;
@@ -185,11 +262,14 @@ std::string TextOf(const CLI::App& app, const CLI::ParseError& error) {
 
 int Main(int argc, char** argv) {
   CommandLine line;
-  CLI::App app("Manages the database of share links, and checks plugins.", "velt-sharing");
+  CLI::App app("Manages the database of share links, owners and their tokens, and checks plugins.",
+               "velt-sharing");
   DescribeHostOptions(app, line);
   DescribeChecks(app, line);
   DescribeLinks(app, line);
   DescribeCopies(app, line);
+  DescribeOwners(app, line);
+  DescribeTokens(app, line);
   app.require_subcommand(1);
   app.set_version_flag("--version", "velt-sharing " VELT_VERSION);
   try {
@@ -201,6 +281,8 @@ int Main(int argc, char** argv) {
   }
   if (const auto* config = app.get_config_ptr(); config->count() != 0) {
     line.options.config = config->as<std::string>();
+  } else if (access(kConfig, R_OK) == 0) {
+    line.options.config = kConfig;
   }
   if (line.options.database.empty() && line.from.empty() && !app.got_subcommand(kCheckPlugin)) {
     const std::string& file = line.options.config;

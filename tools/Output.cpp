@@ -113,4 +113,28 @@ void PrintMigrate(const Json::Value& result) {
   PrintTable({"TABLE", "ROWS"}, rows);
 }
 
+void PrintOwners(const Json::Value& result) {
+  std::vector<std::vector<std::string>> rows;
+  for (const Json::Value& owner : result["owners"]) {
+    rows.push_back({Shown(owner["name"].asString()), owner["uid"].asString(),
+                    owner["administrator"].asBool() ? "administrator" : "owner",
+                    owner["password"].asBool() ? "set" : "none"});
+  }
+  PrintTable({"OWNER", "UID", "ROLE", "PASSWORD"}, rows);
+}
+
+void PrintTokens(const Json::Value& result) {
+  std::vector<std::vector<std::string>> rows;
+  for (const Json::Value& token : result["tokens"]) {
+    std::string projects;
+    for (const Json::Value& project : token["projects"]) {
+      projects += (projects.empty() ? "" : ", ") + project.asString();
+    }
+    rows.push_back({token["id"].asString(), Shown(token["name"].asString()),
+                    token["scope"].asString(), projects.empty() ? "all" : Shown(projects),
+                    token["last_used"].asString(), token["expire_at"].asString()});
+  }
+  PrintTable({"ID", "NAME", "SCOPE", "PROJECTS", "LAST USED", "EXPIRES"}, rows);
+}
+
 }  // namespace VELT::tools

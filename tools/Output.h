@@ -20,5 +20,7 @@ void PrintCheck(const Json::Value& result);
 void PrintList(const Json::Value& result, bool full_ids);
 void PrintStats(const Json::Value& result);
 void PrintMigrate(const Json::Value& result);
+void PrintOwners(const Json::Value& result);
+void PrintTokens(const Json::Value& result);
 
 }  // namespace VELT::tools

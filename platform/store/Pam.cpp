@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 #include <string_view>
 
@@ -98,23 +99,32 @@ Verdict VerdictOf(int status) {
   }
 }
 
-// The hash of the account's password, empty where the system has none or does not show it.
-std::string PasswordHash(const char* name) {
-  const spwd* entry = getspnam(name);
-  return entry != nullptr && entry->sp_pwdp != nullptr ? entry->sp_pwdp : "";
+bool IsHash(const std::string& text) { return text.starts_with('$'); }
+
+// The hash of the password that owners sign in with and the system has not, a line NAME:HASH each, as
+// pam_pwdfile reads it; empty if there is none. `name` empty: of the first account.
+std::string OwnersHash(const std::string& name) {
+  std::ifstream file("/usr/velt/etc/owners");
+  for (std::string row; std::getline(file, row);) {
+    const std::size_t colon = row.find(':');
+    if (colon == std::string::npos || (!name.empty() && row.substr(0, colon) != name)) continue;
+    return row.substr(colon + 1, row.find(':', colon + 1) - colon - 1);
+  }
+  return {};
 }
 
-bool IsHash(const std::string& text) { return text.starts_with('$'); }
+// The hashes of the account's passwords, empty where there are none or the system does not show them.
+std::string PasswordHash(const std::string& name) {
+  const spwd* entry = getspnam(name.c_str());
+  return OwnersHash(name) + (entry != nullptr && entry->sp_pwdp != nullptr ? entry->sp_pwdp : "");
+}
 
 // Hashes the password as those of the accounts are, for the time that this takes.
 void HashInVain(const std::string& password) {
-  std::string setting;
+  std::string setting = OwnersHash("");
   setspent();
-  while (const spwd* entry = getspent()) {
-    if (IsHash(entry->sp_pwdp)) {
-      setting = entry->sp_pwdp;
-      break;
-    }
+  while (const spwd* entry = setting.empty() ? getspent() : nullptr) {
+    if (IsHash(entry->sp_pwdp)) setting = entry->sp_pwdp;
   }
   endspent();
   crypt_data data{};
@@ -155,7 +165,7 @@ Result Ask(const PamRequest& request, pid_t parent) {
   }
   if (reply.verdict != Verdict::kAsks) reply.verdict = VerdictOf(status);
   if (request.kind == Kind::kVisitor) return result;
-  const std::string hash = PasswordHash(reply.name.c_str());
+  const std::string hash = PasswordHash(reply.name);
   if (reply.verdict == Verdict::kWrong && !request.answers.empty() && !IsHash(hash)) {
     HashInVain(request.answers.front());
   }

@@ -230,7 +230,7 @@ class Root(Place):
         self.shell(f"""
             useradd -m {OWNER}
             echo '{OWNER}:{PASSWORD}' | chpasswd
-            printf '{OWNER}:%s\\n' "$(openssl passwd -6 '{PASSWORD}')" >/etc/velt-sharing/owners
+            printf '%s\\n' '{PASSWORD}' '{PASSWORD}' | setsid -w velt-sharing owner password {OWNER}
             mkdir /etc/velt-sharing/tls
             openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -out \
               /etc/velt-sharing/tls/fullchain.pem -keyout /etc/velt-sharing/tls/privkey.pem 2>/dev/null

@@ -1,6 +1,7 @@
 """velt-sharing as an administrator runs it: each command on SQLite, and on PostgreSQL if it works there."""
 
 import contextlib
+import ctypes
 import json
 import os
 import shutil
@@ -16,6 +17,7 @@ BUILD = os.path.abspath(os.environ["VELT_BUILD"])
 TOOL = os.path.join(BUILD, "bin", "velt-sharing")
 HOST = os.path.join(BUILD, "bin", "velt-webapid")
 REGISTRY = os.path.join(BUILD, "lib", "webapi.d")
+IN_NAMESPACE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../scripts/in-namespace")
 POSTGRESQL = os.environ["VELT_TEST_POSTGRESQL"]
 ROOT = os.geteuid() == 0
 SECRETS = ("$argon2id$secret", "f00d" * 16, "private words")
@@ -124,6 +126,81 @@ class ToolTest(unittest.TestCase):
 
     def refuse(self, *command, because, database=None):
         self.assertIn(because, self.tool(*command, status=1, database=database)["error"])
+
+
+class Owners(ToolTest):
+    SCRIPT = r"""
+        mount -t tmpfs none /var/lib/extrausers
+        sed 's/^passwd:.*/passwd: files extrausers/' /etc/nsswitch.conf >"$1/nsswitch.conf"
+        mount --bind "$1/nsswitch.conf" /etc/nsswitch.conf
+        mkdir -p /usr/velt/etc
+        printf 'database="sqlite3 %s"\n' "$1/sharing.db" >/usr/velt/etc/webapid.conf
+        tool() { printf "$input" | setsid -w "$TOOL" "$@"; echo "$?"; }
+        """
+
+    def sh(self, script):
+        """The standard output of commands that see accounts and passwords of their own."""
+        done = subprocess.run([IN_NAMESPACE, self.at("root"), "bash", "-c", self.SCRIPT + script, "sh", self.folder],
+                              env={**os.environ, "TOOL": TOOL}, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, check=False, timeout=120)
+        self.assertNotIn("correct horse", done.stdout + done.stderr)
+        return done.stdout.splitlines()
+
+    @unittest.skipUnless(os.path.isdir("/var/lib/extrausers"), "without libnss-extrausers")
+    def test_owners_without_an_account_of_the_system(self):
+        self.make(2)
+        shown = self.sh(r"""
+            input='correct horse\ncorrect horse\n'
+            tool owner add ann && tool owner add ann 2>&1 && tool owner add root 2>&1 && tool owner add A:b 2>&1
+            input='correct horse\nbattery staple\n' tool owner add eve 2>&1
+            input='short\nshort\n' tool owner add eve 2>&1
+            getent passwd ann eve; stat -c %a /usr/velt/etc/owners /var/lib/extrausers/passwd
+            cp /usr/velt/etc/owners "$1/first"
+            tool owner password ann; cp /usr/velt/etc/owners "$1/second"
+            tool owner list; tool owner remove root 2>&1; tool owner remove ann
+            getent passwd ann; cat /usr/velt/etc/owners
+            """)
+        self.assertEqual([
+            "ann can sign in", "0", "velt-sharing: there is an account ann", "1",
+            "velt-sharing: there is an account root", "1"], shown[:6])
+        text = "\n".join(shown)
+        self.assertIn("a name has up to 32", text)
+        self.assertIn("the two passwords differ\n1", text)
+        self.assertIn("a password has 8 to", text)
+        self.assertRegex(text, r"\nann:\*:50000:100::/nonexistent:/usr/sbin/nologin\n600\n644\nThe password is changed")
+        self.assertRegex(text, r"\nann +50000 +owner +set\n0\nvelt-sharing: root is no owner")
+        self.assertEqual(["Removed; 0 links are left", "0"], shown[-2:])
+        first, second = read(self.at("first")).strip(), read(self.at("second")).strip()
+        self.assertNotEqual(first, second)
+        for row in (first, second):
+            name, hashed = row.split(":")
+            self.assertEqual(("ann", hashed), (name, crypt_of("correct horse", hashed)))
+
+    def test_tokens(self):
+        self.make(2)
+        self.refuse("token", "create", "nobody-knows", "backup", because="no account")
+        self.refuse("token", "create", "root", "backup", "--expire-at", "soon", because="--expire-at")
+        for arguments in (("root", ""), ("root", "x", "--scope", "all"), ("root", "x", "--project", "")):
+            self.assertEqual(2, run("token", "create", *arguments, "--database", self.database).returncode)
+        made = self.tool("token", "create", "root", "backup", "--project", "p1", "--project", "p2", "--scope", "write",
+                         "--expire-at", "2030-01-31 12:00:00")
+        self.assertRegex(made["token"], "^velt_[A-Za-z0-9]{49}$")
+        listed = self.tool("token", "list", "root")["tokens"]
+        self.assertEqual([(made["id"], "backup", "write", ["p1", "p2"], "2030-01-31 12:00:00")],
+                         [(row["id"], row["name"], row["scope"], row["projects"], row["expire_at"]) for row in listed])
+        with open(self.path, "rb") as file:
+            self.assertNotIn(made["token"].encode(), file.read())
+        self.assertIn("p1, p2", run("token", "list", "root", "--database", self.database).stdout)
+        self.refuse("token", "delete", "alice", str(made["id"]), because="alice has no token")
+        self.tool("token", "delete", "root", str(made["id"]))
+        self.assertEqual([], self.tool("token", "list", "root")["tokens"])
+
+
+def crypt_of(password, setting):
+    """What crypt(3) makes of the password with the salt of `setting`."""
+    library = ctypes.CDLL("libcrypt.so.1")
+    library.crypt.restype = ctypes.c_char_p
+    return library.crypt(password.encode(), setting.encode()).decode()
 
 
 class Links(ToolTest):
