@@ -27,7 +27,7 @@ from demo import Demo  # noqa: E402
 from processes import children, descriptors, memory, name_of  # noqa: E402
 from test_postgresql import PROGRAMS, Server  # noqa: E402
 from fill import fill_postgresql, fill_sqlite  # noqa: E402
-from traffic import ENTRY, SHARING, Caller, Changing, Same, authorization  # noqa: E402
+from traffic import ENTRY, SHARING, Caller, Changing, Same  # noqa: E402
 
 FEW = 1000  # links of the store with which the full one is compared
 ROUNDS = 5
@@ -89,8 +89,8 @@ def report(what, value, bound=""):
 class Run:
     def __init__(self, demo, constant, floors, store, folder):
         self.demo, self.constant, self.floors, self.store, self.folder = demo, constant, floors, store, folder
-        self.alice = authorization("alice", demo.accounts["alice"])
-        self.admin = authorization("admin", demo.accounts["admin"])
+        self.alice = demo.signed_in("alice")
+        self.admin = demo.signed_in("admin")
         self.link = demo.create()
         self.links = [demo.create() for _ in range(20)]
         self.api = f"/sharing/{self.link}/webapi"
@@ -127,7 +127,7 @@ class Run:
                 ("link page", f"/sharing/{self.link}", "", None, "")):
             ratios = []
             for _ in range(ROUNDS):
-                given = {"body": body, "authorization": self.alice if body else None, "connections": 16}
+                given = {"body": body, "headers": self.alice if body else None, "connections": 16}
                 ours = Same(self.demo.port, path, want, **given).per_second(2)
                 ratios.append(ours / Same(self.constant.port, path, want, **given).per_second(2))
             report(f"throughput, {name} / constant answer", statistics.median(ratios), bound)

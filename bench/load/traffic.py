@@ -1,6 +1,5 @@
 """What sends the requests: wrk for those that are always the same, a client of ours for the others."""
 
-import base64
 import http.client
 import json
 import multiprocessing
@@ -33,8 +32,8 @@ end
 class Same:
     """Requests that are all the same, sent by wrk over some connections. An answer without `want` is an error."""
 
-    def __init__(self, port, path, want, body=None, authorization=None, connections=2):
-        header = f'wrk.headers["Authorization"] = "{authorization}"' if authorization else ""
+    def __init__(self, port, path, want, body=None, headers=None, connections=2):
+        header = "\n".join(f'wrk.headers["{name}"] = "{value}"' for name, value in (headers or {}).items())
         text = _WRK % ("POST" if body else "GET", json.dumps(json.dumps(body)) if body else "nil", header,
                        json.dumps(want))
         # Open, and so there, as long as this object.
@@ -61,11 +60,9 @@ class Same:
 class Caller:
     """One keep-alive connection. A call whose answer is no success raises OSError."""
 
-    def __init__(self, port, authorization=None, path=ENTRY):
+    def __init__(self, port, headers=None, path=ENTRY):
         self.port, self.path = port, path
-        self.headers = {"Content-Type": "application/json"}
-        if authorization:
-            self.headers["Authorization"] = authorization
+        self.headers = {"Content-Type": "application/json", **(headers or {})}
         self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
 
     def call(self, method, api=SHARING, **params):
@@ -83,10 +80,6 @@ class Caller:
         start = time.perf_counter()
         self.call(method, **params)
         return time.perf_counter() - start
-
-
-def authorization(name, password):
-    return "Basic " + base64.b64encode(f"{name}:{password}".encode()).decode()
 
 
 class Changing:

@@ -17,6 +17,7 @@ from demo import SHARING, Demo, free_port, wait_until
 PROGRAMS = sorted(glob.glob("/usr/lib/postgresql/*/bin"))[-1]
 AS_USER = ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
 NO_DATABASE, UNKNOWN_CALLER = 117, 100
+WRONG, BRAKED, NOT_POSSIBLE = 3000, 3002, 3006
 
 
 class Server:
@@ -120,6 +121,21 @@ class Postgresql(unittest.TestCase):
         for demo in self.demos:
             self.assertEqual(1008, self.code(demo.visitor(link).login(password="sesame")))
 
+    def sign_in(self, demo, password):
+        answer = demo.request("POST", "/webapi/entry.cgi", {"api": "VELT.Core.SignIn", "version": 1, "method": "login",
+                                                            "account": "bob", "password": password}).json
+        return self.code(answer)
+
+    def test_3_guesses_at_an_owner_in_parallel_are_counted_together(self):
+        with ThreadPoolExecutor(16) as pool:
+            codes = list(pool.map(lambda number: self.sign_in(self.demos[number % 2], "guess"), range(64)))
+        self.assertLessEqual(codes.count(WRONG), 10)
+        self.assertEqual({WRONG, BRAKED}, set(codes))
+        self.server.sql("update failed_login set failed_at = failed_at + 60")  # or the pause may be over
+        self.assertEqual([BRAKED] * 2, [self.sign_in(demo, "bob's own") for demo in self.demos])
+        self.server.sql("delete from failed_login")
+        self.assertEqual(0, self.sign_in(self.two, "bob's own"))
+
     def test_4_ended_connections_fail_no_later_request(self):
         link = self.one.create(protect_title="still here")
         for demo in self.demos:  # so that many workers have one
@@ -155,6 +171,7 @@ class Postgresql(unittest.TestCase):
             for demo in self.demos:
                 self.assertEqual(UNKNOWN_CALLER, self.code(demo.call(SHARING, "get", {"sharing_id": link})))
                 self.assertEqual(UNKNOWN_CALLER, self.code(demo.call(SHARING, "set", {"project_name": "p"})))
+                self.assertEqual(NOT_POSSIBLE, self.sign_in(demo, "bob's own"))
                 self.assertEqual(NO_DATABASE, self.code(demo.visitor(link).login(password="sesame")))
                 page = demo.visitor(link).page()
                 self.assertEqual(503, page.status)
