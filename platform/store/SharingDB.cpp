@@ -70,6 +70,8 @@ void CreateSqliteFile(const std::string& path) {
   const FreshFile fresh(path + "." + std::to_string(getpid()) + ".new");
   {
     const auto session = db::OpenSession("sqlite3 " + fresh.path());
+    // Nobody else has it open yet. Later, SQLite would refuse to wait for those who have.
+    *session << "pragma journal_mode = wal";
     db::Transaction transaction(*session);
     CreateTables(*session);
     transaction.Commit();

@@ -184,7 +184,7 @@ TEST_P(FaultTest, OnAFullDiskOwnersSwitchOffAndDeleteAndVisitorsRead) {
   const auto work = [&](int reopens) {
     if (unshare(CLONE_NEWNS) != 0 ||
         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("none", folder_.c_str(), "tmpfs", 0, "size=20m") != 0) {
+        mount("none", folder_.c_str(), "tmpfs", 0, "size=40m") != 0) {
       return 100;
     }
     if (!CreateStore()) return 1;

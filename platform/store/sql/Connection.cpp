@@ -39,8 +39,8 @@ void Connection::Use(std::string database) {
 
 bool Connection::Try(const char* task, const Work& work, bool may_use_reserve) noexcept {
   try {
+    Reserve reserve(SqlitePath(database_));
     for (int attempt = 1;; ++attempt) {
-      const Reserve reserve(SqlitePath(database_));
       try {
         const bool opens = session_ == nullptr;
         const bool done = RunOnce(work);

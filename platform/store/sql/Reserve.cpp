@@ -16,28 +16,32 @@ constexpr off_t kBlock = 4096;
 
 void Reserve::Fill() const {
   if (path_.empty()) return;
-  struct stat status {};
-  const bool exists = stat(path_.c_str(), &status) == 0;
-  if (exists && status.st_size >= kWhole) return;
+  struct stat old {};
+  const bool exists = stat(path_.c_str(), &old) == 0;
+  if (exists && old.st_size >= kWhole) return;
   // The old file may be that of another user: a worker is root during a login.
   if (exists) unlink(path_.c_str());
   const int file = open(path_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
   if (file < 0) return;
   struct statvfs system {};
   if (fstatvfs(file, &system) == 0) {
-    const auto free = static_cast<off_t>(std::min<unsigned long long>(
-        1ULL * system.f_bavail * system.f_frsize, static_cast<unsigned long long>(kWhole)));
-    const off_t size = free / kBlock * kBlock;
+    const auto free = static_cast<off_t>(
+        std::min<std::uint64_t>(1ULL * system.f_bavail * system.f_frsize, 4 * kWhole));
+    const off_t size = std::min(free, std::max({free / 4, old.st_size, off_t{given_up_}}));
     // On failure some file systems keep a part of it.
-    if (size > 0 && posix_fallocate(file, 0, size) != 0 && ftruncate(file, 0) != 0) {
+    if (size >= kBlock && posix_fallocate(file, 0, size / kBlock * kBlock) != 0 &&
+        ftruncate(file, 0) != 0) {
       unlink(path_.c_str());
     }
   }
   close(file);
 }
 
-void Reserve::GiveUp() const {
-  if (!path_.empty()) unlink(path_.c_str());
+void Reserve::GiveUp() {
+  if (path_.empty()) return;
+  struct stat old {};
+  if (stat(path_.c_str(), &old) == 0) given_up_ = old.st_size;
+  unlink(path_.c_str());
 }
 
 }  // namespace VELT::sharing::db
