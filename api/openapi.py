@@ -6,10 +6,10 @@ import sys
 
 import declaration
 
-OWNER, VISITOR = "/webapi/entry.cgi", "/sharing/{link}/webapi"
-# A path stands for one operation of each verb, but all calls go to two addresses. The part after the # only
+OWNER, VISITOR, STREAM = "/webapi/entry.cgi", "/sharing/{link}/webapi", "/sharing/{link}/stream"
+# A path stands for one operation of each verb, but all calls go to a few addresses. The part after the # only
 # distinguishes the operations: no client sends it.
-ADDRESSES = {OWNER: "user", VISITOR: "visitor"}
+ADDRESSES = {OWNER: "user", VISITOR: "visitor", STREAM: "visitor"}
 TEXT = {"type": "string"}
 KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxLength", "minItems", "maxItems", "format", "minimum",
             "maximum", "description")
@@ -124,7 +124,7 @@ def operation_of(method, address, declared):
         "summary": f"{method['api']} {method['method']}", "description": "\n\n".join(notes),
         "security": security_of(method, address), "requestBody": body_of(method, schema, example),
         "responses": responses_of(method, address, declared)}
-    if address == VISITOR:
+    if address != OWNER:
         operation["parameters"] = [{"name": "link", "in": "path", "required": True, "schema": TEXT,
                                     "description": "the link's id"}]
     return operation
@@ -134,7 +134,7 @@ def addresses_of(method):
     if {"anyone", "user"} & set(method["access"]):
         yield OWNER
     if {"visitor", "token"} & set(method["access"]):
-        yield VISITOR
+        yield STREAM if method.get("pool") == "stream" else VISITOR
 
 
 def describe(declared, version):

@@ -1,6 +1,8 @@
-// Limits of one request, sizes in bytes. The JSON reader has one more: 64 levels of nesting.
+// Limits of one request, sizes in bytes. Nesting is limited by the JSON reader, to 64
+// levels, and by RequestContext::kVisitorLevels.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 
 namespace VELT::host {
@@ -11,9 +13,13 @@ constexpr std::size_t kLargestBody = std::size_t{1024} * 1024;
 constexpr std::size_t kLargestVisitorBody = std::size_t{64} * 1024;
 // The most that the registry may allow a method that takes a raw body.
 constexpr std::size_t kLargestRawBody = std::size_t{8} * 1024 * 1024;
-// What the client of a stream must take within each time limit, so that a slow one can't keep a
-// worker for ever.
+// What the client of a stream must take in each kStreamPatience, so that a slow one can't keep a worker
+// for ever.
 constexpr std::size_t kStreamProgress = std::size_t{1024} * 1024;
+constexpr std::chrono::seconds kStreamPatience{60};
+// How long the web server may take nothing of a stream, or of another answer.
+constexpr std::chrono::seconds kStreamSilence{30};
+constexpr std::chrono::seconds kAnswerSilence{5};
 // Everything that a handler prints. Each of several plugins may give 1 MiB, and escapes make it
 // longer.
 constexpr std::size_t kLargestOutput = std::size_t{16} * 1024 * 1024;

@@ -13,7 +13,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -24,8 +26,11 @@
 namespace VELT::host {
 namespace {
 
-// A message is the request's FastCGI id with two descriptors: the connection, and a memory file
-// that holds the request.
+// A message has two descriptors: the connection, and a memory file that holds the request.
+struct Ticket {
+  Party party;
+  std::int64_t id;  // FastCGI's
+};
 constexpr std::size_t kDescriptors = 2;
 
 struct Control {
@@ -59,11 +64,12 @@ struct Numbers {
   RequestId id;
   std::chrono::steady_clock::time_point taken;  // CLOCK_MONOTONIC is the same in all processes
   bool body_complete;
+  bool judged;
 };
 
 std::string Pack(const Incoming& incoming) {
   const WebRequest& request = incoming.request;
-  const Numbers numbers{incoming.id, incoming.taken, request.body_complete};
+  const Numbers numbers{incoming.id, incoming.taken, request.body_complete, request.judged};
   std::string packed(reinterpret_cast<const char*>(&numbers), sizeof numbers);
   AppendText(packed, request.body);
   for (const auto& [name, value] : request.variables) {
@@ -79,6 +85,7 @@ Incoming Unpack(std::string_view packed, ReplyChannel reply) {
   packed.remove_prefix(sizeof numbers);
   WebRequest request;
   request.body_complete = numbers.body_complete;
+  request.judged = numbers.judged;
   request.body = TakeText(packed);
   while (!packed.empty()) {
     const std::string_view name = TakeText(packed);
@@ -127,17 +134,22 @@ std::array<int, 2> MakePair() {
 
 Handover::Handover() : Handover(MakePair()) {}
 
+std::size_t Length(const Lines& lines) {
+  return std::transform_reduce(lines.begin(), lines.end(), std::size_t{0}, std::plus<>(),
+                               [](const Handover& line) { return line.Length(); });
+}
+
 std::size_t Handover::Length() const {
   int bytes = 0;  // of all messages
   if (ioctl(receiver_.get(), FIONREAD, &bytes) != 0) return 0;
-  return static_cast<std::size_t>(bytes) / sizeof(std::int32_t);
+  return static_cast<std::size_t>(bytes) / sizeof(Ticket);
 }
 
-bool Handover::Give(const Incoming& incoming) const {
+bool Handover::Give(const Incoming& incoming, Party party) const {
   const Descriptor file(memfd_create("request", MFD_CLOEXEC));
   if (file.get() < 0 || !WriteAll(file.get(), Pack(incoming))) return false;
-  std::int32_t id = incoming.reply.request_id();
-  iovec payload{&id, sizeof id};
+  Ticket ticket{party, incoming.reply.request_id()};
+  iovec payload{&ticket, sizeof ticket};
   Control control{};
   const msghdr message = Message(payload, control);
   cmsghdr* rights = CMSG_FIRSTHDR(&message);
@@ -149,19 +161,20 @@ bool Handover::Give(const Incoming& incoming) const {
   return sendmsg(sender_.get(), &message, MSG_NOSIGNAL) >= 0;
 }
 
-std::optional<Incoming> Handover::Take() const {
-  std::int32_t id = 0;
-  iovec payload{&id, sizeof id};
+std::optional<Incoming> Handover::Take(std::atomic<Party>& party) const {
+  Ticket ticket{};
+  iovec payload{&ticket, sizeof ticket};
   Control control{};
   msghdr message = Message(payload, control);
-  if (recvmsg(receiver_.get(), &message, MSG_CMSG_CLOEXEC) != sizeof id) return std::nullopt;
+  if (recvmsg(receiver_.get(), &message, MSG_CMSG_CLOEXEC) != sizeof ticket) return std::nullopt;
+  party = ticket.party;
   const cmsghdr* rights = CMSG_FIRSTHDR(&message);
   // If this process can't take both descriptors, the kernel closes what it does not deliver, and
   // the web server answers its client with an error.
   std::array<int, kDescriptors> descriptors = {-1, -1};
   if (rights == nullptr) return std::nullopt;
   std::memcpy(descriptors.data(), CMSG_DATA(rights), rights->cmsg_len - CMSG_LEN(0));
-  ReplyChannel reply(descriptors[0], id);
+  ReplyChannel reply(descriptors[0], static_cast<int>(ticket.id));
   const Descriptor file(descriptors[1]);
   const std::string packed = ReadFile(file.get());
   if (packed.empty()) return std::nullopt;

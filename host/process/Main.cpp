@@ -135,7 +135,7 @@ int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const
 
 int Serve(const Options& options) {
   const Listener listener(options.socket_path, options.ids);
-  const std::array<Handover, kPoolCount> queues;  // the front's stays empty
+  const Queues queues;
   PrepareStore(options);
   const Scoreboard scoreboard(options.pools);
   Statistics statistics;
@@ -153,7 +153,7 @@ int Serve(const Options& options) {
     metrics.emplace(options.metrics, options.ids);
     supervisor.Accompany([&](pid_t parent) {
       const MetricsSource source{options.pools,
-                                 [&](Pool pool) { return queues[IndexOf(pool)].Length(); },
+                                 [&](Pool pool) { return Length(queues[IndexOf(pool)]); },
                                  scoreboard, statistics};
       return ServeMetrics(*metrics, source, options.ids, parent);
     });

@@ -66,7 +66,8 @@ std::size_t Count(const Workers& workers, Condition condition) {
 
 Supervisor::Supervisor(const PoolSizes& sizes, const Scoreboard& scoreboard, Statistics& statistics,
                        WorkerMain worker, OnLostRequest on_lost_request)
-    : statistics_(statistics),
+    : scoreboard_(scoreboard),
+      statistics_(statistics),
       worker_(std::move(worker)),
       on_lost_request_(std::move(on_lost_request)) {
   for (std::size_t index = 0; index < kPoolCount; ++index) {
@@ -225,6 +226,7 @@ void Supervisor::OnWorkerEnded(Pool pool, const Worker& worker, int status) {
   CountDeath(status, statistics_.pool(pool));
   ReportRequest(pool, worker, status);
   worker.slot->stuck_in.front() = '\0';
+  worker.slot->party = 0;
   worker.slot->state = Slot::State::kEmpty;
   if (!ever_ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kBadConfiguration) {
     exit_status_ = kBadConfiguration;
@@ -265,7 +267,7 @@ bool Supervisor::Start(WorkerPool& pool) {
                                       [](const Slot& each) { return each.state.load(); });
   // Workers that were asked to stop keep their slots until they have ended.
   if (slot == pool.slots.end()) return false;
-  const WorkerPlace place{getpid(), pool.pool, &*slot};
+  const WorkerPlace place{getpid(), pool.pool, &*slot, &scoreboard_};
   slot->state = Slot::State::kStarting;
   const pid_t pid = fork();
   if (pid == 0) std::exit(worker_(place));

@@ -23,6 +23,7 @@ struct WorkerPlace {
   pid_t supervisor;
   Pool pool;
   Slot* slot;  // its own
+  const Scoreboard* scoreboard;
 };
 
 // One per process, on one thread. It waits for all children of the process.
@@ -96,6 +97,7 @@ class Supervisor {
   bool IsSettled() const;
   void Report();
 
+  const Scoreboard& scoreboard_;
   Statistics& statistics_;
   const WorkerMain worker_;
   const OnLostRequest on_lost_request_;

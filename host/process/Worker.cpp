@@ -28,6 +28,7 @@
 #include "host/process/Afterwards.h"
 #include "host/process/Deadline.h"
 #include "host/process/Privileges.h"
+#include "host/process/Turns.h"
 #include "host/request/Answer.h"
 #include "host/request/Caller.h"
 #include "host/request/Dispatcher.h"
@@ -47,6 +48,8 @@ namespace {
 
 // On a busy machine, pages have priority over slow calls and the programs that these start.
 constexpr int kNiceness = 10;
+constexpr int kLookAgain = 50;             // milliseconds
+constexpr std::int64_t kStreamRetry = 30;  // seconds
 
 // A descriptor that becomes readable when the worker is to stop. The signals stay blocked, so that
 // they neither interrupt a request nor get lost between two.
@@ -64,32 +67,29 @@ int WatchSignals() {
 // Waits for a request; of several workers that wait, the kernel wakes one.
 class RequestWaiter {
  public:
-  RequestWaiter(int source, int signals) : source_(source), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-    Watch(source, EPOLLIN | EPOLLEXCLUSIVE);
-    Watch(signals, EPOLLIN);
+  explicit RequestWaiter(int signals) : signals_(signals), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+    Add(signals, EPOLLIN);
   }
 
-  enum class Event { kRequest, kTimeout, kStop };
+  // `how`: 0, or EPOLLET for a source that may be left unread; it is told of once then.
+  void Watch(int source, std::uint32_t how) { Add(source, EPOLLIN | EPOLLEXCLUSIVE | how); }
 
-  // kTimeout after so many milliseconds; -1 waits without end. When the worker is to stop, a request
-  // that came at the same time is served first, because no other worker was woken for it.
-  Event Wait(int milliseconds) {
-    while (!leaving_) {
-      epoll_event events[2];
-      const int count = epoll_wait(epoll_.get(), events, std::size(events), milliseconds);
-      if (count == 0) return Event::kTimeout;
-      if (count < 0 && errno != EINTR) break;
-      bool requested = false;
-      for (int i = 0; i < count; ++i) {
-        (events[i].data.fd == source_ ? requested : leaving_) = true;
-      }
-      if (requested) return Event::kRequest;
+  // Returns after so many milliseconds at the latest; -1 waits without end. False when the worker is
+  // to stop. A request that came at the same time is served first, because no other worker was woken
+  // for it.
+  bool Wait(int milliseconds) {
+    if (leaving_) return false;
+    epoll_event events[2];
+    const int count = epoll_wait(epoll_.get(), events, std::size(events), milliseconds);
+    bool requested = count <= 0;
+    for (int i = 0; i < count; ++i) {
+      (events[i].data.fd == signals_ ? leaving_ : requested) = true;
     }
-    return Event::kStop;
+    return requested;
   }
 
  private:
-  void Watch(int descriptor, std::uint32_t events) {
+  void Add(int descriptor, std::uint32_t events) {
     epoll_event event{};
     event.events = events;
     event.data.fd = descriptor;
@@ -98,7 +98,7 @@ class RequestWaiter {
     }
   }
 
-  int source_;
+  int signals_;
   Descriptor epoll_;
   bool leaving_ = false;
 };
@@ -111,7 +111,10 @@ bool EndWithSupervisor(const WorkerPlace& place) {
   return getppid() == place.supervisor;
 }
 
-void BecomeIdle(const WorkerPlace& place) { place.slot->state = Slot::State::kIdle; }
+void BecomeIdle(const WorkerPlace& place) {
+  place.slot->party = 0;
+  place.slot->state = Slot::State::kIdle;
+}
 
 void BecomeBusy(const WorkerPlace& place) {
   place.slot->since = std::chrono::steady_clock::now();
@@ -131,9 +134,8 @@ class ProgramsOfRequest {
 
 class Worker {
  public:
-  Worker(const Options& options, const std::array<Handover, kPoolCount>& queues,
-         Statistics& statistics, const WorkerPlace& place, const Registry& registry,
-         Dispatcher& dispatcher)
+  Worker(const Options& options, const Queues& queues, Statistics& statistics,
+         const WorkerPlace& place, const Registry& registry, Dispatcher& dispatcher)
       : options_(options),
         registry_(registry),
         queues_(queues),
@@ -145,34 +147,36 @@ class Worker {
 
   // Serves requests until the worker is to stop.
   void Serve(int listener, int signals) {
+    RequestWaiter waiter(signals);
     if (place_.pool == Pool::kFront) {
       FastCgiListener front(listener, registry_.LargestBody());
-      ServeFrom(
-          listener, signals, [&front] { return front.Accept(); },
-          [&front] { return front.Take(); });
-    } else {
-      const Handover& queue = queues_[IndexOf(place_.pool)];
-      ServeFrom(
-          queue.fd(), signals, [] { return true; }, [&queue] { return queue.Take(); });
+      waiter.Watch(listener, 0);
+      return ServeFrom(waiter, [&]() -> std::optional<Incoming> {
+        if (!front.Accept()) return std::nullopt;
+        BecomeBusy(place_);
+        return front.Take();
+      });
     }
+    const Lines& lines = queues_[IndexOf(place_.pool)];
+    for (const Handover& line : lines) waiter.Watch(line.fd(), EPOLLET);
+    Turns turns(lines, *place_.slot, Slots(place_.pool));
+    ServeFrom(waiter, [&] {
+      auto incoming = turns.Next();
+      if (incoming) BecomeBusy(place_);
+      // The kernel tells only once of calls that this worker has left in their line.
+      pause_ = incoming ? 0 : turns.passed_over() ? kLookAgain : -1;
+      return incoming;
+    });
   }
 
  private:
-  // `arrived` is asked for each event and says whether there is something to `take`.
-  template <typename Arrived, typename Take>
-  void ServeFrom(int source, int signals, Arrived arrived, Take take) {
-    RequestWaiter waiter(source, signals);
+  std::span<const Slot> Slots(Pool pool) const { return place_.scoreboard->slots(pool); }
+
+  template <typename Next>
+  void ServeFrom(RequestWaiter& waiter, Next next) {
     while (EndWithSupervisor(place_)) {
-      RequestWaiter::Event event{};
-      do {
-        event = waiter.Wait(afterwards_.Milliseconds());
-        if (event == RequestWaiter::Event::kStop) return;
-      } while (event == RequestWaiter::Event::kRequest && !arrived());
-      BecomeBusy(place_);
       deadline_.Start();
-      if (event == RequestWaiter::Event::kRequest) {
-        if (std::optional<Incoming> incoming = take()) Answer(*incoming);
-      }
+      if (std::optional<Incoming> incoming = next()) Answer(*incoming);
       afterwards_.DoDue();
       deadline_.Stop();
       if (!IsLoweredTo(options_.ids)) {
@@ -181,6 +185,9 @@ class Worker {
         return;
       }
       BecomeIdle(place_);
+      const int due = afterwards_.Milliseconds();
+      if (!waiter.Wait(due < 0 || pause_ < 0 ? std::max(due, pause_) : std::min(due, pause_)))
+        return;
     }
   }
 
@@ -190,23 +197,17 @@ class Worker {
     if (incoming.reply.ClientHasLeft()) return Finish(kClientLeft, 0);
     deadline_.SetClient(&incoming);
     const ProgramsOfRequest programs(incoming.reply);
+    if (place_.pool == Pool::kStream) incoming.reply.SetPatience(kStreamSilence);
     Stream stream{incoming};
     Dispatcher::Outcome outcome = dispatcher_.Answer(
         incoming.request, [&](std::string_view piece) { return Send(stream, piece); }, note);
     // From here on the answer may be partly sent, so the deadline must not send another one.
     deadline_.SetClient(nullptr);
     if (outcome.other_pool) {
-      const Pool pool = *outcome.other_pool;
-      if (!outcome.judged_owner.empty()) {
-        incoming.request.variables[kJudgedOwner] = outcome.judged_owner;
-      }
-      if (queues_[IndexOf(pool)].Give(incoming)) {
+      if (HandOver(incoming, outcome)) {
         note = {};  // the worker that takes it reports it
         return;
       }
-      syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
-      ++statistics_.pool(pool).refused;
-      outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
       outcome.code = kUnexpectedFailure;
     }
     Reply(incoming, stream, outcome);
@@ -216,15 +217,49 @@ class Worker {
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
   }
 
+  // False after setting the answer that refuses the call.
+  bool HandOver(Incoming& incoming, Dispatcher::Outcome& outcome) {
+    incoming.request.judged = outcome.judged;
+    if (!outcome.judged_owner.empty()) {
+      incoming.request.variables[kJudgedOwner] = outcome.judged_owner;
+    }
+    const Pool pool = *outcome.other_pool;
+    const Lines& lines = queues_[IndexOf(pool)];
+    const bool has_room = pool != Pool::kStream || HasRoom(outcome.party, lines);
+    if (has_room && lines[LineOf(outcome.party)].Give(incoming, outcome.party)) return true;
+    ++statistics_.pool(pool).refused;
+    if (!has_room) {
+      outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many archives are being sent",
+                                   "503 Service Unavailable", kStreamRetry);
+      return false;
+    }
+    syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
+    outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
+    return false;
+  }
+
+  // Whether a stream would find a worker at once. It takes as long as its client likes, so none waits
+  // for another to end.
+  bool HasRoom(Party party, const Lines& lines) const {
+    const auto slots = Slots(Pool::kStream);
+    const auto count = [slots](auto is) {
+      return static_cast<std::size_t>(std::ranges::count_if(slots, is));
+    };
+    return count([](const Slot& slot) { return slot.party != 0; }) + Length(lines) <
+               slots.size() - 1 &&
+           count([party](const Slot& slot) { return slot.party == party; }) < ShareOf(slots);
+  }
+
   // An answer that is sent in pieces.
   struct Stream {
     const Incoming& incoming;
     bool begun = false;
     bool left = false;  // whether the client has left
     std::size_t moved = 0;
+    std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
   };
 
-  // False when the client has left.
+  // False when the client has left or is too slow.
   bool Send(Stream& stream, std::string_view piece) {
     deadline_.SetClient(nullptr);
     const ReplyChannel& reply = stream.incoming.reply;
@@ -232,26 +267,24 @@ class Worker {
         reply.ClientHasLeft() ||
         (!std::exchange(stream.begun, true) && !reply.SendPiece(IdLine(stream.incoming.id))) ||
         !reply.SendPiece(piece);
-    if (stream.left) return false;
     stream.moved += piece.size();
+    const auto now = std::chrono::steady_clock::now();
     if (stream.moved >= kStreamProgress) {
       stream.moved = 0;
+      stream.since = now;
       deadline_.Extend();
+    } else if (now - stream.since > kStreamPatience) {
+      stream.left = true;
     }
-    return true;
+    return !stream.left;
   }
 
   void Reply(const Incoming& incoming, const Stream& stream, const Dispatcher::Outcome& outcome) {
-    if (outcome.broken_off) {
-      if (stream.left) return Finish(kClientLeft, 0);
-      return Finish(kWorkerFailed, kUnexpectedFailure);
-    }
-    if (stream.begun || stream.left) {
-      incoming.reply.Send(outcome.answer);
-      return Finish(stream.left ? kClientLeft : place_.slot->request.status, outcome.code);
-    }
-    incoming.reply.Send(IdLine(incoming.id) + outcome.answer);
-    Finish(StatusOf(outcome.answer), outcome.code);
+    if (stream.left) return Finish(kClientLeft, 0);
+    if (outcome.broken_off) return Finish(kWorkerFailed, kUnexpectedFailure);
+    const std::string head = stream.begun ? std::string() : IdLine(incoming.id);
+    if (!incoming.reply.Send(head + outcome.answer)) return Finish(kClientLeft, 0);
+    Finish(stream.begun ? place_.slot->request.status : StatusOf(outcome.answer), outcome.code);
   }
 
   // Counts and logs a request whose client has been answered or has left.
@@ -268,19 +301,20 @@ class Worker {
 
   const Options& options_;
   const Registry& registry_;
-  const std::array<Handover, kPoolCount>& queues_;
+  const Queues& queues_;
   Statistics& statistics_;
   const WorkerPlace& place_;
   Dispatcher& dispatcher_;
   Deadline deadline_;
   const RequestLog log_;
   Afterwards afterwards_;
+  int pause_ = -1;  // the longest time to wait for the next request
 };
 
 }  // namespace
 
-int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
-              Statistics& statistics, const WorkerPlace& place) {
+int RunWorker(const Options& options, int listener, const Queues& queues, Statistics& statistics,
+              const WorkerPlace& place) {
   bool started = false;
   try {
     const Descriptor signals(WatchSignals());

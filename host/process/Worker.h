@@ -17,8 +17,8 @@ namespace VELT::host {
 // there. Returns after SIGTERM or SIGINT, or when a handler has changed the process's ids. The
 // process is killed when its supervisor ends. Returns the exit status: kBadConfiguration when the
 // worker could not start.
-int RunWorker(const Options& options, int listener, const std::array<Handover, kPoolCount>& queues,
-              Statistics& statistics, const WorkerPlace& place);
+int RunWorker(const Options& options, int listener, const Queues& queues, Statistics& statistics,
+              const WorkerPlace& place);
 
 constexpr int kBadConfiguration = 78;  // EX_CONFIG of sysexits.h
 

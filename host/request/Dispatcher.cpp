@@ -31,11 +31,11 @@
 namespace VELT::host {
 namespace {
 
-struct Address {
-  enum class Kind { kNone, kOwner, kVisitor, kPage };
-
-  Kind kind = Kind::kNone;
-  std::string link;
+// What a link's address may go on with.
+constexpr std::pair<std::string_view, Address::Kind> kDoors[] = {
+    {"/webapi", Address::Kind::kVisitor},
+    {"/stream", Address::Kind::kStream},
+    {"/", Address::Kind::kPage},  // some programs add a slash when they make an address clickable
 };
 
 Address AddressOf(const WebRequest& request) {
@@ -43,15 +43,18 @@ Address AddressOf(const WebRequest& request) {
   std::string path = request.Variable("SCRIPT_NAME") + request.Variable("PATH_INFO");
   if (path == "/webapi/entry.cgi") return {Address::Kind::kOwner, {}};
   constexpr std::string_view kLinks = "/sharing/";
-  constexpr std::string_view kApi = "/webapi";
   if (!path.starts_with(kLinks) || !IsCleanText(path)) return {};
   path.erase(0, kLinks.size());
-  const bool is_api = path.ends_with(kApi);
-  if (is_api) path.resize(path.size() - kApi.size());
-  // Some programs add a slash when they make an address clickable.
-  if (!is_api && path.ends_with('/')) path.pop_back();
+  Address address{Address::Kind::kPage, {}};
+  for (const auto& [end, kind] : kDoors) {
+    if (!path.ends_with(end)) continue;
+    path.resize(path.size() - end.size());
+    address.kind = kind;
+    break;
+  }
   if (path.empty() || path.find('/') != std::string::npos) return {};
-  return {is_api ? Address::Kind::kVisitor : Address::Kind::kPage, std::move(path)};
+  address.link = std::move(path);
+  return address;
 }
 
 std::string TextOf(const Parameters& parameters, const char* name) {
@@ -126,6 +129,54 @@ Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail,
   return outcome;
 }
 
+// Why the request may not call the method, whoever makes it; in the order in which it is told.
+std::optional<Dispatcher::Outcome> JudgeAddress(const WebRequest& request, Address::Kind door,
+                                                const Method& method,
+                                                const RequestContext& context) {
+  if (method.post_only && request.Variable("REQUEST_METHOD") != "POST") {
+    return Refusal(kNotAllowed, "this method needs POST");
+  }
+  if (IsFromOtherSite(request, context.base_url)) {
+    return Refusal(kNotAllowed, "another site's page may not call this method");
+  }
+  if (AsksForAnotherLink(context)) {
+    return Refusal(kNotAllowed, "only this address's own link can be asked about");
+  }
+  // The web server passes on what comes from this address as fast as its client reads.
+  if (context.is_sharing && (door == Address::Kind::kStream) != (method.pool == Pool::kStream)) {
+    return Refusal(kNotAllowed,
+                   "what is sent in pieces is called at the link's /stream, and nothing else");
+  }
+  return std::nullopt;
+}
+
+// Why its caller may not call the method, or not with this body.
+std::optional<Dispatcher::Outcome> JudgeCaller(const WebRequest& request, const Method& method,
+                                               const RequestContext& context,
+                                               bool signs_owners_in) {
+  if (!MayCall(method.access, context, signs_owners_in)) {
+    // No WWW-Authenticate: it would open the browser's own dialogue.
+    const bool signed_out = !context.is_sharing && context.owner.account.empty();
+    return Refusal(kNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");
+  }
+  const std::string beyond = BeyondToken(method, context);
+  if (!beyond.empty()) return Refusal(kNotAllowed, beyond);
+  if (HasRawBody(request) && request.body.size() > method.raw_body) {
+    return Refusal(kMalformed, method.raw_body == 0
+                                   ? "request body is neither a form nor JSON"
+                                   : "request body is larger than the method takes");
+  }
+  return std::nullopt;
+}
+
+// The pool whose workers run this call.
+Pool PoolOf(const Method& method, APIRequest& request) {
+  if (method.pool_when.empty()) return method.pool;
+  const Json::Value value = request.GetParam(method.pool_when, false);
+  const bool is_set = value.isConvertibleTo(Json::booleanValue) && value.asBool();
+  return is_set ? method.pool : Pool::kFront;
+}
+
 }  // namespace
 
 Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputCapture& output,
@@ -140,6 +191,7 @@ struct Dispatcher::Call {
   const Method& method;
   std::string label;
   bool secure;
+  bool judged;
   bool head_only;
   const Sink& sink;
   RequestNote& note;
@@ -156,9 +208,9 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
   }
   switch (address.kind) {
     case Address::Kind::kOwner:
-      return AnswerApi(request, nullptr, sink, note);
     case Address::Kind::kVisitor:
-      return AnswerApi(request, &address.link, sink, note);
+    case Address::Kind::kStream:
+      return AnswerApi(request, address, sink, note);
     case Address::Kind::kPage: {
       note.method = Statistics::kPage;
       const std::string verb = request.Variable("REQUEST_METHOD");
@@ -176,13 +228,15 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
   return PlainAnswer("404 Not Found", "There is nothing at this address.");
 }
 
-Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::string* link,
+Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Address& address,
                                           const Sink& sink, RequestNote& note) {
   auto context = std::make_unique<RequestContext>();
-  if (link != nullptr && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
+  context->is_sharing = address.kind != Address::Kind::kOwner;
+  if (context->is_sharing && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
     return Refusal(kMalformed, "request body is larger than 64 KiB");
   }
-  const std::string error = ReadParameters(request, context->parameters);
+  const std::string error = ReadParameters(
+      request, context->parameters, context->is_sharing ? RequestContext::kVisitorLevels : 64);
   if (!error.empty()) return Refusal(kMalformed, error);
   context->base_url = BaseURL(request, options_.external_url);
   if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
@@ -194,16 +248,15 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const std::
   const bool is_chosen = language != context->cookies.end() && IsUILanguage(language->second);
   context->language =
       is_chosen ? language->second : UILanguage(request.Variable("HTTP_ACCEPT_LANGUAGE"));
-  if (link != nullptr) {
-    context->is_sharing = true;
-    context->sharing_id = *link;
+  if (context->is_sharing) {
+    context->sharing_id = address.link;
     const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
     if (sid != context->cookies.end()) context->sharing_sid = sid->second;
   }
-  return AnswerMethod(request, std::move(context), sink, note);
+  return AnswerMethod(request, address, std::move(context), sink, note);
 }
 
-Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
+Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Address& address,
                                              std::unique_ptr<RequestContext> context,
                                              const Sink& sink, RequestNote& note) {
   const std::string api = TextOf(context->parameters, "api");
@@ -220,18 +273,14 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
       break;
   }
   note.method = method->row;
-  if (method->post_only && request.Variable("REQUEST_METHOD") != "POST") {
-    return Refusal(kNotAllowed, "this method needs POST");
-  }
-  if (IsFromOtherSite(request, context->base_url)) {
-    return Refusal(kNotAllowed, "another site's page may not call this method");
-  }
-  if (AsksForAnotherLink(*context)) {
-    return Refusal(kNotAllowed, "only this address's own link can be asked about");
+  if (!request.judged) {
+    if (auto refusal = JudgeAddress(request, address.kind, *method, *context)) return *refusal;
   }
   if (!context->is_sharing) {
     const Caller caller = IdentifyCaller(request, options_, pool_, *context);
-    if (caller.kind == Caller::Kind::kUnjudged) return Outcome(Pool::kLogin);
+    if (caller.kind == Caller::Kind::kUnjudged) {
+      return {Pool::kLogin, VisitorParty(context->client.address)};
+    }
     if (caller.kind == Caller::Kind::kBraked) {
       return Refusal(kNotAllowed, "too many attempts have failed", "429 Too Many Requests",
                      caller.wait);
@@ -242,24 +291,15 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
     }
     sharing::SetProjects(context->owner.projects);
   }
-  if (!MayCall(method->access, *context, !options_.web_server_names_owners)) {
-    // No WWW-Authenticate: it would open the browser's own dialogue.
-    const bool signed_out = !context->is_sharing && context->owner.account.empty();
-    return Refusal(kNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");
+  if (!request.judged) {
+    auto refusal = JudgeCaller(request, *method, *context, !options_.web_server_names_owners);
+    if (refusal) return *refusal;
   }
-  const std::string beyond = BeyondToken(*method, *context);
-  if (!beyond.empty()) return Refusal(kNotAllowed, beyond);
-  if (HasRawBody(request)) {
-    if (request.body.size() > method->raw_body) {
-      return Refusal(kMalformed, method->raw_body == 0
-                                     ? "request body is neither a form nor JSON"
-                                     : "request body is larger than the method takes");
-    }
-    context->raw_body = request.body;
-  }
+  if (HasRawBody(request)) context->raw_body = request.body;
   const Call call{*method,
                   api + " " + name,
                   context->client.secure,
+                  request.judged,
                   request.Variable("REQUEST_METHOD") == "HEAD",
                   sink,
                   note};
@@ -269,6 +309,9 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request,
 Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
                                            std::unique_ptr<RequestContext> context) {
   const sharing::owners::Owner owner = context->owner;
+  const Party party = context->login_uid != RequestContext::kNobody
+                          ? OwnerParty(context->login_uid)
+                          : VisitorParty(context->client.address);
   APIRequest api_request(std::move(context));
   APIResponse api_response;
   ResponseState& state = api_response.state();
@@ -285,19 +328,21 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
     };
   }
   output_.Begin();
-  bool for_other_pool = false;
+  Pool pool = pool_;
   const bool returned = ReturnsNormally(call.label, [&] {
-    // The front's worker runs the check as well, so that a bad request is refused at once and does
-    // not wait for a worker of its pool.
-    if (!call.method.check(&api_request, &api_response)) return;
+    // The front's worker runs the check, so that a bad request is refused at once and does not wait
+    // for a worker of its pool.
+    if (!call.judged && !call.method.check(&api_request, &api_response)) return;
+    const Pool own = PoolOf(call.method, api_request);
     // A worker of the pool "login" that had to judge the caller first goes on with a short call.
-    for_other_pool = call.method.pool != pool_ && call.method.pool != Pool::kFront;
-    if (!for_other_pool) call.method.handler(&api_request, &api_response);
+    if (own != Pool::kFront) pool = own;
+    if (pool == pool_) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
   state.retry_after = std::max(state.retry_after, sharing::LoginWait());
-  if (for_other_pool) {
-    Outcome outcome(call.method.pool);
+  if (pool != pool_) {
+    Outcome outcome(pool, party);
+    outcome.judged = true;
     if (owner.how == sharing::owners::Owner::How::kBasic) outcome.judged_owner = owner.account;
     return outcome;
   }

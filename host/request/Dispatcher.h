@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/Options.h"
+#include "host/Party.h"
 #include "host/Pool.h"
 #include "host/page/LinkPage.h"
 #include "host/request/OutputCapture.h"
@@ -18,6 +19,14 @@
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT::host {
+
+// What the path of a request names.
+struct Address {
+  enum class Kind { kNone, kOwner, kVisitor, kStream, kPage };
+
+  Kind kind = Kind::kNone;
+  std::string link;
+};
 
 // Serves one request at a time, since a handler uses the process's standard output and effective
 // ids.
@@ -30,11 +39,13 @@ class Dispatcher {
   // sink is empty.
   struct Outcome {
     Outcome(std::string text) : answer(std::move(text)) {}  // NOLINT(google-explicit-constructor)
-    explicit Outcome(Pool other) : other_pool(other) {}
+    Outcome(Pool other, Party caller) : other_pool(other), party(caller) {}
 
     std::string answer;
     int code = 0;  // the API's error code
     std::optional<Pool> other_pool;
+    Party party = 0;                   // with `other_pool`, as the two that follow
+    bool judged = false;               // see WebRequest
     bool broken_off = false;           // what was sent is not the whole answer
     std::function<void()> afterwards;  // see APIResponse::Afterwards; may be empty
     std::function<void()> note;        // to be called after the answer; may be empty
@@ -50,11 +61,11 @@ class Dispatcher {
   Outcome Answer(const WebRequest& request, const Sink& sink, RequestNote& note);
 
  private:
-  // `link` is the id in a visitor's address, null in an owner's.
-  Outcome AnswerApi(const WebRequest& request, const std::string* link, const Sink& sink,
+  Outcome AnswerApi(const WebRequest& request, const Address& address, const Sink& sink,
                     RequestNote& note);
-  Outcome AnswerMethod(const WebRequest& request, std::unique_ptr<RequestContext> context,
-                       const Sink& sink, RequestNote& note);
+  Outcome AnswerMethod(const WebRequest& request, const Address& address,
+                       std::unique_ptr<RequestContext> context, const Sink& sink,
+                       RequestNote& note);
   struct Call;
   Outcome CallMethod(const Call& call, std::unique_ptr<RequestContext> context);
 

@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/Limits.h"
 #include "host/request/Caller.h"
 
 namespace VELT::host {
@@ -112,8 +113,8 @@ std::string FrameAnswer(std::string_view answer, int request_id) {
   return frame.append(8, '\0');  // status 0, request complete
 }
 
-void ReplyChannel::Send(std::string_view answer) const {
-  SendAll(connection(), FrameAnswer(answer, id_));
+bool ReplyChannel::Send(std::string_view answer) const {
+  return SendAll(connection(), FrameAnswer(answer, id_));
 }
 
 bool ReplyChannel::SendPiece(std::string_view piece) const {
@@ -125,6 +126,11 @@ bool ReplyChannel::SendPiece(std::string_view piece) const {
     piece.remove_prefix(part.size());
   }
   return true;
+}
+
+void ReplyChannel::SetPatience(std::chrono::seconds patience) const {
+  const timeval time{patience.count(), 0};
+  setsockopt(connection(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
 bool ReplyChannel::ClientHasLeft() const {
@@ -173,6 +179,7 @@ std::optional<Incoming> FastCgiListener::Take() {
   // The answer is not sent by the library, which would wait until the web server closes the
   // connection.
   ReplyChannel reply(fcgi.ipcFd, fcgi.requestId);
+  reply.SetPatience(kAnswerSilence);
   fcgi.ipcFd = -1;
   fcgi.keepConnection = 1;
   FCGX_Free(&fcgi, 0);

@@ -19,15 +19,19 @@ class ReplyChannel {
  public:
   ReplyChannel(int connection, int request_id) : connection_(connection), id_(request_id) {}
 
-  // Sends the whole answer, header included, and its end. A client that is gone is not reported.
-  void Send(std::string_view answer) const;
-  // Sends a piece of an answer, all of it before returning; false when the client is gone. Send
-  // ends the answer, with an empty text for instance. Without that the web server lets its client
-  // see that the answer is incomplete.
+  // Sends the whole answer, header included, and its end. False when the client is gone or has taken
+  // nothing for too long.
+  bool Send(std::string_view answer) const;
+  // Sends a piece of an answer, all of it before returning; false as in Send. Send ends the
+  // answer, with an empty text for instance. Without that the web server lets its client see that the
+  // answer is incomplete.
   bool SendPiece(std::string_view piece) const;
   // Whether the web server has closed the connection or its sending half because its client has
   // left.
   bool ClientHasLeft() const;
+
+  // How long a client may take nothing before sending fails.
+  void SetPatience(std::chrono::seconds patience) const;
 
   int connection() const { return connection_.get(); }
   int request_id() const { return id_; }

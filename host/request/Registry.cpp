@@ -153,10 +153,14 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
         check->second->check == nullptr) {
       Fail({"the library has no handler or no check for ", api, " ", name});
     }
-    const Method method{
-        handler->second->handler,      check->second->check, ReadAccess(row["access"]),
-        ReadFlag(row, "post_only"),    ReadPool(row),        ReadRawBody(row),
-        ReadFlag(row, "through_links")};
+    const Method method{handler->second->handler,
+                        check->second->check,
+                        ReadAccess(row["access"]),
+                        ReadFlag(row, "post_only"),
+                        ReadPool(row),
+                        ReadRawBody(row),
+                        ReadFlag(row, "through_links"),
+                        row.get("pool_when", "").asString()};
     if (!methods_.emplace(key, method).second) {
       Fail({api, " ", name, " is registered twice"});
     }

@@ -31,7 +31,8 @@ struct Method {
   // A token that is limited to projects opens it: the store, which shows it links of these projects
   // alone, is all that it tells of or changes.
   bool through_links = false;
-  std::size_t row = 0;  // see Number
+  std::string pool_when;  // the front runs it unless this parameter is true; empty: `pool` always
+  std::size_t row = 0;    // see Number
 };
 
 // Constant after Load and Number; several threads may read it.
@@ -46,6 +47,7 @@ class Registry {
   //                 "post_only": BOOL, false if absent,
   //                 "through_links": BOOL, false if absent,
   //                 "pool": "login", "program", "long", "stream" or "bulk"; absent: the front,
+  //                 "pool_when": NAME of a boolean parameter; absent: in "pool" always,
   //                 "raw_body": BYTES, only with "post_only": the method accepts a raw body of
   //                   the type application/octet-stream, with its parameters in the query}]}
   //

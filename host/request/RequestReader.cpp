@@ -44,10 +44,11 @@ std::string ReadForm(std::string_view text, const char* place, Parameters& param
   return {};
 }
 
-std::string ReadJson(const std::string& text, Parameters& parameters) {
+std::string ReadJson(const std::string& text, std::size_t levels, Parameters& parameters) {
   Json::Value object;
-  if (!ParseJsonText(text, object) || !object.isObject()) {
-    return "request body is not a JSON object, or is nested deeper than 64 levels";
+  if (!ParseJsonText(text, object, levels) || !object.isObject()) {
+    return "request body is not a JSON object, or is nested deeper than " + std::to_string(levels) +
+           " levels";
   }
   if (!IsCleanJson(object)) return "malformed text in the request body";
   if (object.size() > kMostParameters) return kTooMany;
@@ -63,9 +64,9 @@ bool IsOfType(const WebRequest& request, const char* type) {
   return strcasecmp(std::string(Trimmed(NextPiece(rest, ';'))).c_str(), type) == 0;
 }
 
-std::string ReadBody(const WebRequest& request, Parameters& parameters) {
+std::string ReadBody(const WebRequest& request, std::size_t levels, Parameters& parameters) {
   if (request.body.size() > kLargestBody) return "request body is larger than 1 MiB";
-  if (IsOfType(request, "application/json")) return ReadJson(request.body, parameters);
+  if (IsOfType(request, "application/json")) return ReadJson(request.body, levels, parameters);
   if (IsOfType(request, "application/x-www-form-urlencoded")) {
     return ReadForm(request.body, "form", parameters);
   }
@@ -92,11 +93,11 @@ bool HasRawBody(const WebRequest& request) {
   return !request.body.empty() && IsOfType(request, "application/octet-stream");
 }
 
-std::string ReadParameters(const WebRequest& request, Parameters& parameters) {
+std::string ReadParameters(const WebRequest& request, Parameters& parameters, std::size_t levels) {
   if (!request.body_complete) return "request body is cut off";
   std::string error = ReadForm(request.Variable("QUERY_STRING"), "query", parameters);
   if (error.empty() && !request.body.empty() && !HasRawBody(request))
-    error = ReadBody(request, parameters);
+    error = ReadBody(request, levels, parameters);
   if (error.empty() && parameters.size() > kMostParameters) error = kTooMany;
   return error;
 }

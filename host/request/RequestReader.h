@@ -1,6 +1,7 @@
 // Reads parameters and cookies from a request.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
@@ -24,8 +25,10 @@ std::string DecodeForm(std::string_view text, const char* place,
 bool HasRawBody(const WebRequest& request);
 
 // The parameters of query and body. Of several with one name the last counts, and one in the body
-// overrides the query. Returns an empty string, or an error message for the client.
-std::string ReadParameters(const WebRequest& request, Parameters& parameters);
+// overrides the query. A JSON body may have `levels` of nesting. Returns an empty string, or an error
+// message for the client.
+std::string ReadParameters(const WebRequest& request, Parameters& parameters,
+                           std::size_t levels = 64);
 
 // The cookies of a Cookie header (RFC 6265, section 4.2). Of several with one name the first
 // counts: browsers send the one with the longest path first. Cookies that are not clean text are

@@ -17,6 +17,7 @@ struct WebRequest {
   std::map<std::string, std::string> variables;
   std::string body;            // only the beginning if it is larger than any method accepts
   bool body_complete = false;  // it had as many bytes as CONTENT_LENGTH says
+  bool judged = false;         // the worker that handed it over has found that the call may be made
 };
 
 }  // namespace VELT::host

@@ -7,7 +7,8 @@ namespace VELT::host {
 namespace {
 
 static_assert(decltype(Slot::state)::is_always_lock_free &&
-                  decltype(Slot::since)::is_always_lock_free,
+                  decltype(Slot::since)::is_always_lock_free &&
+                  decltype(Slot::party)::is_always_lock_free,
               "shared between processes, where locks of the C++ library do not work");
 
 }  // namespace

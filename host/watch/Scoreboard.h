@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 
+#include "host/Party.h"
 #include "host/Pool.h"
 #include "host/watch/RequestNote.h"
 #include "host/watch/SharedArray.h"
@@ -21,6 +22,9 @@ struct Slot {
   std::atomic<State> state{State::kEmpty};
   // When it last became busy.
   std::atomic<std::chrono::steady_clock::time_point> since{};
+  // Whose call it serves; 0: not known, or nobody's. While it looks for one, any party of the line
+  // that it looks into.
+  std::atomic<Party> party{0};
   // The library that was running when the time limit ended the worker, a C string; empty: unknown.
   std::array<char, 256> stuck_in{};
   // The request that it serves, for the case that it dies.

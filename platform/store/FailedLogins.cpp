@@ -1,11 +1,5 @@
 #include "platform/store/FailedLogins.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <array>
 #include <optional>
 
 #include "platform/store/Secrets.h"
@@ -26,26 +20,11 @@ std::string NthLatest(const std::string& which, int n) {
          " and failed_at > :since order by failed_at desc limit 1 offset " + std::to_string(n - 1);
 }
 
-std::string AddressText(int family, const void* address) {
-  std::array<char, INET6_ADDRSTRLEN> text{};
-  inet_ntop(family, address, text.data(), text.size());
-  return text.data();
-}
-
 }  // namespace
 
 std::string AccountKey(const std::string& name) {
   const auto user = name.empty() ? std::nullopt : accounts::FindUser(name);
   return Digest(user ? user->name : name);
-}
-
-std::string SourceKey(const std::string& address) {
-  in6_addr parsed{};
-  if (inet_pton(AF_INET6, address.c_str(), &parsed) != 1) return address;
-  auto& bytes = parsed.s6_addr;
-  if (IN6_IS_ADDR_V4MAPPED(&parsed)) return AddressText(AF_INET, &bytes[12]);
-  std::fill(&bytes[8], std::end(bytes), std::uint8_t{0});
-  return AddressText(AF_INET6, &parsed) + "/64";
 }
 
 std::int64_t LockoutSeconds(soci::session& sql, const FailureKey& key, std::int64_t now) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/store/sql/Soci.h"
+#include "veltsys/Address.h"
 
 namespace VELT::sharing::db {
 
@@ -23,11 +24,6 @@ struct FailureKey {
 // digest, which limits its length and keeps what people type into the wrong field, a password for
 // instance, from being stored in clear.
 std::string AccountKey(const std::string& name);
-
-// The same text for all addresses that one visitor is likely to have: of an IPv6 address the first
-// 64 bits, since one customer usually gets all addresses below them. An IPv4 address mapped into
-// IPv6 becomes the IPv4 address. A text that is not an address stays as it is.
-std::string SourceKey(const std::string& address);
 
 // These throw soci::soci_error.
 // Seconds until a login may be tried; 0: at once.

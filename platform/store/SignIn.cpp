@@ -28,7 +28,7 @@ constexpr int kMostSessions = 100;  // of an account; the longest unused end
 // An address as the list of sessions shows it: an IPv4 address without its last part, of an IPv6
 // address the network.
 std::string Shortened(const std::string& address) {
-  const std::string source = db::SourceKey(address);
+  const std::string source = SourceKey(address);
   const std::size_t dot = source.find('/') == std::string::npos ? source.rfind('.') : source.npos;
   return dot == std::string::npos ? source : source.substr(0, dot) + ".*";
 }
@@ -54,7 +54,7 @@ class SignInAttempt {
   explicit SignInAttempt(const Attempt& attempt)
       : attempt_(attempt),
         user_(accounts::FindUser(attempt.account)),
-        key_{db::AccountKey(attempt.account), db::SourceKey(attempt.address)} {}
+        key_{db::AccountKey(attempt.account), SourceKey(attempt.address)} {}
 
   Outcome Run() {
     if (!Transact("count an attempt to sign in", [this](auto& store) { Begin(store); })) {

@@ -101,14 +101,22 @@ bool TakeWord(std::string_view& text) {
 
 // Whether `text` consists only of JSON's tokens (RFC 8259, section 2) and white space. JsonCpp
 // accepts more: it reads "-" as 0 and "01" as 1, accepts comments in spite of its settings, and a
-// byte order mark, and ignores everything after a NUL character.
-bool HasStrictTokens(std::string_view text) {
+// byte order mark, and ignores everything after a NUL character. False also when brackets are nested
+// more than `levels` deep.
+bool HasStrictTokens(std::string_view text, std::size_t levels) {
+  std::size_t open = 0;
   while (!text.empty()) {
     switch (text.front()) {
       case '{':
-      case '}':
       case '[':
+        if (++open > levels) return false;
+        text.remove_prefix(1);
+        break;
+      case '}':
       case ']':
+        if (open-- == 0) return false;
+        text.remove_prefix(1);
+        break;
       case ':':
       case ',':
       case ' ':
@@ -130,11 +138,11 @@ bool HasStrictTokens(std::string_view text) {
 
 }  // namespace
 
-bool ParseJsonText(const std::string& text, Json::Value& value) {
+bool ParseJsonText(const std::string& text, Json::Value& value, std::size_t levels) {
   // Making a reader costs more than reading a small text.
   thread_local const std::unique_ptr<Json::CharReader> reader = MakeReader();
   value = Json::Value();
-  if (!HasStrictTokens(text)) return false;
+  if (!HasStrictTokens(text, levels)) return false;
   Json::Value parsed;
   std::string errors;
   try {

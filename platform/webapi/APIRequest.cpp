@@ -1,5 +1,6 @@
 #include "veltwebapi/APIRequest.h"
 
+#include <cstddef>
 #include <map>
 #include <type_traits>
 #include <utility>
@@ -19,10 +20,11 @@ const RawParameter* Find(const RequestContext& context, const std::string& name)
 
 // The parameter's value for a caller that wants a string, or another type. The JSON text of a form
 // value may contain escapes for characters that the host refuses. It is then not treated as JSON.
-Json::Value ValueOf(const RawParameter& raw, bool as_string) {
+Json::Value ValueOf(const RequestContext& context, const RawParameter& raw, bool as_string) {
   if (raw.typed) return raw.json;
   Json::Value parsed;
-  const bool is_json = !as_string && ParseJsonText(raw.text, parsed) && IsCleanJson(parsed);
+  const std::size_t levels = context.is_sharing ? RequestContext::kVisitorLevels : 64;
+  const bool is_json = !as_string && ParseJsonText(raw.text, parsed, levels) && IsCleanJson(parsed);
   return is_json ? parsed : Json::Value(raw.text);
 }
 
@@ -58,7 +60,7 @@ APIParameter<T> Read(const RequestContext& context, const std::string& name,
                      PARAM_NECESSITY necessity, bool (*validator)(const T&)) {
   const RawParameter* raw = Find(context, name);
   if (raw == nullptr) return {false, necessity == PARAM_REQUIRED, T()};
-  const Json::Value value = ValueOf(*raw, std::is_same_v<T, std::string>);
+  const Json::Value value = ValueOf(context, *raw, std::is_same_v<T, std::string>);
   if (!R::Is(value)) return {true, true, T()};
   T read = R::From(value);
   const bool refused = validator != nullptr && !validator(read);
@@ -74,7 +76,7 @@ APIRequest::~APIRequest() = default;
 
 Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& fallback) const {
   const RawParameter* raw = Find(*context_, name);
-  return raw != nullptr ? ValueOf(*raw, fallback.isString()) : fallback;
+  return raw != nullptr ? ValueOf(*context_, *raw, fallback.isString()) : fallback;
 }
 
 bool APIRequest::HasParam(const std::string& name) const {

@@ -41,6 +41,13 @@ def require_declared_code(call, answer):
             assert code in COMMON_CODES or code in method["codes"], (method["api"], method["method"], code)
 
 
+@functools.cache
+def door(api, method):
+    """What a link's address goes on with for this method."""
+    streams = {(row["api"], row["method"]) for row in declared_methods() if row.get("pool") == "stream"}
+    return "/stream" if (api, method) in streams else "/webapi"
+
+
 class Answer:
     """An HTTP answer: status, header (names in lower case; cookies in `set_cookies`) and body."""
 
@@ -239,7 +246,7 @@ class Visitor:
 
     def call(self, api, method, params=None, version=1):
         body = {"api": api, "version": version, "method": method, **(params or {})}
-        return self.request("POST", "/webapi", body).json
+        return self.request("POST", door(api, method), body).json
 
     def login(self, **params):
         return self.call(SHARING + ".Login", "login", {"sharing_id": self.link_id, **params})

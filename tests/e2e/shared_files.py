@@ -50,7 +50,8 @@ def ask(visitor, method, **params):
 
 
 def query(method, **params):
-    return "/webapi?" + urllib.parse.urlencode({"api": LINK, "version": 1, "method": method, **params})
+    door = "/stream?" if method == "zip" else "/webapi?"
+    return door + urllib.parse.urlencode({"api": LINK, "version": 1, "method": method, **params})
 
 
 def get(visitor, path, method="get", headers=None, **params):

@@ -7,7 +7,7 @@ import os
 import sqlite3
 import unittest
 
-from demo import SHARING, Demo, Visitor, declared_methods
+from demo import SHARING, Demo, Visitor, declared_methods, door
 
 FILES, VISITS, SIGN_IN = "VELT.Files", "VELT.Visits", "VELT.Core.SignIn"
 LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
@@ -86,7 +86,7 @@ class Matrix(unittest.TestCase):
             return answer
         visitor = {"visitor": lambda: admitted(link), "elsewhere": lambda: admitted(DEMO.create()).at(link),
                    "stranger": lambda: DEMO.visitor(link)}[caller]()
-        return visitor.request("POST", "/webapi", body)
+        return visitor.request("POST", door(body["api"], body["method"]), body)
 
     def test_matrix(self):
         for row in METHODS:
@@ -176,7 +176,7 @@ class Disclosure(unittest.TestCase):
                 continue
             for other in others:
                 refusals.add(json.dumps(here.call(api, method, {"sharing_id": other})))
-                path = f"/webapi?api={api}&version=1&method={method}&sharing_id={other}"
+                path = f"{door(api, method)}?api={api}&version=1&method={method}&sharing_id={other}"
                 refusals.add(json.dumps(here.request("POST", path).json))
         refusal = {"code": 105, "errors": "only this address's own link can be asked about"}
         self.assertEqual({json.dumps({"error": refusal, "success": False})}, refusals)

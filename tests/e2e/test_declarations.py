@@ -12,7 +12,7 @@ import tempfile
 import unittest
 import urllib.parse
 
-from demo import BUILD, REPOSITORY, Demo, declared_methods
+from demo import BUILD, REPOSITORY, Demo, declared_methods, door
 
 # Values with which a handler gets as far as its last parameter.
 DEEPER = {("VELT.Files", "list"): {"root": "home"}, ("VELT.Files.Link", "list"): {"path": "0"},
@@ -93,7 +93,7 @@ class Reads(unittest.TestCase):
         if "sharing_id" in call:
             call["sharing_id"] = link
         if "raw_body" not in method:
-            return visitor.request("POST", "/webapi", call)
+            return visitor.request("POST", door(call["api"], call["method"]), call)
         return visitor.request("POST", "/webapi?" + urllib.parse.urlencode(call), b"piece",
                                {"Content-Type": "application/octet-stream"})
 

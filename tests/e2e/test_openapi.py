@@ -86,7 +86,7 @@ class Operation:
         if self._visitor is None or self.name.endswith("logout"):
             self._visitor = DEMO.visitor(self.link())
             assert self._visitor.login()["success"]
-        return self._visitor.request("POST", "/webapi", body, headers)
+        return self._visitor.request("POST", self.address.removeprefix("/sharing/{link}"), body, headers)
 
 
 class Described(unittest.TestCase):

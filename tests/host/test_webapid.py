@@ -51,6 +51,8 @@ class Requests(unittest.TestCase):
                 ("JSON list", JSON, b"[1]", 106),
                 ("half a JSON text", JSON, body()[:-1], 106),
                 ("nested 63 levels", JSON, body(value=0)[:-2] + b"[" * 62 + b"]" * 62 + b"}", 0),
+                ("a visitor's 16 levels", {**JSON, **VISITOR}, body(value=0)[:-2] + b"[" * 15 + b"]" * 15 + b"}", 0),
+                ("a visitor's 17 levels", {**JSON, **VISITOR}, body(value=0)[:-2] + b"[" * 16 + b"]" * 16 + b"}", 106),
                 ("NUL in JSON", JSON, body(value=[{"a\0": 1}]), 106),
                 ("half a surrogate pair", JSON, body(value="\udc00"), 106),
                 ("comment in JSON", JSON, body()[:-1] + b"/* x */}", 106),
@@ -95,6 +97,8 @@ class Requests(unittest.TestCase):
                 ("no token", VISITOR, form(method="for_token"), 105),
                 ("planted session", {**VISITOR, "HTTP_COOKIE": "sharing_sid=x"}, form(method="for_token"), 105),
                 ("user at a token's method", {}, form(method="for_token"), 105),
+                ("a visitor's stream at the API's address", VISITOR, form(method="stream"), 105),
+                ("another method at the stream's", {**VISITOR, "PATH_INFO": "/abc/stream"}, FORM, 105),
                 ("POST", {}, post, 0),
                 ("GET", {"REQUEST_METHOD": "GET", "QUERY_STRING": post.decode()}, b"", 105),
                 ("GET with a body", {"REQUEST_METHOD": "GET"}, post, 105),
@@ -228,6 +232,9 @@ class Streams(unittest.TestCase):
                 self.assertIn(("Set-Cookie", "sid=new; Path=/; HttpOnly; SameSite=Lax"), answer.headers)
                 self.assertEqual((len(answer.body), answer.ended), (500 << 16, whole))
                 self.expect_log("whole after ")
+        visitors = self.host.call("stream", {**VISITOR, "PATH_INFO": "/abc/stream"}, value=5, log=self.log)
+        self.assertEqual((len(visitors.body), visitors.ended), (5 << 16, True))
+        self.expect_log("whole after ")
         head = self.host.call("stream", {"REQUEST_METHOD": "HEAD"}, value=500, log=self.log)
         self.assertEqual((head.body, head.ended), ("", True))
         self.expect_log("left after ")

@@ -3,6 +3,7 @@
 import contextlib
 import errno
 import glob
+import json
 import os
 import pwd
 import signal
@@ -225,12 +226,46 @@ class Pools(unittest.TestCase):
             os.unlink(path)
 
     def test_slow_calls_never_delay_fast_ones(self):
-        with Host(pool_workers=2) as host:
-            with self.waiting(host, 20, workers=2) as slow:
+        with Host(pool_workers=4) as host:
+            with self.waiting(host, 20, workers=2) as slow:  # an account's share
                 for _ in range(20):
                     self.assertEqual(host.call("echo").code, 0)
+                    for other in ("daemon", "nobody"):
+                        path = os.path.join(host.folder.name, other)
+                        self.assertEqual(host.call("touch", {"REMOTE_USER": other}, value=path).code, 0)
             answers = [host.finish(connection) for connection in slow]
             self.assertEqual([answer.code for answer in answers], [0] * 20)
+
+    def test_a_parameter_decides_the_pool(self):
+        registry = fixture_registry()
+        registry["methods"][0].update(pool="bulk", pool_when="big")
+        with Host(modules={"fixture.json": registry}) as host:
+            front, bulk = ({host.call("echo", big=big).json["data"]["pid"] for _ in range(5)} for big in ("0", "true"))
+            self.assertEqual((1, 1, 2), (len(front), len(bulk), len(front | bulk)))
+            self.assertEqual(front, {host.call("echo", big=value).json["data"]["pid"] for value in ("x", "{}", "null")})
+
+    def test_a_client_that_takes_nothing_of_its_answer_is_given_up(self):
+        with Host() as host, host.begin("echo", value="x" * 1000000) as slow:
+            self.assertEqual(host.call("echo").code, 0)
+            self.assertRaises(json.JSONDecodeError, host.finish, slow)  # cut off
+
+    def test_streams_find_a_worker_or_are_refused_at_once(self):
+        def begin(account):
+            stream = host.begin("stream", {"REMOTE_USER": account}, value=500)
+            stream.recv(1, socket.MSG_PEEK)
+            return self.enterContext(stream)
+
+        def refused(account):
+            headers = dict(host.call("stream", {"REMOTE_USER": account}, value=500).headers)
+            return headers.get("Status") == "503 Service Unavailable" and int(headers["Retry-After"]) > 0
+
+        with Host(pool_workers=4) as host:
+            held = [begin("root"), begin("root")]
+            self.assertTrue(refused("root"))
+            held += [begin("daemon"), begin("nobody")]
+            self.assertTrue(refused("bin"))
+            self.assertEqual([500 << 16] * 4, [len(host.finish(stream).body) for stream in held])
+            wait_until(lambda: not refused("root"))
 
     def test_calls_that_do_not_fit_the_queue_are_refused(self):
         with Host() as host:

@@ -235,7 +235,7 @@ def fixture_registry(**changes):
         row("for_token", "token"),
         row("wait", "user", pool="long"),
         row("touch", "user", pool="long"),
-        row("stream", "user", pool="stream"),
+        row("stream", "user", "visitor", pool="stream"),
         row("stuck", "user"),
         row("raw_body", "user", "visitor", post_only=True, raw_body=3 << 20, pool="bulk"),
     ]

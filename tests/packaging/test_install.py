@@ -110,9 +110,9 @@ class Install(unittest.TestCase):
     def check_files(self):
         client = self.client
         link = client.create(project_name="files", app={"root": "home", "items": ["shared"]})
-        at = f"/sharing/{link}/webapi"
 
         def query(method, **parameters):
+            at = f"/sharing/{link}/{'stream' if method == 'zip' else 'webapi'}"
             return f"{at}?" + urllib.parse.urlencode({"api": LINK, "version": 1, "method": method, **parameters})
 
         with open(self.root.path(f"{HOME}/shared/numbers.txt"), "rb") as file:

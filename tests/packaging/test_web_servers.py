@@ -16,7 +16,7 @@ SERVERS = {
         nginx""",
     "apache2": """
         a2dissite -q 000-default >/dev/null
-        a2enmod -q authnz_pam deflate headers http2 proxy_fcgi rewrite ssl xsendfile >/dev/null
+        a2enmod -q authnz_pam buffer deflate headers http2 proxy_fcgi rewrite ssl xsendfile >/dev/null
         ln -s /etc/velt-sharing/apache2.conf /etc/apache2/sites-enabled/velt-sharing.conf
         apachectl start""",
     "lighttpd": """
@@ -129,6 +129,9 @@ class WebServers(unittest.TestCase):
         small = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "thumbnail", "path": "1"})
         picture = client.get(f"/sharing/{link}/webapi?{small}", "-b", "/tmp/jar")
         self.assertEqual((picture.status, picture.headers["content-type"]), (200, "image/jpeg"))
+        every = urllib.parse.urlencode({"api": LINK, "version": 1, "method": "zip"})
+        archive = client.get(f"/sharing/{link}/stream?{every}", "-b", "/tmp/jar")
+        self.assertEqual((archive.status, archive.body[:2], archive.headers["cache-control"]), (200, b"PK", "no-store"))
         # Nobody reaches the spool past a worker.
         self.assertEqual(client.get("/velt-spool/").status, 404)
 

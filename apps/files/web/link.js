@@ -5,13 +5,14 @@ import {explain} from '/shared/errors.js';
 import {hasText, t} from '/shared/texts.js';
 
 const API = 'VELT.Files.Link';
-const path = `/sharing/${location.pathname.split('/')[2]}/webapi`;
+const link = `/sharing/${location.pathname.split('/')[2]}`;
+const path = `${link}/webapi`;
 
 export const call = (method, params) => callApi(path, API, method, params);
 
-/** The address of a GET of `method`. */
+/** The address of a GET of `method`. An archive is sent in pieces, from an address of its own. */
 export function addressOf(method, params) {
-  return `${path}?${new URLSearchParams({api: API, version: 1, method, ...params})}`;
+  return `${method === 'zip' ? `${link}/stream` : path}?${new URLSearchParams({api: API, version: 1, method, ...params})}`;
 }
 
 const LONGEST_ADDRESS = 6000;
@@ -28,7 +29,7 @@ export function downloadZip(paths) {
   }
   const form = document.createElement('form');
   form.method = 'post';
-  form.action = path;
+  form.action = `${link}/stream`;
   form.hidden = true;
   for (const [name, value] of Object.entries({api: API, version: 1, method: 'zip', paths: JSON.stringify(paths)})) {
     form.append(Object.assign(document.createElement('input'), {name, value}));

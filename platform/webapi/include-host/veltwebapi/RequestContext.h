@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -22,6 +23,10 @@ struct RequestContext {
   // The uid of a request without a user. It is not 0xFFFFFFFF, which means every owner in the
   // store.
   static constexpr unsigned int kNobody = 0xFFFFFFFE;
+
+  // How deep JSON in a visitor's parameters may be nested. Every level makes an answer that repeats
+  // them longer, up to ten times their size with this many.
+  static constexpr std::size_t kVisitorLevels = 16;
 
   std::map<std::string, RawParameter> parameters;
   std::map<std::string, std::string> cookies;
