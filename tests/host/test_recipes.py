@@ -164,7 +164,7 @@ class Recipes(unittest.TestCase):
 
     def test_make_a_method_and_a_field(self):
         write_copy(changed(dict(sources())))
-        run("cmake", "--preset", "dev")
+        run("cmake", "--preset", "dev", "-DCMAKE_BUILD_TYPE=None")
         run("cmake", "--build", "--preset", "dev", "--target", "velt-webapid", "VELT.Core.Sharing", "openapi")
         others = glob.glob(os.path.join(REPOSITORY, "apps/*/webapi.d/*.json"))
         run("python3", "-B", "api/reference.py", "docs/api.md", DECLARATION, *others)
