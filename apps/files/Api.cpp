@@ -58,6 +58,7 @@ constexpr APITableEntry kTable[] = {
     Entry<params::FilesRoots>(Handle<GetRoots>),
     Entry<params::FilesList>(Handle<ListRoot>),
     Entry<params::FilesDescribe>(Handle<DescribeLink>),
+    Entry<params::FilesUploadRemove>(Handle<RemoveUploads>),
     Entry<params::FilesLinkList>(Handle<ListShare>),
     Entry<params::FilesLinkGet>(HandleFile<GetFile>),
     Entry<params::FilesLinkZip>(HandleFile<GetZip>),

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +14,7 @@
 
 #include "apps/files/Configuration.h"
 #include "apps/files/Ids.h"
+#include "apps/files/Inbox.h"
 #include "apps/files/OpenAt2.h"
 #include "apps/files/Refusal.h"
 #include "apps/files/Spool.h"
@@ -124,12 +124,12 @@ void CheckSpool(const Configuration& configuration, const Spool& spool, ServiceC
                 (!fault.empty() ? fault
                  : accel        ? "is for nginx (X-Accel-Redirect)"
                          : "is for lighttpd or Apache (X-Sendfile); nginx needs \"accel_prefix\""));
-  struct statvfs space {};
-  if (fstatvfs(spool.folder(), &space) != 0) return;
   constexpr double kMegabyte = 1e6;
-  const double free = static_cast<double>(space.f_bavail) * static_cast<double>(space.f_frsize);
-  check.Add(space.f_bavail < space.f_blocks / 20 ? State::kWarning : State::kOk, "files, space",
-            std::to_string(static_cast<std::uint64_t>(free / kMegabyte)) + " MB are free");
+  const auto room = static_cast<double>(RoomOn(spool.folder(), configuration));
+  check.Add(room > 0 ? State::kOk : State::kWarning, "files, space",
+            room > 0 ? "uploads have room for " +
+                           std::to_string(static_cast<std::uint64_t>(room / kMegabyte)) + " MB"
+                     : "uploads are refused: no more is free than the reserve");
 }
 
 void Check(ServiceCheck& check) {

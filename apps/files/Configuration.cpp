@@ -49,6 +49,12 @@ Configuration::Configuration() {
   }
   spool_ = TextOf(content, "spool");
   accel_prefix_ = TextOf(content, "accel_prefix");
+  const Json::Value& reserve = content["reserve"];
+  if (reserve.isInt64() && reserve.asInt64() >= 0) {
+    reserve_ = reserve.asInt64();
+  } else if (!reserve.isNull()) {
+    NoteFault("has a \"reserve\" that is no number of bytes");
+  }
   for (const Json::Value& row : content["roots"]) {
     Rule rule{};
     const bool is_object = row.isObject();
@@ -67,8 +73,15 @@ Configuration::Configuration() {
 }
 
 void Configuration::NoteFault(const char* text) {
+  static std::string told;  // so that the log does not repeat it for each request
   fault_ = std::string(kFolder) + "/" + kFile + " " + text;
+  if (fault_ == std::exchange(told, fault_)) return;
   syslog(LOG_WARNING, "files: %s", fault_.c_str());
+}
+
+std::int64_t Configuration::ReserveOf(std::int64_t total) const {
+  constexpr std::int64_t kLeast = std::int64_t{1} << 30;
+  return reserve_.value_or(std::min(std::max(total / 20, kLeast), total / 5));
 }
 
 std::vector<Root> Configuration::RootsOf(const Account& account) const {

@@ -1,6 +1,8 @@
 // What the administrator lets people share: /usr/velt/etc/files.json, read for each request.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +21,8 @@ class Configuration {
   //   {"roots": [{"name": TEXT, "title": TEXT, "path": PATH, "{user}" in it the account's name,
   //               "users": [NAMES], "groups": [NAMES]; both absent: for everybody}],
   //    "spool": PATH of root's own folder on the same file system as the roots,
-  //    "accel_prefix": what X-Accel-Redirect begins with; absent: X-Sendfile is used}
+  //    "accel_prefix": what X-Accel-Redirect begins with; absent: X-Sendfile is used,
+  //    "reserve": BYTES, see ReserveOf}
   //
   // A missing or malformed file gives no roots; what is wrong is logged, and told by `fault`.
   Configuration();
@@ -34,6 +37,9 @@ class Configuration {
   const std::string& fault() const { return fault_; }
   const std::string& spool() const { return spool_; }
   const std::string& accel_prefix() const { return accel_prefix_; }
+  // The bytes that uploads leave free on a file system of `total` bytes. Without a configured number
+  // a twentieth and at least 1 GiB, but no more than a fifth.
+  std::int64_t ReserveOf(std::int64_t total) const;
 
  private:
   struct Rule {
@@ -49,6 +55,7 @@ class Configuration {
   std::string fault_;
   std::string spool_;
   std::string accel_prefix_;
+  std::optional<std::int64_t> reserve_;
 };
 
 }  // namespace VELT::files

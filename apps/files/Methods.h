@@ -18,6 +18,7 @@ namespace VELT::files {
 void GetRoots(const APIRequest& request, APIResponse& response);
 void ListRoot(const APIRequest& request, APIResponse& response);
 void DescribeLink(const APIRequest& request, APIResponse& response);
+void RemoveUploads(const APIRequest& request, APIResponse& response);
 
 // For visitors.
 void ListShare(const APIRequest& request, APIResponse& response);

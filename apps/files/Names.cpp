@@ -5,6 +5,8 @@
 #include <charconv>
 #include <climits>
 #include <cstddef>
+#include <iterator>
+#include <utility>
 
 #include "veltsys/Text.h"
 
@@ -42,6 +44,28 @@ std::optional<std::string> Decode(std::string_view text) {
     at += 2;
   }
   return bytes;
+}
+
+// Of a whole character, or a byte that is none.
+bool MayHarm(std::string_view character) {
+  constexpr std::string_view kMarks[] = {"\u061C", "\u200E", "\u200F"};
+  constexpr std::pair<std::string_view, std::string_view> kRanges[] = {
+      {"\u0080", "\u009F"}, {"\u2028", "\u202E"}, {"\u2066", "\u2069"}};
+  const auto first = static_cast<unsigned char>(character.front());
+  if (character.size() == 1) return first < 0x20 || first >= 0x7F;
+  // UTF-8 keeps the order of characters.
+  return std::find(std::begin(kMarks), std::end(kMarks), character) != std::end(kMarks) ||
+         std::any_of(std::begin(kRanges), std::end(kRanges), [character](const auto& range) {
+           return character >= range.first && character <= range.second;
+         });
+}
+
+std::string Lower(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return lower;
 }
 
 struct Extension {
@@ -108,6 +132,38 @@ std::optional<std::string> ToPath(std::string_view text) {
   }
 }
 
+std::string HarmlessName(std::string_view name) {
+  constexpr std::string_view kStarters[] = {"desktop.ini", "autorun.inf"};
+  std::string harmless = Lower(name);
+  const bool is_starter =
+      std::find(std::begin(kStarters), std::end(kStarters), harmless) != std::end(kStarters);
+  harmless = is_starter || name.starts_with('.') ? "_" : "";
+  if (name.starts_with('.')) name.remove_prefix(1);
+  while (!name.empty()) {
+    const std::string_view character =
+        name.substr(0, std::max<std::size_t>(CharacterLength(name), 1));
+    harmless += MayHarm(character) ? "_" : character;
+    name.remove_prefix(character.size());
+  }
+  return harmless;
+}
+
+std::string NumberedName(const std::string& name, int number) {
+  if (number == 1) return name;
+  const std::size_t dot = name.rfind('.');
+  const bool has_extension = dot != std::string::npos && dot > 0 && name.size() - dot <= 32;
+  const std::string extension = has_extension ? name.substr(dot) : std::string();
+  std::string stem = name.substr(0, name.size() - extension.size());
+  const std::string tail = " (" + std::to_string(number) + ")" + extension;
+  while (stem.size() + tail.size() > NAME_MAX) {
+    while (stem.size() > 1 && (static_cast<unsigned char>(stem.back()) & 0xC0) == 0x80) {
+      stem.pop_back();
+    }
+    stem.pop_back();
+  }
+  return stem + tail;
+}
+
 std::string Join(const std::string& path, std::string_view name) {
   std::string joined = path;
   if (!path.empty() && !name.empty()) joined += '/';
@@ -141,10 +197,7 @@ std::string ContentDisposition(bool attachment, std::string_view name) {
 }
 
 MediaType MediaTypeOf(std::string_view name) {
-  std::string extension(name.substr(name.rfind('.') + 1));
-  std::transform(extension.begin(), extension.end(), extension.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
+  const std::string extension = Lower(name.substr(name.rfind('.') + 1));
   for (const Extension& known : kExtensions) {
     if (known.name == extension) return known.media;
   }

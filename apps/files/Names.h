@@ -17,6 +17,15 @@ std::string ToText(std::string_view bytes);
 // file, but leads out of the folder through a symbolic link only.
 std::optional<std::string> ToPath(std::string_view text);
 
+// A name from a stranger, made harmless for every program that may read the folder later. "_" takes the
+// place of a dot at its beginning, of control characters, line separators, marks that change the
+// writing direction, and bytes that are not UTF-8. "desktop.ini" and "autorun.inf", which some
+// programs start with, begin with "_".
+std::string HarmlessName(std::string_view name);
+
+// "a.txt", "a (2).txt", "a (3).txt"; no longer than a name may be, whole characters only.
+std::string NumberedName(const std::string& name, int number);
+
 // The path of `name` in the folder `path`, and the last component of a path.
 std::string Join(const std::string& path, std::string_view name);
 std::string LastOf(const std::string& path);

@@ -5,10 +5,12 @@
 
 #include "apps/files/Configuration.h"
 #include "apps/files/Ids.h"
+#include "apps/files/Inbox.h"
 #include "apps/files/Methods.h"
 #include "apps/files/Names.h"
 #include "apps/files/Refusal.h"
 #include "apps/files/Share.h"
+#include "apps/files/Spool.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
 #include "declared/VELT.Files.h"
@@ -49,6 +51,36 @@ Json::Value DescribeItem(const Share& share, const std::string& path) {
     row["missing"] = true;
   }
   return row;
+}
+
+Json::Value DescribeUploads(const Share& share, const std::string& link) {
+  const Spool spool(share.configuration());
+  const IdsGuard root = IdsGuard::Root();
+  Json::Value rows(Json::arrayValue);
+  for (const Unfinished& upload : ReadUnfinished(spool.folder())) {
+    if (upload.link != link) continue;
+    Json::Value& row = rows.append(Json::Value());
+    row["upload"] = upload.id;
+    row["name"] = ReadAbout(spool, link, upload.id)["name"];
+    row["size"] = static_cast<Json::Int64>(upload.size);
+    row["offset"] = static_cast<Json::Int64>(upload.received);
+    row["time"] = static_cast<Json::Int64>(upload.changed);
+  }
+  return rows;
+}
+
+// The caller's own link, or any one for an administrator.
+sharing::record::Entry LinkOf(const APIRequest& request, const std::string& id) {
+  auto& database = *sharing::db::SharingDB::Instance();
+  sharing::record::Entry entry;
+  if (!database.IsGood() || !sharing::db::EntryDB(database).GetByHash(id, entry) ||
+      entry.get_project_name() != kProject) {
+    throw Refusal(kNoSuchLink);
+  }
+  if (!request.IsAdmin() && entry.get_owner_uid() != request.GetLoginUID()) {
+    throw Refusal(kOthersLink);
+  }
+  return entry;
 }
 
 Json::Value Describe(const Share& share) {
@@ -98,17 +130,29 @@ void ListRoot(const APIRequest& request, APIResponse& response) {
 }
 
 void DescribeLink(const APIRequest& request, APIResponse& response) {
-  auto& database = *sharing::db::SharingDB::Instance();
-  sharing::record::Entry entry;
-  const std::string id = Read(request, params::FilesDescribe::kSharingId);
-  if (!database.IsGood() || !sharing::db::EntryDB(database).GetByHash(id, entry) ||
-      entry.get_project_name() != kProject) {
-    throw Refusal(kNoSuchLink);
+  const sharing::record::Entry entry =
+      LinkOf(request, Read(request, params::FilesDescribe::kSharingId));
+  const Share share(entry);
+  Json::Value data = Describe(share);
+  if (share.upload().allowed) data["unfinished"] = DescribeUploads(share, entry.get_hash());
+  response.SetSuccess(data);
+}
+
+void RemoveUploads(const APIRequest& request, APIResponse& response) {
+  using Row = params::FilesUploadRemove;
+  const std::string id = Read(request, Row::kUpload);
+  const sharing::record::Entry entry = LinkOf(request, Read(request, Row::kSharingId));
+  const Share share(entry);
+  const Spool spool(share.configuration());
+  const IdsGuard root = IdsGuard::Root();
+  bool found = false;
+  for (const Unfinished& upload : ReadUnfinished(spool.folder())) {
+    if (upload.link != entry.get_hash() || (!id.empty() && upload.id != id)) continue;
+    RemoveUnfinished(spool.folder(), upload);
+    found = true;
   }
-  if (!request.IsAdmin() && entry.get_owner_uid() != request.GetLoginUID()) {
-    throw Refusal(kOthersLink);
-  }
-  response.SetSuccess(Describe(Share(entry)));
+  if (!found && !id.empty()) throw Refusal(kNoUpload);
+  response.SetSuccess("");
 }
 
 }  // namespace VELT::files

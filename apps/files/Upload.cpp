@@ -32,8 +32,8 @@ void BeginUpload(const APIRequest& request, APIResponse& response) {
   const auto name = ToPath(Read(request, params::FilesLinkUploadBegin::kName));
   if (!name || name->empty() || name->find('/') != std::string::npos) throw Refusal(kNotFound);
   const std::int64_t size = Read(request, params::FilesLinkUploadBegin::kSize);
-  UploadStore store(share, entry.get_id());
-  const std::string id = store.Begin(*name, size);
+  UploadStore store(share, entry.get_hash());
+  const std::string id = store.Begin(HarmlessName(*name), size);
   if (size == 0) return Answer(response, 0, store.Add(id, 0, ""));
   Json::Value data;
   data["upload"] = id;
@@ -48,7 +48,7 @@ void AddPiece(const APIRequest& request, APIResponse& response) {
   const std::int64_t offset = Read(request, Row::kOffset);
   const std::string& piece = request.GetRawBody();
   const auto name =
-      UploadStore(share, entry.get_id()).Add(Read(request, Row::kUpload), offset, piece);
+      UploadStore(share, entry.get_hash()).Add(Read(request, Row::kUpload), offset, piece);
   Answer(response, offset + static_cast<std::int64_t>(piece.size()), name);
 }
 
@@ -56,7 +56,7 @@ void GetUploadState(const APIRequest& request, APIResponse& response) {
   const sharing::record::Entry entry = Admit(request, response, false);
   const Share share(entry);
   const UploadStore::State state =
-      UploadStore(share, entry.get_id())
+      UploadStore(share, entry.get_hash())
           .StateOf(Read(request, params::FilesLinkUploadState::kUpload));
   Json::Value data;
   data["offset"] = static_cast<Json::Int64>(state.offset);

@@ -1,5 +1,5 @@
-// Uploads that are not complete yet. Each is a file that belongs to the link's owner. Until it is
-// complete it has a name in the spool, and none in the folder that it is for.
+// Uploads of one link. Each is a file that belongs to the link's owner. Until it is complete it has a
+// name in the spool (see Inbox.h), and none in the folder that it is for.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ namespace VELT::files {
 // Made for one call. Several processes may work on the same link at once.
 class UploadStore {
  public:
-  // For the link whose id in the store is `link`. Throws Refusal.
-  UploadStore(const Share& share, std::int64_t link);
+  // `link` is the id in the link's address. Throws Refusal.
+  UploadStore(const Share& share, std::string link);
 
   struct State {
     std::int64_t offset;    // bytes received
@@ -24,7 +24,8 @@ class UploadStore {
   };
 
   // Begins the upload of a file called `name` and returns the upload's id. Throws Refusal:
-  // kNoUploads, kUploadLimit, kNoSpace.
+  // kNoUploads, kUploadLimit, kNoSpace. All unfinished uploads together announce no more than there
+  // is room for, those of a link at most half of it, those of an owner three quarters.
   std::string Begin(const std::string& name, std::int64_t size);
 
   // Knows a complete upload for an hour or more. Throws Refusal(kNoUpload).
@@ -39,13 +40,15 @@ class UploadStore {
  private:
   struct Upload;
 
+  void MustFit(std::int64_t size, std::int64_t room, int done) const;
+  void MustHaveRoom(int folder, std::int64_t bytes) const;
   Upload Open(const std::string& id);
   std::string Publish(const Upload& upload);
   void Finish(const std::string& id, const State& state);
 
   const Share& share_;
   const Spool spool_;
-  const std::string folder_;  // the link's, in the spool
+  const std::string link_;
 };
 
 }  // namespace VELT::files

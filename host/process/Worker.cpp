@@ -51,6 +51,10 @@ constexpr int kNiceness = 10;
 constexpr int kLookAgain = 50;             // milliseconds
 constexpr std::int64_t kStreamRetry = 30;  // seconds
 
+// Whose workers tell the modules that time passes, and how often, in milliseconds.
+constexpr Pool kTellers = Pool::kBulk;
+constexpr int kTellEvery = 10000;
+
 // A descriptor that becomes readable when the worker is to stop. The signals stay blocked, so that
 // they neither interrupt a request nor get lost between two.
 int WatchSignals() {
@@ -178,6 +182,7 @@ class Worker {
       deadline_.Start();
       if (std::optional<Incoming> incoming = next()) Answer(*incoming);
       afterwards_.DoDue();
+      TellThatTimePasses();
       deadline_.Stop();
       if (!IsLoweredTo(options_.ids)) {
         syslog(LOG_CRIT, "a request left effective ids %u:%u behind; leaving", geteuid(),
@@ -185,10 +190,24 @@ class Worker {
         return;
       }
       BecomeIdle(place_);
-      const int due = afterwards_.Milliseconds();
-      if (!waiter.Wait(due < 0 || pause_ < 0 ? std::max(due, pause_) : std::min(due, pause_)))
-        return;
+      if (!waiter.Wait(Patience())) return;
     }
+  }
+
+  // The milliseconds until something is due without a new request; -1: nothing is.
+  int Patience() const {
+    int least = place_.pool == kTellers ? kTellEvery : -1;
+    for (const int due : {afterwards_.Milliseconds(), pause_}) {
+      if (due >= 0 && (least < 0 || due < least)) least = due;
+    }
+    return least;
+  }
+
+  void TellThatTimePasses() {
+    const auto now = std::chrono::steady_clock::now();
+    if (place_.pool != kTellers || now < tell_) return;
+    tell_ = now + std::chrono::milliseconds(kTellEvery);
+    dispatcher_.TellOfLinks(nullptr);
   }
 
   void Answer(Incoming& incoming) {
@@ -211,7 +230,7 @@ class Worker {
       outcome.code = kUnexpectedFailure;
     }
     Reply(incoming, stream, outcome);
-    if (outcome.note) outcome.note();
+    if (outcome.at_once) outcome.at_once();
     if (outcome.afterwards) afterwards_.Add(std::move(outcome.afterwards));
     // Parsed JSON can take a hundred times the memory of its text. It is given back to the system.
     if (incoming.request.body.size() > kLargestVisitorBody) malloc_trim(0);
@@ -308,7 +327,8 @@ class Worker {
   Deadline deadline_;
   const RequestLog log_;
   Afterwards afterwards_;
-  int pause_ = -1;  // the longest time to wait for the next request
+  int pause_ = -1;                                // the longest time to wait for the next request
+  std::chrono::steady_clock::time_point tell_{};  // when modules are told again
 };
 
 }  // namespace

@@ -26,6 +26,7 @@
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
+#include "veltwebapi/LinksChanged.h"
 #include "veltwebapi/ResponseState.h"
 
 namespace VELT::host {
@@ -185,7 +186,14 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
       registry_(registry),
       output_(output),
       pool_(pool),
-      page_(FindPluginsIn(registry)) {}
+      page_(FindPluginsIn(registry)),
+      told_of_links_(registry.Symbols("LinksChanged")) {}
+
+void Dispatcher::TellOfLinks(const char* sharing_id) const {
+  for (void* function : told_of_links_) {
+    reinterpret_cast<LinksChangedFunc>(function)(sharing_id);
+  }
+}
 
 struct Dispatcher::Call {
   const Method& method;
@@ -312,6 +320,8 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
   const Party party = context->login_uid != RequestContext::kNobody
                           ? OwnerParty(context->login_uid)
                           : VisitorParty(context->client.address);
+  const bool may_change = !context->is_sharing && call.method.post_only;
+  const std::string link = TextOf(context->parameters, sharing::SZK_SHARING_ID);
   APIRequest api_request(std::move(context));
   APIResponse api_response;
   ResponseState& state = api_response.state();
@@ -352,7 +362,13 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
   outcome.broken_off = streamed && (!returned || state.broken_off);
   if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
   outcome.afterwards = std::move(state.afterwards);
-  if (owner.use_due) outcome.note = [owner] { sharing::owners::NoteUse(owner); };
+  const bool changed = may_change && state.outcome == ResponseState::Outcome::kSuccess;
+  if (changed || owner.use_due) {
+    outcome.at_once = [this, owner, link, changed] {
+      if (owner.use_due) sharing::owners::NoteUse(owner);
+      if (changed) TellOfLinks(link.empty() ? nullptr : link.c_str());
+    };
+  }
   return outcome;
 }
 

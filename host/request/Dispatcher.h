@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host/Options.h"
 #include "host/Party.h"
@@ -48,7 +49,7 @@ class Dispatcher {
     bool judged = false;               // see WebRequest
     bool broken_off = false;           // what was sent is not the whole answer
     std::function<void()> afterwards;  // see APIResponse::Afterwards; may be empty
-    std::function<void()> note;        // to be called after the answer; may be empty
+    std::function<void()> at_once;     // to be called after the answer; may be empty
     std::string judged_owner;          // with `other_pool`: what its worker finds in kJudgedOwner
   };
 
@@ -59,6 +60,9 @@ class Dispatcher {
   // in the pool "stream". The method and link of `note` are set as early as possible, and its
   // status before the first piece of an answer is sent.
   Outcome Answer(const WebRequest& request, const Sink& sink, RequestNote& note);
+
+  // Tells the modules that a link may have changed (LinksChanged.h); null: any.
+  void TellOfLinks(const char* sharing_id) const;
 
  private:
   Outcome AnswerApi(const WebRequest& request, const Address& address, const Sink& sink,
@@ -74,6 +78,7 @@ class Dispatcher {
   OutputCapture& output_;
   const Pool pool_;
   const LinkPage page_;
+  const std::vector<void*> told_of_links_;
 };
 
 }  // namespace VELT::host

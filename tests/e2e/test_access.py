@@ -28,6 +28,7 @@ ANSWERS = {
     **{(SIGN_IN, method): dict.fromkeys(CALLERS, 3004) for method in ("session_end", "token_delete")},
     (FILES, "list"): dict.fromkeys(CALLERS, 2000),
     (FILES, "describe"): dict.fromkeys(CALLERS, 1005),
+    (FILES, "upload_remove"): dict.fromkeys(CALLERS, 1005),
     **{(FILES + ".Link", method): dict.fromkeys(CALLERS, 1000)
        for method in ("get", "zip", "list", "thumbnail", "upload_begin", "upload_piece", "upload_state")},
 }

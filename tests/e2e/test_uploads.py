@@ -6,10 +6,11 @@ import json
 import os
 import shutil
 import subprocess
+import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from demo import Demo, wait_until
+from demo import SHARING, Demo, wait_until
 from shared_files import FILES, Shared, ask, code, get, listed, query
 
 
@@ -23,6 +24,16 @@ def setUpModule():
 def send(visitor, upload, offset, piece):
     return visitor.request("POST", query("upload_piece", upload=upload, offset=offset), piece,
                            {"Content-Type": "application/octet-stream"}).json
+
+
+def files_of(what, inside="/usr/velt/var/spool/files"):
+    """The files that the spool has of an upload or a link."""
+    return [path for part in ("open", "in/*") for path in glob.glob(DEMO.path(f"{inside}/{part}/*")) if what in path]
+
+
+def file_of(upload):
+    path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/open/*.{upload}"))
+    return path
 
 
 def count_waiting_for(file):
@@ -72,8 +83,7 @@ class Uploads(unittest.TestCase):
     def test_a_state_that_waits_for_the_last_piece_gets_the_name(self):
         _, visitor = self.inbox()
         upload = self.begin(visitor, "new.txt", 5)["data"]["upload"]
-        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{upload}"))
-        with open(path, "rb") as file, ThreadPoolExecutor() as pool:
+        with open(file_of(upload), "rb") as file, ThreadPoolExecutor() as pool:
             fcntl.flock(file, fcntl.LOCK_EX)
             last = pool.submit(send, visitor, upload, 0, b"12345")
             wait_until(lambda: count_waiting_for(file) == 1)
@@ -86,8 +96,7 @@ class Uploads(unittest.TestCase):
     def test_calls_that_wait_for_the_last_piece_make_no_second_file(self):
         folder, visitor = self.inbox(max_files=1)
         upload = self.begin(visitor, "new", 5)["data"]["upload"]
-        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{upload}"))
-        with open(path, "rb") as file, ThreadPoolExecutor() as pool:
+        with open(file_of(upload), "rb") as file, ThreadPoolExecutor() as pool:
             fcntl.flock(file, fcntl.LOCK_EX)
             calls = []
             for offset, piece in ((0, b"12345"), (5, b"")):
@@ -129,20 +138,67 @@ class Uploads(unittest.TestCase):
         for wanted, rule, item in ((2004, None, "Coast"), (2005, {"max_size": "all"}, "Coast"),
                                    (2004, {}, "Coast/Dawn.png")):
             self.assertEqual(wanted, code(self.begin(ALICE.visit(item, upload=rule), "x", 1)))
-        for name in ("0" * 32, "../" + "0" * 29, "g" * 32, "done"):
+        for name in ("0" * 32, "0" * 32 + "-1", "../" + "0" * 29 + "-1", "g" * 32 + "-1", "0" * 32 + "-g", "done"):
             self.assertEqual(2008, code(send(visitor, name, 0, b"x")))
         long = self.inbox()[1]
         names = [self.begin(long, "ü" * 126 + ".t", 0)["data"]["name"] for _ in range(2)]
         self.assertEqual(["ü" * 126 + ".t", "ü" * 124 + " (2).t"], names)
 
+    def test_names_are_harmless_for_whatever_reads_the_folder(self):
+        folder, visitor = self.inbox()
+        rows = ((".htaccess", "_htaccess"), ("..hidden", "_.hidden"), ("a%0Ab%7F%1B", "a_b__"),
+                ("\u202egpj.exe", "_gpj.exe"),
+                ("a\u200e\u200f\u061c\u2066\u2069\u2028\u0085b", "a_______b"), ("Desktop.INI", "_Desktop.INI"),
+                ("autorun.inf", "_autorun.inf"), ("%FF\xfc", "_\xfc"), ("-rf", "-rf"),
+                ("Über שלום 👩‍👩‍👧.txt", "Über שלום 👩‍👩‍👧.txt"),
+                (".htaccess", "_htaccess (2)"))
+        self.assertEqual([wanted for _, wanted in rows],
+                         [self.begin(visitor, name, 0)["data"]["name"] for name, _ in rows])
+        self.assertEqual({"a.txt", *(wanted for _, wanted in rows)}, set(os.listdir(folder)))
+
+    def test_the_owner_sees_and_removes_unfinished_uploads(self):
+        folder, visitor = self.inbox()
+        ids = [self.begin(visitor, name, 9)["data"]["upload"] for name in ("one", "two", "three")]
+        send(visitor, ids[1], 0, b"12345")
+        link = {"sharing_id": visitor.link_id}
+        rows = {row["upload"]: row for row in DEMO.data(FILES, "describe", link)["unfinished"]}
+        self.assertEqual([("one", 9, 0), ("two", 9, 5), ("three", 9, 0)],
+                         [tuple(rows[each][key] for key in ("name", "size", "offset")) for each in ids])
+        self.assertEqual(1007, code(DEMO.call(FILES, "upload_remove", link, "bob")))
+        self.assertEqual(2008, code(DEMO.call(FILES, "upload_remove", {**link, "upload": "0" * 32 + "-9"})))
+        DEMO.data(FILES, "upload_remove", {**link, "upload": ids[1]})
+        self.assertEqual([0, 2008, 0], [code(ask(visitor, "upload_state", upload=each)) for each in ids])
+        self.assertEqual([], files_of(ids[1]))
+        DEMO.data(FILES, "upload_remove", link, "admin")
+        self.assertEqual([], DEMO.data(FILES, "describe", link)["unfinished"])
+        self.assertEqual(2008, code(send(visitor, ids[0], 0, b"123456789")))
+        self.assertEqual(["a.txt"], os.listdir(folder))
+
+    def test_what_is_unfinished_goes_with_its_link(self):
+        soon = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(time.time() + 3))
+        other = self.inbox()[1]
+        kept = self.begin(other, "kept", 5)["data"]["upload"]
+        rows = (("off", {"enabled": False}, 1), ("deleted", None, 0), ("expires", {"expire_at": soon}, 1))
+        for name, change, left in rows:
+            with self.subTest(name):
+                visitor = self.inbox()[1]
+                self.begin(visitor, "complete", 0)
+                uploads = [self.begin(visitor, "new", 5)["data"]["upload"] for _ in range(2)]
+                send(visitor, uploads[0], 0, b"123")
+                self.assertEqual(5, len(files_of(visitor.link_id)))
+                DEMO.data(SHARING, "set" if change else "delete",
+                          {"sharing_id": visitor.link_id, "project_name": "files", **(change or {})})
+                # Of a link that may be used again, the number of complete files is kept.
+                wait_until(lambda link=visitor.link_id, left=left: len(files_of(link)) == left)
+        self.assertEqual(0, code(send(other, kept, 0, b"12345")))
+
     def test_an_abandoned_upload_makes_room_after_a_day(self):
         _, visitor = self.inbox(max_files=1)
         old = self.begin(visitor, "old", 5)["data"]["upload"]
         self.assertEqual(2005, code(self.begin(visitor, "new", 5)))
-        path, = glob.glob(DEMO.path(f"/usr/velt/var/spool/files/in/*/{old}"))
-        os.utime(path, (0, 0))
+        os.utime(file_of(old), (0, 0))
         self.assertEqual(0, code(self.begin(visitor, "new", 5)))
-        self.assertEqual([], glob.glob(path + "*"))
+        self.assertEqual([], files_of(old))
 
     def test_a_link_for_uploads_only_shows_nothing(self):
         _, visitor = self.inbox(only=True)
@@ -152,33 +208,70 @@ class Uploads(unittest.TestCase):
         self.assertEqual([404] * 3, [get(visitor, "0/a.txt", method).status for method in ("get", "zip", "thumbnail")])
 
     @unittest.skipUnless(os.geteuid() == 0, "mounts")
-    def test_a_full_disk_does_not_change_the_upload(self):
-        tiny = "/usr/velt/var/tiny"
-        inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r"]
+    def test_uploads_leave_a_reserve(self):
+        small = "/usr/velt/var/small"
+        inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r", "--wdns=/"]
         owner = os.stat(ALICE.home)
-        script = (f"mkdir -p {tiny} && mount -t tmpfs -o size=6m none {tiny} && mkdir -p {tiny}/home {tiny}/spool && "
-                  f"chown {owner.st_uid}:{owner.st_gid} {tiny}/home && chmod 711 {tiny}/spool")
+        script = (f"mkdir -p {small} && mount -t tmpfs -o size=64m none {small} && "
+                  f"mkdir -p {small}/home {small}/spool && chown {owner.st_uid}:{owner.st_gid} {small}/home && chmod 711 {small}/spool")
         subprocess.run([*inside, "sh", "-c", script], check=True, cwd="/")
         path = DEMO.path("/usr/velt/etc/files.json")
         with open(path, encoding="utf-8") as file:
             before = file.read()
-        try:
+
+        def configure(**members):
             with open(path, "w", encoding="utf-8") as file:
-                json.dump({"roots": [{"name": "home", "path": tiny + "/home"}], "spool": tiny + "/spool"}, file)
-            visitor = ALICE.visit("", upload={"max_files": 9})
+                json.dump({"roots": [{"name": "home", "path": small + "/home"}], "spool": small + "/spool", **members},
+                          file)
+
+        def fill(mebibytes):
+            command = f"head -c {mebibytes}M /dev/zero >{small}/other"
+            subprocess.run([*inside, "sh", "-c", command], check=True, cwd="/")
+
+        def free():
+            return int(subprocess.check_output([*inside, "stat", "-f", "-c", "%a", small], cwd="/")) * 4096
+
+        try:
+            # On a small disk a fifth is kept: uploads have 51 MiB, a link's 25, an owner's 38.
+            configure()
+            first, second, third = (ALICE.visit("", upload={"max_files": 9}) for _ in range(3))
+            for visitor, mebibytes, wanted in ((first, 1 << 10, 2006), (first, 26, 2006), (first, 24, 0),
+                                               (first, 2, 2006), (second, 12, 0), (third, 8, 2006), (third, 1, 0)):
+                with self.subTest(mebibytes=mebibytes):
+                    begun = self.begin(visitor, "large", mebibytes << 20)
+                    self.assertEqual(wanted, code(begun))
+                    if mebibytes == 24:
+                        upload = begun["data"]["upload"]
             piece = os.urandom(4 << 20)
-            begun = self.begin(visitor, "large", 8 << 20)
-            self.assertTrue(begun["success"], begun)
-            upload = begun["data"]["upload"]
-            send(visitor, upload, 0, piece)
-            self.assertEqual(2006, code(send(visitor, upload, 4 << 20, piece)))
-            self.assertEqual(4 << 20, ask(visitor, "upload_state", upload=upload)["data"]["offset"])
-            self.assertEqual([], listed(visitor, "0"))
-            self.assertEqual("small", self.begin(visitor, "small", 0)["data"]["name"])
+            self.assertEqual(0, code(send(first, upload, 0, piece)))
+            fill(45)  # then another program takes what was free
+            self.assertEqual(2006, code(send(first, upload, 4 << 20, piece)))
+            self.assertEqual(4 << 20, ask(first, "upload_state", upload=upload)["data"]["offset"])
+            fill(50)
+            self.assertEqual(2006, code(self.begin(third, "empty", 0)))
+            self.assertEqual([], [name for name in listed(first, "0") if name != "other"])
+            fill(0)
+            for offset in range(4, 24, 4):
+                self.assertEqual(0, code(send(first, upload, offset << 20, piece)))
+            # An administrator's own number counts instead.
+            self.assertEqual(2006, code(self.begin(first, "more", 16 << 20)))
+            configure(reserve=0)
+            self.assertEqual(0, code(self.begin(first, "more", 16 << 20)))
+            DEMO.data(FILES, "upload_remove", {"sharing_id": first.link_id})
+            # However many try, the reserve stays.
+            configure()
+            taken = 0
+            for number in range(40):
+                visitor = ALICE.visit("", upload={})
+                begun = self.begin(visitor, f"{number}", 4 << 20)
+                if code(begun) == 0:
+                    taken += code(send(visitor, begun["data"]["upload"], 0, piece)) == 0
+            self.assertLess(0, taken)
+            self.assertGreater(free(), 64 << 18)  # a fifth and some
         finally:
             with open(path, "w", encoding="utf-8") as file:
                 file.write(before)
-            subprocess.run([*inside, "umount", "-l", tiny], check=False)
+            subprocess.run([*inside, "umount", "-l", small], check=False)
 
 
 if __name__ == "__main__":

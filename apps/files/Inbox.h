@@ -1,0 +1,73 @@
+// The part of the spool that holds unfinished uploads, of all links:
+//
+//   open/LINK.ID     what has arrived of an upload, a file of the link's owner, locked (flock(2))
+//                    while it changes. Its ID says how large the whole is. The folder is locked
+//                    while an upload begins, so that sums stay true.
+//   in/LINK/ID.json  what is known of an upload, for some time also of a complete one
+//   in/LINK/done     its size counts the link's complete uploads; locked while it changes
+//
+// Several processes may use it at once. Call these with root's ids (see Ids.h).
+#pragma once
+
+#include <json/value.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "apps/files/Configuration.h"
+#include "apps/files/Spool.h"
+
+namespace VELT::files {
+
+inline constexpr const char* kIn = "in";
+inline constexpr const char* kOpen = "open";
+
+// Paths below the spool. `link` is the id in the link's address.
+std::string FolderOf(const std::string& link);
+std::string FileOf(const std::string& link, const std::string& id);
+std::string AboutOf(const std::string& link, const std::string& id);
+std::string DoneOf(const std::string& link);
+
+// A new id, which nobody can guess, for a file of `size` bytes.
+std::string NewUploadId(std::int64_t size);
+// Whether the text, which comes from a client, has the form of an id.
+bool IsUploadId(const std::string& text);
+
+struct Unfinished {
+  std::string link;
+  std::string id;
+  uid_t owner;
+  std::int64_t size;      // of the whole file
+  std::int64_t received;  // bytes
+  std::time_t changed;    // when the last piece arrived
+};
+
+// Leaves out, and removes, those that were given up: after a day without a piece, or an hour without a
+// first one.
+std::vector<Unfinished> ReadUnfinished(int spool);
+
+// What is known of an upload: an object with its "name" (see ToText), "size", and whether it is "done";
+// null when nothing is.
+Json::Value ReadAbout(const Spool& spool, const std::string& link, const std::string& id);
+
+// Removes an upload, after the piece that is just being written. One that gets complete by that piece
+// is no longer unfinished and stays.
+void RemoveUnfinished(int spool, const Unfinished& upload);
+
+// Removes what is known of complete uploads of a link that ended before `oldest`.
+void RemoveReceipts(int spool, const std::string& link, std::time_t oldest);
+
+// Removes all that is kept of a link but its unfinished uploads.
+void RemoveLink(int spool, const std::string& link);
+
+// The links of which something is kept.
+std::vector<std::string> LinksIn(int spool);
+
+// The bytes that uploads may still take on the file system of `folder`: what is free less the reserve,
+// so it may be negative.
+std::int64_t RoomOn(int folder, const Configuration& configuration);
+
+}  // namespace VELT::files
