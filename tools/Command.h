@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ struct HostOptions {
   std::string registry;
   std::string user;
   std::string group;
+  std::string external_url;
 };
 
 // The command failed; the text is for the administrator.
@@ -50,10 +52,26 @@ Json::Value Stats(const HostOptions& options);
 Json::Value CollectGarbage(const HostOptions& options, const std::string& owner,
                            const std::string& project);
 
+// An account's number. One that is gone can be named by its number only. Throws Failure.
+long long UidOf(const std::string& owner);
+
+// What links' addresses begin with: the option, or else the machine's name.
+std::string SiteOf(const HostOptions& options);
+
+// Parameters of the API's method `set`, as in a form. A link is named by its id or its beginning.
+using LinkFields = std::map<std::string, std::string>;
+Json::Value CreateLink(const HostOptions& options, const std::string& owner, LinkFields fields);
+Json::Value ShowLink(const HostOptions& options, const std::string& id);
+Json::Value EditLink(const HostOptions& options, const std::string& id, LinkFields fields);
+Json::Value DeleteLink(const HostOptions& options, const std::string& id);
+
 Json::Value Backup(const HostOptions& options, const std::string& file, bool force);
 Json::Value Restore(const HostOptions& options, const std::string& file, bool force);
 
-// Passwords are asked for at the terminal; without one they are lines of standard input.
+// Asks twice, at the terminal; without one the passwords are lines of standard input. `whose` completes
+// "Password of". Throws Failure.
+std::string AskPassword(const std::string& whose);
+
 Json::Value AddOwner(const HostOptions& options, const std::string& name);
 Json::Value ChangePassword(const HostOptions& options, const std::string& name);
 Json::Value RemoveOwner(const HostOptions& options, const std::string& name);

@@ -45,18 +45,6 @@ class OwnerNames {
   std::map<long long, std::string> names_;
 };
 
-// An account that is gone can be named by its number only.
-long long UidOf(const std::string& owner) {
-  if (const auto user = accounts::FindUser(owner)) return user->uid;
-  std::uint32_t uid = 0;
-  const char* end = owner.data() + owner.size();
-  const auto [stop, error] = std::from_chars(owner.data(), end, uid);
-  if (error != std::errc() || stop != end || uid == sharing::db::kEveryOwner) {
-    throw Failure("no account is called " + owner);
-  }
-  return uid;
-}
-
 // Reads one more than wanted, to know whether there are more. No column has the status, so a filter
 // by status reads all.
 std::string LimitOf(const LinkFilter& filter) {
@@ -68,6 +56,7 @@ struct Link {
   std::string id;
   long long owner = 0;
   std::string project;
+  std::string title;
   long long enabled = 0;
   long long start_at = 0;
   long long expire_at = 0;
@@ -88,6 +77,7 @@ class LinkReader {
     rows_.exchange(soci::into(link_.id));
     rows_.exchange(soci::into(link_.owner));
     rows_.exchange(soci::into(link_.project));
+    rows_.exchange(soci::into(link_.title));
     rows_.exchange(soci::into(link_.enabled));
     rows_.exchange(soci::into(link_.start_at));
     rows_.exchange(soci::into(link_.expire_at));
@@ -104,8 +94,8 @@ class LinkReader {
       rows_.exchange(soci::use(project_, "project"));
     }
     sharing::db::Prepare(rows_,
-                         "select hash, owner_uid, project_name, enabled, start_at, expire_at, "
-                         "expire_times, visits from link" +
+                         "select hash, owner_uid, project_name, protect_title, enabled, start_at, "
+                         "expire_at, expire_times, visits from link" +
                              where + " order by id desc" + LimitOf(filter));
     rows_.execute();
   }
@@ -120,12 +110,15 @@ class LinkReader {
   soci::statement rows_;
 };
 
-Json::Value ToJson(const Link& link, OwnerNames& owners, std::int64_t now) {
+Json::Value ToJson(const Link& link, OwnerNames& owners, std::int64_t now,
+                   const std::string& site) {
   Json::Value form;
   form["sharing_id"] = link.id;
+  form["url"] = site + "/sharing/" + link.id;
   form["owner_uid"] = Json::Int64{link.owner};
   form["owner"] = owners.Of(link.owner);
   form["project_name"] = link.project;
+  form["protect_title"] = link.title;
   form["status"] = link.Status(now);
   form["visits"] = Json::Int64{link.visits};
   form["expire_times"] = Json::Int64{link.expire_times};
@@ -168,9 +161,21 @@ long long BytesOf(soci::session& sql, const std::string& path) {
 
 }  // namespace
 
+long long UidOf(const std::string& owner) {
+  if (const auto user = accounts::FindUser(owner)) return user->uid;
+  std::uint32_t uid = 0;
+  const char* end = owner.data() + owner.size();
+  const auto [stop, error] = std::from_chars(owner.data(), end, uid);
+  if (error != std::errc() || stop != end || uid == sharing::db::kEveryOwner) {
+    throw Failure("no account is called " + owner);
+  }
+  return uid;
+}
+
 Json::Value List(const HostOptions& options, const LinkFilter& filter) {
   const auto sql = OpenDatabase(options.database);
   const std::int64_t now = sharing::Now();
+  const std::string site = SiteOf(options);
   OwnerNames owners;
   LinkReader links(*sql, filter);
   Json::Value result;
@@ -182,7 +187,7 @@ Json::Value List(const HostOptions& options, const LinkFilter& filter) {
       result["more"] = true;
       break;
     }
-    result["links"].append(ToJson(*link, owners, now));
+    result["links"].append(ToJson(*link, owners, now, site));
   }
   return result;
 }

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/store/sql/Soci.h"
 #include "tools/Command.h"
@@ -30,7 +31,11 @@ struct CommandLine {
   HostOptions options;
   bool json = false;
   LinkFilter filter;
-  bool full_ids = false;
+  bool show_address = false;
+  std::string owner;
+  std::string id;
+  std::vector<std::string> fields;
+  bool ask_password = false;
   bool force = false;
   std::string file;
   std::string project;
@@ -52,6 +57,7 @@ void DescribeHostOptions(CLI::App& app, CommandLine& line) {
   app.add_option("--database", line.options.database,
                  R"("sqlite3 PATH" or "postgresql CONNECTION")");
   app.add_option("--socket", line.options.socket, "Unix socket at which the service listens");
+  app.add_option("--external-url", line.options.external_url, "What links' addresses begin with");
   app.add_option("--registry", line.options.registry, "Folder of the API modules' *.json files");
   app.add_option("--user", line.options.user, "Account with whose rights requests are served");
   app.add_option("--group", line.options.group, "Group instead of the account's primary one");
@@ -70,24 +76,94 @@ CLI::App* Add(CLI::App& app, CommandLine& line, const char* name, const char* te
   return command;
 }
 
+CLI::App* AddGroup(CLI::App& app, const char* name, const char* text) {
+  CLI::App* group = app.add_subcommand(name, text);
+  group->fallthrough();
+  group->configurable(false);
+  group->require_subcommand(1);
+  return group;
+}
+
 void AddFilter(CLI::App* command, CommandLine& line) {
   command->add_option("--owner", line.filter.owner, "Only links of this account");
   command->add_option("--project", line.filter.project, "Only links of this project");
 }
 
-void DescribeLinks(CLI::App& app, CommandLine& line) {
+void AddShowAddress(CLI::App* command, CommandLine& line) {
+  command->add_flag("--show-address,--full-ids", line.show_address,
+                    "Show whole addresses, which open links, instead of the ids' beginning");
+}
+
+void DescribeList(CLI::App& app, CommandLine& line) {
   auto* list = Add(
       app, line, "list", "Lists links, the newest first",
       [&line] { return List(line.options, line.filter); },
-      [&line](const Json::Value& result) { PrintList(result, line.full_ids); });
+      [&line](const Json::Value& result) { PrintList(result, line.show_address); });
   AddFilter(list, line);
   list->add_option("--status", line.filter.status, "Only links of this status")
       ->check(CLI::IsMember({"active", "disabled", "pending", "expired", "used_up"}));
   line.filter.limit = 1000;
   list->add_option("--limit", line.filter.limit, "At most this many; 0: all")
       ->capture_default_str();
-  list->add_flag("--full-ids", line.full_ids,
-                 "Show whole ids, which open links, instead of their beginning");
+  AddShowAddress(list, line);
+}
+
+// Parameters of the API. A password among them would be seen in the list of processes.
+LinkFields FieldsOf(const CommandLine& line) {
+  LinkFields fields;
+  for (const std::string& field : line.fields) {
+    const std::size_t end = field.find('=');
+    const std::string name = field.substr(0, end);
+    if (end == std::string::npos) throw Failure(field + ": NAME=VALUE is needed");
+    if (name == "protect_password") throw Failure("--ask-password is needed for a password");
+    fields[name] = field.substr(end + 1);
+  }
+  if (line.ask_password) {
+    fields["protect_type"] = "password";
+    fields["protect_password"] = AskPassword("the link");
+  }
+  return fields;
+}
+
+void DescribeLink(CLI::App& app, CommandLine& line) {
+  CLI::App& group = *AddGroup(app, "link", "Makes, shows, changes and deletes links");
+  const auto add = [&](const char* name, const char* text, std::function<Json::Value()> run) {
+    return Add(group, line, name, text, std::move(run),
+               [&line](const Json::Value& result) { PrintLink(result, line.show_address); });
+  };
+  const auto add_fields = [&line](CLI::App* command) {
+    command->add_option("FIELD", line.fields,
+                        "NAME=VALUE, a parameter of the API's method set; may be repeated");
+    command->add_flag("--ask-password", line.ask_password, "Ask for a password that opens it");
+  };
+  const auto add_id = [&line](CLI::App* command) {
+    command->add_option("ID", line.id, "The link's id, or its beginning")->required();
+    return command;
+  };
+  auto* create = add("create", "Makes a link and shows its address", [&line] {
+    line.show_address = true;
+    LinkFields fields = FieldsOf(line);
+    fields["project_name"] = line.project;
+    return CreateLink(line.options, line.owner, std::move(fields));
+  });
+  create->add_option("PROJECT", line.project, "The application, such as files")->required();
+  create->add_option("--owner", line.owner, "The account whose link it is")->required();
+  add_fields(create);
+  AddShowAddress(
+      add_id(add("show", "Shows a link", [&line] { return ShowLink(line.options, line.id); })),
+      line);
+  add_fields(add_id(add("edit", "Changes the fields that are given",
+                        [&line] { return EditLink(line.options, line.id, FieldsOf(line)); })));
+  add_id(Add(
+      group, line, "delete", "Deletes a link, and ends its visits",
+      [&line] { return DeleteLink(line.options, line.id); },
+      [](const Json::Value&) { std::printf("The link is deleted\n"); }));
+  DescribeList(group, line);
+}
+
+void DescribeLinks(CLI::App& app, CommandLine& line) {
+  DescribeList(app, line);
+  DescribeLink(app, line);
   Add(
       app, line, "stats", "Counts links and visits, and shows the database's size",
       [&line] { return Stats(line.options); }, PrintStats);
@@ -150,14 +226,6 @@ void DescribeCopies(CLI::App& app, CommandLine& line) {
   migrate->add_option("FROM", line.from, R"("sqlite3 PATH" or "postgresql CONNECTION")")
       ->required();
   migrate->add_option("TO", line.to, "The same; missing tables are made")->required();
-}
-
-CLI::App* AddGroup(CLI::App& app, const char* name, const char* text) {
-  CLI::App* group = app.add_subcommand(name, text);
-  group->fallthrough();
-  group->configurable(false);
-  group->require_subcommand(1);
-  return group;
 }
 
 void DescribeOwners(CLI::App& app, CommandLine& line) {

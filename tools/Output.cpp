@@ -1,8 +1,12 @@
 #include "tools/Output.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+
+#include "veltsys/Process.h"
 
 namespace VELT::tools {
 namespace {
@@ -77,18 +81,36 @@ void PrintCheck(const Json::Value& result) {
   PrintTable({"STATE", "WHAT", ""}, rows);
 }
 
-void PrintList(const Json::Value& result, bool full_ids) {
+void PrintList(const Json::Value& result, bool show_address) {
   std::vector<std::vector<std::string>> rows;
   for (const Json::Value& link : result["links"]) {
     const std::string id = link["sharing_id"].asString();
     std::string visits = link["visits"].asString();
     if (link["expire_times"].asInt64() != 0) visits += " of " + link["expire_times"].asString();
-    rows.push_back({full_ids ? id : id.substr(0, kShortId) + "...", OwnerOf(link),
-                    Shown(link["project_name"].asString()), link["status"].asString(), visits,
-                    link["expire_at"].asString()});
+    rows.push_back({show_address ? link["url"].asString() : id.substr(0, kShortId) + "...",
+                    OwnerOf(link), Shown(link["project_name"].asString()),
+                    link["status"].asString(), visits, link["expire_at"].asString(),
+                    Shown(link["protect_title"].asString())});
   }
-  PrintTable({"LINK", "OWNER", "PROJECT", "STATUS", "VISITS", "EXPIRES"}, rows);
+  PrintTable({"LINK", "OWNER", "PROJECT", "STATUS", "VISITS", "EXPIRES", "TITLE"}, rows);
   if (result["more"].asBool()) std::printf("There are more; --limit 0 shows all.\n");
+}
+
+void PrintLink(const Json::Value& link, bool show_address) {
+  const std::string id = link["sharing_id"].asString();
+  const std::string url = link["url"].asString();
+  std::vector<std::vector<std::string>> rows;
+  for (const char* name : {"protect_title", "owner_user", "project_name", "status", "protect_type",
+                           "start_at", "expire_at", "visits", "expire_times"}) {
+    rows.push_back({name, Shown(link[name].asString())});
+  }
+  PrintTable({"LINK", show_address ? url : id.substr(0, kShortId) + "..."}, rows);
+  if (!show_address || isatty(STDOUT_FILENO) == 0) return;
+  FILE* code = VLIBCPopen("/usr/bin/qrencode", "r", "-t", "UTF8", url.c_str(),
+                          static_cast<const char*>(nullptr));
+  if (code == nullptr) return;
+  for (int next = std::fgetc(code); next != EOF; next = std::fgetc(code)) std::putchar(next);
+  VLIBCPclose(code);
 }
 
 void PrintStats(const Json::Value& result) {

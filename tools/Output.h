@@ -17,7 +17,10 @@ void PrintTable(const std::vector<std::string>& headings,
                 const std::vector<std::vector<std::string>>& rows);
 
 void PrintCheck(const Json::Value& result);
-void PrintList(const Json::Value& result, bool full_ids);
+// With `show_address` the whole ids or addresses, which open the links, instead of their beginning; a
+// terminal also gets a link's address as a QR code.
+void PrintList(const Json::Value& result, bool show_address);
+void PrintLink(const Json::Value& link, bool show_address);
 void PrintStats(const Json::Value& result);
 void PrintMigrate(const Json::Value& result);
 void PrintOwners(const Json::Value& result);

@@ -103,7 +103,9 @@ class Lock {
   Descriptor folder_;
 };
 
-std::string AskPassword(const std::string& name) {
+}  // namespace
+
+std::string AskPassword(const std::string& whose) {
   // getpass(3) has no limit in glibc, asks at the terminal and reads standard input without one.
   const auto ask = [](const std::string& prompt) {
     char* typed = getpass(prompt.c_str());  // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -112,7 +114,7 @@ std::string AskPassword(const std::string& name) {
     sodium_memzero(typed, text.size());
     return text;
   };
-  const std::string password = ask("Password of " + name + ": ");
+  const std::string password = ask("Password of " + whose + ": ");
   if (password.size() < kShortestPassword || password.size() > kLongestPassword) {
     throw Failure("a password has " + std::to_string(kShortestPassword) + " to " +
                   std::to_string(kLongestPassword) + " bytes");
@@ -120,6 +122,8 @@ std::string AskPassword(const std::string& name) {
   if (ask("Once more: ") != password) throw Failure("the two passwords differ");
   return password;
 }
+
+namespace {
 
 // A row for PAM's module, with the system's preferred way to hash.
 std::string PasswordRow(const std::string& name, const std::string& password) {

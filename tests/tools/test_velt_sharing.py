@@ -203,43 +203,6 @@ def crypt_of(password, setting):
     return library.crypt(password.encode(), setting.encode()).decode()
 
 
-class Links(ToolTest):
-    def test_list_stats_and_gc_on_both(self):
-        self.make(5)
-        self.tool("migrate", self.database, self.postgresql)
-        for database in (self.database, self.postgresql):
-            with self.subTest(database):
-                def numbers(*filters, database=database):
-                    return [int(link["sharing_id"]) for link in self.tool("list", *filters, database=database)["links"]]
-
-                for filters, expected in {
-                    (): [5, 4, 3, 2, 1], ("--owner", "root"): [5, 3, 1], ("--owner", "4242424"): [4, 2],
-                    ("--project", "p2"): [5, 2], ("--project", "p2", "--owner", "0"): [5],
-                    ("--status", "expired"): [2], ("--status", "active", "--limit", "2"): [5, 4],
-                    ("--limit", "2"): [5, 4], ("--limit", "0"): [5, 4, 3, 2, 1],
-                }.items():
-                    self.assertEqual(expected, numbers(*filters), filters)
-                self.refuse("list", "--owner", "nobody-knows", because="no account", database=database)
-                stats = self.tool("stats", database=database)
-                self.assertEqual({"active": 4, "expired": 1}, stats["status"])
-                self.assertEqual([("root", 3), ("", 2)], [(o["owner"], o["links"]) for o in stats["owners"]])
-                self.assertEqual([5, 1, 1, 1], [stats[name] for name in (
-                    "links", "sessions", "tokens", "failed_logins")])
-                self.assertGreater(stats["database_bytes"], 10000)
-                self.assertEqual(0, self.tool("gc", "--owner", "root", database=database)["removed"])
-                self.assertEqual(1, self.tool("gc", database=database)["removed"])
-                self.assertEqual([5, 4, 3, 1], numbers())
-
-    def test_text_output_has_no_whole_id_and_no_control_character(self):
-        self.make(1)
-        with contextlib.closing(sqlite3.connect(self.path)) as sql, sql:
-            sql.execute("update link set project_name = 'a\x1b[2J\u009bb', hash = 'AbCdEfGhIjKlMnOpQrStUv'")
-        shown = run("list", "--database", self.database).stdout
-        self.assertIn("AbCdEf...  root   a?[2J?b  active  1", shown)
-        self.assertIn("AbCdEfGhIjKlMnOpQrStUv", run("list", "--full-ids", "--database", self.database).stdout)
-        self.assertNotIn("\x1b", run("stats", "--database", self.database).stdout)
-
-
 class Copies(ToolTest):
     def test_backup_of_a_running_service_can_be_restored(self):
         self.make(3)
