@@ -213,7 +213,8 @@ class Uploads(unittest.TestCase):
         inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r", "--wdns=/"]
         owner = os.stat(ALICE.home)
         script = (f"mkdir -p {small} && mount -t tmpfs -o size=64m none {small} && "
-                  f"mkdir -p {small}/home {small}/spool && chown {owner.st_uid}:{owner.st_gid} {small}/home && chmod 711 {small}/spool")
+                  f"mkdir -p {small}/home {small}/spool && chown {owner.st_uid}:{owner.st_gid} {small}/home && "
+                  f"chmod 711 {small}/spool")
         subprocess.run([*inside, "sh", "-c", script], check=True, cwd="/")
         path = DEMO.path("/usr/velt/etc/files.json")
         with open(path, encoding="utf-8") as file:
