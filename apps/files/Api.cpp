@@ -47,8 +47,7 @@ void HandleFile(APIRequest* request, APIResponse* response) {
   } catch (const Refusal& refusal) {
     response->SetEnableOutput(false);
     std::printf(
-        "Status: %s\r\nContent-Type: application/json; charset=\"UTF-8\"\r\n"
-        "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\n"
+        "Status: %s\r\nContent-Type: application/json; charset=\"UTF-8\"\r\n\r\n"
         R"({"error":{"code":%d,"errors":null},"success":false})",
         StatusOf(refusal.code), refusal.code);
   }

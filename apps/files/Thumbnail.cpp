@@ -144,9 +144,8 @@ void GetThumbnail(const APIRequest& request, APIResponse& response) {
     if (picture.empty()) throw Refusal(kNoPicture);
   }
   const std::string header = spool.HeaderFor(name) +
-                             "Content-Type: image/jpeg\r\nX-Content-Type-Options: nosniff\r\n"
-                             "Content-Security-Policy: default-src 'none'; sandbox\r\n"
-                             "Cache-Control: no-store\r\n\r\n";
+                             "Content-Type: image/jpeg\r\n"
+                             "Content-Security-Policy: default-src 'none'; sandbox\r\n\r\n";
   response.SetEnableOutput(false);
   std::fwrite(header.data(), 1, header.size(), stdout);
 }

@@ -40,9 +40,8 @@ Json::Value ListItems(const Share& share) {
 
 // A browser must not run anything in the file with this site's rights, nor guess another type.
 std::string SafetyHeaders(const MediaType& media) {
-  std::string lines = std::string("Content-Type: ") + media.type +
-                      "\r\nX-Content-Type-Options: nosniff\r\nReferrer-Policy: no-referrer\r\n"
-                      "Cache-Control: no-store\r\n";
+  std::string lines =
+      std::string("Content-Type: ") + media.type + "\r\nReferrer-Policy: no-referrer\r\n";
   // Browsers show no PDF file in a sandbox of this kind; their viewers are sandboxes themselves.
   const bool is_pdf = std::string_view(media.kind) == "pdf";
   lines += is_pdf ? "Content-Security-Policy: frame-ancestors 'self'\r\n"

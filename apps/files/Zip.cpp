@@ -300,10 +300,8 @@ void GetZip(const APIRequest& request, APIResponse& response) {
     return IsThere(share, path);
   });
   if (!is_any) throw Refusal(kNotFound);
-  const std::string header =
-      "Content-Type: application/zip\r\nX-Content-Type-Options: nosniff\r\n"
-      "Cache-Control: no-store\r\nReferrer-Policy: no-referrer\r\n" +
-      ContentDisposition(true, NameOfArchive(entry, share, paths)) + "\r\n";
+  const std::string header = "Content-Type: application/zip\r\nReferrer-Policy: no-referrer\r\n" +
+                             ContentDisposition(true, NameOfArchive(entry, share, paths)) + "\r\n";
   if (!response.Send(header)) return;
   try {
     ZipStream zip(share, response);

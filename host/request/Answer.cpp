@@ -2,6 +2,8 @@
 
 #include <json/writer.h>
 
+#include <array>
+#include <cstring>
 #include <memory>
 #include <sstream>
 #include <utility>
@@ -9,6 +11,14 @@
 
 namespace VELT::host {
 namespace {
+
+// Lines of every answer that has no such line of its own. Pages of other sites may not include the session
+// script: they would learn about appliances that only their visitor can reach.
+constexpr std::array<std::array<const char*, 2>, 3> kSafeFields = {{
+    {"\nCache-Control:", " no-store"},
+    {"\nX-Content-Type-Options:", " nosniff"},
+    {"\nCross-Origin-Resource-Policy:", " same-site"},
+}};
 
 // JsonCpp escapes everything but ASCII here, so that invalid UTF-8 from a plugin can't make the
 // answer invalid.
@@ -36,20 +46,23 @@ std::string CookieHeader(const Cookie& cookie, bool secure) {
 
 }  // namespace
 
-std::string CookieLines(const ResponseState& state, bool secure) {
+std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed) {
   std::string lines;
   for (const Cookie& cookie : state.cookies) lines += CookieHeader(cookie, secure);
+  const std::string head = "\n" + std::string(printed.substr(0, printed.find("\r\n\r\n")));
+  for (const auto& [field, value] : kSafeFields) {
+    if (strcasestr(head.c_str(), field) != nullptr) continue;
+    lines += field + 1 + std::string(value) + "\r\n";
+  }
   return lines;
 }
 
 std::string JsonAnswer(const ResponseState& state, bool secure) {
   std::string text = std::string("Status: ") + state.status +
                      "\r\n"
-                     "Content-Type: application/json; charset=\"UTF-8\"\r\n"
-                     "Cache-Control: no-store\r\n"
-                     "X-Content-Type-Options: nosniff\r\n";
+                     "Content-Type: application/json; charset=\"UTF-8\"\r\n";
   if (state.retry_after > 0) text += "Retry-After: " + std::to_string(state.retry_after) + "\r\n";
-  text += CookieLines(state, secure) + "\r\n";
+  text += HeaderLines(state, secure) + "\r\n";
   // The data may be a long list, so it is not copied into a JSON value that encloses it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {
     return text + R"({"data":)" + ToText(state.body) + R"(,"success":true})";

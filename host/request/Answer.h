@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "veltwebapi/ResponseState.h"
 
@@ -23,8 +24,9 @@ enum FrameworkError {
 // The answer that a handler has set in `state`, which must hold a success or an error. `secure`
 // marks every cookie as Secure.
 std::string JsonAnswer(const ResponseState& state, bool secure);
-// The Set-Cookie lines of an answer whose other header lines come from the handler.
-std::string CookieLines(const ResponseState& state, bool secure);
+// The Set-Cookie lines of an answer, and those that keep it from caches and other sites unless the handler's
+// own lines, at the beginning of `printed`, already say that.
+std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed = {});
 // `status` is HTTP's, with its reason phrase; `retry_after` as in ResponseState.
 std::string ErrorAnswer(FrameworkError code, const std::string& detail,
                         const char* status = "200 OK", std::int64_t retry_after = 0);

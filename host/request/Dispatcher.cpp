@@ -105,7 +105,7 @@ void LogDropped(const std::string& name, const std::optional<std::string>& print
 std::string AnswerOf(ResponseState& state, const std::string& label, bool returned,
                      std::optional<std::string> printed, bool secure) {
   if (returned && !state.output_enabled && printed.has_value() && !printed->empty()) {
-    return CookieLines(state, secure) + *printed;
+    return HeaderLines(state, secure, *printed) + *printed;
   }
   LogDropped(label, printed);
   if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
@@ -330,7 +330,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
     state.sink = [&](std::string_view piece) {
       if (!std::exchange(streamed, true)) {
         call.note.status = StatusOf(piece);
-        if (!call.sink(CookieLines(state, call.secure))) return false;
+        if (!call.sink(HeaderLines(state, call.secure, piece))) return false;
       }
       // The first piece has the whole header.
       if (call.head_only) piece = piece.substr(0, piece.find("\r\n\r\n") + 4);

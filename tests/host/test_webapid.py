@@ -192,8 +192,10 @@ class Requests(unittest.TestCase):
 
     def test_printed_output_is_sent_only_instead_of_an_answer(self):
         worker = self.host.worker()
-        self.assertEqual((raw := self.host.call("raw")).body, str(worker))
-        self.assertEqual(raw.headers[1:], [("Content-Type", "text/x-raw")])
+        self.assertEqual((raw := self.host.call("raw", value="cache-control: max-age=5")).body, str(worker))
+        self.assertEqual(raw.headers[1:], [
+            ("X-Content-Type-Options", "nosniff"), ("Cross-Origin-Resource-Policy", "same-site"),
+            ("cache-control", "max-age=5"), ("Content-Type", "text/x-raw")])
         self.assertEqual(self.host.call("print").code, 0)
         self.host.wait_for_log("Test.Host print: 42 printed bytes were dropped")
         self.assertEqual(self.host.call("flood").code, 100)
