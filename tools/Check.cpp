@@ -109,7 +109,8 @@ Json::Value Check(const HostOptions& options) {
     Try("rights", CheckDatabaseRights, options, ids, checks);
   }
   Add(checks, "qrencode", CheckQRCode());
-  Add(checks, "PAM", CheckPam());
+  Add(checks, "PAM, visitors", CheckPam("velt-sharing"));
+  Add(checks, "PAM, owners", CheckPam("velt-owner"));
   if (!options.registry.empty()) {
     Try(
         "registry", [&](Json::Value& found) { CheckModules(options, ids, found); }, checks);

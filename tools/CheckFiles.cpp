@@ -25,7 +25,6 @@
 namespace VELT::tools {
 namespace {
 
-constexpr const char* kPamService = "/etc/pam.d/velt-sharing";
 constexpr const char* kQRCodeProgram = "/usr/bin/qrencode";
 constexpr std::string_view kPng = "\x89PNG\r\n\x1a\n";
 
@@ -116,10 +115,11 @@ Finding CheckRights(const std::string& path, const host::Ids& ids) {
   return {State::kOk, "for " + account + " alone"};
 }
 
-Finding CheckPam() {
-  std::ifstream file(kPamService);
+Finding CheckPam(const std::string& service) {
+  const std::string path = "/etc/pam.d/" + service;
+  std::ifstream file(path);
   if (!file) {
-    return {State::kFailed, std::string(kPamService) +
+    return {State::kFailed, path +
                                 " is missing: PAM uses the service \"other\" instead. Create it, "
                                 "for example with the line \"@include common-auth\" and the line "
                                 "\"@include common-account\""};
@@ -136,9 +136,8 @@ Finding CheckPam() {
     has_auth = has_auth || first == "auth" || first == "-auth" || includes;
     has_account = has_account || first == "account" || first == "-account" || includes;
   }
-  if (has_auth && has_account) return {State::kOk, kPamService};
-  return {State::kFailed, std::string(kPamService) + " has no line for " +
-                              (has_auth ? "\"account\"" : "\"auth\"") +
+  if (has_auth && has_account) return {State::kOk, path};
+  return {State::kFailed, path + " has no line for " + (has_auth ? "\"account\"" : "\"auth\"") +
                               ": PAM uses that of the service \"other\" instead"};
 }
 

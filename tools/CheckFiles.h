@@ -13,7 +13,7 @@ namespace VELT::tools {
 Finding CheckConfigFile(const HostOptions& options, const host::Ids& ids);
 // Takes the service's `ids` for good, and checks its rights on the SQLite file `path` and the folder.
 Finding CheckRights(const std::string& path, const host::Ids& ids);
-Finding CheckPam();
+Finding CheckPam(const std::string& service);
 Finding CheckQRCode();
 
 }  // namespace VELT::tools

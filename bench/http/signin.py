@@ -9,6 +9,7 @@ system hashes new ones. All in turns. Needs wrk; as root.
 
 import ctypes
 import os
+import shutil
 import statistics
 import subprocess
 import sys
@@ -25,8 +26,20 @@ import webserver  # noqa: E402
 SIGN_IN = "VELT.Core.SignIn"
 ROUNDS, SECONDS, SIGN_INS = 7, 2, 60
 IN_NAMESPACE = os.path.join(TOP, "scripts/in-namespace")
+ASKS = """\
+server.modules += ("mod_auth", "mod_authn_pam")
+auth.backend = "pam"
+auth.backend.pam.opts = ("service" => "asked")
+"""
 ASKED = 'auth.require = ("" => ("method" => "basic", "realm" => "x", "require" => "valid-user"))'
 GIVEN = 'setenv.add-environment = ("REMOTE_USER" => "alice")'
+# What a web server that may not read /etc/shadow can ask, and counts wrong passwords with.
+SERVICE = """\
+auth requisite pam_faillock.so preauth dir={folder} silent nodelay
+auth sufficient pam_pwdfile.so pwdfile={folder}/passwords nodelay
+auth [default=die] pam_faillock.so authfail dir={folder} nodelay
+account required pam_faillock.so dir={folder}
+"""
 
 
 class Named:
@@ -39,6 +52,15 @@ class Named:
                    "--database", "sqlite3 /usr/velt/var/sharing/sharing.db", "--user", "www-data", "--group",
                    "www-data", "--owner-login", "web-server")
         wait_until(lambda: os.path.exists(socket))
+        failures = os.path.join(folder, "failures")
+        os.mkdir(failures)
+        with open(demo.path("/etc/shadow"), encoding="utf-8") as shadow:
+            rows = [":".join(row.split(":")[:2]) for row in shadow]
+        with open(os.path.join(failures, "passwords"), "w", encoding="utf-8") as file:
+            file.write("\n".join(rows) + "\n")
+        shutil.chown(failures, "www-data")
+        with open(demo.path("/etc/pam.d/asked"), "w", encoding="utf-8") as file:
+            file.write(SERVICE.format(folder=failures))
         self.asked, self.given = [self.serve(demo, folder, socket, rule) for rule in (ASKED, GIVEN)]
 
     def start(self, demo, *command):
@@ -49,7 +71,7 @@ class Named:
         path = os.path.join(folder, f"{port}.conf")
         text = webserver.configuration(port, ("www-data", "www-data")).replace(webserver.SOCKET, socket)
         with open(path, "w", encoding="utf-8") as file:
-            file.write(f'{text}$HTTP["url"] =~ "^{ENTRY}" {{ {rule} }}\n')
+            file.write(f'{text}{ASKS}$HTTP["url"] =~ "^{ENTRY}" {{ {rule} }}\n')
         self.start(demo, "lighttpd", "-D", "-f", path)
         wait_until(lambda: subprocess.run(["curl", "-s", "-o", "/dev/null", f"http://127.0.0.1:{port}/"],
                                           check=False).returncode == 0)

@@ -171,7 +171,7 @@ struct CommandLine {
   // More than processors, since some calls wait: for a plugin, a program, the database, a client.
   std::size_t front_workers = std::clamp(4 * Processors(), 8U, 32U);
   std::size_t pool_workers = std::clamp(2 * Processors(), 4U, 16U);
-  std::string owner_login = "web-server";
+  std::string owner_login = "own";
   bool log_stderr = false;
   bool check_config = false;
 };

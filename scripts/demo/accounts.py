@@ -11,38 +11,11 @@ import string
 import subprocess
 import sys
 
-import webserver
-
 _NAMES = ("admin", "alice", "bob")
 _ADMINISTRATOR = "admin"
 _FIRST_UID = 70001
 _USERS_GID = 100  # Debian's group "users"
 _ADMINISTRATORS_GID = 70000
-# pam_unix can't check owners' passwords, because it reads /etc/shadow, which the web server may not read.
-_WEB_SERVICE = f"""\
-auth requisite pam_faillock.so preauth
-auth sufficient pam_pwdfile.so pwdfile={webserver.PASSWORDS} nodelay
-auth [default=die] pam_faillock.so authfail
-account required pam_faillock.so
-"""
-_LIMITS = f"""\
-# The limits of guesses at an owner's password, faillock.conf(5). They are read at every login, so a change works at
-# once; the demonstration never writes this file again.
-#
-# Change these three to your needs. After this number of wrong passwords in a row ...
-deny = 10
-# ... within this number of seconds, the account is refused, also with the right password, ...
-fail_interval = 900
-# ... for this number of seconds after the last one that counted.
-unlock_time = 900
-#
-# The folder has a file for each account. Remove the file to admit the account at once. A restart of the
-# demonstration removes all files.
-dir = {webserver.FAILURES}
-# The web server checks one login at a time, so a delay would hit every client.
-nodelay
-silent
-"""
 
 
 class Accounts:
@@ -72,8 +45,7 @@ class Accounts:
         hashes = {row.split(":")[0]: "*" for row in system} | self._hashes
         shadow = [f"{name}:{hashed}:20000::::::" for name, hashed in hashes.items()]
         pam = "auth required pam_unix.so nodelay\naccount required pam_unix.so\n"
-        for name in ("pam.d", "security"):
-            os.makedirs(os.path.join(folder, name), exist_ok=True)
+        os.makedirs(os.path.join(folder, "pam.d"), exist_ok=True)
         for name, text in {
             "passwd": _lines(system + users),
             "group": _lines(_system_entries("/etc/group") + groups),
@@ -81,16 +53,9 @@ class Accounts:
             "nsswitch.conf": "passwd: files\ngroup: files\nshadow: files\nhosts: files\n",
             "pam.d/velt-sharing": pam,
             "pam.d/velt-owner": pam,
-            f"pam.d/{webserver.PAM_SERVICE}": _WEB_SERVICE,
             "pam.d/other": "auth required pam_deny.so\naccount required pam_deny.so\n",
         }.items():
             write_private(os.path.join(folder, name), text, 0o600 if name == "shadow" else 0o644)
-        limits = os.path.join(folder, "security/faillock.conf")
-        if not os.path.exists(limits):
-            write_private(limits, _LIMITS, 0o644)
-
-    def htpasswd(self):
-        return _lines(f"{name}:{hashed}" for name, hashed in self._hashes.items())
 
 
 def read_texts(path):
@@ -117,8 +82,8 @@ def write_private(path, text, mode=0o600):
 
 
 def _hash(password):
-    # SHA-512 crypt, which both pam_pwdfile and pam_unix support, at its lowest cost: 119 random bits need no more. The
-    # salt follows from the password, so that a restart looks like no change of it, which would end sessions.
+    # SHA-512 crypt at its lowest cost: 119 random bits need no more. The salt follows from the password, so that a
+    # restart looks like no change of it, which would end sessions.
     salt = "rounds=1000$" + hashlib.sha256(password.encode()).hexdigest()[:16]
     return subprocess.run(["openssl", "passwd", "-6", "-salt", salt, "-stdin"], input=password, text=True, check=True,
                           stdout=subprocess.PIPE).stdout.strip()

@@ -125,7 +125,7 @@ class Demonstration:
         if self.database or not named:
             options += ["--database", self.database or f"sqlite3 {DATA}/sharing.db"]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
-                  "/usr/velt/lib/webapi.d", "--log-stderr", "--owner-login", "own", "--owner-basic", *options)
+                  "/usr/velt/lib/webapi.d", "--log-stderr", "--owner-basic", *options)
 
     def _lay_out(self):
         """Fills the appliance's folders, and keeps what the user has put there."""
@@ -142,13 +142,9 @@ class Demonstration:
         self.accounts = Accounts(self.state)
         files.lay_out(self.accounts.passwords, self.account)
         write_private(webserver.CONFIGURATION, webserver.configuration(self.port, self.account))
-        write_private(webserver.PASSWORDS, self.accounts.htpasswd())
-        shutil.rmtree(webserver.FAILURES, ignore_errors=True)
-        os.mkdir(webserver.FAILURES, 0o700)
         if self.account:
             user = pwd.getpwnam(self.account[0])
-            for path in (DATA, webserver.PASSWORDS, webserver.FAILURES,
-                         *(entry.path for entry in os.scandir(DATA))):
+            for path in (DATA, *(entry.path for entry in os.scandir(DATA))):
                 os.chown(path, user.pw_uid, user.pw_gid)
 
     def _run(self, name, *command):

@@ -3,12 +3,9 @@
 import resource
 
 SOCKET = "/usr/velt/var/run/webapid.sock"
-FAILURES = "/usr/velt/var/failures"  # wrong passwords of each owner
 SPOOL = "/usr/velt/var/spool/files"
 FOLDER = "/usr/velt/etc/demo"
-PASSWORDS = FOLDER + "/htpasswd"
 CONFIGURATION = FOLDER + "/lighttpd.conf"
-PAM_SERVICE = "velt-web"
 _DESCRIPTORS = 65536
 _CONNECTIONS = 4096
 
@@ -27,7 +24,6 @@ mimetype.assign = (
 var.velt = "/usr/velt"
 var.velt_socket = "{socket}"
 var.velt_spool = "{spool}/"
-var.velt_login = "{service}"
 include "/usr/velt/share/webserver/lighttpd.conf"
 server.max-connections := {connections}
 server.max-fds := {descriptors}
@@ -40,5 +36,5 @@ def configuration(port, account):
     # An ordinary user can't raise the limit. If it is below max-fds, lighttpd would use far fewer.
     allowed = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     descriptors = _DESCRIPTORS if allowed == resource.RLIM_INFINITY else min(_DESCRIPTORS, allowed)
-    return _TEXT.format(port=port, user=user, socket=SOCKET, service=PAM_SERVICE, spool=SPOOL,
-                        descriptors=descriptors, connections=min(_CONNECTIONS, descriptors // 4))
+    return _TEXT.format(port=port, user=user, socket=SOCKET, spool=SPOOL, descriptors=descriptors,
+                        connections=min(_CONNECTIONS, descriptors // 4))

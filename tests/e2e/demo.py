@@ -163,8 +163,7 @@ class Demo:
             body, call = json.dumps(body), body
             headers.setdefault("Content-Type", "application/json")
         if account:
-            is_call = path.partition("?")[0] == "/webapi/entry.cgi"
-            headers |= self.signed_in(account) if is_call else {"Authorization": self.authorization(account)}
+            headers |= self.signed_in(account)
         connection = self.connect()
         try:
             connection.request(method, path, body, headers)

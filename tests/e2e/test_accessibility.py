@@ -180,7 +180,6 @@ class Pages(unittest.TestCase):
     def test_first_view_is_small_and_waits_for_no_script(self):
         browser = self.browser
         browser.set_size(1280, 900)
-        browser.open(self.demo.url + "/", self.demo.login("alice"))
         browser.devtools("Network.enable")
         browser.devtools("Network.setCacheDisabled", cacheDisabled=True)
         self.addCleanup(browser.devtools, "Network.setCacheDisabled", cacheDisabled=False)
@@ -190,7 +189,7 @@ class Pages(unittest.TestCase):
             path = "/" if name == "owner" else f"/sharing/{self.demo.links[name]}"
             with self.subTest(name):
                 browser.devtools("Network.clearBrowserCookies")
-                browser.open(self.demo.url + path)
+                browser.open(self.demo.url + path, self.demo.login("alice") if name == "owner" else None)
                 browser.wait_for(ready)
                 loaded = browser.script("""return [...performance.getEntriesByType('navigation'),
                     ...performance.getEntriesByType('resource')].map((entry) =>

@@ -39,7 +39,7 @@ class Endurance(unittest.TestCase):
         def request(verb, path, account=None, body=None):
             headers = '["Content-Type"]="application/json"'
             if account:
-                headers += f', ["Authorization"]="{self.demo.authorization(account)}"'
+                headers += f', ["Cookie"]="{self.demo.signed_in(account)["Cookie"]}"'
             return f"wrk.format('{verb}', '{path}', {{{headers}}}, '{json.dumps(body) if body else ''}')"
 
         def call(method, account="alice", path="/webapi/entry.cgi", api=SHARING, **params):

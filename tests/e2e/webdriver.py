@@ -150,12 +150,23 @@ class Browser:
         return self.call("POST", "/goog/cdp/execute", {"cmd": command, "params": params})
 
     def open(self, url, account=None):
-        """Opens a page and waits until it has loaded; `account` (name, password) logs in with HTTP Basic first."""
+        """Opens a page and waits until it has loaded; `account` (name, password) signs in first."""
         if account:
-            # The browser keeps the login for the site. The page itself is opened without it in its
-            # address, since a page whose address holds a login may not use fetch().
-            self.call("POST", "/url", {"url": url.replace("://", f"://{account[0]}:{account[1]}@", 1)})
+            self._sign_in(url, *account)
         self.call("POST", "/url", {"url": url})
+
+    def _sign_in(self, url, account, password):
+        connection = http.client.HTTPConnection(url.split("/")[2], timeout=120)
+        try:
+            body = json.dumps({"api": "VELT.Core.SignIn", "version": 1, "method": "login", "account": account,
+                               "password": password})
+            connection.request("POST", "/webapi/entry.cgi", body, {"Content-Type": "application/json"})
+            cookies = connection.getresponse().headers.get_all("Set-Cookie")
+        finally:
+            connection.close()
+        for cookie in cookies:
+            name, _, value = cookie.partition(";")[0].partition("=")
+            self.devtools("Network.setCookie", url=url, name=name, value=value, httpOnly=True, sameSite="Lax")
 
     def reload(self):
         self.call("POST", "/refresh", {})

@@ -96,7 +96,8 @@ class Host:
         self.database = os.path.join(self.folder.name, "data", "sharing.db")
         os.mkdir(os.path.dirname(self.database))
         command = [part.replace("{}", self.folder.name) for part in under]
-        command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr"]
+        command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr",
+                    "--owner-login", "web-server"]
         command += ["--database", "sqlite3 " + self.database]
         command += ["--workers", str(workers), "--pool-workers", str(pool_workers)]
         command += [option.replace("{}", self.folder.name) for option in options]

@@ -3,6 +3,7 @@
 import contextlib
 import json
 import os
+import re
 import shutil
 import socket
 import subprocess
@@ -15,7 +16,8 @@ CONFIG = "/etc/velt-sharing/webapid.conf"
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 PATIENCE = 60  # seconds
 KEPT = 3 * 86400  # seconds that a clean root is used again: mirrors forget the packages that it knows
-# The account of the owner, as the system and as the web server know it.
+ENTRY, SIGN_IN = "/webapi/entry.cgi", "VELT.Core.SignIn"
+# The account of the owner.
 OWNER, PASSWORD = "alice", "correct horse"
 # What owners share, where the unit may write and so that it is on one file system with the spool.
 HOMES = "/var/lib/velt-sharing/homes"
@@ -230,7 +232,6 @@ class Root(Place):
         self.shell(f"""
             useradd -m {OWNER}
             echo '{OWNER}:{PASSWORD}' | chpasswd
-            printf '%s\\n' '{PASSWORD}' '{PASSWORD}' | setsid -w velt-sharing owner password {OWNER}
             mkdir /etc/velt-sharing/tls
             openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -out \
               /etc/velt-sharing/tls/fullchain.pem -keyout /etc/velt-sharing/tls/privkey.pem 2>/dev/null
@@ -249,7 +250,9 @@ class Answer:
     def __init__(self, head, body):
         lines = head.decode().split("\r\n")
         self.protocol, self.status = lines[0].split()[0], int(lines[0].split()[1])
-        self.headers = {name.lower(): value for name, _, value in (line.partition(": ") for line in lines[1:])}
+        self.headers = {}
+        for name, _, value in (line.partition(": ") for line in lines[1:]):
+            self.headers.setdefault(name.lower(), value)
         self.body = body
 
     @property
@@ -266,16 +269,15 @@ class Client:
 
     def __init__(self, root):
         self.root = root
+        self.session = None  # the owner's cookie, NAME=VALUE
 
-    def get(self, path, *options, login=None, data=None, headers=()):
+    def get(self, path, *options, data=None, headers=()):
         url = path if "://" in path else "https://localhost" + path
         # In the clear, an upgrade to HTTP/2 would be an answer of its own.
         version = "--http2" if url.startswith("https:") else "--http1.1"
         command = ["curl", "-ski", version, "--max-time", str(PATIENCE), *options, url]
         for header in headers:
             command += ["-H", header]
-        if login:
-            command += ["-u", ":".join(login)]
         if data is not None:
             command += ["--data-binary", "@-", "-H", "Expect:"]
         # As bytes: what is downloaded need not be text.
@@ -284,12 +286,26 @@ class Client:
         head, _, body = done.stdout.partition(b"\r\n\r\n")
         return Answer(head, body)
 
-    def call(self, path, api, method, *options, login=None, **parameters):
+    def call(self, path, api, method, *options, **parameters):
         body = json.dumps({"api": api, "version": 1, "method": method, **parameters}).encode()
-        return self.get(path, *options, login=login, data=body, headers=["Content-Type: application/json"])
+        return self.get(path, *options, data=body, headers=["Content-Type: application/json"])
 
-    def own(self, method, login=(OWNER, PASSWORD), **parameters):
-        return self.call("/webapi/entry.cgi", "VELT.Core.Sharing", method, login=login, **parameters)
+    def sign_in(self, *options, account=OWNER, password=PASSWORD):
+        answer = self.call(ENTRY, SIGN_IN, "login", *options, account=account, password=password)
+        if answer.code == 0:
+            self.session = re.search(r"__Host-velt_owner_sid=[^;]+", answer.headers["set-cookie"])[0]
+        return answer
+
+    def own(self, method, *options, api="VELT.Core.Sharing", **parameters):
+        """Calls a method as the owner, who signs in the first time."""
+        if not self.session:
+            assert (answer := self.sign_in()).code == 0, answer.body
+        return self.call(ENTRY, api, method, "-b", self.session, *options, **parameters)
+
+    def account(self, *options, headers=()):
+        """Who the service takes the caller for; "" for nobody."""
+        answer = self.get(f"{ENTRY}?api={SIGN_IN}&version=1&method=get", *options, headers=headers)
+        return answer.json["data"]["account"] if answer.code == 0 else ""
 
     def create(self, **fields):
         answer = self.own("set", **{"project_name": "demo", **fields})

@@ -13,10 +13,11 @@ import unittest
 import urllib.parse
 import zipfile
 
-from roots import CONFIG, OWNER, PASSWORD, SOURCE, Booted, Client, clean_root, packages, with_version
+from roots import CONFIG, ENTRY, OWNER, PASSWORD, SOURCE, Booted, Client, clean_root, packages, with_version
 
 TRACES = r"find / -xdev \( -path /proc -o -path /dev -o -path /tmp \) -prune -o -iname '*velt*' -print"
 LINK = "VELT.Files.Link"
+ASKS = 'auth_pam "Share links"; auth_pam_service_name velt-web;'
 HOME = f"/volume1/homes/{OWNER}"
 
 
@@ -85,10 +86,11 @@ class Install(unittest.TestCase):
     def set_up(self):
         """As docs/operations.md and the first lines of nginx' configuration say."""
         root = self.root
-        build, certificate, owner, folders = commands(document("operations.md"), "Install")
+        build, certificate, owner, folders, link = commands(document("operations.md"), "Install")
         self.assertIn("cpack", build)
         root.shell(f"useradd -m {OWNER} && echo '{OWNER}:{PASSWORD}' | chpasswd")
-        root.shell(certificate + f"printf '%s\\n' '{PASSWORD}' '{PASSWORD}' | setsid -w {owner}")
+        self.assertIn(f" {OWNER}\n", owner)
+        root.shell(certificate + f"printf '%s\\n' '{PASSWORD}' '{PASSWORD}' | setsid -w {owner.replace(OWNER, 'bob')}")
         root.shell(f"""
             install -d -m 2750 -o {OWNER} -g www-data {HOME}/shared {HOME}/shared/inbox
             seq 100000 >{HOME}/shared/numbers.txt
@@ -102,10 +104,14 @@ class Install(unittest.TestCase):
             enable = re.findall(r"^# {3}(.*)$", file.read(), re.MULTILINE)
         root.shell("sed -i 's|/var/lib/velt-sharing/files/|/volume1/.velt-files/|' /etc/velt-sharing/nginx.conf\n" +
                    "\n".join(enable))
+        self.assertEqual(self.client.sign_in(account="bob").code, 0)
+        self.client.session = None
+        root.run("velt-sharing", "owner", "remove", "bob")
         found, told = self.found()
         self.assertEqual(found, {}, told)
         self.assertIn("files, root home", told)
         root.run("systemctl", "start", "velt-sharing-check")
+        self.assertEqual(self.client.get(re.search(r"/sharing/[\w-]+", root.shell(link))[0]).status, 200)
 
     def check_files(self):
         client = self.client
@@ -158,7 +164,7 @@ class Install(unittest.TestCase):
         for unit in ("webapid", "sharing-check"):
             root.write(dropin.format(unit, "filter"), "[Service]\nRestrictSUIDSGID=yes\n")
         root.shell("systemctl daemon-reload && systemctl restart velt-webapid")
-        roots = self.client.call("/webapi/entry.cgi", "VELT.Files", "roots", login=(OWNER, PASSWORD))
+        roots = self.client.own("roots", api="VELT.Files")
         self.assertEqual(roots.json["data"], {"roots": []})
         root.shell("! systemctl start velt-sharing-check 2>/dev/null")
         for unit in ("webapid", "sharing-check"):
@@ -198,8 +204,36 @@ class Install(unittest.TestCase):
         self.assertGreater(len(codes), 5)
 
     def upgrade(self, links):
-        self.root.shell(f"echo external-url=https://nas.example.com >>{CONFIG}")
-        self.install(self.new)
+        """From a package whose nginx asked owners for their passwords, with changed files, which stay."""
+        self.root.write("/etc/pam.d/velt-web", "auth required pam_pwdfile.so pwdfile=/etc/velt-sharing/owners\n"
+                                               "account required pam_permit.so\n")
+        self.root.shell(f"""
+            sed -i '/^owner-/d' {CONFIG} && echo external-url=https://nas.example.com >>{CONFIG}
+            printf '%s\\n' '{PASSWORD}' '{PASSWORD}' | setsid -w velt-sharing owner password {OWNER}
+            chown root:www-data /etc/velt-sharing/owners && chmod 640 /etc/velt-sharing/owners
+            sed -i 's|^  location = /webapi/entry.cgi {{|&\\n{ASKS}|; s|^    location ~ .*index.*|&\\n{ASKS}|
+                    s|^  fastcgi_param REMOTE_ADDR.*|&\\nfastcgi_param REMOTE_USER $remote_user;|' \\
+              /etc/velt-sharing/nginx.conf
+            systemctl reload nginx""")
+        told = self.install(self.new)
+        self.assertIn("nginx.conf of an earlier release still asks owners", told)
+        # The dialogue of the browser comes first, then the page.
+        dialogue = ["-u", f"{OWNER}:{PASSWORD}"]
+        for path in ("/", ENTRY):
+            self.assertEqual(self.client.get(path).headers["www-authenticate"], 'Basic realm="Share links"')
+        self.assertEqual(self.client.account(*dialogue), "")
+        self.client.session = None
+        self.assertEqual(self.client.sign_in(*dialogue).code, 0)
+        self.assertEqual(self.client.own("list", *dialogue).code, 0)
+        self.root.shell(f"echo owner-login=web-server >>{CONFIG} && systemctl restart velt-webapid")
+        self.assertEqual(self.client.account(*dialogue), OWNER)
+        # As docs/operations.md says.
+        self.root.shell(f"""
+            sed -i /auth_pam/d /etc/velt-sharing/nginx.conf
+            sed -i /^owner-login/d {CONFIG}
+            rm /etc/pam.d/velt-web
+            systemctl reload nginx && systemctl restart velt-webapid""")
+        self.assertEqual(self.client.account("-b", self.client.session), OWNER)
         self.assertEqual(self.version(), "ii 1.0.0-1")
         self.assertEqual(self.client.get("/sharing/" + links["none"]).status, 200)
         self.assertEqual(self.login(links["password"], password="sesame").code, 0)
