@@ -50,6 +50,7 @@ long long PurgeLinks(soci::session& sql, std::uint32_t owner, const std::string&
   const long long unused_since = now - kSessionLife;
   sql << RemoveDeadSessionsSql(dialect, kMostSessions), soci::use(unused_since);
   PruneFailures(sql, now);
+  PruneTurns(sql, now);
   const long long oldest = OldestVisitDay(LocalDay(now));
   sql << std::string("delete from visit_day where ") << dialect.if_alone << kOldDays,
       soci::use(oldest);

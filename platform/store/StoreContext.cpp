@@ -35,7 +35,7 @@ void ConfigureStore(StoreOptions options) {
 void SetVisitor(const std::string& address) {
   SetNoVisitor();
   TheContext().is_visitor = true;
-  TheContext().address = address;
+  TheContext().address = address.substr(0, address.find('%'));  // an IPv6 zone is ours, not his
 }
 
 void SetNoVisitor() {

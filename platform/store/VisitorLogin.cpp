@@ -65,7 +65,10 @@ LoginResult VisitorLogin::Run() {
 std::optional<LoginResult> VisitorLogin::Attempt(StoreSession& store) {
   Transaction transaction(store);
   LoginResult result = CheckPreconditions(store);
-  if (result != LoginResult::kLoggedIn) return result;
+  if (result != LoginResult::kLoggedIn) {
+    if (lockout_ > 0) transaction.Commit();  // keeps the visitor's turn
+    return result;
+  }
   if (link_.IsProtected()) {
     if (!credentials_result_ || checked_revision_ != link_.revision) return std::nullopt;
     result = *credentials_result_;
@@ -111,7 +114,11 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
   const TokenRow* token = session_ ? store.statements().FindToken(session_->id, link_.id) : nullptr;
   holds_token_ = token != nullptr && token->Fits(link_, VisitorAddress());
   if (link_.IsProtected()) {
-    lockout_ = LockoutSeconds(store.sql(), MakeFailureKey(), now_);
+    const FailureKey key = MakeFailureKey();
+    lockout_ = LockoutSeconds(store.sql(), key, now_);
+    if (lockout_ == 0 && key.account.empty() && !holds_token_) {
+      lockout_ = SecondsToTurn(store.sql(), key, now_);
+    }
     if (lockout_ > 0) {
       Count(Event::kLoginLockedOut);
       return LoginResult::kDenied;

@@ -21,7 +21,8 @@ std::string AddressText(int family, const void* address) {
 
 std::string SourceKey(const std::string& address) {
   in6_addr parsed{};
-  if (inet_pton(AF_INET6, address.c_str(), &parsed) != 1) return address;
+  const std::string no_zone = address.substr(0, address.find('%'));
+  if (inet_pton(AF_INET6, no_zone.c_str(), &parsed) != 1) return address;
   auto& bytes = parsed.s6_addr;
   if (IN6_IS_ADDR_V4MAPPED(&parsed)) return AddressText(AF_INET, &bytes[12]);
   std::fill(&bytes[8], std::end(bytes), std::uint8_t{0});

@@ -91,6 +91,47 @@ TEST_P(GuessTest, AccountAllowsTenGuessesFromAnAddressAndThirtyFromAll) {
   EXPECT_EQ(own("192.0.2.1"), 1);
 }
 
+TEST_P(GuessTest, GuessesFromManyAddressesSlowEachOtherAndShutNobodyOut) {
+  const Entry link = Make(WithPassword());
+  Visitor inside{.address = "198.51.100.1"};
+  ASSERT_EQ(LogIn(inside, link, kPassword), 1);
+  int guesses = 0;
+  // Each address guesses as soon as it may, for `seconds`.
+  const auto attack = [&](int addresses, std::int64_t seconds) {
+    const int before = guesses;
+    std::vector<std::int64_t> next(static_cast<std::size_t>(addresses), now_);
+    for (const std::int64_t end = now_ + seconds; now_ < end; ++now_) {
+      for (std::size_t index = 0; index < next.size(); ++index) {
+        if (next[index] > now_) continue;
+        Visitor bot{.address = "2001:db8:0:" + std::to_string(index) + "::1"};
+        const int result = LogIn(bot, link, "guess");
+        EXPECT_TRUE(result == -9 || result == -8);
+        if (result == -9) ++guesses;
+        next[index] = now_ + std::max<std::int64_t>(login_wait_, 1);
+      }
+    }
+    return guesses - before;
+  };
+  EXPECT_EQ(attack(30, 1), 30) << "which is not braked yet";
+  EXPECT_LT(attack(30, kMinute), 60) << "and without a brake 270";
+  const int slowed = attack(30, kMinute);
+  EXPECT_TRUE(slowed > 0 && slowed < 20) << slowed;
+  EXPECT_EQ(LogIn(inside, link, kPassword), 1) << "a visitor who is in already";
+  Visitor fresh{.address = "198.51.100.2"};
+  Reopen();
+  EXPECT_EQ(LogIn(fresh, link, kPassword), -8);
+  const std::int64_t wait = login_wait_;
+  EXPECT_TRUE(wait > 0 && wait <= 2 * kMinute) << wait;
+  EXPECT_EQ(LogIn(fresh, link, kPassword), -8);
+  EXPECT_EQ(login_wait_, wait) << "asking again costs nothing";
+  attack(30, wait);
+  EXPECT_EQ(LogIn(fresh, link, kPassword), 1);
+  fresh = {.address = "198.51.100.3"};
+  EXPECT_EQ(LogIn(fresh, Make(WithPassword()), kPassword), 1) << "at another link";
+  now_ += 15 * kMinute;
+  EXPECT_EQ(LogIn(fresh, link, "guess"), -9) << "when it is over";
+}
+
 TEST_P(GuessTest, EveryRefusalOfAPasswordCountsAsAGuess) {
   const std::vector<std::tuple<int, const char*, std::string>> rows = {
       {-10, "bob's own", "bob"},  // reveals that it is right
@@ -114,6 +155,8 @@ TEST_P(GuessTest, GuessesOfOneNetworkCountTogether) {
       {"::ffff:192.0.2.1", "::ffff:192.0.2.2", false},
       {"2001:db8:0:1::1", "2001:DB8:0:1:f000:0:0:2", true},
       {"2001:db8:0:1::1", "2001:db8:0:2::1", false},
+      {"fe80::1%eth0", "fe80::2%eth1", true},
+      {"fe80::1%eth0", "fe80:0:0:1::1%eth0", false},
       {"no address", "no address", true},
       {"no address", "", false},
   };

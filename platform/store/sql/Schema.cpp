@@ -159,6 +159,14 @@ const std::vector<std::string> kVersion7 = {
     "create index failed_login_address on failed_login (address, failed_at)",
 };
 
+// When an address may try the password of a link that many addresses guess at.
+const std::vector<std::string> kVersion8 = {
+    R"(create table login_turn (
+         link_id bigint not null references link (id) on delete cascade, address {text} not null,
+         due_at bigint not null, primary key (link_id, address)))",
+    "create index login_turn_due on login_turn (link_id, due_at)",
+};
+
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -176,6 +184,7 @@ constexpr auto kMigrations = std::to_array<Migration>({
     {kVersion5, kSqliteVersion5, kPostgresqlVersion5},
     {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
     {kVersion7},
+    {kVersion8},
 });
 
 std::string Translate(std::string statement, const Words& words) {

@@ -27,7 +27,8 @@ struct _tag_sharing_login_params {  // NOLINT(bugprone-reserved-identifier): cal
 //    -3  no such link, or it is disabled, pending or expired, or its owner has no account
 //    -8  the link asks for one address and the session's last login was from another; or too many
 //        failed logins within 15 minutes: ten from this address at the link or the account, or
-//        thirty from all addresses at the account
+//        thirty from all addresses at the account; or after thirty from all addresses at the link's
+//        password, it is not the turn of this address yet
 //    -9  wrong link password
 //   -10  the account is not listed, which counts as a failed login
 //   -11  no visit left
