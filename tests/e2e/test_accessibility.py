@@ -58,9 +58,24 @@ class Pages(unittest.TestCase):
 
     def owners_states(self):
         browser = self.browser
+        browser.open(self.demo.url + "/")
+        browser.wait_for("#signin-account")
+        yield "sign in"
+        browser.find("#signin-account").type("nobody")
+        browser.find("#signin-password").type("guess")
+        self.click(".signin button.primary")
+        browser.wait_for(".signin .notice")
+        yield "sign in, refused"
         self.owner()
         browser.wait_for("td.visits svg")
         yield "list"
+        for what in ("sessions", "tokens"):
+            self.click("#account summary")
+            yield "account's menu"
+            self.click(f"#account [data-do={what}]")
+            browser.wait_for("#access[open] .hint")
+            yield what
+            browser.press(Keys.ESCAPE)
         self.click("[data-key^=show]")
         browser.wait_for("#share .qr-large")
         yield "share"

@@ -71,7 +71,7 @@ class OwnerPage(unittest.TestCase):
     def test_create_with_every_field_and_scan(self):
         self.open()
         self.click("#empty button")
-        self.click("details summary")
+        self.click("#edit details summary")
         self.fill(project_name="album", protect_title="Trip", enabled=None, auto_gc=None, enable_match_ip=None,
                   start_at="01022035103000AM", expire_at="12312035115959PM", expire_times="7",
                   protect_type="A password", protect_password=" 0123", redirect_type="Yes, with",
@@ -180,7 +180,7 @@ class OwnerPage(unittest.TestCase):
             with self.subTest(words=words, fields=fields):
                 self.click("#new")
                 if name in ("app", "private_data"):
-                    self.click("details summary")
+                    self.click("#edit details summary")
                 self.fill(**{"project_name": "album", **fields})
                 self.click("#edit [type=submit]")
                 self.assertIn(words, self.browser.wait_for(f"#e-{name}").text)
@@ -431,7 +431,7 @@ class OwnerPage(unittest.TestCase):
         for part in ("main", "#edit"):
             if part == "#edit":
                 self.click("#new")
-                self.click("details summary")
+                self.click("#edit details summary")
             controls = [e for e in self.browser.find(part).find_all("button, input, select, textarea, a, table")
                         if e.shown()]
             self.assertGreater(len(controls), 10)

@@ -20,6 +20,7 @@ API = "/webapi/entry.cgi"
 WRONG, QUESTION, BRAKED, NOT_BY_TOKEN = 3000, 3001, 3002, 3003
 NOT_ALLOWED = 105
 OATH_KEY = b"12345678901234567890"
+HAS_OATH = bool(glob.glob("/lib/*/security/pam_oath.so"))
 
 
 def setUpModule():
@@ -276,18 +277,23 @@ def one_time_code(moment):
     return f"{(struct.unpack('>I', digest[at:at + 4])[0] & 0x7FFFFFFF) % 1000000:06}"
 
 
-@unittest.skipUnless(glob.glob("/lib/*/security/pam_oath.so"), "without libpam-oath")
+def ask_for_codes(case):
+    """Until `case` ends, PAM also asks for a code, which bob alone has."""
+    pam, users = DEMO.path("/etc/pam.d/velt-owner"), os.path.join(DEMO.state, "users.oath")
+    with open(pam, encoding="utf-8") as file:
+        before = file.read()
+    case.addCleanup(write, pam, before)
+    case.addCleanup(forget_failures)
+    with open(os.open(users, os.O_WRONLY | os.O_CREAT, 0o600), "w", encoding="utf-8") as file:
+        file.write(f"HOTP/T30/6 bob - {OATH_KEY.hex()}\n")
+    write(pam, "auth requisite pam_unix.so nodelay\n"
+               f"auth required pam_oath.so usersfile={users} window=20 digits=6\naccount required pam_unix.so\n")
+
+
+@unittest.skipUnless(HAS_OATH, "without libpam-oath")
 class OneTimeCodes(unittest.TestCase):
     def test_a_code_is_asked_for_and_counts_once(self):
-        pam, users = DEMO.path("/etc/pam.d/velt-owner"), os.path.join(DEMO.state, "users.oath")
-        with open(pam, encoding="utf-8") as file:
-            before = file.read()
-        self.addCleanup(write, pam, before)
-        self.addCleanup(forget_failures)
-        with open(os.open(users, os.O_WRONLY | os.O_CREAT, 0o600), "w", encoding="utf-8") as file:
-            file.write(f"HOTP/T30/6 bob - {OATH_KEY.hex()}\n")
-        write(pam, "auth requisite pam_unix.so nodelay\n"
-                   f"auth required pam_oath.so usersfile={users} window=20 digits=6\naccount required pam_unix.so\n")
+        ask_for_codes(self)
         mine = {"account": "bob", "password": DEMO.accounts["bob"]}
         self.assertEqual(WRONG, code(call("login", account="bob", password="guess")))
         asked = call("login", **mine).json["error"]

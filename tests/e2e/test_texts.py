@@ -13,7 +13,7 @@ WEB = os.path.join(REPOSITORY, "web")
 # Forms that numbers take in a language.
 PLURALS = {"enu": {"one", "other"}, "ger": {"one", "other"},
            "ara": {"zero", "one", "two", "few", "many", "other"}}
-FOLDERS = ("shared", "owner", "link", "pkg/files")
+FOLDERS = ("shared", "owner", "signin", "link", "pkg/files")
 # Keys that the code puts together.
 MADE_UP = (r"(error|visitor|files)_\w+|(state|protection)_\w+|(edit|delete|copy|select|show)_of|clean_\w+_of_project"
            r"|sort_\w+|(unavailable|unknown|pending|expired|used_up)_title")

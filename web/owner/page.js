@@ -4,6 +4,7 @@ import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {chooseLanguage, fillTexts, listenToLanguage, loadTexts, t} from '/shared/texts.js';
+import {startAccount} from './account.js';
 import {drawChart, sumOf} from './chart.js';
 import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {FilePicker, drawContents, PROJECT as FILES} from './files.js';
@@ -353,7 +354,8 @@ function listenToTurns() {
 async function start() {
   const languages = find('#language');
   await chooseLanguage(languages);
-  await loadTexts('/shared', '/owner');
+  await loadTexts('/shared', '/signin', '/owner');
+  if (!await startAccount()) return;
   fillTexts();
   listenToLanguage(languages);
   listen();

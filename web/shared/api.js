@@ -22,6 +22,13 @@ export function parseJson(text) {
         && JSON.rawJSON ? JSON.rawJSON(context.source) : value);
 }
 
+let askToSignIn; // see onSignedOut
+
+/** Lets `ask` sign in again when a call finds that nobody is signed in; the call is then repeated. */
+export function onSignedOut(ask) {
+  askToSignIn = ask;
+}
+
 /**
  * Calls version 1 of `method` of `api` with `params` at `path`, which is relative to the page, and
  * returns the answer's data. Throws ApiError, nothing else. With `keepalive` the call is made even
@@ -44,7 +51,10 @@ export async function callApi(path, api, method, params = {}, {keepalive = false
   } catch {
     throw new ApiError('network');
   }
-  if (response.status === 401) throw new ApiError('login');
+  if (response.status === 401) {
+    if (keepalive || !await askToSignIn?.()) throw new ApiError('login');
+    return callApi(path, api, method, params);
+  }
   let answer;
   try {
     answer = parseJson(text);
