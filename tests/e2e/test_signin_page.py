@@ -68,6 +68,7 @@ class SignInPage(unittest.TestCase):
         self.choose("out")
         browser.wait_for("#signin-account")
         self.assertNotIn(session["name"], browser.cookies())
+        browser.console()  # may tell of calls that were under way
         self.open("/webapi/docs/")
         self.sign_in()
         browser.wait(lambda: browser.url == self.demo.url + "/webapi/docs/")

@@ -128,6 +128,7 @@ function listen(menu, access) {
     sessions: () => access.open('sessions'),
     tokens: () => access.open('tokens'),
     out: async () => {
+      onSignedOut(null); // Calls that are under way ask for nothing.
       await callSignIn('logout');
       location.assign('/signin/');
     },
