@@ -38,12 +38,12 @@ class WebServers(unittest.TestCase):
         cls.package = packages(cls.folder.name)[0]
 
     @contextlib.contextmanager
-    def served(self, server):
+    def served(self, server, script=""):
         with contextlib.closing(Root(COPY)) as root:
             root.run("dpkg", "-i", root.take(self.package))
             root.lay_out()
             root.start_service()
-            root.shell(SERVERS[server])
+            root.shell(script + SERVERS[server])
             yield Client(root)
 
     def test_each_serves_owners_and_visitors(self):
@@ -56,6 +56,18 @@ class WebServers(unittest.TestCase):
                 self.check_sizes(client)
                 self.check_files(client)
                 self.check_logs(server, client)
+
+    def test_lighttpds_earlier_configuration_lets_owners_in(self):
+        """One that was changed and kept, and so still asks with the means that the package's part had loaded."""
+        ask = """sed -i 's|^include|var.velt_login = "velt-web"\\n&|' /etc/velt-sharing/lighttpd.conf
+            cat >>/etc/velt-sharing/lighttpd.conf <<'END'
+$HTTP["url"] =~ "^/webapi(/.*)?$" {
+  auth.require = ("" => ("method" => "basic", "realm" => "Share links", "require" => "valid-user"))
+}
+END
+"""
+        with self.served("lighttpd", ask) as client:
+            self.assertEqual(client.own("list").code, 0)
 
     def check_owner(self, client):
         moved = client.get("http://localhost/owner/page.js?a=b")
