@@ -71,21 +71,28 @@ class Hangs(unittest.TestCase):
         self.assertIn("qrcode", DEMO.data(SHARING, "set", {"project_name": "album"}))
 
     def test_pam(self):
-        service = DEMO.path("/etc/pam.d/velt-sharing")
-        with open(service, encoding="utf-8") as file:
-            before = file.read()
         link = DEMO.create(protect_type="user", protect_users=["bob"])
         login = {"mosk_username": "bob", "mosk_password": DEMO.accounts["bob"]}
-        try:
-            with open(service, "w", encoding="utf-8") as file:
-                file.write("auth required pam_exec.so quiet /bin/sleep 60\n" + before)
-            answers = self.while_hanging(lambda: DEMO.visitor(link).login(**login))
-        finally:
-            with open(service, "w", encoding="utf-8") as file:
-                file.write(before)
-        self.assertEqual([{"code": 117, "errors": "Execute Error: login internal error"}] * CALLS,
-                         [answer["error"] for answer in answers])
-        self.assertTrue(DEMO.visitor(link).login(**login)["success"])
+        owner = {"account": "bob", "password": DEMO.accounts["bob"]}
+        basic = {"Authorization": DEMO.authorization("bob")}
+        form = f"api={SHARING}&version=1&method=list"
+        for service, call, code in (
+                ("velt-sharing", lambda: DEMO.visitor(link).login(**login), 117),
+                ("velt-owner", lambda: DEMO.call("VELT.Core.SignIn", "login", owner, account=None), 3006),
+                ("velt-owner", lambda: DEMO.request("GET", f"/webapi/entry.cgi?{form}", headers=basic).json, 100)):
+            with self.subTest(service, code=code):
+                path = DEMO.path("/etc/pam.d/" + service)
+                with open(path, encoding="utf-8") as file:
+                    before = file.read()
+                try:
+                    with open(path, "w", encoding="utf-8") as file:
+                        file.write("auth required pam_exec.so quiet /bin/sleep 60\n" + before)
+                    answers = self.while_hanging(call)
+                finally:
+                    with open(path, "w", encoding="utf-8") as file:
+                        file.write(before)
+                self.assertEqual([code] * CALLS, [answer["error"]["code"] for answer in answers])
+                self.assertTrue(call()["success"])
 
     def test_a_plugin(self):
         library = "/usr/velt/lib/sharing/hangs.so"

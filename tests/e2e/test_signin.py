@@ -11,8 +11,10 @@ import sqlite3
 import struct
 import time
 import unittest
+import urllib.request
 
-from demo import SHARING, Demo, declared_methods
+import processes
+from demo import SHARING, Demo, declared_methods, free_port, wait_until
 
 SIGN_IN = "VELT.Core.SignIn"
 SID, BROWSER = "velt_owner_sid", "velt_owner_browser"
@@ -121,21 +123,33 @@ class Sessions(unittest.TestCase):
             current = [each for each in call("session_list", cookies).json["data"]["sessions"] if each["current"]]
             call("session_end", sign_in(), id=current[0]["id"])
 
-        def changed_password(_):
-            path = DEMO.path("/etc/shadow")
+        def edited(name, old, new):
+            path = DEMO.path("/etc/" + name)
             with open(path, encoding="utf-8") as file:
                 text = file.read()
-            write(path, text.replace("alice:$6$", "alice:!$6$"))
-            self.addCleanup(write, path, text)
+            write(path, text.replace(old, new))
+            ends.callback(write, path, text)
+
+        def replaced(account):
+            def replace(cookies):
+                ends.callback(DEMO.restart)  # no worker remembers the account of before
+                edited("passwd", "alice:x:70002:", account)
+                wait_until(lambda: account_of(cookies) == "")
+            return replace
+
+        def changed_password(_):
+            edited("shadow", "alice:$6$", "alice:!$6$")
             change("update owner_account set checked_at = checked_at - 60")
 
-        def aged(_):
-            change("update owner_session set created_at = created_at - 86400")
+        def aged(column, seconds):
+            return lambda _: change(f"update owner_session set {column} = {column} - {seconds}")
 
         for name, end in (("sign-out", lambda cookies: call("logout", cookies)), ("by another session", ended_by_id),
                           ("with all others", lambda _: call("session_end", sign_in(), others=True)),
-                          ("after a day", aged), ("locked", changed_password)):
-            with self.subTest(name):
+                          ("after a day", aged("created_at", 86400)), ("unused", aged("last_used", 12 * 3600)),
+                          ("account gone", replaced("renamed:x:70002:")),
+                          ("another account of this name", replaced("alice:x:70009:")), ("locked", changed_password)):
+            with self.subTest(name), contextlib.ExitStack() as ends:
                 stolen = sign_in()
                 self.assertEqual("alice", account_of(stolen))
                 end(stolen)
@@ -215,6 +229,27 @@ class Tokens(unittest.TestCase):
         self.assertEqual([1005, 1005, 0], [code(call("get", sign_in(), api=SHARING, sharing_id=link))
                                            for link in theirs.values()])
         self.assertEqual(0, code(ask("set", project_name="demo")))
+
+    def test_a_link_of_another_project_is_to_a_token_as_if_it_were_not(self):
+        token = make_token(scope="write", projects=["unused-project"])
+        link = DEMO.create(project_name="demo", protect_title="Planted title")
+        mine = sign_in()
+        before = call("get", mine, api=SHARING, sharing_id=link).json
+        for row in declared_methods():
+            if "user" not in row["access"] or row["api"] == SIGN_IN:
+                continue
+            body = {each["name"]: each["examples"][0] for each in row["parameters"] if each.get("required")}
+            body |= {"api": row["api"], "version": 1, "method": row["method"]}
+            with self.subTest(row["api"], method=row["method"]):
+                answers = []
+                for named in (link, "x" * len(link)):
+                    lists = {"sharing_ids": [named]} if "sharing_ids" in body else {}
+                    projects = {"project_name": "unused-project"} if "project_name" in body else {}
+                    answer = send({**body, "sharing_id": named, **lists, **projects}, headers=bearer(token))
+                    self.assertNotIn("Planted title", answer.text)
+                    answers.append((answer.status, answer.text.replace(named, "ID")))
+                self.assertEqual(*answers)
+                self.assertEqual(before, call("get", mine, api=SHARING, sharing_id=link).json)
 
     def test_what_is_no_token(self):
         token = make_token()
@@ -308,15 +343,33 @@ class OneTimeCodes(unittest.TestCase):
 
 
 class Secrets(unittest.TestCase):
-    def test_none_is_on_disk_or_in_a_log(self):
+    @unittest.skipUnless(os.geteuid() == 0, "an ordinary user's processes are that user's")
+    def test_no_worker_leaves_a_core_file(self):
+        supervisor = next(pid for pid in processes.children(DEMO.pid) if processes.name_of(pid) == "velt-webapid")
+        workers = processes.children(supervisor)
+        self.assertGreater(len(workers), 10)
+        # Files of one that is not dumpable belong to root, whatever its effective ids are (proc(5)).
+        self.assertEqual({0}, {os.stat(f"/proc/{worker}/mem").st_uid for worker in workers})
+
+    def test_none_is_on_disk_in_a_log_or_metric(self):
+        port = free_port()
+        write(DEMO.path("/usr/velt/etc/webapid.conf"),
+              f"request-log=stderr\nmetrics=127.0.0.1:{port}\n")
+        DEMO.restart()
         planted = [DEMO.accounts["alice"], *sign_in().values(), make_token(), "Gu3ssed-Passw0rd"]
         call("login", account="Gu3ssed-Passw0rd", password="Gu3ssed-Passw0rd")
         call("list", headers=bearer(planted[-2]), api=SHARING)
         call("list", headers=basic("alice", "Gu3ssed-Passw0rd"), api=SHARING)
         forget_failures()
+        texts = {}
         for path in glob.glob(os.path.dirname(DEMO.database) + "/*") + glob.glob(DEMO.path("/usr/velt/var/log") + "/*"):
             with open(path, "rb") as file:
-                text = file.read()
+                texts[path] = file.read()
+        with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics", timeout=20) as metrics:
+            texts["metrics"] = metrics.read()
+        self.assertIn(b"VELT.Core.SignIn", texts["metrics"])
+        self.assertTrue(any(b"method=login" in text for path, text in texts.items() if path.endswith("webapid.log")))
+        for path, text in texts.items():
             for secret in planted:
                 self.assertNotIn(secret.encode(), text, path)
 
