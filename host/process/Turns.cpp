@@ -32,7 +32,7 @@ std::optional<Incoming> Turns::Next() {
 
 bool Turns::Claim(std::size_t line) {
   // Before the look, so that of two workers that look at once at least one sees the other.
-  own_.party = kLines + line;
+  own_.party = ClaimOf(line);
   const auto count = std::ranges::count_if(pool_, [line](const Slot& slot) {
     const Party party = slot.party;
     return party != 0 && LineOf(party) == line;

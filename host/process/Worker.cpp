@@ -264,9 +264,12 @@ class Worker {
     const auto count = [slots](auto is) {
       return static_cast<std::size_t>(std::ranges::count_if(slots, is));
     };
-    return count([](const Slot& slot) { return slot.party != 0; }) + Length(lines) <
+    // All idle workers wake for one call and claim it for a moment.
+    return count([](const Slot& slot) { return !IsClaim(slot.party); }) + Length(lines) <
                slots.size() - 1 &&
-           count([party](const Slot& slot) { return slot.party == party; }) < ShareOf(slots);
+           count([party](const Slot& slot) { return slot.party == party; }) +
+                   lines[LineOf(party)].Length() <
+               ShareOf(slots);
   }
 
   // An answer that is sent in pieces.
