@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -110,8 +111,9 @@ void Spool::MakeFolder(const std::string& name, For whom) const {
   throw Refusal(kUnavailable);
 }
 
-std::string Spool::HandOver(const Descriptor& file, APIResponse& response) const {
-  return HeaderFor(Offer(file, response).substr(PathOf("").size()));
+std::string Spool::HandOver(const Descriptor& file, const std::string& part,
+                            APIResponse& response) const {
+  return HeaderFor(Offer(file, response).substr(PathOf("").size()), part);
 }
 
 // All downloads of a file in one second share a link, unless the file changes. Each path that the web
@@ -160,10 +162,20 @@ std::string Spool::Link(const Descriptor& file, APIResponse& response) const {
   return PathOf(name);
 }
 
-std::string Spool::HeaderFor(const std::string& name) const {
+std::string Spool::HeaderFor(const std::string& name, const std::string& part) const {
   const std::string& prefix = configuration_.accel_prefix();
-  return (prefix.empty() ? "X-Sendfile: " + PathOf(name) : "X-Accel-Redirect: " + prefix + name) +
-         "\r\n";
+  if (!prefix.empty()) return "X-Accel-Redirect: " + prefix + name + "\r\n";
+  const bool is_whole = part.empty();
+  return (is_whole ? "X-Sendfile: " : "X-Sendfile2: ") + PathOf(name) +
+         (is_whole ? "" : " " + part) + "\r\n";
+}
+
+std::string Spool::TagOf(const struct stat& status) const {
+  const bool is_nginx = !configuration_.accel_prefix().empty();
+  std::array<char, 96> text{};
+  std::snprintf(text.data(), text.size(), is_nginx ? "\"%lx-%lx\"" : "\"%lx-%lx-%lx\"",
+                status.st_mtim.tv_sec, status.st_size, status.st_mtim.tv_nsec);
+  return text.data();
 }
 
 }  // namespace VELT::files

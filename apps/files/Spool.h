@@ -2,6 +2,8 @@
 // belongs to root, and nobody else can change a name in it.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 
 #include "apps/files/Configuration.h"
@@ -21,11 +23,15 @@ class Spool {
   // path since. Answers of one second share a link, which is removed some seconds after the first.
   // The web server reads the file with its own account: throws Refusal(kUnavailable), with a log
   // line, when that account may not read it.
-  std::string HandOver(const Descriptor& file, APIResponse& response) const;
+  // `part` is "FIRST-LAST", or empty for the whole file.
+  std::string HandOver(const Descriptor& file, const std::string& part,
+                       APIResponse& response) const;
   // The same for a program that runs with the service's account: returns the link's path.
   std::string Offer(const Descriptor& file, APIResponse& response) const;
   // The header line for a file that stays in the spool.
-  std::string HeaderFor(const std::string& name) const;
+  std::string HeaderFor(const std::string& name, const std::string& part = "") const;
+  // The file's ETag. nginx, which makes its own, finds the same.
+  std::string TagOf(const struct stat& status) const;
 
   // Makes a folder in the spool, for root or for the service, unless it exists. Throws
   // Refusal(kUnavailable).

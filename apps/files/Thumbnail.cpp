@@ -121,7 +121,7 @@ bool IsKept(int folder, const std::string& name) {
 }  // namespace
 
 void GetThumbnail(const APIRequest& request, APIResponse& response) {
-  const Share share(Admit(request, response, false));
+  const Share share(Admit(request));
   MustShow(share);
   const std::string path = share.PathOf(Read(request, params::FilesLinkThumbnail::kPath));
   if (std::string_view(MediaTypeOf(share.NameOf(path)).kind) != "image") throw Refusal(kNoPicture);

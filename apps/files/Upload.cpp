@@ -27,7 +27,7 @@ void Answer(APIResponse& response, std::int64_t offset, const std::optional<std:
 }  // namespace
 
 void BeginUpload(const APIRequest& request, APIResponse& response) {
-  const sharing::record::Entry entry = Admit(request, response, false);
+  const sharing::record::Entry entry = Admit(request);
   const Share share(entry);
   const auto name = ToPath(Read(request, params::FilesLinkUploadBegin::kName));
   if (!name || name->empty() || name->find('/') != std::string::npos) throw Refusal(kNotFound);
@@ -43,7 +43,7 @@ void BeginUpload(const APIRequest& request, APIResponse& response) {
 
 void AddPiece(const APIRequest& request, APIResponse& response) {
   using Row = params::FilesLinkUploadPiece;
-  const sharing::record::Entry entry = Admit(request, response, false);
+  const sharing::record::Entry entry = Admit(request);
   const Share share(entry);
   const std::int64_t offset = Read(request, Row::kOffset);
   const std::string& piece = request.GetRawBody();
@@ -53,7 +53,7 @@ void AddPiece(const APIRequest& request, APIResponse& response) {
 }
 
 void GetUploadState(const APIRequest& request, APIResponse& response) {
-  const sharing::record::Entry entry = Admit(request, response, false);
+  const sharing::record::Entry entry = Admit(request);
   const Share share(entry);
   const UploadStore::State state =
       UploadStore(share, entry.get_hash())

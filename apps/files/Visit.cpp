@@ -1,6 +1,7 @@
 #include "apps/files/Visit.h"
 
 #include <string>
+#include <utility>
 
 #include "apps/files/Refusal.h"
 #include "veltsharing/Keys.h"
@@ -33,27 +34,44 @@ Code CodeOf(LoginResult result) {
   return kNoVisit;
 }
 
-}  // namespace
-
-Entry Admit(const APIRequest& request, APIResponse& response, bool log_in) {
+Guest Find(const APIRequest& request) {
   Entry entry = request.GetSharingEntry();
   if (!request.IsSharing() || entry.get_id() == 0 || entry.get_project_name() != kProject) {
     throw Refusal(kNoLink);
   }
-  const std::string sid = request.GetSharingSID();
-  if (sharing::HoldsToken(entry, sid)) return entry;
+  const bool needs_visit = !sharing::HoldsToken(entry, request.GetSharingSID());
   // A link that is off or outside its times is refused like a missing one.
   const LinkStatus status = entry.get_status();
   const bool is_open = status == LinkStatus::kActive || status == LinkStatus::kUsedUp;
-  if (!is_open || entry.get_owner_user().empty()) throw Refusal(kNoLink);
-  if (!log_in || entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
-  const _tag_sharing_login_params params{entry.get_hash().c_str(), "", "", "",
+  if (needs_visit && (!is_open || entry.get_owner_user().empty())) throw Refusal(kNoLink);
+  return {std::move(entry), needs_visit};
+}
+
+}  // namespace
+
+Entry Admit(const APIRequest& request) {
+  Guest guest = Find(request);
+  if (guest.needs_visit) throw Refusal(kNoVisit);
+  return std::move(guest.entry);
+}
+
+Guest AdmitDownload(const APIRequest& request) {
+  Guest guest = Find(request);
+  if (!guest.needs_visit) return guest;
+  if (guest.entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
+  if (guest.entry.get_status() == LinkStatus::kUsedUp) throw Refusal(kUsedUp);
+  return guest;
+}
+
+void MakeVisit(const APIRequest& request, APIResponse& response, const Guest& guest) {
+  if (!guest.needs_visit || request.IsHead()) return;
+  const std::string sid = request.GetSharingSID();
+  const _tag_sharing_login_params params{guest.entry.get_hash().c_str(), "", "", "",
                                          sid.empty() ? nullptr : sid.c_str()};
   std::string fresh;
   const auto result = static_cast<LoginResult>(VeltSharingLogin(fresh, &params, false));
   if (result != LoginResult::kLoggedIn) throw Refusal(CodeOf(result));
   response.AddCookie("/", sharing::SZK_SHARING_SID, fresh, 0, "", false, false);
-  return entry;
 }
 
 }  // namespace VELT::files

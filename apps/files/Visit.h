@@ -10,9 +10,19 @@ namespace VELT::files {
 constexpr const char* kProject = "files";
 
 // Returns the link of a visitor's request, as it is in the store now. Throws Refusal when the link
-// is not this application's, or the visitor has no valid visit. With `log_in`, a visitor without a
-// visit is logged in to a link that has no protection; that visit counts like any other, and its
-// cookie is set. So a single request can download a file.
-sharing::record::Entry Admit(const APIRequest& request, APIResponse& response, bool log_in);
+// is not this application's, or the visitor has no valid visit.
+sharing::record::Entry Admit(const APIRequest& request);
+
+// The same for a download, for which a link without protection also lets in who has no visit yet. So a
+// single request can download a file.
+struct Guest {
+  sharing::record::Entry entry;
+  bool needs_visit;
+};
+Guest AdmitDownload(const APIRequest& request);
+
+// Logs a guest without a visit in, once there is something to send: the visit counts like any other,
+// and its cookie is set. A request for the header alone makes none. Throws Refusal.
+void MakeVisit(const APIRequest& request, APIResponse& response, const Guest& guest);
 
 }  // namespace VELT::files

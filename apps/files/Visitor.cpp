@@ -1,11 +1,13 @@
 // A visitor's listing and downloads.
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "apps/files/Conditions.h"
 #include "apps/files/Ids.h"
 #include "apps/files/Methods.h"
 #include "apps/files/Names.h"
@@ -49,10 +51,26 @@ std::string SafetyHeaders(const MediaType& media) {
   return lines;
 }
 
+std::string StatusLines(const Verdict& verdict, const struct stat& status) {
+  const std::string size = "/" + std::to_string(status.st_size) + "\r\n";
+  switch (verdict.status) {
+    case 206:
+      return "Status: 206 Partial Content\r\nContent-Range: bytes " + verdict.part + size;
+    case 304:
+      return "Status: 304 Not Modified\r\n";
+    case 412:
+      return "Status: 412 Precondition Failed\r\n";
+    case 416:
+      return "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes *" + size;
+    default:
+      return "";
+  }
+}
+
 }  // namespace
 
 void ListShare(const APIRequest& request, APIResponse& response) {
-  const Share share(Admit(request, response, false));
+  const Share share(Admit(request));
   const std::string visitors = Read(request, params::FilesLinkList::kPath);
   Json::Value data;
   data["upload"] = share.upload().allowed ? ToJson(share.upload()) : Json::Value();
@@ -79,22 +97,32 @@ void ListShare(const APIRequest& request, APIResponse& response) {
 }
 
 void GetFile(const APIRequest& request, APIResponse& response) {
-  const Share share(Admit(request, response, true));
+  const Guest guest = AdmitDownload(request);
+  const Share share(guest.entry);
   MustShow(share);
   const std::string path = share.PathOf(Read(request, params::FilesLinkGet::kPath));
   Descriptor file;
+  struct stat status {};
   {
     const IdsGuard owner(share.owner());
     const Found found = share.Find(path);
     if (found.IsFolder()) throw Refusal(kWrongKind);
     file = Open(found, O_RDONLY | O_NONBLOCK);
+    status = found.status;
   }
-  const std::string handed = Spool(share.configuration()).HandOver(file, response);
+  const Spool spool(share.configuration());
+  const std::string tag = spool.TagOf(status);
+  const Verdict verdict = Judge(request, tag, status);
+  std::string header = StatusLines(verdict, status);
+  if (verdict.status < 300) {
+    header += spool.HandOver(file, verdict.part, response);
+    MakeVisit(request, response, guest);
+  }
   const std::string name = share.NameOf(path);
   const MediaType media = MediaTypeOf(name);
   const bool shown = Read(request, params::FilesLinkGet::kShow) && media.kind[0] != '\0';
-  const std::string header =
-      handed + SafetyHeaders(media) + ContentDisposition(!shown, name) + "\r\n";
+  header += "ETag: " + tag + "\r\nLast-Modified: " + HttpDate(status.st_mtim.tv_sec) + "\r\n" +
+            SafetyHeaders(media) + ContentDisposition(!shown, name) + "\r\n";
   response.SetEnableOutput(false);
   std::fwrite(header.data(), 1, header.size(), stdout);
 }

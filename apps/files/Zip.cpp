@@ -292,16 +292,18 @@ std::string NameOfArchive(const sharing::record::Entry& entry, const Share& shar
 }  // namespace
 
 void GetZip(const APIRequest& request, APIResponse& response) {
-  const sharing::record::Entry entry = Admit(request, response, true);
-  const Share share(entry);
+  const Guest guest = AdmitDownload(request);
+  const Share share(guest.entry);
   MustShow(share);
   const std::vector<std::string> paths = WithoutContained(ChosenPaths(request, share));
   const bool is_any = std::any_of(paths.begin(), paths.end(), [&share](const std::string& path) {
     return IsThere(share, path);
   });
   if (!is_any) throw Refusal(kNotFound);
+  MakeVisit(request, response, guest);
   const std::string header = "Content-Type: application/zip\r\nReferrer-Policy: no-referrer\r\n" +
-                             ContentDisposition(true, NameOfArchive(entry, share, paths)) + "\r\n";
+                             ContentDisposition(true, NameOfArchive(guest.entry, share, paths)) +
+                             "\r\n";
   if (!response.Send(header)) return;
   try {
     ZipStream zip(share, response);

@@ -32,6 +32,16 @@
 namespace VELT::host {
 namespace {
 
+// What APIRequest::GetHeader knows, and the variables that have it.
+constexpr std::pair<const char*, const char*> kPassedHeaders[] = {
+    {"If-Match", "HTTP_IF_MATCH"},
+    {"If-None-Match", "HTTP_IF_NONE_MATCH"},
+    {"If-Modified-Since", "HTTP_IF_MODIFIED_SINCE"},
+    {"If-Unmodified-Since", "HTTP_IF_UNMODIFIED_SINCE"},
+    {"If-Range", "HTTP_IF_RANGE"},
+    {"Range", "HTTP_RANGE"},
+};
+
 // What a link's address may go on with.
 constexpr std::pair<std::string_view, Address::Kind> kDoors[] = {
     {"/webapi", Address::Kind::kVisitor},
@@ -252,6 +262,11 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Addre
                      IsSecure(request, context->base_url)};
   context->server_name = options_.server_name;
   context->cookies = ReadCookies(request.Variable("HTTP_COOKIE"));
+  context->is_head = request.Variable("REQUEST_METHOD") == "HEAD";
+  for (const auto& [name, variable] : kPassedHeaders) {
+    const std::string value = request.Variable(variable);
+    if (!value.empty()) context->headers[name] = value;
+  }
   const auto language = context->cookies.find(kLanguageCookie);
   const bool is_chosen = language != context->cookies.end() && IsUILanguage(language->second);
   context->language =
@@ -304,12 +319,8 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Ad
     if (refusal) return *refusal;
   }
   if (HasRawBody(request)) context->raw_body = request.body;
-  const Call call{*method,
-                  api + " " + name,
-                  context->client.secure,
-                  request.judged,
-                  request.Variable("REQUEST_METHOD") == "HEAD",
-                  sink,
+  const bool is_head = context->is_head;
+  const Call call{*method, api + " " + name, context->client.secure, request.judged, is_head, sink,
                   note};
   return CallMethod(call, std::move(context));
 }

@@ -138,6 +138,13 @@ const APIClient& APIRequest::GetClient() const { return context_->client; }
 const sharing::owners::Owner& APIRequest::GetOwner() const { return context_->owner; }
 std::string APIRequest::GetServerName() const { return context_->server_name; }
 
+bool APIRequest::IsHead() const { return context_->is_head; }
+
+std::string APIRequest::GetHeader(const std::string& name) const {
+  const auto found = context_->headers.find(name);
+  return found != context_->headers.end() ? found->second : std::string();
+}
+
 std::string APIRequest::GetCookie(const std::string& name, const std::string& fallback) const {
   const auto found = context_->cookies.find(name);
   return found != context_->cookies.end() ? found->second : fallback;

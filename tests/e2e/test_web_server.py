@@ -48,6 +48,8 @@ class LargeBodies(unittest.TestCase):
                     with self.subTest(side=side, mib=mib, form=form):
                         done = self.send(path, mib, form)
                         self.assertEqual((413, "application/json"), (done.status, done.headers["content-type"][:16]))
+                        self.assertEqual(["nosniff", "no-store", "same-site"], [done.headers[name] for name in (
+                            "x-content-type-options", "cache-control", "cross-origin-resource-policy")])
                         self.assertEqual(answer, done.json)
 
     def send(self, path, mib, form):

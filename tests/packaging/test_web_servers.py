@@ -55,6 +55,7 @@ class WebServers(unittest.TestCase):
                 self.check_visitor(client)
                 self.check_sizes(client)
                 self.check_files(client)
+                self.check_conditions(server, client)
                 self.check_logs(server, client)
 
     def test_lighttpds_earlier_configuration_lets_owners_in(self):
@@ -149,6 +150,8 @@ END
                                 headers=["Content-Type: application/x-www-form-urlencoded"])
             self.assertEqual((answer.code, limit in answer.json["error"]["errors"]), (106, True), (path, size))
             self.assertIn("application/json", answer.headers["content-type"])
+            self.assertEqual((answer.headers["x-content-type-options"], answer.headers["cache-control"]),
+                             ("nosniff", "no-store"), (path, size))
 
     def check_files(self, client):
         link = client.create(project_name="files", app={"root": "home", "items": ["numbers.txt", "picture.png"]})
@@ -187,6 +190,26 @@ END
         self.assertEqual(done.json["data"]["name"], "left.bin")
         self.assertEqual(client.root.shell(f"stat -c %U:%G:%a {HOMES}/{OWNER}/inbox/left.bin"),
                          f"{OWNER}:www-data:640\n")
+
+    def check_conditions(self, server, client):
+        link = client.create(project_name="files", app={"root": "home", "items": ["numbers.txt", "picture.png"]})
+        calls = [f"/sharing/{link}/webapi?" + urllib.parse.urlencode(
+            {"api": LINK, "version": 1, "method": "get", "path": path}) for path in "01"]
+        first, second = (client.get(call) for call in calls)
+        tag, size = first.headers["etag"], len(first.body)
+        self.assertNotEqual(tag, second.headers["etag"])
+        for header, status, part in [("If-Match: \"x\"", 412, None), (f"If-Match: {tag}", 200, None),
+                                     (f"If-None-Match: {tag}", 304, None),
+                                     ("If-Unmodified-Since: Thu, 01 Jan 2015 00:00:00 GMT", 412, None),
+                                     (f"Range: bytes={size}-", 416, f"bytes */{size}"),
+                                     (f"Range: bytes=5-{'9' * 30}", 206, f"bytes 5-{size - 1}/{size}")]:
+            if server == "nginx" and status == 206:
+                status, part = 416, f"bytes */{size}"  # it reads no such number
+            answer = client.get(calls[0], headers=[header])
+            self.assertEqual((answer.status, answer.headers.get("content-range")), (status, part), header)
+            if status < 300:
+                self.assertEqual(len(answer.body), size - 5 if part else size, header)
+            self.assertFalse({"x-sendfile", "x-sendfile2", "x-accel-redirect"} & set(answer.headers))
 
     def login(self, client, link):
         answer = client.call(f"/sharing/{link}/webapi", "VELT.Core.Sharing.Login", "login", "-c", "/tmp/jar",

@@ -30,6 +30,8 @@ struct RequestContext {
 
   std::map<std::string, RawParameter> parameters;
   std::map<std::string, std::string> cookies;
+  std::map<std::string, std::string> headers;  // those that APIRequest::GetHeader knows
+  bool is_head = false;
   unsigned int login_uid = kNobody;
   bool is_admin = false;
   bool is_sharing = false;

@@ -77,6 +77,12 @@ class APIRequest {
   // What the server is called where owners sign in.
   std::string GetServerName() const;
 
+  // Whether the client asks for the header of a GET's answer alone, which must change nothing (HEAD).
+  bool IsHead() const;
+  // A field of the request's header about conditions or parts: If-Match, If-None-Match,
+  // If-Modified-Since, If-Unmodified-Since, If-Range or Range. Empty when there is none.
+  std::string GetHeader(const std::string& name) const;
+
   std::string GetCookie(const std::string& name, const std::string& fallback) const;
   // The code of the browser's preferred language, such as "ger"; "enu" when the appliance has none
   // of the browser's languages.
