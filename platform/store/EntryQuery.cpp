@@ -24,6 +24,8 @@
 namespace VELT::sharing::db {
 namespace {
 
+constexpr std::size_t kLeastOfId = 6;  // characters of an id that find it, as many as logs have
+
 enum class Kind { kId, kText, kNumber, kBool, kTime, kProtectType, kRedirectType };
 
 }  // namespace
@@ -105,7 +107,10 @@ std::optional<long long> StoredNumber(Kind kind, const std::string& text) {
 }  // namespace
 
 EntryQuery::EntryQuery(const Condition& condition)
-    : offset_(std::max(condition.offset_, 0)), limit_(condition.limit_) {
+    : search_(condition.search_),
+      offset_(std::max(condition.offset_, 0)),
+      limit_(condition.limit_),
+      none_(!IsCleanText(condition.search_)) {
   for (const auto& [field, text] : condition.where_) AddFilter(field, text);
   for (const auto& [field, ascending] : condition.order_) AddOrder(field, ascending);
 }
@@ -148,17 +153,21 @@ void BindProjects(soci::statement& statement) {
   }
 }
 
-std::string EntryQuery::Where(const char* unindexed) const {
+std::string EntryQuery::Where(const Dialect& dialect, bool unindexed) const {
   if (none_) return " where 1 = 0";
   std::string text;
   for (std::size_t index = 0; index < filters_.size(); ++index) {
     text += text.empty() ? " where " : " and ";
-    text += unindexed;
+    if (unindexed) text += dialect.unindexed;
     text += filters_[index].column->name;
     text += " = :value" + std::to_string(index);
   }
   const std::string projects = AmongProjects();
-  return projects.empty() ? text : text + (text.empty() ? " where " : " and ") + projects;
+  if (!projects.empty()) text += (text.empty() ? " where " : " and ") + projects;
+  if (search_.empty()) return text;
+  text += text.empty() ? " where (" : " and (";
+  if (search_.size() >= kLeastOfId) text += "substr(hash, 1, length(:search)) = :search or ";
+  return text + dialect.title_contains_search + ")";
 }
 
 bool EntryQuery::IsFixed(const Column* column) const {
@@ -191,10 +200,11 @@ void EntryQuery::Bind(soci::statement& statement) const {
     }
   }
   BindProjects(statement);
+  if (!search_.empty()) statement.exchange(soci::use(search_, "search"));
 }
 
 std::optional<long long> EntryQuery::KnownCount(soci::session& sql) const {
-  if (!VisibleProjects().empty()) return std::nullopt;
+  if (!VisibleProjects().empty() || !search_.empty()) return std::nullopt;
   std::optional<long long> owner;
   std::optional<std::string> project;
   for (const Filter& filter : filters_) {
@@ -216,7 +226,7 @@ void EntryQuery::Count(soci::session& sql, int& n) const {
     soci::statement statement(sql);
     statement.exchange(soci::into(*count));
     Bind(statement);
-    Prepare(statement, "select count(*) from link" + Where(""));
+    Prepare(statement, "select count(*) from link" + Where(DialectOf(sql), false));
     statement.execute(true);
   }
   n = static_cast<int>(std::min<long long>(*count, std::numeric_limits<int>::max()));
@@ -252,10 +262,10 @@ void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) co
   if (paged) {
     // An index alone gives the page's ids; only the page's own rows are read from the table.
     const bool unindexed = *dialect.unindexed != '\0' && FollowsOrder(sql);
-    text += " where id in (select id from link" + Where(unindexed ? dialect.unindexed : "") +
-            order + " limit :limit offset :offset)";
+    text += " where id in (select id from link" + Where(dialect, unindexed) + order +
+            " limit :limit offset :offset)";
   } else {
-    text += Where("");
+    text += Where(dialect, false);
   }
   EntryRow row;
   soci::statement statement(sql);

@@ -40,8 +40,7 @@ class EntryQuery {
   void AddFilter(const std::string& field, const std::string& text);
   void AddOrder(const std::string& field, bool ascending);
 
-  // `unindexed` is the dialect's or empty.
-  std::string Where(const char* unindexed) const;
+  std::string Where(const Dialect& dialect, bool unindexed) const;
   std::string OrderBy(const Dialect& dialect) const;
   bool IsFixed(const Column* column) const;
   void Bind(soci::statement& statement) const;
@@ -50,6 +49,7 @@ class EntryQuery {
   bool FollowsOrder(soci::session& sql) const;
 
   std::vector<Filter> filters_;
+  std::string search_;                                 // empty: none
   std::vector<std::pair<const Column*, bool>> order_;  // with whether it ascends
   long long offset_;
   long long limit_;    // negative: none

@@ -9,7 +9,7 @@ import unittest
 
 from demo import SHARING, Demo, Visitor, declared_methods, door
 
-FILES, VISITS, SIGN_IN = "VELT.Files", "VELT.Visits", "VELT.Core.SignIn"
+FILES, LINKS, VISITS, SIGN_IN = "VELT.Files", "VELT.Links", "VELT.Visits", "VELT.Core.SignIn"
 LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
 SID = "sharing_sid"
 CALLERS = ("nobody", "owner", "other", "admin", "visitor", "elsewhere", "stranger")
@@ -120,6 +120,23 @@ class Matrix(unittest.TestCase):
                 if account == "admin" and everybody:
                     self.assertEqual(set(h for h, in query("select hash from link")), ids)
 
+    def test_a_search_finds_only_the_callers_links(self):
+        mine, theirs = (DEMO.create(account, protect_title="Wanted") for account in ("alice", "bob"))
+        listed = DEMO.create("alice", protect_title="wanted", project_name="search", protect_type="user",
+                             protect_users=["alice"])
+        for account, params, sees in (
+                ("alice", {}, [listed, mine]), ("alice", {"all_entry": True}, [listed, mine]), ("bob", {}, [theirs]),
+                ("admin", {}, []), ("admin", {"all_entry": True}, [listed, theirs, mine]),
+                ("alice", {"project_name": "search"}, [listed]), ("alice", {"share_with_me": True}, [listed]),
+                ("alice", {"share_with_me": True, "offset": 1}, []), ("alice", {"limit": 1}, [listed]),
+                ("alice", {"text": "wanted "}, []), ("alice", {"text": mine[:6]}, [mine]), ("bob", {"text": mine}, [])):
+            with self.subTest(account, **params):
+                found = DEMO.data(LINKS, "find", {"text": "wanteD", **params}, account)
+                self.assertEqual(sees, [link["sharing_id"] for link in found["sharings"]])
+                every = 2 if "limit" in params else 1 if "offset" in params else len(sees)
+                self.assertEqual(every, found["total"])
+                self.assertFalse([link for link in found["sharings"] if "qrcode" in link])
+
     def test_days_of_visits_are_told_to_the_owner_and_to_administrators(self):
         mine, theirs = DEMO.create("alice"), DEMO.create("bob")
         for _ in range(2):
@@ -173,7 +190,7 @@ class Disclosure(unittest.TestCase):
         others = (DEMO.create(protect_title="There"), DEMO.links["disabled"], "x" * 22)
         refusals = set()
         for api, method in ((row["api"], row["method"]) for row in METHODS):
-            if method in ("set", "delete", "list", "trigger_gc"):
+            if method in ("set", "delete", "list", "find", "trigger_gc"):
                 continue
             for other in others:
                 refusals.add(json.dumps(here.call(api, method, {"sharing_id": other})))

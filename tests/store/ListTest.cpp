@@ -111,6 +111,37 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
   }
 }
 
+TEST_P(ListTest, SearchesTitlesInEitherCaseAndTheBeginningOfIds) {
+  const auto titled = [this](const char* title) {
+    return Make(Set(&Entry::set_protect_title, std::string(title)));
+  };
+  const Entry autumn = titled("Übung im Herbst 100%");
+  const Entry spring = titled("übung_ im \xD0\x9C\xD0\x90\xD0\x99, 100 links");
+  const Entry other = titled("");
+  const std::string id = other.get_hash();
+  using Ids = std::vector<std::int64_t>;
+  const std::vector<std::pair<std::string, Ids>> rows = {
+      {"ÜBUNG", {autumn.get_id(), spring.get_id()}},
+      {"\xD0\xBC\xD0\xB0\xD0\xB9", {spring.get_id()}},
+      {"100%", {autumn.get_id()}},
+      {"g_", {spring.get_id()}},
+      {"' or 1=1 --", {}},
+      {"\xFF", {}},
+      {"", {autumn.get_id(), spring.get_id(), other.get_id()}},
+      {id, {other.get_id()}},
+      {id.substr(0, 6), {other.get_id()}},
+      {id.substr(0, 5), {}},
+      {id.substr(1, 6), {}}};
+  for (const auto& [text, expected] : rows) {
+    const int count = static_cast<int>(expected.size());
+    const auto search = [&, t = text](auto& c) { c.Search(t), c.OrderBy("created_at", true); };
+    EXPECT_EQ(Find(search, count), expected) << text;
+    const auto page =
+        Find([&](auto& c) { search(c), c.Limit(1, 1), c.Where("owner_uid", "7001"); }, count);
+    EXPECT_EQ(page, count > 1 ? Ids{expected[1]} : Ids{}) << text;
+  }
+}
+
 TEST_P(ListTest, PagesOverEqualKeysHoldEveryLinkOnce) {
   std::vector<std::int64_t> want(23);
   for (int index = 0; auto& id : want) id = Make(WithVisits(index++ % 2)).get_id();

@@ -9,10 +9,9 @@ import {drawChart, sumOf} from './chart.js';
 import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {FilePicker, drawContents, PROJECT as FILES} from './files.js';
 import {LinkForm} from './form.js';
-import {TitleSearch} from './search.js';
 import {Selection} from './selection.js';
 import {ShareDialog} from './share.js';
-import {COLUMNS, drawTable} from './table.js';
+import {COLUMNS, drawTable, qrCell} from './table.js';
 import {DelayedDeletion} from './undo.js';
 
 const find = (selector) => document.querySelector(selector);
@@ -46,8 +45,12 @@ const deletion = new DelayedDeletion(find('#undo'), {
   changed: (text) => load(text),
   closed: () => find(find('#selection').hidden ? '#new' : '#select-all').focus(),
 });
-const search = new TitleSearch((page) => call('list', {...listParams(), ...page}));
 const picker = new FilePicker(find('#pick'), (app, title) => form.open(null, FILES, {app, protect_title: title}));
+
+const rowActions = {
+  sort, show, copy, edit, remove,
+  isChosen: (entry) => selection.has(entry), choose: (entry, chosen) => selection.toggle(entry, chosen),
+};
 
 function scopeParams() {
   return {
@@ -56,29 +59,23 @@ function scopeParams() {
   };
 }
 
-function listParams() {
-  return {
+function listLinks(page) {
+  const params = {
     ...scopeParams(), ...(view.sharedWithMe && {share_with_me: true}),
-    sort_by: view.sortBy, sort_direction: view.ascending ? 'ASC' : 'DESC',
+    sort_by: view.sortBy, sort_direction: view.ascending ? 'ASC' : 'DESC', ...page,
   };
+  return view.search === '' ? call('list', params) :
+    callApi('webapi/entry.cgi', 'VELT.Links', 'find', {...params, text: view.search});
 }
 
 // Asks for the page of links that `view` names and draws it; `done` is announced before the result.
 async function load(done = '') {
   const turn = ++latestLoad;
   find('#links').setAttribute('aria-busy', 'true');
-  find('#search-note').hidden = view.search === '';
   let answer;
   try {
-    if (view.search !== '') {
-      await search.find(view.search, JSON.stringify(listParams()), (result) => {
-        if (turn === latestLoad) drawFound(result, done);
-        return turn === latestLoad;
-      });
-      return;
-    }
     // As many more as are hidden.
-    answer = await call('list', {...listParams(), offset: view.offset, limit: view.limit + deletion.size});
+    answer = await listLinks({offset: view.offset, limit: view.limit + deletion.size});
   } catch (error) {
     if (turn === latestLoad) showProblem(error);
     return;
@@ -92,6 +89,7 @@ async function load(done = '') {
     if (answer.total > 0) return void await load(done);
   }
   draw(answer, done);
+  if (view.search !== '') drawQrCodes(answer.sharings);
 }
 
 function showProblem(error) {
@@ -104,29 +102,12 @@ function tell(problem) {
   find('#problem').hidden = false;
 }
 
-function drawFound({matches, searched, total, done: isDone}, done) {
-  const note = !isDone ? t('search_progress', {searched, total: total === Infinity ? '…' : total}) :
-    t(searched < total ? 'search_part' : 'search_all', {count: searched, total});
-  find('#search-note').textContent = note;
-  const left = matches.filter((entry) => !deletion.holds(entry));
-  if (left.length === 0 && !isDone) return; // There may be some yet.
-  if (view.offset >= left.length) view.offset = 0;
-  draw({sharings: left.slice(view.offset, view.offset + view.limit), total: left.length}, done);
-  if (searched < total) drawEmpty(left.length === 0, true);
-  find('#links').setAttribute('aria-busy', !isDone);
-}
-
 function draw(answer, done) {
   find('#problem').hidden = true;
   const table = find('#links');
   table.setAttribute('aria-busy', 'false');
   table.hidden = answer.total === 0;
-  if (!drawTable(table, answer.sharings, view, {
-    sort, show, copy, edit, remove,
-    isChosen: (entry) => selection.has(entry), choose: (entry, chosen) => selection.toggle(entry, chosen),
-  })) {
-    find('#new').focus();
-  }
+  if (!drawTable(table, answer.sharings, view, rowActions)) find('#new').focus();
   selection.show(answer.sharings);
   drawVisits(answer.sharings);
   for (const {project_name: name} of answer.sharings) projects.add(name);
@@ -142,6 +123,20 @@ function draw(answer, done) {
   drawChoices();
   const now = answer.total === 0 ? t('no_links_said') : t('range_said', {range});
   find('#status').textContent = `${done} ${now}`.trim();
+}
+
+// What a search finds comes without them.
+async function drawQrCodes(entries) {
+  const turn = latestLoad;
+  for (const entry of entries) {
+    try {
+      ({qrcode: entry.qrcode} = await call('get', {sharing_id: entry.sharing_id}));
+    } catch {
+      continue; // The link may be gone meanwhile.
+    }
+    if (turn !== latestLoad) return;
+    find(`#links [data-id="${CSS.escape(entry.sharing_id)}"] td.qr`).replaceChildren(...qrCell(entry, rowActions));
+  }
 }
 
 // The visits of each day come after the links. Where the appliance keeps none, there are no charts.
@@ -163,11 +158,10 @@ async function drawVisits(entries) {
   }
 }
 
-function drawEmpty(empty, isPart = false) {
+function drawEmpty(empty) {
   const narrowed = view.project !== '' || view.sharedWithMe || view.search !== '';
   find('#empty').hidden = !empty;
-  const noMatch = isPart ? ['no_match_part', 'no_match_part_text'] : ['no_match', 'no_match_text'];
-  const [title, text] = narrowed ? noMatch : ['empty_title', 'empty_text'];
+  const [title, text] = narrowed ? ['no_match', 'no_match_text'] : ['empty_title', 'empty_text'];
   find('#empty h2').textContent = t(title);
   find('#empty p').textContent = t(text);
   find('#empty ol').hidden = narrowed;
@@ -201,7 +195,6 @@ async function drawScope() {
 }
 
 async function loadAll(done) {
-  search.forget();
   await Promise.all([load(done), drawScope()]);
 }
 

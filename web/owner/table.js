@@ -74,7 +74,8 @@ function selectCell(entry, on) {
   })];
 }
 
-function qrCell(entry, on) {
+/** What the cell of the entry's QR code holds; `on` as for drawTable. */
+export function qrCell(entry, on) {
   const image = qrImage(entry);
   if (!image) return [make('span', {class: 'quiet'}, t('none'))];
   return [make('button', {

@@ -6,6 +6,10 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include <algorithm>
+#include <climits>
+#include <clocale>
+#include <cwchar>
+#include <cwctype>
 #include <string_view>
 
 #include "veltsys/Text.h"
@@ -23,13 +27,12 @@ constexpr const char* kPostgresqlDefaults =
     "tcp_user_timeout=20000 fallback_application_name=velt-sharing ";
 
 // The number of the advisory lock has no meaning.
-constexpr Dialect kSqliteDialect{"begin immediate", "", "", "", "+", "", ""};
+constexpr Dialect kSqliteDialect{
+    "begin immediate", "", "", "", "+", "contains(protect_title, :search)", "", ""};
 constexpr Dialect kPostgresqlDialect{
-    "begin",
-    " for update",
-    "substr(",
-    ", 1, 255)",
-    "",
+    "begin", " for update", "substr(", ", 1, 255)", "",
+    // Whatever the database's own locale is.
+    "strpos(lower(protect_title collate \"und-x-icu\"), lower(:search collate \"und-x-icu\")) > 0",
     "(select pg_try_advisory_xact_lock(1986358388)) and ",
     "(select pg_advisory_xact_lock_shared(1986358388)) is not null and "};
 
@@ -37,6 +40,29 @@ constexpr Dialect kPostgresqlDialect{
 // prevents it. The escapes also keep SOCI from reading parts of the path as its own parameters.
 std::string SqliteUri(const std::string& path) {
   return "file:" + EncodePercent(path, "/") + "?mode=rw";
+}
+
+std::wstring LowerCase(sqlite_api::sqlite3_value* value) {
+  static const locale_t kLocale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const auto* at = reinterpret_cast<const char*>(sqlite_api::sqlite3_value_text(value));
+  std::wstring text;
+  const locale_t before = uselocale(kLocale);
+  std::mbstate_t state{};
+  wchar_t letter = 0;
+  // What the store holds is UTF-8 without zero bytes.
+  for (std::size_t size = 0;
+       (size = std::mbrtowc(&letter, at, MB_LEN_MAX, &state)) - 1 < MB_LEN_MAX; at += size) {
+    text += static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(letter)));
+  }
+  uselocale(before);
+  return text;
+}
+
+// SQLite's own functions know the two cases of ASCII letters only.
+void Contains(sqlite_api::sqlite3_context* context, int /*count*/,
+              sqlite_api::sqlite3_value** values) {
+  const bool found = LowerCase(values[0]).find(LowerCase(values[1])) != std::wstring::npos;
+  sqlite_api::sqlite3_result_int(context, found ? 1 : 0);
 }
 
 std::unique_ptr<soci::session> OpenPostgresql(const std::string& parameters) {
@@ -77,6 +103,11 @@ std::unique_ptr<soci::session> OpenSession(const std::string& connection) {
     auto session = std::make_unique<soci::session>(*soci::factory_sqlite3(),
                                                    "db=" + SqliteUri(path) + " timeout=5");
     *session << "pragma foreign_keys = on";
+    auto* backend = static_cast<soci::sqlite3_session_backend*>(  // NOLINT(*-static-cast-downcast)
+        session->get_backend());
+    sqlite_api::sqlite3_create_function(backend->conn_, "contains", 2,
+                                        SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, Contains,
+                                        nullptr, nullptr);
     *session << "pragma synchronous = full";
     return session;
   }

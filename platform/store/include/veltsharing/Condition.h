@@ -16,6 +16,9 @@ class Condition {
  public:
   // Keeps only links whose field `key` has `value`, in text form. Several conditions must all hold.
   void Where(const std::string& key, const std::string& value);
+  // Keeps only links whose title contains `text`, letters of either case alike, or whose id begins
+  // with it and its at least six characters. A repeated call replaces the text; empty: all links.
+  void Search(const std::string& text) { search_ = text; }
   // Sorts by `field`, then by the fields of later calls, and at last by id, in the direction of the
   // first field. PostgreSQL compares only the first 255 characters of a text.
   void OrderBy(const std::string& field, bool ascending);
@@ -27,6 +30,7 @@ class Condition {
   friend class EntryQuery;
 
   std::vector<std::pair<std::string, std::string>> where_;
+  std::string search_;
   std::vector<std::pair<std::string, bool>> order_;
   int offset_ = -1;
   int limit_ = -1;
