@@ -55,6 +55,8 @@ def answer_of(result):
         return f"The answer is of the type `{result}`."
     if "properties" not in result:
         return f"The answer is a {type_of(result)}." if "$ref" in result else ""
+    if not result["properties"]:
+        return "The answer is empty."
     optional = result.get("optional", [])
     answer = f"The answer has {listing(name for name in result['properties'] if name not in optional)}"
     return answer + (f", and where there is one {listing(optional)}." if optional else ".")

@@ -63,7 +63,10 @@ Address AddressOf(const WebRequest& request) {
     address.kind = kind;
     break;
   }
-  if (path.empty() || path.find('/') != std::string::npos) return {};
+  if (path.empty() || path.find('/') != std::string::npos) {
+    if (address.kind != Address::Kind::kPage) return {};
+    path = "-";  // no link's id: the page says so to whoever has a mangled address
+  }
   address.link = std::move(path);
   return address;
 }

@@ -195,6 +195,9 @@ class LinkPage(unittest.TestCase):
                              for link in (UNKNOWN, DEMO.links["disabled"]) for page in [DEMO.visitor(link).page()]]
         self.assertEqual(unknown, disabled)
         self.assertNotIn("sharing_id", unknown[2])
+        for path in ("/sharing/", "/sharing//", f"/sharing/{UNKNOWN}/more", "/sharing/a/webapi/b"):
+            page = DEMO.request("GET", path)
+            self.assertEqual((404, DEMO.request("GET", "/sharing/-").text), (page.status, page.text), path)
 
     def test_without_a_database_it_says_when_to_try_again(self):
         os.rename(DEMO.database, DEMO.database + ".away")

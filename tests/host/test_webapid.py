@@ -183,9 +183,9 @@ class Requests(unittest.TestCase):
         self.assertNotIn("Set-Cookie", dict(answer.headers))
 
     def test_unknown_addresses(self):
-        for path, status in [("/", "404"), ("/sharing/", "404"), ("/sharing/a/b", "404"),
+        for path, status in [("/", "404"), ("/sharing/", "405"), ("/sharing/a/b", "405"),
                              ("/sharing//webapi", "404"), ("/sharing/abc", "405"),
-                             ("/sharing/abc/", "405"), ("/sharing/abc//", "404"), ("/sharing//", "404"),
+                             ("/sharing/abc/", "405"), ("/sharing/abc//", "405"), ("/sharing//", "405"),
                              ("/sharing/\udcff", "404")]:
             with self.subTest(path):
                 self.assertEqual(dict(self.host.ask({"SCRIPT_NAME": path}).headers)["Status"][:3], status)
