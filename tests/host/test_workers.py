@@ -251,12 +251,12 @@ class Pools(unittest.TestCase):
 
     def test_streams_find_a_worker_or_are_refused_at_once(self):
         def begin(account):
-            stream = host.begin("stream", {"REMOTE_USER": account}, value=500)
+            stream = host.begin("stream", {"REMOTE_USER": account}, value=50)
             stream.recv(1, socket.MSG_PEEK)
             return self.enterContext(stream)
 
         def refused(account):
-            headers = dict(host.call("stream", {"REMOTE_USER": account}, value=500).headers)
+            headers = dict(host.call("stream", {"REMOTE_USER": account}, value=50).headers)
             return headers.get("Status") == "503 Service Unavailable" and int(headers["Retry-After"]) > 0
 
         with Host(pool_workers=4) as host:
@@ -264,7 +264,7 @@ class Pools(unittest.TestCase):
             self.assertTrue(refused("root"))
             held += [begin("daemon"), begin("nobody")]
             self.assertTrue(refused("bin"))
-            self.assertEqual([500 << 16] * 4, [len(host.finish(stream).body) for stream in held])
+            self.assertEqual([50 << 16] * 4, [len(host.finish(stream).body) for stream in held])
             wait_until(lambda: not refused("root"))
 
     def test_calls_that_do_not_fit_the_queue_are_refused(self):
