@@ -65,6 +65,7 @@ constexpr APITableEntry kTable[] = {
     Entry<params::FilesLinkUploadBegin>(Handle<BeginUpload>),
     Entry<params::FilesLinkUploadPiece>(Handle<AddPiece>),
     Entry<params::FilesLinkUploadState>(Handle<GetUploadState>),
+    Entry<params::FilesLinkUploadCancel>(Handle<CancelUpload>),
     {},
 };
 

@@ -115,6 +115,16 @@ Json::Value ReadAbout(const Spool& spool, const std::string& link, const std::st
 
 void RemoveUnfinished(int spool, const Unfinished& upload) { Remove(spool, upload, 0); }
 
+bool RemoveUnfinishedOf(int spool, const std::string& link, const std::string& id) {
+  bool found = false;
+  for (const Unfinished& upload : ReadUnfinished(spool)) {
+    if (upload.link != link || (!id.empty() && upload.id != id)) continue;
+    RemoveUnfinished(spool, upload);
+    found = true;
+  }
+  return found;
+}
+
 void RemoveReceipts(int spool, const std::string& link, std::time_t oldest) {
   for (const std::string& name : NamesBelow(spool, FolderOf(link))) {
     if (!name.ends_with(kAbout)) continue;

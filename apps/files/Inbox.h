@@ -57,6 +57,9 @@ Json::Value ReadAbout(const Spool& spool, const std::string& link, const std::st
 // is no longer unfinished and stays.
 void RemoveUnfinished(int spool, const Unfinished& upload);
 
+// The same for the upload `id` of a link, or with an empty one for all of the link's. Whether there were any.
+bool RemoveUnfinishedOf(int spool, const std::string& link, const std::string& id);
+
 // Removes what is known of complete uploads of a link that ended before `oldest`.
 void RemoveReceipts(int spool, const std::string& link, std::time_t oldest);
 

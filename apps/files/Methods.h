@@ -27,6 +27,7 @@ void GetZip(const APIRequest& request, APIResponse& response);
 void GetThumbnail(const APIRequest& request, APIResponse& response);
 void BeginUpload(const APIRequest& request, APIResponse& response);
 void AddPiece(const APIRequest& request, APIResponse& response);
+void CancelUpload(const APIRequest& request, APIResponse& response);
 void GetUploadState(const APIRequest& request, APIResponse& response);
 
 Order OrderOf(const std::string& by, const std::string& direction);

@@ -145,13 +145,9 @@ void RemoveUploads(const APIRequest& request, APIResponse& response) {
   const Share share(entry);
   const Spool spool(share.configuration());
   const IdsGuard root = IdsGuard::Root();
-  bool found = false;
-  for (const Unfinished& upload : ReadUnfinished(spool.folder())) {
-    if (upload.link != entry.get_hash() || (!id.empty() && upload.id != id)) continue;
-    RemoveUnfinished(spool.folder(), upload);
-    found = true;
+  if (!RemoveUnfinishedOf(spool.folder(), entry.get_hash(), id) && !id.empty()) {
+    throw Refusal(kNoUpload);
   }
-  if (!found && !id.empty()) throw Refusal(kNoUpload);
   response.SetSuccess("");
 }
 

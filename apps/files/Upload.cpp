@@ -3,10 +3,13 @@
 #include <optional>
 #include <string>
 
+#include "apps/files/Ids.h"
+#include "apps/files/Inbox.h"
 #include "apps/files/Methods.h"
 #include "apps/files/Names.h"
 #include "apps/files/Refusal.h"
 #include "apps/files/Share.h"
+#include "apps/files/Spool.h"
 #include "apps/files/UploadStore.h"
 #include "apps/files/Visit.h"
 #include "declared/VELT.Files.h"
@@ -50,6 +53,18 @@ void AddPiece(const APIRequest& request, APIResponse& response) {
   const auto name =
       UploadStore(share, entry.get_hash()).Add(Read(request, Row::kUpload), offset, piece);
   Answer(response, offset + static_cast<std::int64_t>(piece.size()), name);
+}
+
+void CancelUpload(const APIRequest& request, APIResponse& response) {
+  const sharing::record::Entry entry = Admit(request);
+  const Share share(entry);
+  const std::string id = Read(request, params::FilesLinkUploadCancel::kUpload);
+  const Spool spool(share.configuration());
+  const IdsGuard root = IdsGuard::Root();
+  if (!IsUploadId(id) || !RemoveUnfinishedOf(spool.folder(), entry.get_hash(), id)) {
+    throw Refusal(kNoUpload);
+  }
+  response.SetSuccess("");
 }
 
 void GetUploadState(const APIRequest& request, APIResponse& response) {

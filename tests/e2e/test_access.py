@@ -30,7 +30,8 @@ ANSWERS = {
     (FILES, "describe"): dict.fromkeys(CALLERS, 1005),
     (FILES, "upload_remove"): dict.fromkeys(CALLERS, 1005),
     **{(FILES + ".Link", method): dict.fromkeys(CALLERS, 1000)
-       for method in ("get", "zip", "list", "thumbnail", "upload_begin", "upload_piece", "upload_state")},
+       for method in ("get", "zip", "list", "thumbnail", "upload_begin", "upload_piece", "upload_state",
+                      "upload_cancel")},
 }
 METHODS = declared_methods()
 

@@ -7,7 +7,7 @@ import unittest
 import wave
 
 from demo import Demo
-from shared_files import Shared, listed
+from shared_files import FILES, Shared, ask, listed
 from webdriver import Browser
 
 PAPER = (b"%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj "
@@ -109,12 +109,24 @@ class Pages(unittest.TestCase):
         ALICE.put("dropped/x")
         browser = self.browser
         browser.open(f"{DEMO.url}/sharing/{ALICE.share('dropped', upload={'only': True, 'max_size': 1 << 30})}")
-        browser.wait_for("#upload-files").type("\n".join(os.path.join(folder, name) for name in sums))
+        browser.wait_for("#upload-files")
+        # No upload begins once as many are done, so that the connection is cut before all have arrived.
+        browser.script('''const fetch = window.fetch;
+            window.most = 2;
+            window.fetch = async (url, options) => {
+              const begins = String(options?.body).includes('upload_begin');
+              while (begins && document.querySelectorAll('.uploads li[data-state="done"]').length >= window.most) {
+                await new Promise(requestAnimationFrame);
+              }
+              return fetch(url, options);
+            };''')
+        browser.find("#upload-files").type("\n".join(os.path.join(folder, name) for name in sums))
         conditions = {"latency": 0, "downloadThroughput": -1, "uploadThroughput": -1}
         browser.devtools("Network.enable")
-        for done in (2, 9):
+        for done, most in ((2, 9), (9, 20)):
             browser.wait(lambda: len(browser.find_all('.uploads li[data-state="done"]')) >= done)
             browser.devtools("Network.emulateNetworkConditions", offline=True, **conditions)
+            browser.script(f"window.most = {most};")
             browser.wait_text("Waiting for the connection", ".uploads")
             browser.devtools("Network.emulateNetworkConditions", offline=False, **conditions)
         browser.wait(lambda: len(browser.find_all('.uploads li[data-state="done"]')) == 20, seconds=60)
@@ -147,6 +159,54 @@ class Pages(unittest.TestCase):
         self.assertIn("lost (2).txt", row.text)
         self.assertEqual(["lost (2).txt", "lost.txt"], sorted(os.listdir(ALICE.path("lost"))))
 
+    def test_each_upload_ends_by_itself_and_holds_up_no_other(self):
+        folder = os.path.join(DEMO.state, "mixed")
+        os.makedirs(folder, exist_ok=True)
+        paths = [os.path.join(folder, name) for name in ("gone.txt", "unlucky.txt", "last.txt")]
+        for path in paths:
+            with open(path, "w", encoding="ascii") as file:
+                file.write("content")
+        ALICE.put("mixed/x")
+        link = ALICE.share("mixed", upload={"only": True})
+        browser = self.browser
+        browser.open(f"{DEMO.url}/sharing/{link}")
+        browser.wait_for("#upload-files")
+        browser.script('''const fetch = window.fetch;
+            window.lost = true;
+            window.fetch = async (url, options) => {
+              if (window.lost && String(options?.body).includes('unlucky')) throw new TypeError('lost');
+              return fetch(url, options);
+            };
+            const input = document.querySelector('#upload-files');
+            input.addEventListener('change', (event) => {
+              if (!window.held) { event.stopImmediatePropagation(); window.held = [...input.files]; }
+            }, true);''')
+        browser.find("#upload-files").type("\n".join(paths))
+        os.unlink(paths[0])
+        browser.script('''const transfer = new DataTransfer();
+            for (const file of window.held) transfer.items.add(file);
+            document.querySelector('.drop').dispatchEvent(new DragEvent('drop', {dataTransfer: transfer}));''')
+
+        def row(number):
+            return browser.wait_for(f".uploads li:nth-child({number})")
+
+        browser.wait(lambda: row(3).attribute("data-state") == "done")
+        self.assertEqual("failed", row(1).attribute("data-state"))
+        self.assertIn("can’t be read", row(1).text)
+        self.assertIn("Waiting for the connection", row(2).text)
+        browser.find(".uploads li:nth-child(2) button").click()
+        browser.wait(lambda: row(2).attribute("data-state") == "failed")
+        self.assertIn("Cancelled", row(2).text)
+        browser.script("window.lost = false;")
+        with open(paths[0], "w", encoding="ascii") as file:
+            file.write("changed")
+        for number in (1, 2):
+            browser.find(f".uploads li:nth-child({number}) button").click()
+        browser.wait(lambda: row(2).attribute("data-state") == "done")
+        browser.wait(lambda: row(1).attribute("data-state") == "failed")
+        self.assertEqual(["last.txt", "unlucky.txt", "x"], sorted(os.listdir(ALICE.path("mixed"))))
+        self.assertEqual([], DEMO.data(FILES, "describe", {"sharing_id": link})["unfinished"])
+
     def test_an_owner_chooses_and_sees_what_is_gone(self):
         ALICE.put("chosen/one.txt")
         ALICE.put("chosen/two.txt")
@@ -169,6 +229,22 @@ class Pages(unittest.TestCase):
         visitor = DEMO.visitor(link)
         self.assertTrue(visitor.login()["success"])
         self.assertEqual(["one.txt"], listed(visitor, ""))
+
+    def test_an_owner_sees_and_removes_what_is_unfinished(self):
+        ALICE.put("open/x")
+        visitor = ALICE.visit("open", upload={})
+        for name in ("<b>one.bin", "two.bin"):
+            self.assertTrue(ask(visitor, "upload_begin", name=name, size=5000)["success"])
+        browser = self.browser
+        browser.open(DEMO.url + "/", DEMO.login("alice"))
+        browser.wait_for(f"[data-key='show {visitor.link_id}']").click()
+        browser.wait_text("<b>one.bin", "#share-contents")
+        rows = [row.text for row in browser.find_all("#share-contents li") if ".bin" in row.text]
+        self.assertEqual(2, len(rows))
+        self.assertIn("0 bytes of 5 kB", rows[0])
+        browser.find("#share-contents li button").click()
+        browser.wait(lambda: len(browser.find_all("#share-contents li button")) == 1)
+        self.assertEqual(1, len(DEMO.data(FILES, "describe", {"sharing_id": visitor.link_id})["unfinished"]))
 
 
 if __name__ == "__main__":

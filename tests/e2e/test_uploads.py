@@ -169,6 +169,10 @@ class Uploads(unittest.TestCase):
         DEMO.data(FILES, "upload_remove", {**link, "upload": ids[1]})
         self.assertEqual([0, 2008, 0], [code(ask(visitor, "upload_state", upload=each)) for each in ids])
         self.assertEqual([], files_of(ids[1]))
+        other = self.inbox()[1]
+        self.assertEqual([2008] * 3, [code(ask(other, "upload_cancel", upload=each)) for each in (ids[0], "", "done")])
+        self.assertEqual([0, 2008], [code(ask(visitor, "upload_cancel", upload=ids[2])) for _ in range(2)])
+        self.assertEqual([], files_of(ids[2]))
         DEMO.data(FILES, "upload_remove", link, "admin")
         self.assertEqual([], DEMO.data(FILES, "describe", link)["unfinished"])
         self.assertEqual(2008, code(send(visitor, ids[0], 0, b"123456789")))

@@ -20,6 +20,17 @@ function uploadWords({only, max_size: size, max_files: files}) {
   return words.filter(Boolean).join(t('list_comma'));
 }
 
+// An upload that is not complete, with a button that removes it.
+function unfinishedRow({upload, name, size, offset}, entry, done) {
+  const shown = showName(name ?? '');
+  const remove = async () => {
+    await call('upload_remove', {sharing_id: entry.sharing_id, upload}).catch(() => {}); // the new list tells
+    done();
+  };
+  return make('li', {}, make('bdi', {}, shown), ` (${t('unfinished', {sent: showSize(offset), size: showSize(size)})}) `,
+    make('button', {type: 'button', 'aria-label': t('remove_unfinished', {name: shown}), on: {click: remove}}, t('delete')));
+}
+
 /** Lists in `place` what the link `entry` shares; hides `place` when it is no link of files. */
 export async function drawContents(place, entry) {
   place.hidden = true;
@@ -27,11 +38,12 @@ export async function drawContents(place, entry) {
   const list = place.querySelector('ul');
   list.replaceChildren();
   try {
-    const {title, items, upload} = await call('describe', {sharing_id: entry.sharing_id});
+    const {title, items, upload, unfinished = []} = await call('describe', {sharing_id: entry.sharing_id});
     list.append(...items.map((item) => make('li', {class: item.missing ? 'missing' : null},
       make('bdi', {}, [title, ...item.path === '' ? [] : item.path.split('/').map(showName)].join(' › ')),
       item.missing ? ` ${t('not_there')}` : item.type === 'file' ? ` (${showSize(item.size)})` : null)));
     if (upload) list.append(make('li', {}, uploadWords(upload)));
+    list.append(...unfinished.map((each) => unfinishedRow(each, entry, () => drawContents(place, entry))));
   } catch (error) {
     list.append(make('li', {class: 'missing'}, explain(error).text));
   }

@@ -9,14 +9,27 @@ import {addressOf, call, wordsFor} from '/pkg/files/link.js';
 const PIECE = 4 * 1024 * 1024;
 const LONGEST_PAUSE = 16000;
 const MOST_FAILURES = 20; // in a row
+const MOST_AT_ONCE = 3;   // one is sent, and others wait for the connection
 
-const pause = (milliseconds) => new Promise((done) => { setTimeout(done, milliseconds); });
+// Waits, but no longer than until `signal` is aborted.
+const pause = (milliseconds, signal) => new Promise((done) => {
+  setTimeout(done, milliseconds);
+  signal.addEventListener('abort', done);
+});
 
-async function sendPiece(upload, offset, blob) {
+// The file's bytes from `at` on. Fails for a folder, and for a file that is gone or has changed: it has no size any more,
+// and a part of it can be read as empty.
+async function readPiece({file, size}, at) {
+  const bytes = await (size === 0 ? file : file.slice(at, at + PIECE)).arrayBuffer().catch(() => null);
+  if (bytes?.byteLength !== Math.min(PIECE, size - at)) throw new ApiError('unreadable');
+  return bytes;
+}
+
+async function sendPiece(upload, offset, body, signal) {
   let answer;
   try {
     const response = await fetch(addressOf('upload_piece', {upload, offset}), {
-      method: 'POST', headers: {'Content-Type': 'application/octet-stream'}, body: blob, cache: 'no-store',
+      method: 'POST', headers: {'Content-Type': 'application/octet-stream'}, body, cache: 'no-store', signal,
     });
     answer = parseJson(await response.text());
   } catch {
@@ -27,34 +40,38 @@ async function sendPiece(upload, offset, blob) {
 }
 
 // Waits between tries, longer each time. Tries again only after failures that may pass.
-async function persist(state, step) {
+async function persist(row, step) {
   for (;;) {
+    if (row.signal.aborted) throw new ApiError('cancelled');
     try {
       const result = await step();
-      state.failures = 0;
+      row.failures = 0;
       return result;
     } catch (error) {
       const passing = ['network', 'server', 100, 117].includes(error.code);
-      if (!passing || ++state.failures > MOST_FAILURES) throw error;
-      state.say(t('waiting_connection'));
-      await pause(Math.min(LONGEST_PAUSE, 250 * 2 ** state.failures));
+      if (row.signal.aborted || !passing || ++row.failures > MOST_FAILURES) throw error;
+      row.say(t('waiting_connection'));
+      row.onPause(true);
+      await pause(Math.min(LONGEST_PAUSE, 250 * 2 ** row.failures), row.signal);
+      row.onPause(false);
     }
   }
 }
 
 /** Sends the piece at `at`; returns {offset, name}, where `name` is undefined until the file is complete. */
-function sendAt(upload, at, file, state) {
+async function sendAt(row, at) {
+  const bytes = await readPiece(row, at);
   let tried = false;
-  return persist(state, async () => {
+  return persist(row, async () => {
     const again = tried;
     tried = true;
     try {
       if (again) {
         // The piece may have arrived although its answer was lost.
-        const {offset, name} = await call('upload_state', {upload});
+        const {offset, name} = await call('upload_state', {upload: row.upload});
         if (offset !== at) return {offset, name};
       }
-      return await sendPiece(upload, at, file.slice(at, at + PIECE));
+      return await sendPiece(row.upload, at, bytes, row.signal);
     } catch (error) {
       if (error.code === 2007) return {offset: error.detail.offset};
       throw error;
@@ -62,39 +79,94 @@ function sendAt(upload, at, file, state) {
   });
 }
 
+// Where the row's upload goes on; begins one when there is none any more.
+async function begin(row) {
+  if (row.upload) {
+    try {
+      return await persist(row, () => call('upload_state', {upload: row.upload}));
+    } catch (error) {
+      if (error.code !== 2008) throw error;
+    }
+  }
+  const begun = await persist(row, () => call('upload_begin', {name: encodeName(row.file.name), size: row.size}));
+  row.upload = begun.upload;
+  return begun;
+}
+
 /** Sends one file; returns the name that it got. */
-async function sendFile(file, state) {
-  let {upload, offset, name} = await persist(state, () =>
-    call('upload_begin', {name: encodeName(file.name), size: file.size}));
+async function sendFile(row) {
+  await readPiece(row, 0); // before the upload begins, which may be for nothing
+  let {offset, name} = await begin(row);
   while (name === undefined) {
-    ({offset, name} = await sendAt(upload, offset, file, state));
-    state.show(offset);
+    row.show(offset);
+    ({offset, name} = await sendAt(row, offset));
   }
   return name;
 }
 
+/** One file of the list. It ends by itself, and can be cancelled before and tried again afterwards. */
 class Row {
   failures = 0;
 
-  constructor(file, list) {
+  constructor(file, list, start) {
     this.file = file;
-    this.bar = make('progress', {max: Math.max(1, file.size), value: 0, 'aria-label': file.name});
-    this.text = make('span', {class: 'hint', role: 'status'}, t('waiting'));
-    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text);
+    this.size = file.size;
+    this.bar = make('progress', {max: Math.max(1, this.size), value: 0, 'aria-label': file.name});
+    this.text = make('span', {class: 'hint', role: 'status'});
+    this.button = make('button', {type: 'button', on: {click: () => {
+      if (this.item.dataset.state) start(this.wait());
+      else this.abort.abort();
+    }}});
+    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text, this.button);
     list.append(this.item);
+    this.wait();
+  }
+
+  wait() {
+    this.failures = 0;
+    this.abort = new AbortController();
+    this.signal = this.abort.signal;
+    delete this.item.dataset.state;
+    this.bar.hidden = false;
+    this.name('cancel');
+    this.say(t('waiting'));
+    return this;
+  }
+
+  name(action) {
+    this.button.textContent = t(action);
+    this.button.setAttribute('aria-label', `${t(action)}: ${this.file.name}`);
   }
 
   say(text) { this.text.textContent = text; }
 
   show(offset) {
     this.bar.value = offset;
-    this.say(t('size_of', {sent: showSize(offset), size: showSize(this.file.size)}));
+    this.say(t('size_of', {sent: showSize(offset), size: showSize(this.size)}));
   }
 
   finish(text, state) {
     this.item.dataset.state = state;
-    this.bar.remove();
+    this.bar.hidden = true;
+    this.button.hidden = state === 'done';
+    this.name('try_again');
     this.say(text);
+  }
+
+  async send(rule) {
+    try {
+      if (this.signal.aborted) throw new ApiError('cancelled');
+      if (this.size > rule.max_size) throw new ApiError(2005);
+      this.show(0);
+      const name = showName(await sendFile(this));
+      this.finish(name === this.file.name ? t('done') : t('done_as', {name}), 'done');
+    } catch (error) {
+      this.finish(wordsFor(this.signal.aborted ? {code: 'cancelled'} : error), 'failed');
+      if (this.signal.aborted && this.upload) {
+        call('upload_cancel', {upload: this.upload}).catch(() => {}); // it is given up later then
+        this.upload = undefined;
+      }
+    }
   }
 }
 
@@ -102,24 +174,26 @@ class Row {
 export function makeUpload(rule, done) {
   const list = make('ul', {class: 'uploads'});
   const input = make('input', {type: 'file', id: 'upload-files', multiple: true, class: 'visually-hidden'});
-  let queue = Promise.resolve();
+  const waiting = [];
+  let begun = 0;
+  let paused = 0;
 
-  const send = async (row) => {
-    try {
-      if (row.file.size > rule.max_size) throw new ApiError(2005);
-      row.show(0);
-      const name = showName(await sendFile(row.file, row));
-      row.finish(name === row.file.name ? t('done') : t('done_as', {name}), 'done');
-    } catch (error) {
-      row.finish(wordsFor(error), 'failed');
+  // Sends one after the other, and goes on with the next while one waits for the connection.
+  const next = () => {
+    while (waiting.length > 0 && begun - paused < 1 && begun < MOST_AT_ONCE) {
+      ++begun;
+      const row = waiting.shift();
+      row.onPause = (is) => { paused += is ? 1 : -1; next(); };
+      row.send(rule).then(() => {
+        --begun;
+        if (begun + waiting.length === 0) done();
+        next();
+      });
     }
   };
+  const start = (row) => { waiting.push(row); next(); };
   const add = (files) => {
-    for (const file of files) {
-      const row = new Row(file, list);
-      queue = queue.then(() => send(row));
-    }
-    queue.then(done);
+    for (const file of files) start(new Row(file, list, start));
   };
   input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
   const limit = rule.max_size === undefined ? '' : ` ${t('up_to', {size: showSize(rule.max_size)})}`;
