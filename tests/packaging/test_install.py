@@ -104,6 +104,8 @@ class Install(unittest.TestCase):
             enable = re.findall(r"^# {3}(.*)$", file.read(), re.MULTILINE)
         root.shell("sed -i 's|/var/lib/velt-sharing/files/|/volume1/.velt-files/|' /etc/velt-sharing/nginx.conf\n" +
                    "\n".join(enable))
+        # A reload returns before nginx has opened its new ports.
+        root.run("timeout", "60", "bash", "-c", "until : </dev/tcp/127.0.0.1/443; do sleep 0.1; done 2>/dev/null")
         self.assertEqual(self.client.sign_in(account="bob").code, 0)
         self.client.session = None
         root.run("velt-sharing", "owner", "remove", "bob")
