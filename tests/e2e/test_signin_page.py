@@ -83,7 +83,8 @@ class SignInPage(unittest.TestCase):
                 self.browser.wait(lambda: "/signin/" not in self.browser.url)
                 self.assertTrue(self.browser.url.startswith(self.demo.url + "/"), self.browser.url)
                 self.browser.devtools("Network.clearBrowserCookies")
-        # Some of these are names of this server's own addresses, of which there is no page.
+        # Tells of addresses of which there is no page, and of calls without the cookies that are gone.
+        self.browser.open("about:blank")
         self.browser.console()
 
     def test_a_session_that_ends_under_a_form(self):
