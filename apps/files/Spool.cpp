@@ -131,12 +131,7 @@ std::string Spool::Offer(const Descriptor& file, APIResponse& response) const {
   if (fstat(file.get(), &status) != 0) throw Refusal(kUnavailable);
   std::string& path = offered[{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
                                status.st_mtim.tv_nsec}];
-  if (path.empty()) {
-    path = Link(file, response);
-  } else {
-    // A worker that ends keeps its links for a while after its last answer with an action.
-    response.Afterwards([] {});
-  }
+  if (path.empty()) path = Link(file, response);
   return path;
 }
 

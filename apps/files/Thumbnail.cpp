@@ -4,12 +4,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -36,6 +36,8 @@ namespace {
 
 constexpr const char* kFolder = "thumbs";
 constexpr const char* kProgram = "/usr/bin/vipsthumbnail";
+constexpr const char* kOnlyHardened = "VIPS_BLOCK_UNTRUSTED=1";  // keeps other loaders out
+constexpr int kNoProgram = 127;                                  // env(1)
 constexpr const char* kSize = "320x320>";
 constexpr const char* kFormat = ".jpg[Q=75,strip]";
 constexpr off_t kLargestSource = off_t{256} * 1024 * 1024;
@@ -84,15 +86,14 @@ void Trim(int folder) {
 // False when the program did not run, for instance because the client has left. The picture is
 // empty when the program makes none.
 bool MakePicture(const std::string& source, std::string& picture) {
-  // Keeps out the loaders that are not hardened against hostile files.
-  setenv("VIPS_BLOCK_UNTRUSTED", "1", 1);
-  FILE* stream = VLIBCPopen(kProgram, "r", source.c_str(), "--size", kSize, "-o", kFormat, nullptr);
+  FILE* stream = VLIBCPopen("/usr/bin/env", "r", kOnlyHardened, kProgram, source.c_str(), "--size",
+                            kSize, "-o", kFormat, nullptr);
   if (stream == nullptr) return false;
   picture.resize(kLargest + 1);
   picture.resize(std::fread(picture.data(), 1, picture.size(), stream));
   const int status = VLIBCPclose(stream);
   if (status != 0 || picture.size() > kLargest) picture.clear();
-  return status != -1;
+  return status != -1 && (!WIFEXITED(status) || WEXITSTATUS(status) != kNoProgram);
 }
 
 // Readers see the whole file or none.

@@ -14,8 +14,7 @@ constexpr std::chrono::seconds kDelayAtEnd{1};
 
 Afterwards::~Afterwards() {
   if (waiting_.empty()) return;
-  const auto last = waiting_.back().due - kDelay;
-  std::this_thread::sleep_until(last + kDelayAtEnd);
+  std::this_thread::sleep_for(kDelayAtEnd);
   for (const Waiting& each : waiting_) each.action();
 }
 

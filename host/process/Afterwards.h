@@ -13,8 +13,8 @@ namespace VELT::host {
 class Afterwards {
  public:
   Afterwards() = default;
-  // Waits until one second after the last answer and runs all actions that are left, since the
-  // process is to end.
+  // Waits a second, for what the last answers have named, and runs all actions that are left, since
+  // the process is to end.
   ~Afterwards();
   Afterwards(const Afterwards&) = delete;
   Afterwards& operator=(const Afterwards&) = delete;
