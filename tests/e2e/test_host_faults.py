@@ -63,10 +63,10 @@ class Workers(unittest.TestCase):
     def test_killed_workers_lose_no_change_and_leave_no_partial_one(self):
         done = threading.Event()
 
-        def write(host, reported):
-            """Changes one link and creates others; returns the outcomes of failed calls."""
+        def write(host, reported, failures):
+            """Changes one link and creates others; adds the new links, and the outcomes of failed calls."""
             link = answered(lambda: host.sharing("set", project_name="album", protect_title="0"))["sharing_id"]
-            failures, number, known = [], 0, 0
+            number = known = 0
             while not done.is_set():
                 number += 1
                 fields = {"expire_times": number, "protect_title": str(number), "app": {"number": number}}
@@ -79,7 +79,6 @@ class Workers(unittest.TestCase):
                 self.assertEqual((str(known), {"number": known} if known else {}), (seen["protect_title"], seen["app"]))
                 if known != number or changed is None:
                     failures.append(changed)
-            return failures
 
         def kill(host, killed):
             """Kills a worker that is old enough for the supervisor to replace it without a pause."""
@@ -90,17 +89,18 @@ class Workers(unittest.TestCase):
             return grown
 
         with Service(workers=8, pool_workers=16) as host, ThreadPoolExecutor(8) as pool:
-            reported, killed = [], []
-            writing = [pool.submit(write, host, reported) for _ in range(8)]
+            reported, failures, killed = [], [], []
+            writing = [pool.submit(write, host, reported, failures) for _ in range(8)]
             try:
-                while len(killed) < KILLS:
+                # Most of those killed are idle.
+                while len(killed) < KILLS or failures.count(None) < KILLS / 20 or len(reported) < KILLS / 10:
+                    self.assertLess(len(killed), 20 * KILLS)
                     wait_until(lambda: kill(host, killed))
-                host.wait_for_log("died: Killed", KILLS)
+                host.wait_for_log("died: Killed", len(killed))
             finally:
                 done.set()
-            failures = [failure for future in writing for failure in future.result()]
-            self.assertGreater(failures.count(None), KILLS / 20)  # most of those killed are idle
-            self.assertGreater(len(reported), KILLS / 10)
+            for future in writing:
+                future.result()
             with contextlib.closing(sqlite3.connect(host.database)) as sql:
                 self.assertEqual([("ok",)], sql.execute("pragma integrity_check").fetchall())
                 rows = sql.execute("select hash, protect_title, expire_times, enabled from link "
@@ -130,7 +130,8 @@ class Workers(unittest.TestCase):
             resource.prlimit(pid, resource.RLIMIT_NOFILE, (max(descriptors(pid)) + 1 + spare, limits[1]))
         for method, params in [("set", {"project_name": "album"}), ("get", {"sharing_id": link}), ("list", {})] * 3:
             answer = host.sharing(method, **params)
-            self.assertTrue(isinstance(answer, dict) or answer in (None, 100, 117, 1005), (method, answer))
+            # 105: the account's record could not be read again after its second in the cache.
+            self.assertTrue(isinstance(answer, dict) or answer in (None, 100, 105, 117, 1005), (method, answer))
         for pid in filter(lives, workers):
             resource.prlimit(pid, resource.RLIMIT_NOFILE, limits)
 
