@@ -1,7 +1,11 @@
 // VELT.Links: what the owner's page needs besides the links' own API, which other systems share.
+#include <glob.h>
+
 #include <algorithm>
+#include <cstddef>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -75,10 +79,26 @@ void Find(APIRequest* request, APIResponse* response) {
   response->SetSuccess(data);
 }
 
+void Applications(APIRequest* /*request*/, APIResponse* response) {
+  constexpr std::string_view kFolder = "/usr/velt/web/pkg/";
+  Json::Value data;
+  data["applications"] = Json::Value(Json::arrayValue);
+  glob_t scripts{};  // in the order of their names
+  if (glob((std::string(kFolder) + "*/owner/part.js").c_str(), 0, nullptr, &scripts) == 0) {
+    for (std::size_t index = 0; index < scripts.gl_pathc; ++index) {
+      const std::string name = scripts.gl_pathv[index] + kFolder.size();
+      data["applications"].append(name.substr(0, name.find('/')));
+    }
+  }
+  globfree(&scripts);
+  response->SetSuccess(data);
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) const APITableEntry* GetAPITable() {
-  static constexpr APITableEntry kTable[] = {params::Entry<Method>(Find), {}};
+  static constexpr APITableEntry kTable[] = {
+      params::Entry<Method>(Find), params::Entry<params::LinksApplications>(Applications), {}};
   return kTable;
 }
 

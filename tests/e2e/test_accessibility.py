@@ -110,7 +110,7 @@ class Pages(unittest.TestCase):
         browser.wait_for("#empty")
         yield "no match"
         browser.find("#title-search").clear()
-        self.click("#share-files")
+        self.click("[data-application=files]")
         browser.wait_for("#pick-list li")
         self.click("#pick-takes")
         yield "choose files"

@@ -212,8 +212,7 @@ class Pages(unittest.TestCase):
         ALICE.put("chosen/two.txt")
         browser = self.browser
         browser.open(DEMO.url + "/", DEMO.login("alice"))
-        browser.wait(lambda: browser.find("#share-files").shown())
-        browser.find("#share-files").click()
+        browser.wait_for("[data-application=files]").click()
         browser.wait_for('#pick-list [data-path="chosen"] button').click()
         for name in ("one", "two"):
             browser.wait_for(f'#pick-list [data-path="chosen/{name}.txt"] input').click()

@@ -1,6 +1,7 @@
 """The owner's page in Chromium, over the real web server, store and QR program."""
 
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -386,6 +387,33 @@ class OwnerPage(unittest.TestCase):
         self.shows(found["protect_title"])
         self.browser.find("#title-search").clear()
         self.browser.wait_text("1–10 of 59", "#range")
+
+    def test_applications_take_part(self):
+        for name, script in (
+                ("throws", "export const takePart = () => { throw new Error('broken'); };"), ("wrong", "syntax error"),
+                ("a%20b", "export const takePart = async ({newLink}) => ({button: 'Sing', open: () => newLink("
+                 "'songs', {protect_title: '<b>La</b>', app: {la: 1}}), project: 'songs', contents: () => []});")):
+            folder = os.path.join(self.demo.state, "root/usr/velt/web/pkg", name)
+            os.makedirs(folder + "/owner")
+            self.addCleanup(shutil.rmtree, folder)
+            with open(folder + "/owner/part.js", "w", encoding="ascii") as file:
+                file.write(script)
+        self.demo.create(project_name="photo-album", app={"photos": ["hills", "harbour"]})
+        self.open()
+        self.browser.wait_for("[data-application=files]")
+        self.assertEqual(["Sing", "Share files"], [b.text for b in self.browser.find_all("[data-application]")])
+        errors = sorted(line.split('"', 1)[1] for line in self.browser.console())
+        self.assertRegex("\n".join(errors), r'(?s)^throws" Error: broken.*\nwrong" SyntaxError[^\n]*$')
+        self.click("[data-key^=show]")
+        self.browser.wait_text("hills\nharbour", "#share-contents")
+        self.browser.press(Keys.ESCAPE)
+        self.click("[data-application='a%20b']")
+        self.assertEqual("songs", self.browser.find("#f-project_name").property("value"))
+        self.assertEqual("<b>La</b>", self.browser.find("#f-protect_title").property("value"))
+        self.click("#edit [type=submit]")
+        self.browser.wait_for("#share[open]")
+        self.assertFalse(self.browser.find("#share-contents").shown())
+        self.assertEqual({"la": 1}, self.demo.data(SHARING, "list", {"project_name": "songs"})["sharings"][0]["app"])
 
     def test_qr_code_to_save_and_print_and_visits_by_day(self):
         link = self.demo.create(protect_title="Trip: 1/2")

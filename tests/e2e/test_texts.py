@@ -13,10 +13,10 @@ WEB = os.path.join(REPOSITORY, "web")
 # Forms that numbers take in a language.
 PLURALS = {"enu": {"one", "other"}, "ger": {"one", "other"},
            "ara": {"zero", "one", "two", "few", "many", "other"}}
-FOLDERS = ("shared", "owner", "signin", "link", "pkg/files")
+FOLDERS = ("shared", "owner", "signin", "link", "apps/files/web", "apps/files/web/owner")
 # Keys that the code puts together.
-MADE_UP = (r"(error|visitor|files)_\w+|(state|protection)_\w+|(edit|delete|copy|select|show)_of|clean_\w+_of_project"
-           r"|sort_\w+|(unavailable|unknown|pending|expired|used_up)_title")
+MADE_UP = (r"(error|visitor)_\w+|files_\d+|(state|protection)_\w+|(edit|delete|copy|select|show)_of"
+           r"|clean_\w+_of_project|sort_\w+|(unavailable|unknown|pending|expired|used_up)_title")
 # Literals that nobody reads.
 NO_TEXT = {"Content-Type", "Retry-After", "Enter", "Escape", "Login", "Range"}
 
@@ -26,14 +26,16 @@ def read(path):
         return file.read()
 
 
+def place(folder):
+    return f"{REPOSITORY}/{folder}" if folder.startswith("apps/") else f"{WEB}/{folder}"
+
+
 def table(folder, code):
-    place = os.path.join(REPOSITORY, "apps/files/web/texts") if folder == "pkg/files" else f"{WEB}/{folder}/texts"
-    return json.loads(read(f"{place}/{code}.json"))
+    return json.loads(read(f"{place(folder)}/texts/{code}.json"))
 
 
 def sources(folder, *endings):
-    place = os.path.join(REPOSITORY, "apps/files/web") if folder == "pkg/files" else f"{WEB}/{folder}"
-    return [path for ending in endings for path in glob.glob(f"{place}/*.{ending}")]
+    return [path for ending in endings for path in glob.glob(f"{place(folder)}/*.{ending}")]
 
 
 def without_comments(code):

@@ -5,9 +5,9 @@ import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {chooseLanguage, fillTexts, listenToLanguage, loadTexts, t} from '/shared/texts.js';
 import {startAccount} from './account.js';
+import {drawContents, loadApplications} from './applications.js';
 import {drawChart, sumOf} from './chart.js';
 import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
-import {FilePicker, drawContents, PROJECT as FILES} from './files.js';
 import {LinkForm} from './form.js';
 import {Selection} from './selection.js';
 import {ShareDialog} from './share.js';
@@ -45,7 +45,6 @@ const deletion = new DelayedDeletion(find('#undo'), {
   changed: (text) => load(text),
   closed: () => find(find('#selection').hidden ? '#new' : '#select-all').focus(),
 });
-const picker = new FilePicker(find('#pick'), (app, title) => form.open(null, FILES, {app, protect_title: title}));
 
 const rowActions = {
   sort, show, copy, edit, remove,
@@ -284,7 +283,6 @@ function listen() {
       form.open(null, view.project);
     });
   }
-  find('#share-files').addEventListener('click', () => picker.open());
   find('#clean').addEventListener('click', clean);
   for (const button of find('#scope').children) {
     button.addEventListener('click', () => {
@@ -357,7 +355,7 @@ async function start() {
   addEventListener('pageshow', (event) => event.persisted && loadAll());
   document.addEventListener('resume', () => loadAll());
   loadAll();
-  find('#share-files').hidden = !await picker.isOffered();
+  loadApplications(find('#new'), (project, fields) => form.open(null, project, fields));
 }
 
 start();

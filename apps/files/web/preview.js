@@ -1,9 +1,9 @@
 // One file, shown in the page.
 
 import {make} from '/shared/dom.js';
-import {showName, showSize} from '/shared/file-names.js';
 import {t} from '/shared/texts.js';
 import {addressOf} from '/pkg/files/link.js';
+import {showName, showSize} from '/pkg/files/names.js';
 
 const LONGEST_TEXT = 256 * 1024;
 

@@ -2,9 +2,9 @@
 
 import {ApiError, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
-import {encodeName, showName, showSize} from '/shared/file-names.js';
 import {t} from '/shared/texts.js';
 import {addressOf, call, wordsFor} from '/pkg/files/link.js';
+import {encodeName, showName, showSize} from '/pkg/files/names.js';
 
 const PIECE = 4 * 1024 * 1024;
 const LONGEST_PAUSE = 16000;

@@ -1,9 +1,9 @@
 // The files that a link shares: a list to go through, choose from, look at and download.
 
 import {make} from '/shared/dom.js';
-import {showName, showSize, showTime} from '/shared/file-names.js';
 import {loadTexts, t} from '/shared/texts.js';
 import {addressOf, call, downloadZip, wordsFor} from '/pkg/files/link.js';
+import {showName, showSize, showTime} from '/pkg/files/names.js';
 import {openPreview} from '/pkg/files/preview.js';
 import {makeUpload} from '/pkg/files/upload.js';
 
@@ -91,7 +91,7 @@ function row(entry) {
 }
 
 function picture(entry) {
-  const mark = make('img', {class: 'mark plain', alt: '', src: `/shared/${entry.type}.svg`});
+  const mark = make('img', {class: 'mark plain', alt: '', src: `/pkg/files/${entry.type}.svg`});
   if (entry.kind !== 'image') return mark;
   return make('img', {
     class: 'mark', alt: '', loading: 'lazy', src: addressOf('thumbnail', {path: entry.path}),

@@ -1,91 +1,71 @@
-// The dialog that chooses files and folders to share by link, and the list of what such a link shares.
+// The dialog that chooses files and folders to share by link.
 
-import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
-import {showName, showSize} from '/shared/file-names.js';
 import {t} from '/shared/texts.js';
+import {showName, showSize} from '../names.js';
 
 const PAGE = 200;
 const MEGABYTE = 1000000;
 
-/** The project of such links. */
-export const PROJECT = 'files';
+const check = (id, text) => make('label', {class: 'check'}, make('input', {type: 'checkbox', id}), ' ', t(text));
 
-const call = (method, params) => callApi('webapi/entry.cgi', 'VELT.Files', method, params);
-
-function uploadWords({only, max_size: size, max_files: files}) {
-  const words = [t('leave_files'), size !== undefined && t('leave_up_to', {size: showSize(size)}),
-    files !== undefined && t('leave_at_most', {count: files}), only && t('leave_unseen')];
-  return words.filter(Boolean).join(t('list_comma'));
+function count(id, text, value) {
+  return make('label', {}, t(text), ' ',
+    make('input', {type: 'number', id, min: 1, max: 1000000, value, inputmode: 'numeric'}));
 }
 
-// An upload that is not complete, with a button that removes it.
-function unfinishedRow({upload, name, size, offset}, entry, done) {
-  const shown = showName(name ?? '');
-  const remove = async () => {
-    await call('upload_remove', {sharing_id: entry.sharing_id, upload}).catch(() => {}); // the new list tells
-    done();
-  };
-  return make('li', {}, make('bdi', {}, shown), ` (${t('unfinished', {sent: showSize(offset), size: showSize(size)})}) `,
-    make('button', {type: 'button', 'aria-label': t('remove_unfinished', {name: shown}), on: {click: remove}}, t('delete')));
-}
-
-/** Lists in `place` what the link `entry` shares; hides `place` when it is no link of files. */
-export async function drawContents(place, entry) {
-  place.hidden = true;
-  if (entry.project_name !== PROJECT) return;
-  const list = place.querySelector('ul');
-  list.replaceChildren();
-  try {
-    const {title, items, upload, unfinished = []} = await call('describe', {sharing_id: entry.sharing_id});
-    list.append(...items.map((item) => make('li', {class: item.missing ? 'missing' : null},
-      make('bdi', {}, [title, ...item.path === '' ? [] : item.path.split('/').map(showName)].join(' › ')),
-      item.missing ? ` ${t('not_there')}` : item.type === 'file' ? ` (${showSize(item.size)})` : null)));
-    if (upload) list.append(make('li', {}, uploadWords(upload)));
-    list.append(...unfinished.map((each) => unfinishedRow(each, entry, () => drawContents(place, entry))));
-  } catch (error) {
-    list.append(make('li', {class: 'missing'}, explain(error).text));
-  }
-  place.hidden = false;
+function makeDialog(roots) {
+  return make('dialog', {id: 'pick', 'aria-labelledby': 'pick-title'},
+    make('h2', {id: 'pick-title'}, t('files_share')),
+    make('p', {class: 'notice error', role: 'alert', hidden: true}),
+    make('div', {class: 'pick-head'},
+      make('label', {hidden: roots.length === 1}, t('files_from'), ' ',
+        make('select', {id: 'pick-root'}, ...roots.map(({name, title}) => make('option', {value: name}, title)))),
+      make('nav', {'aria-label': t('files_folder')})),
+    make('ul', {id: 'pick-list', 'aria-label': t('files_list')}),
+    make('button', {type: 'button', id: 'pick-more', hidden: true}, t('files_more')),
+    make('fieldset', {id: 'pick-upload', hidden: true},
+      make('legend', {}, t('files_may_leave')),
+      check('pick-takes', 'files_let_leave'),
+      make('div', {id: 'pick-limits', hidden: true},
+        check('pick-only', 'files_hide'),
+        make('div', {class: 'pair'},
+          count('pick-size', 'files_megabytes', 1000), count('pick-count', 'files_count', 100)))),
+    make('div', {class: 'dialog-actions'},
+      make('span', {id: 'pick-said', role: 'status'}),
+      make('button', {type: 'button', 'data-close': true}, t('files_cancel')),
+      make('button', {type: 'button', class: 'primary', id: 'pick-next'}, t('files_make_link'))));
 }
 
 export class FilePicker {
   #dialog;
+  #call;
   #done;
-  #roots = [];
+  #roots;
   #root = null;
   #path = '';
   #offset = 0;
   #chosen = new Map(); // path -> entry
   #turn = 0;
 
-  /** `done(app, title)` gets a link's data when files are chosen, and a title for it. */
-  constructor(dialog, done) {
-    this.#dialog = dialog;
+  /** `call` calls the API. `done(app, title)` gets a link's data when files are chosen, and a title for it. */
+  constructor(call, roots, done) {
+    this.#call = call;
+    this.#roots = roots;
     this.#done = done;
-    const find = (selector) => dialog.querySelector(selector);
-    find('[data-close]').addEventListener('click', () => dialog.close());
-    find('#pick-next').addEventListener('click', () => this.#finish());
-    find('#pick-more').addEventListener('click', () => this.#load(false));
-    find('#pick-root').addEventListener('change', (event) => this.#enter(event.target.value, ''));
-    find('#pick-takes').addEventListener('change', () => this.#drawChoice());
-  }
-
-  /** Whether this appliance lets the user share files. */
-  async isOffered() {
-    try {
-      this.#roots = (await call('roots')).roots;
-    } catch {
-      this.#roots = []; // There is no such application, or it is not set up.
-    }
-    return this.#roots.length > 0;
+    this.#dialog = makeDialog(roots);
+    document.body.append(this.#dialog);
+    const listen = (selector, event, listener) => this.#find(selector).addEventListener(event, listener);
+    listen('[data-close]', 'click', () => this.#dialog.close());
+    listen('#pick-next', 'click', () => this.#finish());
+    listen('#pick-more', 'click', () => this.#load(false));
+    listen('#pick-root', 'change', (event) => this.#enter(event.target.value, ''));
+    listen('#pick-takes', 'change', () => this.#drawChoice());
   }
 
   open() {
-    this.#find('#pick-root').replaceChildren(
-      ...this.#roots.map(({name, title}) => make('option', {value: name}, title)));
-    this.#find('.pick-head label').hidden = this.#roots.length === 1;
+    this.#find('#pick-root').value = this.#roots[0].name;
     this.#find('#pick-takes').checked = false;
     this.#enter(this.#roots[0].name, '');
     this.#dialog.showModal();
@@ -108,7 +88,7 @@ export class FilePicker {
     const problem = this.#find('.notice.error');
     let answer;
     try {
-      answer = await call('list', {root: this.#root.name, path: this.#path, offset: this.#offset, limit: PAGE});
+      answer = await this.#call('list', {root: this.#root.name, path: this.#path, offset: this.#offset, limit: PAGE});
     } catch (error) {
       if (turn !== this.#turn) return;
       problem.textContent = explain(error).text;
@@ -129,7 +109,7 @@ export class FilePicker {
   #row(entry) {
     const name = showName(entry.name);
     const box = make('input', {
-      type: 'checkbox', 'aria-label': t('share_file', {name}),
+      type: 'checkbox', 'aria-label': t('files_choose', {name}),
       on: {
         change: () => {
           if (box.checked) this.#chosen.set(entry.path, entry);
@@ -140,7 +120,7 @@ export class FilePicker {
     });
     const isFolder = entry.type === 'folder';
     return make('li', {'data-path': entry.path}, box,
-      make('img', {alt: '', width: 22, height: 22, src: `/shared/${entry.type}.svg`}),
+      make('img', {alt: '', width: 22, height: 22, src: `/pkg/files/${entry.type}.svg`}),
       isFolder ?
         make('button', {type: 'button', on: {click: () => this.#enter(this.#root.name, entry.path)}},
           make('bdi', {}, name)) :
@@ -168,8 +148,8 @@ export class FilePicker {
     const takes = items.length === 1 && items[0].type === 'folder';
     this.#find('#pick-upload').hidden = !takes;
     this.#find('#pick-limits').hidden = !this.#find('#pick-takes').checked;
-    this.#find('#pick-said').textContent = this.#chosen.size > 0 ? t('chosen', {count: this.#chosen.size}) :
-      t('nothing_chosen');
+    this.#find('#pick-said').textContent = this.#chosen.size > 0 ? t('files_chosen', {count: this.#chosen.size}) :
+      t('files_nothing_chosen');
   }
 
   #finish() {
@@ -184,7 +164,7 @@ export class FilePicker {
       };
     }
     const title = items.length === 1 ? showName(items[0].name) || this.#root.title :
-      t('n_files', {count: items.length});
+      t('files_n', {count: items.length});
     this.#dialog.close();
     this.#done(app, title);
   }
