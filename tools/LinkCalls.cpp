@@ -13,6 +13,7 @@
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/RequestContext.h"
@@ -65,6 +66,8 @@ Json::Value Call(const HostOptions& options, long long uid, const char* method,
   auto context = std::make_unique<RequestContext>();
   context->login_uid = static_cast<unsigned int>(uid);
   context->is_admin = true;
+  sharing::View view{sharing::View::Of::kOwner};
+  const sharing::Viewing viewing(view);
   context->base_url = SiteOf(options);
   for (const auto& [name, value] : fields) context->parameters[name].text = value;
   APIRequest request(std::move(context));

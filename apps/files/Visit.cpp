@@ -39,7 +39,7 @@ Guest Find(const APIRequest& request) {
   if (!request.IsSharing() || entry.get_id() == 0 || entry.get_project_name() != kProject) {
     throw Refusal(kNoLink);
   }
-  const bool needs_visit = !sharing::HoldsToken(entry, request.GetSharingSID());
+  const bool needs_visit = !request.HasVisit();
   // A link that is off or outside its times is refused like a missing one.
   const LinkStatus status = entry.get_status();
   const bool is_open = status == LinkStatus::kActive || status == LinkStatus::kUsedUp;

@@ -15,6 +15,7 @@
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 
 namespace {
 
@@ -180,6 +181,8 @@ double Print(const std::vector<Row>& rows) {
 }  // namespace
 
 int main() {
+  VELT::sharing::View view{VELT::sharing::View::Of::kOwner};
+  const VELT::sharing::Viewing viewing(view);
   try {
     return Print(Measure()) <= kAim ? 0 : 1;
   } catch (const std::exception& error) {

@@ -15,6 +15,7 @@
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 
 namespace {
 
@@ -27,6 +28,8 @@ constexpr const char* kAddress = "192.0.2.7";
 constexpr long kOwner = 0;  // must be in the user database
 
 std::string MakeLink(bool password) {
+  VELT::sharing::View view{VELT::sharing::View::Of::kOwner};
+  const VELT::sharing::Viewing viewing(view);
   EntryDB links(*SharingDB::Instance());
   Entry entry;
   entry.set_owner_uid(kOwner);
@@ -180,7 +183,8 @@ double Compare(bool password, int runs, double aim) {
   ByHand by_hand(folder.File("hand.db"), MakeLink(password));
   bench::MakeStore(folder.File("library.db"));
   const std::string link = MakeLink(password);
-  VELT::sharing::SetVisitor(kAddress);
+  VELT::sharing::View view = VELT::sharing::VisitorView(kAddress);
+  const VELT::sharing::Viewing viewing(view);
 
   // The two alternate, so that a busy machine slows both equally.
   std::vector<double> floor;

@@ -32,9 +32,8 @@ class LinkPage {
   // `plugins` is the function that lists an application's plugins; null: there are none.
   explicit LinkPage(VisitPagePluginsFunc plugins);
 
-  // The answer to a GET; the answer to a HEAD is the same without the body. SetVisitor must have
-  // been called: a token may be bound to the visitor's address, and disabled links are hidden from
-  // visitors. Throws only std::bad_alloc.
+  // The answer to a GET; the answer to a HEAD is the same without the body. The visitor's view
+  // must be lent to the store. Throws only std::bad_alloc.
   PageAnswer Answer(const PageRequest& request) const;
 
  private:

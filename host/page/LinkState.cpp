@@ -2,7 +2,7 @@
 
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
-#include "veltsharing/Visit.h"
+#include "veltsharing/View.h"
 
 namespace VELT::host {
 
@@ -12,8 +12,10 @@ LinkState FindLinkState(const std::string& id, const std::string& sid, bool turn
                         sharing::record::Entry& entry) {
   sharing::db::SharingDB& database = *sharing::db::SharingDB::Instance();
   if (!database.IsGood()) return LinkState::kUnavailable;
-  if (!sharing::db::EntryDB(database).GetByHash(id, entry)) return LinkState::kUnknown;
-  if (sharing::HoldsToken(entry, sid)) return turned_away ? LinkState::kLogin : LinkState::kOpen;
+  const sharing::Visit visit = sharing::FindVisit(id, sid);
+  if (visit.link.get_id() == 0) return LinkState::kUnknown;
+  entry = visit.link;
+  if (visit.is_legal) return turned_away ? LinkState::kLogin : LinkState::kOpen;
   switch (entry.get_status()) {
     case LinkStatus::kDisabled:
       return LinkState::kUnknown;

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <string>
 
-#include "veltsharing/Entry.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Owners.h"
-#include "veltsharing/SharingDB.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::host {
 
@@ -26,11 +23,7 @@ bool MayCall(const Access& access, const RequestContext& context, bool signs_in_
     const bool is_user = context.owner.how != sharing::owners::Owner::How::kNobody;
     return (access.user && is_user) || (access.anyone && signs_in_here);
   }
-  if (access.visitor || !access.token) return access.visitor;
-  auto& database = *sharing::db::SharingDB::Instance();
-  sharing::record::Entry entry;
-  return database.IsGood() && sharing::db::EntryDB(database).GetByHash(context.sharing_id, entry) &&
-         sharing::HoldsToken(entry, context.sharing_sid);
+  return access.visitor || (access.token && context.visit.is_legal);
 }
 
 std::string BeyondToken(const Method& method, const RequestContext& context) {

@@ -21,8 +21,7 @@
 #include "host/watch/Statistics.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Owners.h"
-#include "veltsharing/StoreOptions.h"
-#include "veltsharing/Visit.h"
+#include "veltsharing/View.h"
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
@@ -203,6 +202,9 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
       told_of_links_(registry.Symbols("LinksChanged")) {}
 
 void Dispatcher::TellOfLinks(const char* sharing_id) const {
+  // All links, or an application would take those that one owner's token does not open for removed.
+  sharing::View view{sharing::View::Of::kOwner};
+  const sharing::Viewing viewing(view);
   for (void* function : told_of_links_) {
     reinterpret_cast<LinksChangedFunc>(function)(sharing_id);
   }
@@ -222,11 +224,6 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
                                        RequestNote& note) {
   const Address address = AddressOf(request);
   note.SetLink(address.link);
-  if (address.kind == Address::Kind::kOwner) {
-    sharing::SetNoVisitor();
-  } else {
-    sharing::SetVisitor(request.Variable("REMOTE_ADDR"));
-  }
   switch (address.kind) {
     case Address::Kind::kOwner:
     case Address::Kind::kVisitor:
@@ -238,6 +235,8 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
       if (verb != "GET" && verb != "HEAD") {
         return PlainAnswer("405 Method Not Allowed", "This address is for reading.");
       }
+      sharing::View view = sharing::VisitorView(request.Variable("REMOTE_ADDR"));
+      const sharing::Viewing viewing(view);
       output_.Begin();
       std::string answer = AnswerPage(page_, request, address.link);
       LogDropped("link page", output_.End());
@@ -278,6 +277,9 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Addre
     context->sharing_id = address.link;
     const auto sid = context->cookies.find(sharing::SZK_SHARING_SID);
     if (sid != context->cookies.end()) context->sharing_sid = sid->second;
+    context->view = sharing::VisitorView(context->client.address);
+    const sharing::Viewing viewing(context->view);
+    context->visit = sharing::FindVisit(context->sharing_id, context->sharing_sid);
   }
   return AnswerMethod(request, address, std::move(context), sink, note);
 }
@@ -315,7 +317,9 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Ad
       return Refusal(kUnexpectedFailure, "the caller can't be judged now",
                      "503 Service Unavailable");
     }
-    sharing::SetProjects(context->owner.projects);
+    if (caller.kind == Caller::Kind::kOwner) {
+      context->view = {sharing::View::Of::kOwner, {}, context->owner.projects};
+    }
   }
   if (!request.judged) {
     auto refusal = JudgeCaller(request, *method, *context, !options_.web_server_names_owners);
@@ -336,8 +340,11 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
                           : VisitorParty(context->client.address);
   const bool may_change = !context->is_sharing && call.method.post_only;
   const std::string link = TextOf(context->parameters, sharing::SZK_SHARING_ID);
+  const std::string sid = context->visit.use_due ? context->sharing_sid : "";
+  sharing::View& view = context->view;
   APIRequest api_request(std::move(context));
   APIResponse api_response;
+  const sharing::Viewing viewing(view);
   ResponseState& state = api_response.state();
   bool streamed = false;
   if (pool_ == Pool::kStream) {
@@ -363,7 +370,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
     if (pool == pool_) call.method.handler(&api_request, &api_response);
   });
   std::optional<std::string> printed = output_.End();
-  state.retry_after = std::max(state.retry_after, sharing::LoginWait());
+  state.retry_after = std::max(state.retry_after, view.login_wait);
   if (pool != pool_) {
     Outcome outcome(pool, party);
     outcome.judged = true;
@@ -377,9 +384,11 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
   if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
   outcome.afterwards = std::move(state.afterwards);
   const bool changed = may_change && state.outcome == ResponseState::Outcome::kSuccess;
-  if (changed || owner.use_due) {
-    outcome.at_once = [this, owner, link, changed] {
+  const bool visited = !sid.empty() && outcome.code == 0;
+  if (changed || owner.use_due || visited) {
+    outcome.at_once = [this, owner, link, sid, changed, visited] {
       if (owner.use_due) sharing::owners::NoteUse(owner);
+      if (visited) sharing::NoteUse(sid);
       if (changed) TellOfLinks(link.empty() ? nullptr : link.c_str());
     };
   }

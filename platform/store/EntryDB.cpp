@@ -30,8 +30,8 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
   return IsLinkId(hash) && Connection::Of(db_).Run("read a link", [&](StoreSession& store) {
     PreparedStatements& statements = store.statements();
     const EntryRow* row =
-        IsVisitor() ? statements.FindEnabledLink(hash) : statements.FindLink(hash);
-    if (row == nullptr || (IsVisitor() && !OwnerExists(row->owner_uid))) return false;
+        IsOwnersView() ? statements.FindLink(hash) : statements.FindEnabledLink(hash);
+    if (row == nullptr || (!IsOwnersView() && !OwnerExists(row->owner_uid))) return false;
     if (!SeesProject(row->project_name)) return false;
     entry = row->ToEntry();
     return true;
@@ -39,7 +39,7 @@ bool EntryDB::GetByHash(const std::string& hash, record::Entry& entry) {
 }
 
 bool EntryDB::CreateWithHash(record::Entry& entry) {
-  return Connection::Of(db_).Run("create a link", [&](StoreSession& store) {
+  return IsOwnersView() && Connection::Of(db_).Run("create a link", [&](StoreSession& store) {
     auto row = EntryRow::From(entry);
     if (!row || !SeesProject(row->project_name)) return false;
     row->MakeNew(NewLinkId(), Now());
@@ -50,46 +50,50 @@ bool EntryDB::CreateWithHash(record::Entry& entry) {
 }
 
 bool EntryDB::Update(const record::Entry& entry) {
-  return Connection::Of(db_).RunWithReserve("update a link", [&](StoreSession& store) {
-    auto row = EntryRow::From(entry);
-    if (!row) return false;
-    Transaction transaction(store);
-    const EntryRow* stored = store.statements().LockLink(row->hash);
-    if (stored == nullptr || !SeesProject(stored->project_name)) return false;
-    if (!row->MergeOnto(*stored) || !SeesProject(row->project_name)) return false;
-    store.statements().UpdateLink(*row);
-    transaction.Commit();
-    return true;
-  });
+  return IsOwnersView() &&
+         Connection::Of(db_).RunWithReserve("update a link", [&](StoreSession& store) {
+           auto row = EntryRow::From(entry);
+           if (!row) return false;
+           Transaction transaction(store);
+           const EntryRow* stored = store.statements().LockLink(row->hash);
+           if (stored == nullptr || !SeesProject(stored->project_name)) return false;
+           if (!row->MergeOnto(*stored) || !SeesProject(row->project_name)) return false;
+           store.statements().UpdateLink(*row);
+           transaction.Commit();
+           return true;
+         });
 }
 
 bool EntryDB::Delete(const record::Entry& entry) {
-  return Connection::Of(db_).RunWithReserve("delete a link", [&](StoreSession& store) {
-    const long long id = entry.get_id();
-    soci::statement statement =
-        (store.sql().prepare << "delete from link where " << DialectOf(store.sql()).beside_no_such
-                             << "id = :id",
-         soci::use(id));
-    statement.execute(true);
-    return statement.get_affected_rows() == 1;
-  });
+  return IsOwnersView() &&
+         Connection::Of(db_).RunWithReserve("delete a link", [&](StoreSession& store) {
+           const long long id = entry.get_id();
+           soci::statement statement =
+               (store.sql().prepare << "delete from link where "
+                                    << DialectOf(store.sql()).beside_no_such << "id = :id",
+                soci::use(id));
+           statement.execute(true);
+           return statement.get_affected_rows() == 1;
+         });
 }
 
 Condition* EntryDB::GetCondition() const { return condition_.get(); }
 
 bool EntryDB::Count(int& n) const {
   const EntryQuery query(*condition_);
-  return query.IsGood() && Connection::Of(db_).Run("count links", [&](StoreSession& store) {
-    query.Count(store.sql(), n);
-    return true;
-  });
+  return IsOwnersView() && query.IsGood() &&
+         Connection::Of(db_).Run("count links", [&](StoreSession& store) {
+           query.Count(store.sql(), n);
+           return true;
+         });
 }
 
 bool EntryDB::Query(std::vector<record::Entry>& entries) const {
   entries.clear();
   const EntryQuery query(*condition_);
   std::vector<record::Entry> found;
-  if (!query.IsGood() || !Connection::Of(db_).Run("list links", [&](StoreSession& store) {
+  if (!IsOwnersView() || !query.IsGood() ||
+      !Connection::Of(db_).Run("list links", [&](StoreSession& store) {
         query.Run(store.sql(), found);
         return true;
       })) {
@@ -100,10 +104,11 @@ bool EntryDB::Query(std::vector<record::Entry>& entries) const {
 }
 
 bool EntryDB::PurgeExpiredByOwnerProject(std::uint32_t owner, const std::string& project) {
-  return Connection::Of(db_).RunWithReserve("purge links", [&](StoreSession& store) {
-    PurgeLinks(store.sql(), owner, project);
-    return true;
-  });
+  return IsOwnersView() &&
+         Connection::Of(db_).RunWithReserve("purge links", [&](StoreSession& store) {
+           PurgeLinks(store.sql(), owner, project);
+           return true;
+         });
 }
 
 }  // namespace VELT::sharing::db

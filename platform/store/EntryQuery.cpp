@@ -140,7 +140,7 @@ void EntryQuery::AddOrder(const std::string& field, bool ascending) {
 
 std::string AmongProjects() {
   std::string text;
-  for (std::size_t index = 0; index < VisibleProjects().size(); ++index) {
+  for (std::size_t index = 0; index < CurrentView().projects.size(); ++index) {
     text += (index == 0 ? "project_name in (:among" : ", :among") + std::to_string(index);
   }
   return text.empty() ? text : text + ")";
@@ -148,7 +148,7 @@ std::string AmongProjects() {
 
 void BindProjects(soci::statement& statement) {
   std::size_t index = 0;
-  for (const std::string& project : VisibleProjects()) {
+  for (const std::string& project : CurrentView().projects) {
     statement.exchange(soci::use(project, "among" + std::to_string(index++)));
   }
 }
@@ -204,7 +204,7 @@ void EntryQuery::Bind(soci::statement& statement) const {
 }
 
 std::optional<long long> EntryQuery::KnownCount(soci::session& sql) const {
-  if (!VisibleProjects().empty() || !search_.empty()) return std::nullopt;
+  if (!CurrentView().projects.empty() || !search_.empty()) return std::nullopt;
   std::optional<long long> owner;
   std::optional<std::string> project;
   for (const Filter& filter : filters_) {

@@ -22,14 +22,14 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
       link = Printable(params->sharing_id, 6);
       VELT::sharing::db::VisitorLogin login(*params);
       result = login.Run();
-      VELT::sharing::SetLoginWait(login.lockout());
+      VELT::sharing::CurrentView().login_wait = login.lockout();
       if (result == LoginResult::kLoggedIn) sid = login.new_sid();
     }
   } catch (const std::exception&) {  // a damaged link, or no memory
     syslog(LOG_ERR, "sharing store: unexpected failure to log a visitor in");
   }
   syslog(LOG_INFO, "sharing login: result %d, address %s, link %s", static_cast<int>(result),
-         Printable(VELT::sharing::VisitorAddress(), 64).c_str(), link.c_str());
+         Printable(VELT::sharing::CurrentView().address, 64).c_str(), link.c_str());
   return static_cast<int>(result);
 }
 

@@ -13,19 +13,8 @@
 namespace VELT::sharing::db {
 namespace {
 
-// Seconds between two updates of a session's last use: most requests of a visitor write nothing.
+// Seconds between two notes of a session's use: most requests of a visitor write nothing.
 constexpr std::int64_t kUseInterval = std::int64_t{5} * 60;
-
-void UpdateLastUse(soci::session& sql, const SessionRow& session, std::int64_t now) {
-  const long long time = now;
-  try {
-    sql << "update visitor_session set last_used = :now where id = :id and last_used < :now",
-        soci::use(time, "now"), soci::use(session.id, "id");
-  } catch (const soci::soci_error& error) {
-    // A visitor may read on while the database can't be written.
-    LogError("note a session's use", error);
-  }
-}
 
 }  // namespace
 
@@ -39,11 +28,20 @@ bool SessionDB::GetBySessionId(const std::string& sid, record::Session& session)
     const std::int64_t now = Now();
     session.id_ = row->id;
     session.legal_ = row->IsAlive(now);
-    if (session.legal_ && now - row->last_used >= kUseInterval) {
-      UpdateLastUse(store.sql(), *row, now);
-    }
+    session.use_due_ = session.legal_ && now - row->last_used >= kUseInterval;
     return true;
   });
 }
 
 }  // namespace VELT::sharing::db
+
+void VELT::sharing::NoteUse(const std::string& sid) {
+  const long long now = Now();
+  const std::string hash = Digest(sid);
+  db::Connection::Of(*db::SharingDB::Instance()).Run("note a session's use", [&](auto& store) {
+    store.sql() << "update visitor_session set last_used = :now "
+                   "where sid_hash = :hash and last_used < :now",
+        soci::use(now, "now"), soci::use(hash, "hash");
+    return true;
+  });
+}

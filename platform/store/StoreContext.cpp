@@ -7,68 +7,47 @@
 #include "platform/store/sql/Connection.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::sharing {
 namespace {
 
-struct Context {
-  StoreOptions options;
-  bool is_visitor = false;
-  std::string address;
-  std::vector<std::string> projects;
-  std::int64_t login_wait = 0;
-};
-
-Context& TheContext() {
-  static Context context;
-  return context;
+StoreOptions& Options() {
+  static StoreOptions options;
+  return options;
 }
+
+// Null while no view is lent.
+View* lent = nullptr;
 
 }  // namespace
 
 void ConfigureStore(StoreOptions options) {
-  TheContext().options = std::move(options);
+  Options() = std::move(options);
   db::Connection::Of(*db::SharingDB::Instance()).Use(ConnectionText());
 }
 
-void SetVisitor(const std::string& address) {
-  SetNoVisitor();
-  TheContext().is_visitor = true;
-  TheContext().address = address.substr(0, address.find('%'));  // an IPv6 zone is ours, not his
+const std::string& ConnectionText() { return Options().connection; }
+
+std::int64_t Now() { return Options().clock ? Options().clock() : std::time(nullptr); }
+
+std::chrono::milliseconds LoginTimeout() { return Options().login_timeout; }
+
+View VisitorView(const std::string& address) {
+  return {View::Of::kVisitor, address.substr(0, address.find('%'))};
 }
 
-void SetNoVisitor() {
-  TheContext().is_visitor = false;
-  TheContext().address.clear();
-  TheContext().projects.clear();
-  TheContext().login_wait = 0;
+Viewing::Viewing(View& view) : before_(std::exchange(lent, &view)) {}
+Viewing::~Viewing() { lent = before_; }
+
+View& CurrentView() {
+  static View nobodys;
+  return lent != nullptr ? *lent : nobodys;
 }
-
-void SetProjects(std::vector<std::string> projects) { TheContext().projects = std::move(projects); }
-
-const std::vector<std::string>& VisibleProjects() { return TheContext().projects; }
 
 bool SeesProject(const std::string& project) {
-  const auto& projects = VisibleProjects();
-  return projects.empty() || std::find(projects.begin(), projects.end(), project) != projects.end();
+  const auto& [of, address, projects, wait] = CurrentView();
+  return of != View::Of::kNobody && (projects.empty() || std::find(projects.begin(), projects.end(),
+                                                                   project) != projects.end());
 }
-
-const std::string& ConnectionText() { return TheContext().options.connection; }
-
-std::int64_t Now() {
-  const auto& clock = TheContext().options.clock;
-  return clock ? clock() : std::time(nullptr);
-}
-
-bool IsVisitor() { return TheContext().is_visitor; }
-
-const std::string& VisitorAddress() { return TheContext().address; }
-
-std::chrono::milliseconds LoginTimeout() { return TheContext().options.login_timeout; }
-
-std::int64_t LoginWait() { return TheContext().login_wait; }
-
-void SetLoginWait(std::int64_t seconds) { TheContext().login_wait = seconds; }
 
 }  // namespace VELT::sharing

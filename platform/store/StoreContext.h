@@ -1,11 +1,11 @@
-// What the host has set through StoreOptions.h: the options, the clock, whether the request is a
-// visitor's and from which address.
+// What the host has set through StoreOptions.h and View.h.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "veltsharing/View.h"
 
 namespace VELT::sharing {
 
@@ -15,18 +15,14 @@ const std::string& ConnectionText();
 // Seconds since 1970 UTC.
 std::int64_t Now();
 
-bool IsVisitor();
-
-// Empty when the request is not a visitor's.
-const std::string& VisitorAddress();
-
-// The only projects whose links the request may see; empty: all.
-const std::vector<std::string>& VisibleProjects();
-bool SeesProject(const std::string& project);
-
 std::chrono::milliseconds LoginTimeout();
 
-// Sets what LoginWait (Visit.h) returns until the next request.
-void SetLoginWait(std::int64_t seconds);
+// The view that was lent last, or nobody's.
+View& CurrentView();
+
+inline bool IsOwnersView() { return CurrentView().of == View::Of::kOwner; }
+inline bool IsVisitorsView() { return CurrentView().of == View::Of::kVisitor; }
+// Whether the current view has links of this project.
+bool SeesProject(const std::string& project);
 
 }  // namespace VELT::sharing

@@ -13,7 +13,6 @@
 #include "veltsharing/Session.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/Token.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::sharing::db {
 
@@ -27,33 +26,41 @@ bool TokenDB::GetBySessionEntry(const record::Session& session, const record::En
     const EntryRow* link = store.statements().FindLinkById(entry.get_id());
     if (row == nullptr || link == nullptr) return false;
     token.entry_id_ = link->id;
-    token.legal_ = session.legal_ && row->Fits(*link, VisitorAddress()) &&
+    token.legal_ = IsVisitorsView() && session.legal_ && row->Fits(*link, CurrentView().address) &&
                    ServesVisitors(StatusAt(link->Limits(), Now())) && OwnerExists(link->owner_uid);
     return true;
   });
 }
 
 bool TokenDB::PurgeByEntry(const record::Entry& entry) {
-  return Connection::Of(db_).RunWithReserve("remove a link's tokens", [&](StoreSession& store) {
-    const long long id = entry.get_id();
-    store.sql() << "delete from visitor_token where " << DialectOf(store.sql()).beside_no_such
-                << "link_id = :id",
-        soci::use(id);
-    return true;
-  });
+  return IsOwnersView() &&
+         Connection::Of(db_).RunWithReserve("remove a link's tokens", [&](StoreSession& store) {
+           const long long id = entry.get_id();
+           store.sql() << "delete from visitor_token where "
+                       << DialectOf(store.sql()).beside_no_such << "link_id = :id",
+               soci::use(id);
+           return true;
+         });
 }
 
 }  // namespace VELT::sharing::db
 
 namespace VELT::sharing {
 
-bool HoldsToken(const record::Entry& entry, const std::string& sid) {
+Visit FindVisit(const std::string& link, const std::string& sid) {
   auto& database = *db::SharingDB::Instance();
+  Visit visit;
   record::Session session;
   record::Token token;
-  return !sid.empty() && db::SessionDB(database).GetBySessionId(sid, session) &&
-         session.IsLegal() && db::TokenDB(database).GetBySessionEntry(session, entry, token) &&
-         token.IsLegal() && token.get_entry_id() == entry.get_id();
+  if (!db::EntryDB(database).GetByHash(link, visit.link) || sid.empty() ||
+      !db::SessionDB(database).GetBySessionId(sid, session)) {
+    return visit;
+  }
+  visit.is_legal = session.IsLegal() &&
+                   db::TokenDB(database).GetBySessionEntry(session, visit.link, token) &&
+                   token.IsLegal() && token.get_entry_id() == visit.link.get_id();
+  visit.use_due = visit.is_legal && session.use_due_;
+  return visit;
 }
 
 }  // namespace VELT::sharing

@@ -43,7 +43,7 @@ VisitorLogin::VisitorLogin(const _tag_sharing_login_params& params)
       account_password_(params.mosk_password),
       old_sid_(params.sid == nullptr ? "" : params.sid),
       account_key_(AccountKey(account_)),
-      source_key_(SourceKey(VisitorAddress())) {}
+      source_key_(SourceKey(CurrentView().address)) {}
 
 LoginResult VisitorLogin::Run() {
   Connection& connection = Connection::Of(*SharingDB::Instance());
@@ -97,7 +97,7 @@ std::optional<LoginResult> VisitorLogin::Attempt(StoreSession& store) {
 LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
   now_ = Now();
   const EntryRow* link = store.statements().LockLink(hash_);
-  if (link == nullptr) return LoginResult::kNotServed;
+  if (link == nullptr || !IsVisitorsView()) return LoginResult::kNotServed;
   link_ = *link;
   const LinkStatus status = StatusAt(link_.Limits(), now_);
   if (!ServesVisitors(status) || !OwnerExists(link_.owner_uid)) return LoginResult::kNotServed;
@@ -109,10 +109,11 @@ LoginResult VisitorLogin::CheckPreconditions(StoreSession& store) {
   }
   if (session_ && !session_->IsAlive(now_)) session_.reset();
   const bool match_ip = link_.enable_match_ip != 0;
-  if (session_ && match_ip && session_->address != VisitorAddress()) return LoginResult::kDenied;
+  if (session_ && match_ip && session_->address != CurrentView().address)
+    return LoginResult::kDenied;
 
   const TokenRow* token = session_ ? store.statements().FindToken(session_->id, link_.id) : nullptr;
-  holds_token_ = token != nullptr && token->Fits(link_, VisitorAddress());
+  holds_token_ = token != nullptr && token->Fits(link_, CurrentView().address);
   if (link_.IsProtected()) {
     const FailureKey key = MakeFailureKey();
     lockout_ = LockoutSeconds(store.sql(), key, now_);
@@ -149,7 +150,7 @@ LoginResult VisitorLogin::CheckCredentials() const {
 
 LoginResult VisitorLogin::CheckListedAccount(const record::Entry& entry) const {
   const PamReply reply =
-      AskPam({PamRequest::Kind::kVisitor, account_, {account_password_}, VisitorAddress()},
+      AskPam({PamRequest::Kind::kVisitor, account_, {account_password_}, CurrentView().address},
              LoginTimeout());
   if (reply.verdict == PamReply::Verdict::kWrong) return LoginResult::kWrongAccount;
   if (reply.verdict != PamReply::Verdict::kRight) return LoginResult::kInternal;
@@ -172,7 +173,7 @@ LoginResult VisitorLogin::Admit(StoreSession& store) {
   }
   if (link_.IsProtected()) ClearFailures(store.sql(), MakeFailureKey());
   RenewSession(store);
-  store.statements().InsertToken(session_->id, link_, VisitorAddress());
+  store.statements().InsertToken(session_->id, link_, CurrentView().address);
   return LoginResult::kLoggedIn;
 }
 
@@ -184,14 +185,14 @@ void VisitorLogin::RenewSession(StoreSession& store) {
   if (session_) {
     store.sql() << "update visitor_session set sid_hash = :hash, address = :address, "
                    "last_used = :now where id = :id",
-        soci::use(hash), soci::use(VisitorAddress()), soci::use(now_), soci::use(session_->id);
+        soci::use(hash), soci::use(CurrentView().address), soci::use(now_), soci::use(session_->id);
     return;
   }
   PreparedStatements& statements = store.statements();
   statements.RemoveDeadSessions(now_ - kSessionLife);
-  statements.RemoveSurplusSessions(link_.id, VisitorAddress());
+  statements.RemoveSurplusSessions(link_.id, CurrentView().address);
   session_.emplace();
-  session_->id = statements.InsertSession(hash, VisitorAddress(), now_);
+  session_->id = statements.InsertSession(hash, CurrentView().address, now_);
 }
 
 }  // namespace VELT::sharing::db

@@ -5,7 +5,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "veltsharing/SharingDB.h"
 #include "veltsys/JsonText.h"
 #include "veltsys/Text.h"
 #include "veltwebapi/RequestContext.h"
@@ -119,14 +118,8 @@ bool APIRequest::IsSharing() const { return context_->is_sharing; }
 std::string APIRequest::GetSharingID() const { return context_->sharing_id; }
 std::string APIRequest::GetSharingSID() const { return context_->sharing_sid; }
 
-sharing::record::Entry APIRequest::GetSharingEntry() const {
-  sharing::record::Entry entry;
-  if (context_->is_sharing) {
-    sharing::db::EntryDB(*sharing::db::SharingDB::Instance())
-        .GetByHash(context_->sharing_id, entry);
-  }
-  return entry;
-}
+sharing::record::Entry APIRequest::GetSharingEntry() const { return context_->visit.link; }
+bool APIRequest::HasVisit() const { return context_->visit.is_legal; }
 
 std::string APIRequest::GetSharingURL(const std::string& path) const {
   return context_->base_url + path;

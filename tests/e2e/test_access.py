@@ -7,7 +7,7 @@ import os
 import sqlite3
 import unittest
 
-from demo import SHARING, Demo, Visitor, declared_methods, door
+from demo import SHARING, Demo, Visitor, declared_methods, door, wait_until
 
 FILES, LINKS, VISITS, SIGN_IN = "VELT.Files", "VELT.Links", "VELT.Visits", "VELT.Core.SignIn"
 LOGIN, SESSION, INIT = SHARING + ".Login", SHARING + ".Session", SHARING + ".Initdata"
@@ -225,6 +225,22 @@ class Tokens(unittest.TestCase):
                 self.assertNotEqual(planted, visitor.cookies[SID])
                 self.assertEqual(1006, Visitor(DEMO, link, {SID: planted}).call(SHARING, "get")["error"]["code"])
                 self.assertTrue(visitor.call(SHARING, "get")["success"])
+
+    def test_only_a_call_that_is_let_in_is_a_use_of_the_session(self):
+        link, other = DEMO.create(), DEMO.create()
+        visitor = admitted(link)
+        with contextlib.closing(sqlite3.connect(DEMO.database, isolation_level=None)) as sql:
+            sql.execute("update visitor_session set last_used = last_used - 1000")
+
+            def unused():
+                return sql.execute("select count(*) from visitor_session where last_used > "
+                                   "unixepoch() - 900").fetchone() == (0,)
+            self.assertEqual(200, visitor.page().status)
+            self.assertEqual(1006, visitor.at(other).call(SHARING, "get")["error"]["code"])
+            self.assertEqual(105, visitor.call(SHARING, "get", {"sharing_id": other})["error"]["code"])
+            self.assertTrue(unused())
+            self.assertTrue(visitor.call(SHARING, "get")["success"])
+            wait_until(lambda: not unused())
 
 
 class EndOfAVisit(unittest.TestCase):

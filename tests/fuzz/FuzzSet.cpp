@@ -5,6 +5,7 @@
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/SyslogCapture.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 #include "veltwebapi/APITable.h"
 #include "veltwebapi/RequestContext.h"
 #include "veltwebapi/ResponseState.h"
@@ -55,6 +56,8 @@ void TryTime(const RequestContext& context) {
 void Try(const std::string& text) {
   static const bool configured = (sharing::ConfigureStore({"sqlite3 /nonexistent", {}}), true);
   RequestContext context;
+  context.view.of = sharing::View::Of::kOwner;
+  const sharing::Viewing viewing(context.view);
   if (!configured || !ReadContext(text, context)) return;
   TryTime(context);
   for (const auto* check = GetAPICheckTable(); check->api != nullptr; ++check) {

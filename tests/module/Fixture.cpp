@@ -12,6 +12,7 @@
 
 #include "platform/store/sql/Dialect.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
@@ -79,7 +80,7 @@ void ModuleTest::As(unsigned int uid, bool admin) {
   caller_.is_admin = admin;
   caller_.base_url = "https://nas.example";
   caller_.language = "ger";
-  sharing::SetNoVisitor();
+  caller_.view = {sharing::View::Of::kOwner};
 }
 
 void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
@@ -90,7 +91,7 @@ void ModuleTest::AsVisitor(const std::string& link, const std::string& sid,
   caller_.sharing_sid = sid;
   caller_.base_url = "https://nas.example";
   if (!sid.empty()) caller_.cookies["sharing_sid"] = sid;
-  sharing::SetVisitor(address);
+  caller_.view = sharing::VisitorView(address);
 }
 
 Answer ModuleTest::Call(const std::string& api, const std::string& method,
@@ -99,6 +100,9 @@ Answer ModuleTest::Call(const std::string& api, const std::string& method,
   const Json::Value all = parameters.isString() ? Parse(parameters.asString()) : parameters;
   for (const std::string& name : all.getMemberNames()) {
     context->parameters[name] = {true, all[name], ""};
+  }
+  if (context->is_sharing) {
+    context->visit = sharing::FindVisit(context->sharing_id, context->sharing_sid);
   }
   APIRequest request(std::move(context));
   APIResponse response;

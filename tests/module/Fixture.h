@@ -69,6 +69,7 @@ class ModuleTest : public testing::Test {
   void OpenStore();
   std::string connection_;
   RequestContext caller_;
+  const sharing::Viewing viewing_{caller_.view};
 };
 
 }  // namespace VELT

@@ -15,7 +15,6 @@
 #include "platform/store/sql/Dialect.h"
 #include "veltsharing/Session.h"
 #include "veltsharing/Token.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::sharing {
 
@@ -107,13 +106,13 @@ Json::Value StoreTest::Shown(const Entry& link) {
 
 int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& password,
                      const std::string& account) {
-  SetVisitor(visitor.address);
+  View view = VisitorView(visitor.address);
+  const Viewing viewing(view);
   const std::string sid = visitor.sid;
   const _tag_sharing_login_params params{link.get_hash().c_str(), password.c_str(), account.c_str(),
                                          password.c_str(), sid.empty() ? nullptr : sid.c_str()};
   const int result = VeltSharingLogin(visitor.sid, &params, false);
-  login_wait_ = LoginWait();
-  SetNoVisitor();
+  login_wait_ = view.login_wait;
   if (result == 1) secrets_.push_back(visitor.sid);
   return result;
 }
@@ -126,15 +125,9 @@ void StoreTest::ExpectLogIn(int want, const Entry& link, const std::string& pass
 }
 
 bool StoreTest::MayEnter(const Visitor& visitor, const Entry& link) {
-  SetVisitor(visitor.address);
-  record::Session session;
-  record::Token token;
-  const bool may_enter = db::SessionDB(db_).GetBySessionId(visitor.sid, session) &&
-                         session.IsLegal() &&
-                         db::TokenDB(db_).GetBySessionEntry(session, link, token) &&
-                         token.IsLegal() && token.get_entry_id() == link.get_id();
-  SetNoVisitor();
-  return may_enter;
+  View view = VisitorView(visitor.address);
+  const Viewing viewing(view);
+  return FindVisit(link.get_hash(), visitor.sid).is_legal;
 }
 
 std::vector<int> StoreTest::InProcesses(int count, const std::function<int(int)>& work) const {

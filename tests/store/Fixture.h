@@ -16,6 +16,7 @@
 #include "veltsharing/Login.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/StoreOptions.h"
+#include "veltsharing/View.h"
 
 namespace VELT::sharing {
 
@@ -70,7 +71,10 @@ class StoreTest : public testing::TestWithParam<std::string> {
   std::vector<int> InProcesses(int count, const std::function<int(int)>& work) const;
 
   static std::int64_t now_;
-  std::int64_t login_wait_ = 0;  // LoginWait after the latest LogIn
+  std::int64_t login_wait_ = 0;  // of the view after the latest LogIn
+
+  View owners_{View::Of::kOwner};
+  const Viewing viewing_{owners_};  // other views are lent for single calls
 
   db::SharingDB& db_ = *db::SharingDB::Instance();
   db::EntryDB links_{db_};

@@ -191,15 +191,46 @@ TEST_P(LinkTest, VisitorFindsNoLinkThatIsOffOrWithoutItsOwner) {
   };
   for (const auto& [edit, found] : rows) {
     const Entry link = Make(edit);
-    SetVisitor("192.0.2.1");
-    Entry read = link;
-    EXPECT_EQ(links_.GetByHash(link.get_hash(), read), found);
-    EXPECT_EQ(read.get_hash(), found ? link.get_hash() : "");
-    SetVisitor("");
-    EXPECT_EQ(Exists(link), found) << "a visitor without an address";
-    SetNoVisitor();
+    for (const char* address : {"192.0.2.1", ""}) {
+      View view = VisitorView(address);
+      const Viewing viewing(view);
+      Entry read = link;
+      EXPECT_EQ(links_.GetByHash(link.get_hash(), read), found);
+      EXPECT_EQ(read.get_hash(), found ? link.get_hash() : "");
+    }
     EXPECT_TRUE(Exists(link));
   }
+}
+
+TEST_P(LinkTest, OnlyOwnersChangeAndListLinksAndNobodyFindsOne) {
+  Entry link = Make();
+  Visitor visitor;
+  ASSERT_EQ(LogIn(visitor, link), 1);
+  const auto refused = [&] {
+    Entry copy = link;
+    copy.set_enabled(false);
+    std::vector<Entry> found;
+    int count = 0;
+    EXPECT_FALSE(links_.Update(copy) || links_.Delete(copy) || links_.CreateWithHash(copy));
+    EXPECT_FALSE(links_.Count(count) || links_.Query(found));
+    EXPECT_FALSE(links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, ""));
+    EXPECT_FALSE(db::TokenDB(db_).PurgeByEntry(link));
+  };
+  {
+    View view = VisitorView(visitor.address);
+    const Viewing viewing(view);
+    EXPECT_TRUE(Exists(link));
+    refused();
+    View nobodys;
+    const Viewing hidden(nobodys);
+    EXPECT_FALSE(Exists(link) || FindVisit(link.get_hash(), visitor.sid).is_legal);
+    const _tag_sharing_login_params params{link.get_hash().c_str(), "", "", "", nullptr};
+    std::string sid;
+    EXPECT_EQ(VeltSharingLogin(sid, &params, false), -3);
+    refused();
+  }
+  EXPECT_TRUE(MayEnter(visitor, link));
+  EXPECT_TRUE(Shown(link)["enabled"].asBool());
 }
 
 TEST_P(LinkTest, DeletedLinkLosesItsTokensAndItsIdIsNeverUsedAgain) {

@@ -1,11 +1,10 @@
-// What the host sets for the store: the database, the clock, and whose request is served.
+// What the host sets for the store: the database and the clock.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace VELT::sharing {
 
@@ -21,16 +20,6 @@ struct StoreOptions {
 // To be called before the first use of SharingDB in a process. Tests call it again to change the
 // database; an open connection is closed.
 void ConfigureStore(StoreOptions options);
-
-// Says that the requests from now on are those of a visitor from `address`, in text form. For them
-// EntryDB::GetByHash finds no link that is disabled or whose owner has no account any more. A
-// disabled link takes no longer than an unknown one.
-void SetVisitor(const std::string& address);
-// Says that the requests from now on are not a visitor's, as at the start of a process.
-void SetNoVisitor();
-// Says that the current request, until the next call of the two above, sees and changes links of these
-// projects alone; empty: of all.
-void SetProjects(std::vector<std::string> projects);
 
 // Creates the database of the options with empty tables if it does not exist; nothing else ever
 // does. The folder of an SQLite file, or the PostgreSQL database, must exist. The file belongs to

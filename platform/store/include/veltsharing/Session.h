@@ -2,11 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace VELT::sharing::db {
 class SessionDB;
 class TokenDB;
 }  // namespace VELT::sharing::db
+
+namespace VELT::sharing {
+struct Visit;
+Visit FindVisit(const std::string& link, const std::string& sid);
+}  // namespace VELT::sharing
 
 namespace VELT::sharing::record {
 
@@ -20,9 +26,11 @@ class Session {
  private:
   friend class db::SessionDB;
   friend class db::TokenDB;
+  friend Visit VELT::sharing::FindVisit(const std::string&, const std::string&);
 
   std::int64_t id_ = 0;
   bool legal_ = false;
+  bool use_due_ = false;  // it is legal, and its last use was not noted lately
 };
 
 }  // namespace VELT::sharing::record

@@ -59,7 +59,7 @@ class EntryDB {
   EntryDB(const EntryDB&) = delete;
   EntryDB& operator=(const EntryDB&) = delete;
 
-  // A visitor (StoreOptions.h) finds no link that is disabled or whose owner has no account.
+  // A visitor finds no link that is disabled or whose owner has no account.
   bool GetByHash(const std::string& hash, record::Entry& entry);
   // Stores the entry as a new link and gives it a new id and hash, which the entry holds
   // afterwards. A failed call leaves the entry as it was.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "veltsharing/Entry.h"
@@ -21,18 +20,10 @@ enum class LoginResult {
   kUsedUp = -11,
 };
 
-// Whether the visitor session `sid`, which may be any text, holds a legal token for the stored link
-// `entry`. False as well when the database can't be used. One thread at a time.
-bool HoldsToken(const record::Entry& entry, const std::string& sid);
-
 inline constexpr int kVisitDays = 90;  // days for which the store keeps the number of visits
 
 // Sets `days` to the visits of the stored link on each of the latest kVisitDays days, today's last.
 // A day begins and ends as the appliance's local date does. False when the database can't be used.
 bool VisitsByDay(const record::Entry& entry, std::vector<std::int64_t>& days);
-
-// The seconds until the visitor may log in again if a login of the current request was refused because
-// too many had failed; otherwise 0.
-std::int64_t LoginWait();
 
 }  // namespace VELT::sharing

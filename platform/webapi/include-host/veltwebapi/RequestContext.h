@@ -8,6 +8,7 @@
 #include <string>
 
 #include "veltsharing/Owners.h"
+#include "veltsharing/View.h"
 #include "veltwebapi/APIRequest.h"
 
 namespace VELT {
@@ -42,6 +43,9 @@ struct RequestContext {
   std::string raw_body;
   std::string sharing_id;
   std::string sharing_sid;
+  // Whose request it is for the store, and what was found of a visitor's before the method began.
+  sharing::View view;
+  sharing::Visit visit;
   std::string base_url;
   std::string language = "enu";
 };

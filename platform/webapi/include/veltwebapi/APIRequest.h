@@ -61,8 +61,11 @@ class APIRequest {
   bool IsSharing() const;
   std::string GetSharingID() const;
   std::string GetSharingSID() const;
-  // The link of a visitor's request, read from the store; an empty record when there is none.
+  // The link of a visitor's request as it was before the method began; an empty record, whose id is
+  // 0, when there is none or the visitor may not know of it.
   sharing::record::Entry GetSharingEntry() const;
+  // Whether the visitor's session held a legal token for that link then.
+  bool HasVisit() const;
 
   // The beginning of links, which is scheme, host and port without a slash at the end, with `path`
   // appended unchanged.
