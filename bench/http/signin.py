@@ -4,12 +4,16 @@
 An owner's `get`, of a link with its QR code and of who calls, with a session's cookie is compared to the same call
 behind a web server that asks PAM for each request, and behind one that gives the name for nothing; both pass to a
 second service over the same database. Signing in is compared to PAM's conversation alone, for a password hashed as the
-system hashes new ones. All in turns. Needs wrk; as root.
+system hashes new ones, and wrong passwords of accounts that exist to those of some that don't. All in turns. Needs wrk;
+as root.
 """
 
+import bisect
+import contextlib
 import ctypes
 import os
 import shutil
+import sqlite3
 import statistics
 import subprocess
 import sys
@@ -24,7 +28,7 @@ from traffic import ENTRY, Caller, Same  # noqa: E402
 import webserver  # noqa: E402
 
 SIGN_IN = "VELT.Core.SignIn"
-ROUNDS, SECONDS, SIGN_INS = 7, 2, 60
+ROUNDS, SECONDS, SIGN_INS, GUESSES = 7, 2, 60, 1000
 IN_NAMESPACE = os.path.join(TOP, "scripts/in-namespace")
 ASKS = """\
 server.modules += ("mod_auth", "mod_authn_pam")
@@ -138,6 +142,7 @@ def measure(demo, named):
                "at least 3")
         report("with the name given / with a session", statistics.median(c / a for a, _, c in rates), "at most 1.25")
 
+    measure_guesses(demo)
     path = demo.path("/etc/shadow")
     with open(path, encoding="utf-8") as file:
         rows = file.read().splitlines()
@@ -159,6 +164,25 @@ def measure(demo, named):
     took, alone = (statistics.median(column) for column in zip(*times))
     print(f"sign-in {1e3 * took:.1f} ms, PAM alone {1e3 * alone:.1f} ms")
     report("sign-in / PAM's conversation alone", took / alone, "at most 1.1")
+
+
+def measure_guesses(demo):
+    """Whether the time of an answer tells which accounts there are, whose passwords are hashed alike."""
+    caller, times = Caller(demo.port), {"alice": [], "bob": [], "nobody": [], "somebody": []}
+    with contextlib.closing(sqlite3.connect(demo.database, isolation_level=None)) as store:
+        for number in range(4 * GUESSES // 2):
+            account = list(times)[number % 4]
+            store.execute("delete from failed_login")
+            start = time.perf_counter()
+            with contextlib.suppress(OSError):  # what an error is to it
+                caller.call("login", api=SIGN_IN, account=account, password="wrong")
+            times[account].append(time.perf_counter() - start)
+    known, unknown = times["alice"] + times["bob"], times["nobody"] + times["somebody"]
+    print(f"wrong password, median of {GUESSES}: known {1e3 * statistics.median(known):.2f} ms, "
+          f"unknown {1e3 * statistics.median(unknown):.2f} ms")
+    known.sort()
+    later = sum(bisect.bisect(known, each) for each in unknown) / len(known) / len(unknown)
+    report("how often an unknown account's answer takes longer", later, "0.45 to 0.55")
 
 
 def main(build):

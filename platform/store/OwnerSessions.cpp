@@ -20,28 +20,19 @@ bool FindSession(const std::string& session, std::optional<Owner>& owner) {
   owner.reset();
   if (session.size() != kSessionIdLength) return true;
   return Run("find an owner's session", [&](db::StoreSession& store) {
-    const std::string hash = Digest(session);
+    const db::OwnerSessionRow* row = store.statements().FindOwnerSession(Digest(session));
+    const long long now = Now();
+    if (row == nullptr || EndOf(row->created_at, row->last_used, row->stay != 0) <= now)
+      return true;
     Owner found;
     found.how = Owner::How::kSession;
-    long long uid = 0;
-    long long created_at = 0;
-    long long last_used = 0;
-    long long stay = 0;
-    long long checked_at = 0;
-    store.sql() << "select s.id, s.created_at, s.last_used, s.stay, s.failures, a.name, a.uid, "
-                   "a.checked_at from owner_session s join owner_account a on a.id = s.account_id "
-                   "where s.sid_hash = :hash and s.credential = a.credential",
-        soci::into(found.id), soci::into(created_at), soci::into(last_used), soci::into(stay),
-        soci::into(found.failures), soci::into(found.account), soci::into(uid),
-        soci::into(checked_at), soci::use(hash);
-    const long long now = Now();
-    found.expire_at = EndOf(created_at, last_used, stay != 0);
-    if (!store.sql().got_data() || found.expire_at <= now) return true;
-    // This call is a use.
-    found.expire_at = EndOf(created_at, now, stay != 0);
-    found.uid = static_cast<unsigned int>(uid);
-    found.check_due = IsCheckDue(checked_at, now);
-    found.use_due = last_used + kNoteEvery <= now;
+    found.id = row->id;
+    found.account = row->account;
+    found.uid = static_cast<unsigned int>(row->uid);
+    found.expire_at = EndOf(row->created_at, now, row->stay != 0);  // this call is a use
+    found.failures = row->failures;
+    found.check_due = IsCheckDue(row->checked_at, now);
+    found.use_due = row->last_used + kNoteEvery <= now;
     owner = found;
     return true;
   });

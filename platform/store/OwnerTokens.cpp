@@ -45,32 +45,21 @@ bool FindToken(const std::string& token, std::optional<Owner>& owner) {
   owner.reset();
   if (!IsWellFormed(token)) return true;
   return Run("find an owner's token", [&](db::StoreSession& store) {
-    const std::string hash = Digest(token);
+    const db::OwnerTokenRow* row = store.statements().FindOwnerToken(Digest(token));
+    const long long now = Now();
+    if (row == nullptr || (row->expire_at != 0 && row->expire_at <= now)) return true;
     Owner found;
     found.how = Owner::How::kToken;
-    long long uid = 0;
-    long long may_change = 0;
-    long long last_used = 0;
-    long long checked_at = 0;
-    std::string projects;
-    std::string credential;
-    store.sql()
-        << "select t.id, t.may_change, t.projects, t.last_used, t.expire_at, a.name, a.uid, "
-           "a.checked_at, a.credential from owner_token t join owner_account a on a.id = "
-           "t.account_id "
-           "where t.token_hash = :hash",
-        soci::into(found.id), soci::into(may_change), soci::into(projects), soci::into(last_used),
-        soci::into(found.expire_at), soci::into(found.account), soci::into(uid),
-        soci::into(checked_at), soci::into(credential), soci::use(hash);
-    const long long now = Now();
-    if (!store.sql().got_data() || (found.expire_at != 0 && found.expire_at <= now)) return true;
-    found.uid = static_cast<unsigned int>(uid);
-    found.may_change = may_change != 0;
-    found.projects = Split(projects);
-    found.check_due = IsCheckDue(checked_at, now);
+    found.id = row->id;
+    found.account = row->account;
+    found.uid = static_cast<unsigned int>(row->uid);
+    found.expire_at = row->expire_at;
+    found.may_change = row->may_change != 0;
+    found.projects = Split(row->projects);
+    found.check_due = IsCheckDue(row->checked_at, now);
     // The latest check refused the account.
-    if (!found.check_due && credential.empty()) return true;
-    found.use_due = last_used + kNoteEvery <= now;
+    if (!found.check_due && row->credential.empty()) return true;
+    found.use_due = row->last_used + kNoteEvery <= now;
     owner = found;
     return true;
   });

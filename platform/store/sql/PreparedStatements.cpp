@@ -85,6 +85,46 @@ struct TokenRead {
   soci::statement statement;
 };
 
+struct OwnerSessionRead {
+  explicit OwnerSessionRead(soci::session& sql) : statement(sql) {
+    for (long long* number : {&row.id, &row.created_at, &row.last_used, &row.stay, &row.failures,
+                              &row.uid, &row.checked_at}) {
+      statement.exchange(soci::into(*number));
+    }
+    statement.exchange(soci::into(row.account));
+    statement.exchange(soci::use(hash));
+    Prepare(
+        statement,
+        "select s.id, s.created_at, s.last_used, s.stay, s.failures, a.uid, a.checked_at, a.name "
+        "from owner_session s join owner_account a on a.id = s.account_id "
+        "where s.sid_hash = :hash and s.credential = a.credential");
+  }
+  std::string hash;
+  OwnerSessionRow row;
+  soci::statement statement;
+};
+
+struct OwnerTokenRead {
+  explicit OwnerTokenRead(soci::session& sql) : statement(sql) {
+    for (long long* number :
+         {&row.id, &row.may_change, &row.last_used, &row.expire_at, &row.uid, &row.checked_at}) {
+      statement.exchange(soci::into(*number));
+    }
+    statement.exchange(soci::into(row.projects));
+    statement.exchange(soci::into(row.account));
+    statement.exchange(soci::into(row.credential));
+    statement.exchange(soci::use(hash));
+    Prepare(statement,
+            "select t.id, t.may_change, t.last_used, t.expire_at, a.uid, a.checked_at, t.projects, "
+            "a.name, "
+            "a.credential from owner_token t join owner_account a on a.id = t.account_id "
+            "where t.token_hash = :hash");
+  }
+  std::string hash;
+  OwnerTokenRow row;
+  soci::statement statement;
+};
+
 struct LinkInsert {
   explicit LinkInsert(soci::session& sql) : statement(sql) {
     Prepare(statement, row.BindInsert(statement, new_id));
@@ -212,6 +252,8 @@ struct PreparedStatements::Statements {
         read_session(sql, ""),
         lock_session(sql, DialectOf(sql).row_lock),
         read_token(sql),
+        read_owner_session(sql),
+        read_owner_token(sql),
         insert_link(sql),
         count_visit(sql),
         count_day(sql),
@@ -231,6 +273,8 @@ struct PreparedStatements::Statements {
   SessionRead read_session;
   SessionRead lock_session;
   TokenRead read_token;
+  OwnerSessionRead read_owner_session;
+  OwnerTokenRead read_owner_token;
   LinkInsert insert_link;
   std::unique_ptr<LinkUpdate> update_link;  // the last kind
   VisitCount count_visit;
@@ -286,6 +330,18 @@ const TokenRow* PreparedStatements::FindToken(long long session, long long link)
   auto& read = statements_->read_token;
   read.session = session;
   read.link = link;
+  return RunToEnd(read.statement) ? &read.row : nullptr;
+}
+
+const OwnerSessionRow* PreparedStatements::FindOwnerSession(const std::string& sid_hash) {
+  auto& read = statements_->read_owner_session;
+  read.hash = sid_hash;
+  return RunToEnd(read.statement) ? &read.row : nullptr;
+}
+
+const OwnerTokenRow* PreparedStatements::FindOwnerToken(const std::string& token_hash) {
+  auto& read = statements_->read_owner_token;
+  read.hash = token_hash;
   return RunToEnd(read.statement) ? &read.row : nullptr;
 }
 

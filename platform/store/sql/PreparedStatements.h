@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/store/sql/EntryRow.h"
+#include "platform/store/sql/OwnerRows.h"
 #include "platform/store/sql/Soci.h"
 #include "platform/store/sql/VisitorRows.h"
 
@@ -39,6 +40,10 @@ class PreparedStatements {
   const SessionRow* LockSession(const std::string& sid_hash);
   // The session's token for the link.
   const TokenRow* FindToken(long long session, long long link);
+  // An owner's session whose id has this digest and that the account's password is still that of; an owner's
+  // token with this digest.
+  const OwnerSessionRow* FindOwnerSession(const std::string& sid_hash);
+  const OwnerTokenRow* FindOwnerToken(const std::string& token_hash);
   // Stores a new link and returns its new id.
   long long InsertLink(const EntryRow& row);
   // Writes the columns that the row marks as changed to the link with its id, which must be locked.
