@@ -18,10 +18,11 @@ bool AsksForAnotherLink(const RequestContext& context) {
   return !id.empty() && id != context.sharing_id;
 }
 
-bool MayCall(const Access& access, const RequestContext& context, bool signs_in_here) {
+bool MayCall(const Method& method, const RequestContext& context, bool signs_in_here) {
+  const Access& access = method.access;
   if (!context.is_sharing) {
     const bool is_user = context.owner.how != sharing::owners::Owner::How::kNobody;
-    return (access.user && is_user) || (access.anyone && signs_in_here);
+    return (access.user && is_user) || (access.anyone && (signs_in_here || !method.post_only));
   }
   return access.visitor || (access.token && context.visit.is_legal);
 }

@@ -167,7 +167,7 @@ std::optional<Dispatcher::Outcome> JudgeAddress(const WebRequest& request, Addre
 std::optional<Dispatcher::Outcome> JudgeCaller(const WebRequest& request, const Method& method,
                                                const RequestContext& context,
                                                bool signs_owners_in) {
-  if (!MayCall(method.access, context, signs_owners_in)) {
+  if (!MayCall(method, context, signs_owners_in)) {
     // No WWW-Authenticate: it would open the browser's own dialogue.
     const bool signed_out = !context.is_sharing && context.owner.account.empty();
     return Refusal(kNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");

@@ -13,8 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <sstream>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "platform/store/Secrets.h"
 #include "veltsys/Counters.h"
@@ -101,38 +103,58 @@ Verdict VerdictOf(int status) {
 
 bool IsHash(const std::string& text) { return text.starts_with('$'); }
 
-// The hash of the password that owners sign in with and the system has not, a line NAME:HASH each, as
-// pam_pwdfile reads it; empty if there is none. `name` empty: of the first account.
-std::string OwnersHash(const std::string& name) {
+// The hashes of the passwords that owners sign in with and the system has not, a line NAME:HASH each,
+// as pam_pwdfile reads it. `name` empty: those of all accounts.
+std::vector<std::string> OwnersHashes(const std::string& name) {
+  std::vector<std::string> hashes;
   std::ifstream file("/usr/velt/etc/owners");
   for (std::string row; std::getline(file, row);) {
     const std::size_t colon = row.find(':');
     if (colon == std::string::npos || (!name.empty() && row.substr(0, colon) != name)) continue;
-    return row.substr(colon + 1, row.find(':', colon + 1) - colon - 1);
+    hashes.push_back(row.substr(colon + 1, row.find(':', colon + 1) - colon - 1));
   }
-  return {};
+  return hashes;
 }
 
 // The hashes of the account's passwords, empty where there are none or the system does not show them.
 std::string PasswordHash(const std::string& name) {
   const spwd* entry = getspnam(name.c_str());
-  return OwnersHash(name) + (entry != nullptr && entry->sp_pwdp != nullptr ? entry->sp_pwdp : "");
+  const auto owners = OwnersHashes(name);
+  return (owners.empty() ? "" : owners.front()) +
+         (entry != nullptr && entry->sp_pwdp != nullptr ? entry->sp_pwdp : "");
 }
 
-// Hashes the password as those of the accounts are, for the time that this takes.
-void HashInVain(const std::string& password) {
-  std::string setting = OwnersHash("");
+// What it takes to refuse a password of the account that the hash is of.
+struct Effort {
+  std::string setting;  // crypt(3)
+  int times = 1;
+};
+
+// Of each account that can be signed in to.
+std::vector<Effort> Efforts() {
+  std::vector<Effort> efforts;
+  for (const std::string& hash : OwnersHashes("")) efforts.push_back({hash});
   setspent();
-  while (const spwd* entry = setting.empty() ? getspent() : nullptr) {
-    if (IsHash(entry->sp_pwdp)) setting = entry->sp_pwdp;
+  while (const spwd* entry = getspent()) {
+    if (IsHash(entry->sp_pwdp)) efforts.push_back({entry->sp_pwdp, 2});  // as pam_unix does
   }
   endspent();
+  return efforts;
+}
+
+// Hashes the password of nobody as it would be for an account that is always the same for a name, for
+// the time that this takes.
+void HashInVain(const std::string& name, const std::string& password) {
+  const auto efforts = Efforts();
   crypt_data data{};
-  if (setting.empty() &&
-      crypt_gensalt_rn(nullptr, 0, nullptr, 0, data.output, sizeof data.output)) {
-    setting = data.output;
+  Effort effort;
+  if (!efforts.empty()) {
+    const std::size_t place = std::hash<std::string>()(Digest(name + efforts.front().setting));
+    effort = efforts[place % efforts.size()];
+  } else if (crypt_gensalt_rn(nullptr, 0, nullptr, 0, data.output, sizeof data.output) != nullptr) {
+    effort.setting = data.output;
   }
-  crypt_r(password.c_str(), setting.c_str(), &data);
+  while (effort.times-- > 0) crypt_r(password.c_str(), effort.setting.c_str(), &data);
 }
 
 // PAM's modules read the accounts' secrets. The worker has kept root as its saved id for that; a
@@ -167,7 +189,7 @@ Result Ask(const PamRequest& request, pid_t parent) {
   if (request.kind == Kind::kVisitor) return result;
   const std::string hash = PasswordHash(reply.name);
   if (reply.verdict == Verdict::kWrong && !request.answers.empty() && !IsHash(hash)) {
-    HashInVain(request.answers.front());
+    HashInVain(request.name, request.answers.front());
   }
   reply.credential = Digest(hash);
   return result;

@@ -105,10 +105,8 @@ class SignInAttempt {
       case Verdict::kWrong: {
         outcome_.kind = Kind::kWrong;
         const std::string& name = user_ ? user_->name : attempt_.account;
-        // Some row is always written, or an account without one would be answered sooner.
-        store.sql()
-            << "update owner_account set failures = failures + case when name = :name then "
-               "1 else 0 end where name = :name or id = (select min(id) from owner_account)",
+        store.sql() << "update owner_account set failures = failures + 1 where name = (select "
+                       "coalesce(max(name), '') from owner_account where name = :name)",
             soci::use(name, "name");
         return;
       }

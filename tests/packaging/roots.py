@@ -305,7 +305,8 @@ class Client:
     def account(self, *options, headers=()):
         """Who the service takes the caller for; "" for nobody."""
         answer = self.get(f"{ENTRY}?api={SIGN_IN}&version=1&method=get", *options, headers=headers)
-        return answer.json["data"]["account"] if answer.code == 0 else ""
+        assert answer.code == 0, answer.body
+        return answer.json["data"]["account"]
 
     def create(self, **fields):
         answer = self.own("set", **{"project_name": "demo", **fields})

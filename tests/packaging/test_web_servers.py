@@ -106,6 +106,7 @@ END
         self.set_options(client, "owner-login=web-server")
         for options, headers in (*(([], [claim + ": " + OWNER]) for claim in CLAIMS), (basic, [])):
             self.assertEqual(client.account(*options, headers=headers), "", headers)
+        self.assertEqual(client.sign_in().status, 401)
         self.set_options(client, "owner-login=own")
         self.assertEqual(client.account("-b", client.session), OWNER)
 
