@@ -105,9 +105,12 @@ class SignInAttempt {
       case Verdict::kWrong: {
         outcome_.kind = Kind::kWrong;
         const std::string& name = user_ ? user_->name : attempt_.account;
-        store.sql() << "update owner_account set failures = failures + 1 where name = (select "
-                       "coalesce(max(name), '') from owner_account where name = :name)",
-            soci::use(name, "name");
+        // Those of names without an account have a row too, or they would be answered sooner.
+        store.sql() << "insert into owner_account (name, uid, credential, checked_at, failures) "
+                       "values ((select coalesce(max(name), '') from owner_account where name = "
+                       ":name), -1, '', 0, 1) on conflict (name) do update set "
+                       "failures = owner_account.failures + 1",
+            soci::use(name);
         return;
       }
       case Verdict::kAsks:

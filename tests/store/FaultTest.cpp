@@ -142,7 +142,7 @@ TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneUpgraded) {
   EXPECT_TRUE(MayEnter(visitor, link));
   EXPECT_EQ(Select("select group_concat(owner_uid || project || links) from link_count"),
             "7001album1,4294967295album1");
-  EXPECT_EQ(Select("select version || '' from schema_version"), "9");
+  EXPECT_EQ(Select("select version || '' from schema_version"), "8");
   for (int count = 0; count < 9; ++count) EXPECT_EQ(LogIn(visitor, link, "guess", "alice"), -2);
   EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8) << "the old failure counts";
   EXPECT_TRUE(Change(link, ForUsers({"bob"}, {})));

@@ -167,12 +167,6 @@ const std::vector<std::string> kVersion8 = {
     "create index login_turn_due on login_turn (link_id, due_at)",
 };
 
-// Where sign-ins of names without an account are counted: they write as much as the others.
-const std::vector<std::string> kVersion9 = {
-    "insert into owner_account (name, uid, credential, checked_at, failures) "
-    "values ('', -1, '', 0, 0)",
-};
-
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -191,7 +185,6 @@ constexpr auto kMigrations = std::to_array<Migration>({
     {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
     {kVersion7},
     {kVersion8},
-    {kVersion9},
 });
 
 std::string Translate(std::string statement, const Words& words) {
