@@ -1,20 +1,16 @@
 // A folder, a selection or all that a link shares as one ZIP archive, made while it is sent.
-#include <archive.h>
-#include <archive_entry.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <clocale>
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,6 +21,7 @@
 #include "apps/files/Share.h"
 #include "apps/files/Tree.h"
 #include "apps/files/Visit.h"
+#include "apps/files/ZipWriter.h"
 #include "declared/VELT.Files.h"
 #include "veltsharing/Entry.h"
 #include "veltsys/Descriptor.h"
@@ -35,26 +32,7 @@
 namespace VELT::files {
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{256} * 1024;
-constexpr std::size_t kLongestName = 65535;                          // of the format, in bytes
 constexpr std::size_t kMostMemory = std::size_t{256} * 1024 * 1024;  // for the names of an archive
-constexpr std::size_t kNameMemory = 128;  // bytes that a name takes besides its text
-
-// libarchive reads names in the encoding of the locale.
-class Utf8Locale {
- public:
-  Utf8Locale() : mine_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), before_(uselocale(mine_)) {}
-  ~Utf8Locale() {
-    uselocale(before_);
-    if (mine_ != nullptr) freelocale(mine_);
-  }
-  Utf8Locale(const Utf8Locale&) = delete;
-  Utf8Locale& operator=(const Utf8Locale&) = delete;
-
- private:
-  locale_t mine_;
-  locale_t before_;
-};
 
 // Archives hold names in UTF-8, and some programs take a backslash for a slash.
 std::string NameInArchive(const std::string& name) {
@@ -93,16 +71,10 @@ struct Level {
 class ZipStream {
  public:
   ZipStream(const Share& share, APIResponse& response)
-      : share_(share), response_(response), archive_(archive_write_new(), archive_write_free) {
-    archive* const raw = archive_.get();
-    archive_write_set_format_zip(raw);
-    // Pictures, sound and films are compressed already.
-    archive_write_zip_set_compression_store(raw);
-    archive_write_set_options(raw, "zip:hdrcharset=UTF-8");
-    archive_write_set_bytes_per_block(raw, static_cast<int>(kBlock));
-    archive_write_set_bytes_in_last_block(raw, 1);
-    good_ = archive_write_open2(raw, &response_, nullptr, Write, nullptr, nullptr) == ARCHIVE_OK;
-  }
+      : share_(share), writer_([this, &response](std::string_view bytes) {
+          as_owner_.reset();
+          return response.Send(bytes);
+        }) {}
 
   // Adds what is at `path` and beneath it. What is gone or can't be read by now is left out, as a
   // listing leaves it out. False when nothing more can be sent. Throws Refusal when the archive can't
@@ -116,15 +88,9 @@ class ZipStream {
   }
 
   // False when the archive isn't whole.
-  bool Close() { return good_ && archive_write_close(archive_.get()) == ARCHIVE_OK; }
+  bool Close() { return good_ && writer_.Finish(); }
 
  private:
-  static la_ssize_t Write(archive* /*raw*/, void* response, const void* bytes, size_t size) {
-    const bool sent =
-        static_cast<APIResponse*>(response)->Send({static_cast<const char*>(bytes), size});
-    return sent ? static_cast<la_ssize_t>(size) : -1;
-  }
-
   // Adds what is in `folder`, the last of `levels`, whose path in the archive is `path`.
   void Walk(Found& folder, std::string& path, std::vector<Level>& levels) {
     while (good_) {
@@ -134,7 +100,7 @@ class ZipStream {
         levels.pop_back();
         if (levels.empty()) return;
         // Fails when the folder was moved meanwhile: nothing leads out of what is shared.
-        const IdsGuard owner(share_.owner());
+        TakeOwnersIds();
         folder = ParentOf(folder, levels.back().status);
         continue;
       }
@@ -155,7 +121,7 @@ class ZipStream {
     Level level;
     level.path_size = path.size();
     try {
-      const IdsGuard owner(share_.owner());
+      TakeOwnersIds();
       found = find();
       if (found.IsFolder()) {
         level.waiting = NamesOf(found);
@@ -167,19 +133,24 @@ class ZipStream {
       throw;
     }
     if (!found.IsFolder()) {
-      good_ = WriteHeader(path, found.status) && WriteContent(file, found.status.st_size);
+      good_ = HasRoom(path) && AddFile(path, found.status, file);
       return false;
     }
     level.status = found.status;
     levels.push_back(std::move(level));
-    good_ = WriteHeader(path + "/", found.status);
+    good_ = HasRoom(path) && writer_.AddFolder(path, found.status);
     return true;
+  }
+
+  // Until something is sent: changing ids for each file would cost more than reading a small one.
+  void TakeOwnersIds() {
+    if (!as_owner_) as_owner_.emplace(share_.owner());
   }
 
   // The names in a folder, the next one last, with those that they have in the archive.
   std::vector<std::pair<std::string, std::string>> NamesOf(const Found& folder) {
-    std::vector<std::string> names = NamesIn(folder, memory_ / kNameMemory);
-    memory_ -= names.size() * kNameMemory;
+    std::vector<std::string> names = NamesIn(folder, memory_ / ZipWriter::kMemberMemory);
+    memory_ -= names.size() * ZipWriter::kMemberMemory;
     std::sort(names.begin(), names.end(), std::greater<>());
     UniqueNames unique;
     std::vector<std::pair<std::string, std::string>> pairs;
@@ -193,52 +164,28 @@ class ZipStream {
     return pairs;
   }
 
-  // False also when the format has no room for the name, or the names take too much memory.
-  bool WriteHeader(const std::string& name, const struct stat& status) {
-    const std::size_t cost = name.size() + kNameMemory;
-    if (name.size() > kLongestName || cost > memory_) {
+  // Whether the format has room for the name, and the memory for names too.
+  bool HasRoom(const std::string& name) {
+    const std::size_t cost = name.size() + ZipWriter::kMemberMemory;
+    if (name.size() >= ZipWriter::kLongestName || cost > memory_) {
       syslog(LOG_WARNING, "files: the names in a folder are too many or too long for an archive");
       return false;
     }
     memory_ -= cost;
-    const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
-                                                                         archive_entry_free);
-    archive_entry_set_pathname(entry.get(), name.c_str());
-    archive_entry_set_filetype(entry.get(), S_ISDIR(status.st_mode) ? AE_IFDIR : AE_IFREG);
-    archive_entry_set_perm(entry.get(), S_ISDIR(status.st_mode) ? 0755 : 0644);
-    archive_entry_set_mtime(entry.get(), status.st_mtim.tv_sec, 0);
-    if (S_ISREG(status.st_mode)) archive_entry_set_size(entry.get(), status.st_size);
-    return archive_write_header(archive_.get(), entry.get()) >= ARCHIVE_WARN;
-  }
-
-  // False when the file has become shorter than its header says.
-  bool WriteContent(const Descriptor& file, off_t size) {
-    posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    while (size > 0) {
-      const ssize_t got = read(file.get(), buffer_.data(), buffer_.size());
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) {
-        syslog(LOG_WARNING, "files: a file could not be read whole into an archive");
-        return false;
-      }
-      const auto length = static_cast<std::size_t>(std::min<off_t>(got, size));
-      if (archive_write_data(archive_.get(), buffer_.data(), length) !=
-          static_cast<la_ssize_t>(length)) {
-        return false;
-      }
-      size -= static_cast<off_t>(length);
-    }
     return true;
   }
 
-  const Utf8Locale locale_;
+  bool AddFile(const std::string& name, const struct stat& status, const Descriptor& file) {
+    posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    return writer_.AddFile(name, status, file.get());
+  }
+
   const Share& share_;
-  APIResponse& response_;
-  std::unique_ptr<archive, int (*)(archive*)> archive_;
-  std::vector<char> buffer_ = std::vector<char>(kBlock);
+  std::optional<IdsGuard> as_owner_;
+  ZipWriter writer_;
   UniqueNames tops_;
   std::size_t memory_ = kMostMemory;  // that is left for names
-  bool good_ = false;
+  bool good_ = true;
 };
 
 std::vector<std::string> ChosenPaths(const APIRequest& request, const Share& share) {

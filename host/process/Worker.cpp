@@ -216,7 +216,10 @@ class Worker {
     if (incoming.reply.ClientHasLeft()) return Finish(kClientLeft, 0);
     deadline_.SetClient(&incoming);
     const ProgramsOfRequest programs(incoming.reply);
-    if (place_.pool == Pool::kStream) incoming.reply.SetPatience(kStreamSilence);
+    if (place_.pool == Pool::kStream) {
+      incoming.reply.SetPatience(kStreamSilence);
+      incoming.reply.SendLittleAtOnce();
+    }
     Stream stream{incoming};
     Dispatcher::Outcome outcome = dispatcher_.Answer(
         incoming.request, [&](std::string_view piece) { return Send(stream, piece); }, note);

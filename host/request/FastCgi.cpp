@@ -24,6 +24,8 @@ namespace {
 constexpr char kEndRequest = 3;
 constexpr char kStdout = 6;
 constexpr std::size_t kLargestRecord = 65528;  // the largest that needs no padding
+// Of an answer in pieces. Small enough for the web server to send one on while it gets the next.
+constexpr std::size_t kPieceRecord = 16376;
 
 void AppendHeader(std::string& frame, char type, int request_id, std::size_t length) {
   const auto high = [](std::size_t value) { return static_cast<char>(value >> 8 & 0xFF); };
@@ -119,7 +121,7 @@ bool ReplyChannel::Send(std::string_view answer) const {
 
 bool ReplyChannel::SendPiece(std::string_view piece) const {
   while (!piece.empty()) {
-    const std::string_view part = piece.substr(0, kLargestRecord);
+    const std::string_view part = piece.substr(0, kPieceRecord);
     std::string header;
     AppendHeader(header, kStdout, id_, part.size());
     if (!SendRecord(connection(), header, part)) return false;
@@ -131,6 +133,11 @@ bool ReplyChannel::SendPiece(std::string_view piece) const {
 void ReplyChannel::SetPatience(std::chrono::seconds patience) const {
   const timeval time{patience.count(), 0};
   setsockopt(connection(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
+
+void ReplyChannel::SendLittleAtOnce() const {
+  constexpr int kHeldBack = 24576;  // bytes, of which the system takes twice as many with its own
+  setsockopt(connection(), SOL_SOCKET, SO_SNDBUF, &kHeldBack, sizeof kHeldBack);
 }
 
 bool ReplyChannel::ClientHasLeft() const {

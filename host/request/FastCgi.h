@@ -26,6 +26,9 @@ class ReplyChannel {
   // answer, with an empty text for instance. Without that the web server lets its client see that the
   // answer is incomplete.
   bool SendPiece(std::string_view piece) const;
+  // Lets the system hold back little of what is sent, for an answer of many pieces. lighttpd writes what
+  // it gets at once beyond 128 KiB into temporary files, instead of sending it on.
+  void SendLittleAtOnce() const;
   // Whether the web server has closed the connection or its sending half because its client has
   // left.
   bool ClientHasLeft() const;

@@ -189,7 +189,7 @@ class Paths(unittest.TestCase):
             self.assertIn("names/Über für «alle».txt", archive.namelist())
             self.assertFalse([n for n in archive.namelist() if "\\" in n or ".." in n.split("/")])
 
-    def zip_of(self, visitor, programs=(("unzip", "-tq"), ("bsdtar", "-tf")), **params):
+    def zip_of(self, visitor, programs=(("unzip", "-tq"), ("bsdtar", "-tf"), ("7zz", "t")), **params):
         path = os.path.join(DEMO.state, "test.zip")
         with open(path, "wb") as file:
             file.write(visitor.request("GET", query("zip", **params)).body)
