@@ -53,6 +53,10 @@ class Client:
         return self.call("/webapi/entry.cgi", _API, method, **params)
 
 
+def title_of(kind):
+    return _KINDS[kind]["protect_title"]
+
+
 def ensure(owner, port, state):
     """Makes the links that are missing. Returns the ids by kind, and a list of failures."""
     path = os.path.join(state, "links.json")

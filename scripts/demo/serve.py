@@ -173,26 +173,25 @@ class Demonstration:
                 raise Failure(f"{name} has ended; see {self._path('root')}{LOGS}/{name}.log")
 
     def announce(self):
-        """Makes the links, writes demo.json and prints it."""
+        """Makes the links, writes demo.json and says where to begin."""
         ids, failures = links.ensure(self.owner, self.port, self.state)
         url = f"http://127.0.0.1:{self.port}"
         about = {"url": url, "pid": os.getpid(), "accounts": self.accounts.describe(), "links": ids,
                  "passwords": {"password": links.PASSWORD}}
-        text = json.dumps(about, indent=2)
-        write_private(self._path("demo.json"), text + "\n")
-        print(text)
+        write_private(self._path("demo.json"), json.dumps(about, indent=2) + "\n")
         for failure in failures:
             print(f"This link could not be made: {failure}")
-        self._print_examples(url)
-        sys.stdout.flush()
+        self._print_addresses(url, ids)
 
-    def _print_examples(self, url):
-        login = f"alice:{self.accounts.passwords['alice']}"
-        api = f"{url}/webapi/entry.cgi -d api=VELT.Core.Sharing -d version=1"
-        print(f"\nYour links: {url}/   (log in as admin, alice or bob)\n\nCreate a link:\n"
-              f"  curl -su {login} {api} -d method=set -d project_name=demo\n"
-              f"\nList alice's links, newest first:\n"
-              f"  curl -su {login} {api} -d method=list -d sort_by=created_at -d sort_direction=DESC\n\n"
+    def _print_addresses(self, url, ids):
+        alice, bob, admin = (f"{name}, password {self.accounts.passwords[name]}" for name in ("alice", "bob", "admin"))
+        shown = [f"  {links.title_of(kind):<25} {url}/sharing/{link}" for kind, link in ids.items()]
+        print(f"\nBegin here, as an owner: {url}/\n"
+              f"  sign in as {alice}\n  or as      {bob}\n  or as      {admin} (sees everybody's links)\n\n"
+              f"What visitors see; the password is \"{links.PASSWORD}\":\n" + "\n".join(shown) +
+              f"\n\nThe API: {url}/webapi/docs/\n"
+              f"  curl -su alice:{self.accounts.passwords['alice']} {url}/webapi/entry.cgi -d api=VELT.Core.Sharing"
+              " -d version=1 -d method=set -d project_name=demo\n\n"
               f"Settings, plugins and logs are in {self._path('root')}\nPress Ctrl-C to stop.", flush=True)
 
     def watch(self, watched):
