@@ -38,7 +38,8 @@ constexpr const char* kFolder = "thumbs";
 constexpr const char* kProgram = "/usr/bin/vipsthumbnail";
 constexpr const char* kOnlyHardened = "VIPS_BLOCK_UNTRUSTED=1";  // keeps other loaders out
 constexpr int kNoProgram = 127;                                  // env(1)
-constexpr const char* kSize = "320x320>";
+constexpr const char* kSmall = "320x320>";
+constexpr const char* kLarge = "640x640>";  // for screens of twice the points
 constexpr const char* kFormat = ".jpg[Q=75,strip]";
 constexpr off_t kLargestSource = off_t{256} * 1024 * 1024;
 constexpr std::size_t kLargest = std::size_t{256} * 1024;
@@ -48,13 +49,14 @@ constexpr std::time_t kFailureKept = 3600;  // seconds
 constexpr unsigned int kTrimEvery = 64;     // pictures made by one process
 
 // Another content gets another name.
-std::string NameOf(const struct stat& status) {
+std::string NameOf(const struct stat& status, bool large) {
   std::array<char, 128> text{};
-  std::snprintf(text.data(), text.size(), "%s/%llx-%llx-%llx-%llx.%lx.jpg", kFolder,
+  std::snprintf(text.data(), text.size(), "%s/%llx-%llx-%llx-%llx.%lx%s.jpg", kFolder,
                 static_cast<unsigned long long>(status.st_dev),
                 static_cast<unsigned long long>(status.st_ino),
                 static_cast<unsigned long long>(status.st_size),
-                static_cast<unsigned long long>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec);
+                static_cast<unsigned long long>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec,
+                large ? "L" : "");
   return text.data();
 }
 
@@ -85,9 +87,9 @@ void Trim(int folder) {
 
 // False when the program did not run, for instance because the client has left. The picture is
 // empty when the program makes none.
-bool MakePicture(const std::string& source, std::string& picture) {
+bool MakePicture(const std::string& source, const char* size, std::string& picture) {
   FILE* stream = VLIBCPopen("/usr/bin/env", "r", kOnlyHardened, kProgram, source.c_str(), "--size",
-                            kSize, "-o", kFormat, nullptr);
+                            size, "-o", kFormat, nullptr);
   if (stream == nullptr) return false;
   picture.resize(kLargest + 1);
   picture.resize(std::fread(picture.data(), 1, picture.size(), stream));
@@ -136,11 +138,12 @@ void GetThumbnail(const APIRequest& request, APIResponse& response) {
   }
   const Spool spool(share.configuration());
   spool.MakeFolder(kFolder, Spool::For::kService);
-  const std::string name = NameOf(found.status);
+  const bool large = Read(request, params::FilesLinkThumbnail::kSize) == "large";
+  const std::string name = NameOf(found.status, large);
   if (!IsKept(spool.folder(), name)) {
     const std::string handed = spool.Offer(file, response);
     std::string picture;
-    const bool ran = MakePicture(handed, picture);
+    const bool ran = MakePicture(handed, large ? kLarge : kSmall, picture);
     if (ran && !Keep(spool.folder(), name, picture)) throw Refusal(kUnavailable);
     if (picture.empty()) throw Refusal(kNoPicture);
   }

@@ -5,7 +5,7 @@ Each figure is the median of rounds in which the service and the floor alternate
 file served statically by the same lighttpd. The floors of an archive are a FastCGI program that sends the same bytes
 through another lighttpd with the same configuration, a static file, and bsdtar. The floor of a listing is readdir(3)
 alone on the folder. Needs wrk and curl, and 5 GB of disk. Names after the build folder choose what is measured: large,
-small, archive, small_archive, listing.
+small, archive, small_archive, gallery, listing.
 """
 
 import os
@@ -21,6 +21,7 @@ TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [os.path.join(TOP, "tests/e2e"), os.path.join(TOP, "scripts/demo")]
 
 from demo import Demo, free_port  # noqa: E402
+from webdriver import Browser  # noqa: E402
 import webserver  # noqa: E402
 
 ROUNDS = 5
@@ -173,6 +174,43 @@ def small_archive(bench):
     report("time, archive of 10,000 files of 4 KiB / bsdtar", ratios[1:], "at most 1.5")
 
 
+FIRST_SCREEN = """
+    const seen = () => [...document.querySelectorAll('.tile img')].filter(
+      (img) => img.getBoundingClientRect().top < innerHeight);
+    return new Promise((resolve) => {
+      const look = () => seen().length > 0 && seen().every((img) => img.complete && img.naturalWidth) ?
+        resolve(performance.now()) : requestAnimationFrame(look);
+      look();
+    });"""
+
+
+def gallery(bench):
+    """In headless Chromium: from the beginning of the navigation until the first screen's pictures are there."""
+    with open(os.path.join(os.path.dirname(bench.home), "Coast/Dawn.png"), "rb") as file:
+        picture = file.read()
+    links = {}
+    for count in (20, 2000):
+        folder = os.path.join(bench.home, f"pictures-{count}")
+        os.makedirs(folder)
+        for number in range(count):
+            with open(f"{folder}/{number:04}.png", "wb") as file:
+                file.write(picture)
+        app = {"root": "home", "items": [f"bench/pictures-{count}"]}
+        links[count] = bench.demo.create(project_name="files", app=app)
+    bench.own()
+
+    def first_screen(browser, count):
+        browser.open("about:blank")
+        browser.open(f"{bench.demo.url}/sharing/{links[count]}")
+        browser.wait_for(".tile img")
+        return browser.script(FIRST_SCREEN)
+
+    with Browser() as browser:
+        rounds = [(first_screen(browser, 2000), first_screen(browser, 20)) for _ in range(ROUNDS + 1)][1:]
+    report("first screen of 2,000 pictures / of 20", [a / b for a, b in rounds], "at most 1.5")
+    print(f"the first screen of 2,000 pictures after {statistics.median(a for a, _ in rounds):.0f} ms")
+
+
 def listing(bench):
     for number in range(100000):
         bench.put(f"many/a name of some length {number:06}.txt", 0)
@@ -191,7 +229,7 @@ def main(build, *names):
     with tempfile.TemporaryDirectory() as folder:
         try:
             bench = Bench(demo, build, folder)
-            for measure in (large, small, archive, small_archive, listing):
+            for measure in (large, small, archive, small_archive, gallery, listing):
                 if not names or measure.__name__ in names:
                     measure(bench)
         finally:
@@ -200,5 +238,5 @@ def main(build, *names):
 
 if __name__ == "__main__":
     if len(sys.argv) < 2:
-        sys.exit("usage: bench/http/files.py BUILD-FOLDER [large|small|archive|small_archive|listing]...")
+        sys.exit("usage: bench/http/files.py BUILD-FOLDER [large|small|archive|small_archive|gallery|listing]...")
     main(os.path.abspath(sys.argv[1]), *sys.argv[2:])

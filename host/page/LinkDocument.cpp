@@ -3,6 +3,9 @@
 #include <ctemplate/template.h>
 #include <syslog.h>
 
+#include <cstddef>
+#include <string_view>
+
 #include "veltsys/Text.h"
 #include "veltwebapi/ErrorCodes.h"
 
@@ -71,6 +74,13 @@ void FillLanguage(const PageLanguage& language, ctemplate::TemplateDictionary& p
   }
 }
 
+// The text with the server's name in its place.
+std::string WithServer(std::string text, const std::string& name) {
+  constexpr std::string_view kPlace = "{server}";
+  const std::size_t at = text.find(kPlace);
+  return at == std::string::npos ? text : text.replace(at, kPlace.size(), name);
+}
+
 void FillServed(const LinkDocument& document, ctemplate::TemplateDictionary& page) {
   page.ShowSection("SERVED");
   page.ShowSection("PROTECT");
@@ -84,8 +94,11 @@ void FillServed(const LinkDocument& document, ctemplate::TemplateDictionary& pag
       break;
     case Entry::ProtectType::kUser:
       page.ShowSection("USER");
+      page.SetValue("asks_account",
+                    WithServer(document.language->Text("asks_account"), document.server_name));
       break;
   }
+  if (document.tags.empty()) page.ShowSection("BARE");
   if (document.leads_on) page.ShowSection("LEADS_ON");
   if (document.unsafe_redirect) page.ShowSection("UNSAFE_REDIRECT");
 }

@@ -23,6 +23,7 @@ struct LinkDocument {
   sharing::record::Entry entry;
   std::string title;
   std::string tags;
+  std::string server_name;
   bool leads_on = false;         // a login redirects to another address
   bool unsafe_redirect = false;  // the link has a redirect, but its address is not safe to follow
 

@@ -75,7 +75,8 @@ PageAnswer Page(const LinkDocument& document) {
 
 }  // namespace
 
-LinkPage::LinkPage(VisitPagePluginsFunc plugins) : plugins_(plugins) {}
+LinkPage::LinkPage(VisitPagePluginsFunc plugins, std::string server_name)
+    : plugins_(plugins), server_name_(std::move(server_name)) {}
 
 PageAnswer LinkPage::Answer(const PageRequest& request) const {
   LinkDocument document;
@@ -100,6 +101,7 @@ PageAnswer LinkPage::Answer(const PageRequest& request) const {
   PluginPage plugins = RunPagePlugins(plugins_, entry, entry.get_protect_type_str());
   document.title = TitleOf(entry, plugins.configuration, *document.language);
   document.tags = std::move(plugins.tags);
+  document.server_name = server_name_;
   return Page(document);
 }
 

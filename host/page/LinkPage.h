@@ -30,7 +30,8 @@ struct PageAnswer {
 class LinkPage {
  public:
   // `plugins` is the function that lists an application's plugins; null: there are none.
-  explicit LinkPage(VisitPagePluginsFunc plugins);
+  // `server_name` is what visitors with an account read where they log in.
+  LinkPage(VisitPagePluginsFunc plugins, std::string server_name);
 
   // The answer to a GET; the answer to a HEAD is the same without the body. The visitor's view
   // must be lent to the store. Throws only std::bad_alloc.
@@ -38,6 +39,7 @@ class LinkPage {
 
  private:
   VisitPagePluginsFunc plugins_;
+  std::string server_name_;
 };
 
 }  // namespace VELT::host

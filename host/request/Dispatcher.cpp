@@ -198,7 +198,7 @@ Dispatcher::Dispatcher(const Options& options, const Registry& registry, OutputC
       registry_(registry),
       output_(output),
       pool_(pool),
-      page_(FindPluginsIn(registry)),
+      page_(FindPluginsIn(registry), options.server_name),
       told_of_links_(registry.Symbols("LinksChanged")) {}
 
 void Dispatcher::TellOfLinks(const char* sharing_id) const {

@@ -44,12 +44,12 @@ class Pages(unittest.TestCase):
         self.assertNotIn("\u202e", odd.text)
         odd.click()
         browser.wait_text("odd name", "#preview pre")
-        browser.find("#preview .dialog-actions button").click()
+        browser.find("#preview-close").click()
         browser.find('[data-path="0/sub"] button.name').click()
         browser.wait_for('[data-path="0/sub/deep.txt"]')
         browser.find('[data-path="0/sub/deep.txt"] button.name').click()
         browser.wait_text("<b>not bold</b>", "#preview pre")
-        browser.find("#preview .dialog-actions button").click()
+        browser.find("#preview-close").click()
         size = browser.script("""const link = document.querySelector('[data-path="0/sub/deep.txt"] .get').href;
             return fetch(link).then((answer) => answer.text()).then((text) => text.length);""")
         self.assertEqual(25, size)
@@ -83,16 +83,16 @@ class Pages(unittest.TestCase):
                 script = f"const q = (css) => document.querySelector('#preview ' + css); let {shown}"
                 browser.wait(lambda: browser.script(script))
                 self.assertEqual(expected, browser.script(script))
-                browser.find("#preview .dialog-actions button").click()
+                browser.find("#preview-close").click()
         browser.find('[data-path="0/film.webm"] button.name').click()
         browser.script("document.querySelector('#preview video').currentTime = 1.5")  # a part of the file
         browser.wait(lambda: browser.script("const v = document.querySelector('#preview video'); "
                                             "return !v.seeking && v.currentTime === 1.5 && v.error === null"))
-        browser.find("#preview .dialog-actions button").click()
+        browser.find("#preview-close").click()
         browser.find('[data-path="0/paper.pdf"] button.name').click()
         browser.wait(lambda: browser.script(
             "return document.querySelector('#preview iframe').contentDocument?.contentType") == "application/pdf")
-        browser.find("#preview .dialog-actions button").click()
+        browser.find("#preview-close").click()
         self.assertEqual([], browser.find_all('[data-path="0/page.html"] button.name'))
         self.assertEqual([], [line for line in browser.console() if "favicon" not in str(line)])
 

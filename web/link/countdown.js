@@ -2,18 +2,18 @@
 
 import {t} from '/shared/texts.js';
 
+const DAY = 86400; // seconds; more are not counted in the page
+
 const two = (number) => String(number).padStart(2, '0');
 
 function remaining(seconds) {
-  const days = Math.floor(seconds / 86400);
-  const hours = Math.floor(seconds / 3600) % 24;
+  const hours = Math.floor(seconds / 3600);
   const clock = `${two(Math.floor(seconds / 60) % 60)}:${two(seconds % 60)}`;
-  const time = hours > 0 || days > 0 ? `${two(hours)}:${clock}` : clock;
-  return days > 0 ? t('days_and_time', {count: days, time}) : time;
+  return hours > 0 ? `${two(hours)}:${clock}` : clock;
 }
 
 /**
- * Counts `seconds` down in `place`, with the time in the text of `key`, and then calls `done`. Returns what ends it.
+ * Counts `seconds` down in `place`, with the time in the text of `key` on the last day, and then calls `done`. Returns what ends it.
  * It compares the clock with the moment of the end, so a machine that slept meanwhile is not late.
  */
 export function countDown(place, key, seconds, done) {
@@ -23,6 +23,7 @@ export function countDown(place, key, seconds, done) {
   const tick = () => {
     const left = Math.ceil((end - Date.now()) / 1000);
     if (left > 0) {
+      place.hidden = left > DAY;
       place.textContent = t(key, {time: remaining(left)});
       return;
     }

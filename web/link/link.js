@@ -7,10 +7,10 @@
 
 import {callApi, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
-import {listenToLanguage, loadTexts, t} from '/shared/texts.js';
+import {listenToLanguage, loadTexts, showMoment, t} from '/shared/texts.js';
 import {countDown} from './countdown.js';
 import {explainToVisitor} from './words.js';
-import {listModules, loadModules, modulesOf} from './modules.js';
+import {loadModules, modulesOf} from './modules.js';
 
 const SHARING = 'VELT.Core.Sharing';
 const id = location.pathname.split('/')[2];
@@ -19,7 +19,6 @@ const privateKey = `velt-sharing-private:${id}`;
 const {state, protect, redirect} = document.body.dataset;
 const session = window.VELT.TALD.Session ?? {};
 
-const main = document.querySelector('main');
 const form = document.getElementById('login');
 const said = make('p', {id: 'said', role: 'status'});
 const problem = make('p', {id: 'problem', class: 'notice error', role: 'alert', hidden: true});
@@ -142,13 +141,16 @@ async function enter(privateData) {
     return;
   }
   const owner = data.Sharing?.owner_user;
-  say(owner ? t('shared_by', {owner}) : t('link_open'));
-  document.querySelector('header').append(
-    make('button', {type: 'button', id: 'logout', on: {click: logOut}}, t('log_out')));
-  const modules = modulesOf(data);
-  if (modules.length > 0) main.append(listModules(modules));
+  say('');
+  document.getElementById('about').append(
+    make('p', {id: 'shared-by'}, owner ? t('shared_by', {owner}) : t('link_open')));
+  if (protect !== 'none') {
+    document.getElementById('actions').append(
+      make('button', {type: 'button', id: 'logout', on: {click: logOut}}, t('log_out')));
+  }
+  document.getElementById('bare')?.removeAttribute('hidden');
   publish('InitData', 'velt-sharing-initdata', data);
-  loadModules(data, modules);
+  loadModules(data, modulesOf(data));
 }
 
 /** Ends the visit and reloads the page, so that nothing of what the application showed remains. */
@@ -178,7 +180,6 @@ function applyTheme(theme) {
 /** A link that is to open says in how long. Its visitors don't all come in the same second. */
 function awaitOpening(place) {
   const seconds = Math.max(1, Number(place.dataset.seconds));
-  place.hidden = false;
   countDown(place, 'opens_in', seconds, () => {
     place.textContent = t('opens_now');
     setTimeout(() => location.reload(), Math.random() * 3000);
@@ -192,7 +193,11 @@ async function start() {
   await loadTexts('/shared', '/link');
   if (state !== 'ended') return void await startVisit();
   const countdown = document.getElementById('countdown');
-  if (countdown) awaitOpening(countdown);
+  if (!countdown) return;
+  const opens = document.querySelector('time');
+  opens.dir = 'auto';
+  opens.textContent = showMoment(opens.textContent);
+  awaitOpening(countdown);
 }
 
 async function startVisit() {

@@ -1,21 +1,15 @@
 // The UI modules that a link's page may load according to its init data.
 
 import {make} from '/shared/dom.js';
-import {t} from '/shared/texts.js';
 
 const PLAIN_FILE = /^[\w-]+(\.[\w-]+)*$/;
 
-/**
- * The modules as [{key, title, running, scripts}]. `title` is in the visitor's language where the module has
- * texts, `running` is false when the package behind it is stopped, `scripts` are paths in the module's folder.
- */
+/** The modules as [{key, running, scripts}]: `running` is false when the package behind it is stopped, `scripts` are paths. */
 export function modulesOf(data) {
   return Object.entries(data.JSConfig ?? {}).map(([key, classes]) => {
     const described = Object.values(classes ?? {}).filter((entry) => typeof entry === 'object' && entry !== null);
-    const texts = data.Strings?.[key.replaceAll('/', '.')] ?? {};
     return {
       key,
-      title: typeof texts.title === 'string' ? texts.title : key.split('/').at(-1),
       running: described.every((entry) => entry.pkgStatus !== 'disable'),
       scripts: described.map((entry) => entry.script).filter((file) => typeof file === 'string' && PLAIN_FILE.test(file))
         .map((file) => `/${key}/${file}`),
@@ -36,13 +30,4 @@ export function loadModules(data, modules) {
     script.async = false;
     document.head.append(script);
   }
-}
-
-/** A list of the modules for the page. */
-export function listModules(modules) {
-  return make('details', {id: 'modules'},
-    make('summary', {}, t('parts', {count: modules.length})),
-    make('ul', {}, ...modules.map(({key, title, running}) =>
-      make('li', {'data-module': key}, title,
-        running ? null : make('span', {class: 'stopped'}, ` ${t('part_stopped')}`)))));
 }

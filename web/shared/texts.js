@@ -65,6 +65,12 @@ export function locale() {
   return `${page.lang}-u-nu-latn`;
 }
 
+/** A time that the API writes, by the server's clock, in the reader's style. */
+export function showMoment(text, style = {dateStyle: 'long', timeStyle: 'short'}) {
+  const time = Date.parse(`${text.replace(' ', 'T')}Z`);
+  return Number.isNaN(time) ? text : new Intl.DateTimeFormat(locale(), {...style, timeZone: 'UTC'}).format(time);
+}
+
 export function hasText(key) {
   return texts.has(key);
 }

@@ -1,9 +1,9 @@
-// One file, shown in the page.
+// What the page shows of one file.
 
 import {make} from '/shared/dom.js';
 import {t} from '/shared/texts.js';
 import {addressOf} from '/pkg/files/link.js';
-import {showName, showSize} from '/pkg/files/names.js';
+import {showName} from '/pkg/files/names.js';
 
 const LONGEST_TEXT = 256 * 1024;
 
@@ -20,33 +20,28 @@ async function showText(place, source, size) {
   }
 }
 
-function content(entry, source) {
+/** Whether there is a view of the file. */
+export function canShow(entry) {
+  return entry.type === 'file' && entry.kind !== '';
+}
+
+/** An element with the file's content, which begins to load. */
+export function contentOf(entry) {
+  const src = addressOf('get', {path: entry.path, show: true});
+  const name = showName(entry.name);
   switch (entry.kind) {
     case 'image':
-      return make('img', {src: source, alt: showName(entry.name)});
+      return make('img', {src, alt: name, draggable: 'false'});
     case 'pdf':
-      return make('iframe', {src: source, title: showName(entry.name)});
+      return make('iframe', {src, title: name});
     case 'audio':
-      return make('audio', {src: source, controls: true});
+      return make('audio', {src, controls: true});
     case 'video':
-      return make('video', {src: source, controls: true});
+      return make('video', {src, controls: true});
     default: {
       const place = make('pre', {tabindex: '0'});
-      showText(place, source, entry.size);
+      showText(place, src, entry.size);
       return place;
     }
   }
-}
-
-export function openPreview(entry) {
-  const dialog = make('dialog', {id: 'preview', 'aria-labelledby': 'preview-name'},
-    make('h2', {id: 'preview-name'}, make('bdi', {}, showName(entry.name))),
-    content(entry, addressOf('get', {path: entry.path, show: true})),
-    make('div', {class: 'dialog-actions'},
-      make('a', {href: addressOf('get', {path: entry.path}), download: ''},
-        t('download_size', {size: showSize(entry.size)})),
-      make('button', {type: 'button', on: {click: () => dialog.close()}}, t('close'))));
-  dialog.addEventListener('close', () => dialog.remove());
-  document.body.append(dialog);
-  dialog.showModal();
 }

@@ -10,5 +10,5 @@ if (navigator.clipboard) {
     await navigator.clipboard.writeText(location.origin + location.pathname);
     button.textContent = texts.copied;
   });
-  document.querySelector('main').append(button);
+  document.getElementById('actions').prepend(button);
 }
