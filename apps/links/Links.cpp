@@ -1,19 +1,17 @@
 // VELT.Links: what the owner's page needs besides the links' own API, which other systems share.
 #include <glob.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <set>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "declared/VELT.Links.h"
 #include "veltsharing/Condition.h"
+#include "veltsharing/LinkStatus.h"
 #include "veltsharing/SharingDB.h"
-#include "veltsharing/Users.h"
-#include "veltsys/User.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
@@ -22,28 +20,23 @@ namespace VELT::links {
 namespace {
 
 using Method = params::LinksFind;
+using sharing::LinkStatus;
 using sharing::record::Entry;
 
 constexpr int kNoDatabase = 117;  // as in the links' API
 
-void KeepShared(unsigned int uid, std::vector<Entry>& entries) {
-  std::set<unsigned int> groups;
-  VELTUSER* user = nullptr;
-  if (VELTUserGetByUID(uid, &user) == 0) sharing::UserGroupsGet(user, groups);
-  VELTUserFree(user);
-  std::erase_if(entries, [&](const Entry& entry) {
-    const auto uids = entry.get_protect_uids();
-    const auto gids = entry.get_protect_gids();
-    return std::ranges::find(uids, uid) == uids.end() &&
-           std::ranges::none_of(gids, [&](unsigned int gid) { return groups.contains(gid); });
-  });
+std::optional<LinkStatus> StatusOf(const std::string& text) {
+  static const std::map<std::string, LinkStatus> kStates = {{"active", LinkStatus::kActive},
+                                                            {"disabled", LinkStatus::kDisabled},
+                                                            {"pending", LinkStatus::kPending},
+                                                            {"expired", LinkStatus::kExpired},
+                                                            {"used_up", LinkStatus::kUsedUp}};
+  const auto found = kStates.find(text);
+  return found == kStates.end() ? std::nullopt : std::optional(found->second);
 }
 
 void Find(APIRequest* request, APIResponse* response) {
   const auto read = [request](const auto& row) { return params::Read(*request, row); };
-  const int offset = read(Method::kOffset);
-  const int limit = read(Method::kLimit);
-  const bool shared_only = read(Method::kShareWithMe);
   const bool everybodys = read(Method::kAllEntry) && request->IsAdmin();
   sharing::db::EntryDB links(*sharing::db::SharingDB::Instance());
   sharing::db::Condition& condition = *links.GetCondition();
@@ -55,18 +48,13 @@ void Find(APIRequest* request, APIResponse* response) {
     condition.Where("owner_uid", std::to_string(request->GetLoginUID()));
   }
   condition.OrderBy(read(Method::kSortBy), read(Method::kSortDirection) == "ASC");
-  if (!shared_only) condition.Limit(offset, limit);
+  if (const auto status = StatusOf(read(Method::kStatus))) condition.InState(*status);
+  condition.Limit(read(Method::kOffset), read(Method::kLimit));
   int total = 0;
   std::vector<Entry> entries;
   if (!links.Count(total) || !links.Query(entries)) {
     response->SetError(kNoDatabase, "db error");
     return;
-  }
-  if (shared_only) {
-    KeepShared(request->GetLoginUID(), entries);
-    total = static_cast<int>(entries.size());
-    entries.erase(entries.begin(), entries.begin() + std::min(offset, total));
-    if (std::cmp_less(limit, entries.size())) entries.resize(limit);
   }
   Json::Value data;
   data["total"] = total;

@@ -108,6 +108,8 @@ std::optional<long long> StoredNumber(Kind kind, const std::string& text) {
 
 EntryQuery::EntryQuery(const Condition& condition)
     : search_(condition.search_),
+      status_(condition.status_),
+      now_(Now()),
       offset_(std::max(condition.offset_, 0)),
       limit_(condition.limit_),
       none_(!IsCleanText(condition.search_)) {
@@ -153,6 +155,29 @@ void BindProjects(soci::statement& statement) {
   }
 }
 
+namespace {
+
+// The same as StatusAt.
+const char* IsInState(LinkStatus status) {
+  switch (status) {
+    case LinkStatus::kDisabled:
+      return "enabled = 0";
+    case LinkStatus::kExpired:
+      return "enabled = 1 and expire_at <> 0 and expire_at < :now";
+    case LinkStatus::kPending:
+      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at > :now";
+    case LinkStatus::kUsedUp:
+      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
+             "expire_times <> 0 and visits >= expire_times";
+    case LinkStatus::kActive:
+      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
+             "(expire_times = 0 or visits < expire_times)";
+  }
+  return "";
+}
+
+}  // namespace
+
 std::string EntryQuery::Where(const Dialect& dialect, bool unindexed) const {
   if (none_) return " where 1 = 0";
   std::string text;
@@ -164,10 +189,11 @@ std::string EntryQuery::Where(const Dialect& dialect, bool unindexed) const {
   }
   const std::string projects = AmongProjects();
   if (!projects.empty()) text += (text.empty() ? " where " : " and ") + projects;
+  if (status_) text += (text.empty() ? " where " : " and ") + std::string(IsInState(*status_));
   if (search_.empty()) return text;
   text += text.empty() ? " where (" : " and (";
   if (search_.size() >= kLeastOfId) text += "substr(hash, 1, length(:search)) = :search or ";
-  return text + dialect.title_contains_search + ")";
+  return text + dialect.contains_search + ")";
 }
 
 bool EntryQuery::IsFixed(const Column* column) const {
@@ -200,11 +226,12 @@ void EntryQuery::Bind(soci::statement& statement) const {
     }
   }
   BindProjects(statement);
+  if (status_ && *status_ != LinkStatus::kDisabled) statement.exchange(soci::use(now_, "now"));
   if (!search_.empty()) statement.exchange(soci::use(search_, "search"));
 }
 
 std::optional<long long> EntryQuery::KnownCount(soci::session& sql) const {
-  if (!CurrentView().projects.empty() || !search_.empty()) return std::nullopt;
+  if (!CurrentView().projects.empty() || !search_.empty() || status_) return std::nullopt;
   std::optional<long long> owner;
   std::optional<std::string> project;
   for (const Filter& filter : filters_) {

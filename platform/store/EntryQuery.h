@@ -49,7 +49,9 @@ class EntryQuery {
   bool FollowsOrder(soci::session& sql) const;
 
   std::vector<Filter> filters_;
-  std::string search_;                                 // empty: none
+  std::string search_;  // empty: none
+  std::optional<LinkStatus> status_;
+  long long now_;
   std::vector<std::pair<const Column*, bool>> order_;  // with whether it ascends
   long long offset_;
   long long limit_;    // negative: none

@@ -35,7 +35,7 @@ def lay_out(names, service):
 
 def _fill(folder, uid, gid):
     contents = {"Coast/Tide table.txt": _NOTE.encode(), "Coast/Read me first.txt": b"Pictures of the coast.\n",
-                **{f"Coast/{name}.png": _picture(hue) for name, hue in [("Dawn", 0), ("Noon", 1), ("Dusk", 2)]}}
+                **{f"Coast/{name}.png": picture(hue) for name, hue in [("Dawn", 0), ("Noon", 1), ("Dusk", 2)]}}
     os.makedirs(os.path.join(folder, "Coast"))
     os.makedirs(os.path.join(folder, "Inbox"))
     for name, content in contents.items():
@@ -49,7 +49,7 @@ def _fill(folder, uid, gid):
             os.chmod(path, mode)
 
 
-def _picture(hue, width=640, height=420):
+def picture(hue, width=640, height=420):
     """A PNG image of a sky over the sea."""
     sky = [(244, 178, 132), (132, 190, 232), (196, 120, 150)][hue]
     rows = []

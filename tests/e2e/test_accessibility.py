@@ -82,6 +82,8 @@ class Pages(unittest.TestCase):
         self.click("#share-copy")
         yield "share, copied"
         browser.press(Keys.ESCAPE)
+        self.click("#more summary")
+        yield "more"
         self.click("#new")
         browser.wait_for("#edit")
         yield "new link"
@@ -106,10 +108,10 @@ class Pages(unittest.TestCase):
         browser.wait_for("#undo")
         yield "undo"
         self.click("#undo-now")
-        browser.find("#title-search").type("no such title")
+        browser.find("#search").type("no such title")
         browser.wait_for("#empty")
         yield "no match"
-        browser.find("#title-search").clear()
+        browser.find("#search").clear()
         self.click("[data-application=files]")
         browser.wait_for("#pick-list li")
         self.click("#pick-takes")
@@ -117,7 +119,7 @@ class Pages(unittest.TestCase):
         browser.press(Keys.ESCAPE)
         os.rename(self.demo.database, self.demo.database + ".away")
         try:
-            self.click("#shared-with-me")
+            browser.find("#search").type("x")
             browser.wait_for("#problem")
         finally:
             os.rename(self.demo.database + ".away", self.demo.database)

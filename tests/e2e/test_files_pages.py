@@ -6,7 +6,7 @@ import shutil
 import unittest
 import wave
 
-from demo import Demo
+from demo import SHARING, Demo
 from shared_files import FILES, Shared, ask, listed
 from webdriver import Browser
 
@@ -217,8 +217,6 @@ class Pages(unittest.TestCase):
         for name in ("one", "two"):
             browser.wait_for(f'#pick-list [data-path="chosen/{name}.txt"] input').click()
         browser.find("#pick-next").click()
-        browser.wait(lambda: browser.find("#edit [type=submit]").shown())
-        browser.find("#edit [type=submit]").click()
         browser.wait_text("chosen › two.txt", "#share-contents")
         link = browser.find("#share-url").property("value").rsplit("/", 1)[-1]
         browser.find("#share [data-close]").click()
@@ -228,6 +226,15 @@ class Pages(unittest.TestCase):
         visitor = DEMO.visitor(link)
         self.assertTrue(visitor.login()["success"])
         self.assertEqual(["one.txt"], listed(visitor, ""))
+        # Later the owner lets it share the whole folder instead, and takes files.
+        browser.find("#share-change").click()
+        browser.wait(lambda: browser.find_all("#pick-list input:checked"))
+        browser.find('#pick-list [data-path="chosen/one.txt"] input').click()
+        browser.wait_for("#pick-takes").click()
+        browser.find("#pick-size").fill("5")
+        browser.find("#pick-next").click()
+        browser.wait(lambda: DEMO.data(SHARING, "get", {"sharing_id": link})["app"] == {
+            "root": "home", "items": ["chosen"], "upload": {"max_size": 5000000, "max_files": 100}})
 
     def test_an_owner_sees_and_removes_what_is_unfinished(self):
         ALICE.put("open/x")

@@ -31,6 +31,7 @@ class InFirefox(unittest.TestCase):
         browser.find("#signin-password").type(self.demo.accounts["alice"])
         browser.press(Keys.ENTER)
         browser.wait_text("Signed in as alice", "#account")
+        self.click("#more summary")
         self.click("#new")
         browser.find("#f-project_name").type("album")
         browser.find("#f-protect_title").type("From Firefox")

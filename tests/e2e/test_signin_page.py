@@ -91,6 +91,7 @@ class SignInPage(unittest.TestCase):
         browser = self.browser
         browser.open(self.demo.url + "/", self.demo.login("alice"))
         browser.wait_text("Signed in as alice", "#account")
+        self.click("#more summary")
         self.click("#new")
         browser.find("#f-project_name").type("album")
         browser.find("#f-protect_title").type("Typed before")

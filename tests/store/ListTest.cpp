@@ -142,6 +142,47 @@ TEST_P(ListTest, SearchesTitlesInEitherCaseAndTheBeginningOfIds) {
   }
 }
 
+TEST_P(ListTest, FindsWhatIsShared) {
+  const Entry entry = Make([](Entry& made) {
+    Json::Value app;
+    app["items"].append(
+        "Fotos/\xC3\x9C"
+        "bung \"1\"");
+    made.set_app(app);
+  });
+  Make(Set(&Entry::set_protect_title, std::string("Fotos")));
+  EXPECT_EQ(Find([](auto& c) { c.Search("fotos/\xC3\xBC"); }, 1), std::vector{entry.get_id()});
+  EXPECT_EQ(Find([](auto& c) { c.Search("fotos"); }).size(), 2U);
+}
+
+TEST_P(ListTest, FindsLinksByTheStateThatTheyShow) {
+  for (int kind = 0; kind < 2 * 3 * 3 * 3; ++kind) {
+    const Entry entry = Make([kind](Entry& made) {
+      constexpr const char* kTimes[] = {"", "2001-01-01 00:00:00", "2099-01-01 00:00:00"};
+      StartingAt(kTimes[kind % 3])(made);
+      EndingAt(kTimes[kind / 3 % 3])(made);
+      made.set_expire_times(kind / 9 % 3);
+    });
+    Visitor visitor;
+    LogIn(visitor, entry);  // refused by some
+    if (kind >= 27) {
+      ASSERT_TRUE(Change(entry, Set(&Entry::set_enabled, false)));
+    }
+  }
+  std::map<LinkStatus, std::vector<std::int64_t>> expected;
+  db::EntryDB links(db_);
+  std::vector<Entry> entries;
+  ASSERT_TRUE(links.Query(entries));
+  for (const Entry& entry : entries) expected[entry.get_status()].push_back(entry.get_id());
+  ASSERT_EQ(expected.size(), 5U);
+  for (const auto& [status, ids] : expected) {
+    const auto in_state = [kept = status](auto& c) {
+      c.InState(kept), c.OrderBy("created_at", true);
+    };
+    EXPECT_EQ(Find(in_state, static_cast<int>(ids.size())), ids) << static_cast<int>(status);
+  }
+}
+
 TEST_P(ListTest, PagesOverEqualKeysHoldEveryLinkOnce) {
   std::vector<std::int64_t> want(23);
   for (int index = 0; auto& id : want) id = Make(WithVisits(index++ % 2)).get_id();

@@ -123,6 +123,17 @@ function askAgain(account) {
   });
 }
 
+/** Has a menu close when one of its entries is chosen, at a click beside it and with Escape. */
+export function listenToMenu(menu) {
+  const close = () => {
+    menu.open = false;
+    menu.querySelector('summary').focus();
+  };
+  for (const button of menu.querySelectorAll('button')) button.addEventListener('click', close);
+  document.addEventListener('click', (event) => menu.contains(event.target) || (menu.open = false));
+  menu.addEventListener('keydown', (event) => event.key === 'Escape' && close());
+}
+
 function listen(menu, access) {
   const actions = {
     sessions: () => access.open('sessions'),
@@ -133,18 +144,10 @@ function listen(menu, access) {
       location.assign('/signin/');
     },
   };
+  listenToMenu(menu);
   for (const button of menu.querySelectorAll('button')) {
-    button.addEventListener('click', () => {
-      menu.open = false;
-      actions[button.dataset.do]();
-    });
+    button.addEventListener('click', () => actions[button.dataset.do]());
   }
-  document.addEventListener('click', (event) => menu.contains(event.target) || (menu.open = false));
-  menu.addEventListener('keydown', (event) => {
-    if (event.key !== 'Escape') return;
-    menu.open = false;
-    menu.querySelector('summary').focus();
-  });
 }
 
 /** Shows who is signed in. Leaves for the page /signin/ and returns false when nobody is. */

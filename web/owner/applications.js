@@ -16,16 +16,34 @@ async function partOf(application, newLink) {
   }
 }
 
-/** Loads the parts, and puts their buttons before `place`. `newLink(project, fields)` opens the form of a new link. */
+/**
+ * Loads the parts and returns them. Those that make links have their buttons before `place` then. `newLink(project, fields)`
+ * makes a link and shows it.
+ */
 export async function loadApplications(place, newLink) {
   const {applications} = await callApi('webapi/entry.cgi', 'VELT.Links', 'applications').catch(() => ({applications: []}));
   for (const part of await Promise.all(applications.map((name) => partOf(name, newLink)))) {
     if (part.project) parts.set(part.project, part);
     if (!part.open) continue;
     place.before(make('button', {
-      type: 'button', 'data-application': part.application, on: {click: () => part.open()},
+      type: 'button', class: 'primary', 'data-application': part.application, on: {click: () => part.open()},
     }, part.button));
   }
+  return [...parts.values()];
+}
+
+/** A line about what the link shares, as far as its application says it. */
+export function summaryOf(entry) {
+  try {
+    return parts.get(entry.project_name)?.summary?.(entry) ?? '';
+  } catch {
+    return ''; // The data may be anything.
+  }
+}
+
+/** What lets the owner change what the link shares, where its application has that: `change(entry, save)`. */
+export function changeOf(entry) {
+  return parts.get(entry.project_name)?.change;
 }
 
 /** Lists in `place` what the link `entry` shares; hides `place` when its application doesn't say. */

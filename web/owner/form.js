@@ -51,6 +51,12 @@ const READERS = {
   },
 };
 
+// Of letters and digits that can't be taken for each other; 70 bits.
+function newPassword() {
+  const letters = 'abcdefghijkmnpqrstuvwxyz23456789'; // as many as divide a byte's values
+  return Array.from(crypto.getRandomValues(new Uint8Array(14)), (byte) => letters[byte % letters.length]).join('');
+}
+
 function isObject(value) {
   return value !== null && typeof value === 'object' && !Array.isArray(value);
 }
@@ -102,30 +108,35 @@ export class LinkForm {
       event.preventDefault();
       this.#tryClose();
     });
+    const end = dialog.querySelector('#f-end');
+    end.addEventListener('change', () => this.#setEnd(end.value));
+    dialog.querySelector('#make-password').addEventListener('click', () => {
+      this.#field('protect_password').value = newPassword();
+      this.#showPassword(true);
+    });
     const show = dialog.querySelector('#show-password');
     show.addEventListener('click', () => this.#showPassword(show.getAttribute('aria-pressed') !== 'true'));
   }
 
-  /**
-   * Opens the form for `entry`, a link as `get` returns it, or for a new link when it is null. `filled` are values
-   * that a new link's fields begin with, by name.
-   */
-  open(entry, project = '', filled = {}) {
+  /** Opens the form for `entry`, a link as `get` returns it, or for a new link of `project` when it is null. */
+  open(entry, project = '') {
     this.#entry = entry;
     this.#form.reset();
     this.#form.querySelector('details').open = false;
     this.#clearErrors();
     this.#showPassword(false);
-    this.#field('project_name').readOnly = entry !== null;
     this.#field('project_name').value = project;
     for (const input of this.#fields) {
       if (entry && input.name in entry) write(input, entry[input.name]);
       this.#initial.set(input, raw(input));
-      if (!entry && input.name in filled) write(input, filled[input.name]);
     }
+    const end = entry?.expire_at ? 'date' : '';
+    this.#dialog.querySelector('#f-end').value = end;
+    this.#dialog.querySelector('#end-date').hidden = end === '';
+    this.#dialog.querySelector('#which-application').hidden = entry !== null;
     this.#text('#edit-title', entry ? t('edit_of', {title: titleOf(entry)}) : t('new_link'));
     this.#text('[type="submit"]', t(entry ? 'save_changes' : 'create_link'));
-    this.#text('#h-project_name', t(entry ? 'hint_project_stays' : 'hint_project'));
+    this.#text('#h-project_name', t('hint_project'));
     this.#text('#h-private_data', t(entry ? 'hint_private_stays' : 'hint_private'));
     this.#showWhatApplies();
     this.#dialog.showModal();
@@ -139,6 +150,17 @@ export class LinkForm {
 
   #text(selector, text) {
     this.#dialog.querySelector(selector).textContent = text;
+  }
+
+  // A number of days ends with its last one, so that it matters little whose clock counts.
+  #setEnd(choice) {
+    const field = this.#field('expire_at');
+    this.#dialog.querySelector('#end-date').hidden = choice === '';
+    if (choice === '') field.value = '';
+    if (!/^\d+$/.test(choice)) return;
+    const day = new Date();
+    day.setDate(day.getDate() + Number(choice));
+    field.value = `${[day.getFullYear(), day.getMonth() + 1, day.getDate()].map((n) => String(n).padStart(2, '0')).join('-')}T23:59:59`;
   }
 
   #showPassword(shown) {
@@ -168,7 +190,7 @@ export class LinkForm {
     if (this.#entry) params.sharing_id = this.#entry.sharing_id;
     let good = true;
     for (const input of this.#touched()) {
-      if (input.closest('[hidden]')) continue;
+      if (input.closest('[data-when][hidden]')) continue;
       try {
         params[input.name] = READERS[input.dataset.kind](input);
       } catch (error) {

@@ -4,14 +4,14 @@ import {callApi} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {chooseLanguage, fillTexts, listenToLanguage, loadTexts, t} from '/shared/texts.js';
-import {startAccount} from './account.js';
-import {drawContents, loadApplications} from './applications.js';
-import {drawChart, sumOf} from './chart.js';
+import {listenToMenu, startAccount} from './account.js';
+import {changeOf, drawContents, loadApplications} from './applications.js';
 import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {LinkForm} from './form.js';
+import {drawSummaries, drawVisits, visitsById} from './rows.js';
 import {Selection} from './selection.js';
 import {ShareDialog} from './share.js';
-import {COLUMNS, drawTable, qrCell} from './table.js';
+import {COLUMNS, drawTable} from './table.js';
 import {DelayedDeletion} from './undo.js';
 
 const find = (selector) => document.querySelector(selector);
@@ -21,15 +21,15 @@ const MOST_FAILURES = 10; // that are listed
 const SEARCH_PAUSE = 250; // milliseconds in which somebody types on
 
 const view = {
-  everybody: false, project: '', sharedWithMe: false, search: '',
+  everybody: false, project: '', status: '', search: '',
   sortBy: 'created_at', ascending: false, offset: 0, limit: 10,
 };
 const projects = new Set();
-const visitsById = new Map(); // of each day
 let latestLoad = 0;
+let drawn = []; // the links that the page shows
 let searching; // the timer that begins a search
 
-const share = new ShareDialog(find('#share'));
+const share = new ShareDialog(find('#share'), {edit, change});
 const confirm = new ConfirmDialog(find('#confirm'));
 const form = new LinkForm(find('#edit'), {
   save,
@@ -43,7 +43,7 @@ const deletion = new DelayedDeletion(find('#undo'), {
   remove: removeLinks,
   removed: (failures, count) => finishMany(failures, t('links_deleted', {count: count - failures.length})),
   changed: (text) => load(text),
-  closed: () => find(find('#selection').hidden ? '#new' : '#select-all').focus(),
+  closed: () => (find('#selection').hidden ? mainButton() : find('#select-all')).focus(),
 });
 
 const rowActions = {
@@ -58,13 +58,17 @@ function scopeParams() {
   };
 }
 
+// Without QR codes, each of which is a program's work.
 function listLinks(page) {
-  const params = {
-    ...scopeParams(), ...(view.sharedWithMe && {share_with_me: true}),
+  return callApi('webapi/entry.cgi', 'VELT.Links', 'find', {
+    ...scopeParams(), text: view.search, status: view.status,
     sort_by: view.sortBy, sort_direction: view.ascending ? 'ASC' : 'DESC', ...page,
-  };
-  return view.search === '' ? call('list', params) :
-    callApi('webapi/entry.cgi', 'VELT.Links', 'find', {...params, text: view.search});
+  });
+}
+
+// What a page is above all for: the first application's button, or else the menu that makes other links.
+function mainButton() {
+  return find('[data-application]') ?? find('#more summary');
 }
 
 // Asks for the page of links that `view` names and draws it; `done` is announced before the result.
@@ -88,7 +92,6 @@ async function load(done = '') {
     if (answer.total > 0) return void await load(done);
   }
   draw(answer, done);
-  if (view.search !== '') drawQrCodes(answer.sharings);
 }
 
 function showProblem(error) {
@@ -102,16 +105,17 @@ function tell(problem) {
 }
 
 function draw(answer, done) {
+  drawn = answer.sharings;
   find('#problem').hidden = true;
   const table = find('#links');
   table.setAttribute('aria-busy', 'false');
   table.hidden = answer.total === 0;
-  if (!drawTable(table, answer.sharings, view, rowActions)) find('#new').focus();
+  if (!drawTable(table, answer.sharings, view, rowActions)) mainButton().focus();
   selection.show(answer.sharings);
-  drawVisits(answer.sharings);
+  drawSummaries(drawn);
+  drawVisits(drawn);
   for (const {project_name: name} of answer.sharings) projects.add(name);
-  find('#projects').replaceChildren(...[...projects].sort().map((name) => make('option', {value: name})));
-
+  drawProjects();
   const last = view.offset + answer.sharings.length;
   const range = answer.total === 0 ? t('no_links') : t('range', {first: view.offset + 1, last, total: answer.total});
   find('#range').textContent = range;
@@ -124,41 +128,13 @@ function draw(answer, done) {
   find('#status').textContent = `${done} ${now}`.trim();
 }
 
-// What a search finds comes without them.
-async function drawQrCodes(entries) {
-  const turn = latestLoad;
-  for (const entry of entries) {
-    try {
-      ({qrcode: entry.qrcode} = await call('get', {sharing_id: entry.sharing_id}));
-    } catch {
-      continue; // The link may be gone meanwhile.
-    }
-    if (turn !== latestLoad) return;
-    find(`#links [data-id="${CSS.escape(entry.sharing_id)}"] td.qr`).replaceChildren(...qrCell(entry, rowActions));
-  }
-}
-
-// The visits of each day come after the links. Where the appliance keeps none, there are no charts.
-async function drawVisits(entries) {
-  const ids = entries.filter(({visits}) => visits > 0).map(({sharing_id: id}) => id);
-  if (ids.length === 0) return;
-  try {
-    const {visits} = await callApi('webapi/entry.cgi', 'VELT.Visits', 'list', {sharing_ids: ids});
-    for (const [id, days] of Object.entries(visits)) visitsById.set(id, days);
-  } catch {
-    return;
-  }
-  for (const id of ids) {
-    const cell = find(`#links [data-id="${CSS.escape(id)}"] td.visits`);
-    const days = visitsById.get(id);
-    if (!cell || !days || sumOf(days) === 0) continue;
-    cell.querySelector('svg')?.remove();
-    cell.append(drawChart(days));
-  }
+// For the fields in which somebody writes the name of an application.
+function drawProjects() {
+  find('#projects').replaceChildren(...[...projects].sort().map((name) => make('option', {value: name})));
 }
 
 function drawEmpty(empty) {
-  const narrowed = view.project !== '' || view.sharedWithMe || view.search !== '';
+  const narrowed = view.project !== '' || view.status !== '' || view.search !== '';
   find('#empty').hidden = !empty;
   const [title, text] = narrowed ? ['no_match', 'no_match_text'] : ['empty_title', 'empty_text'];
   find('#empty h2').textContent = t(title);
@@ -205,9 +181,28 @@ function sort(name) {
   load();
 }
 
-function show(entry, title = titleOf(entry)) {
-  share.open(entry, title, t('share_hint'), visitsById.get(entry.sharing_id));
-  drawContents(find('#share-contents'), entry);
+async function show(entry, hint = t('share_hint')) {
+  let link = entry;
+  try {
+    if (link.qrcode === undefined) link = await call('get', {sharing_id: entry.sharing_id});
+  } catch (error) {
+    return showProblem(error);
+  }
+  share.open(link, titleOf(link), hint, visitsById.get(link.sharing_id));
+  find('#share-change').hidden = !changeOf(link);
+  drawContents(find('#share-contents'), link);
+}
+
+// Has the owner choose anew what the link shares.
+async function change(entry) {
+  try {
+    await changeOf(entry)(entry, async (fields) => {
+      await call('set', {sharing_id: entry.sharing_id, project_name: entry.project_name, ...fields});
+      loadAll(t('changes_saved'));
+    });
+  } catch (error) {
+    showProblem(error);
+  }
 }
 
 async function copy(entry, button) {
@@ -229,9 +224,23 @@ async function save(params, close) {
   const link = await call('set', params);
   close();
   if (params.sharing_id) return void loadAll(t('changes_saved'));
+  showNew(link, params);
+}
+
+async function showNew(made, params) {
   view.offset = 0;
-  show({...link, project_name: params.project_name}, t('link_ready'));
   loadAll(t('link_created'));
+  await show({...await call('get', {sharing_id: made.sharing_id}), ...made, project_name: params.project_name}, t('link_ready'));
+}
+
+// At once, without protection or an end: both can be set where the link is shown.
+async function makeLink(project, fields) {
+  const params = {project_name: project, ...fields};
+  try {
+    await showNew(await call('set', params), params);
+  } catch (error) {
+    showProblem(error);
+  }
 }
 
 function remove(entry) {
@@ -277,13 +286,15 @@ async function clean() {
 }
 
 function listen() {
-  for (const button of [find('#new'), find('#empty button')]) {
-    button.addEventListener('click', () => {
-      find('#new').focus(); // The other button is gone when the form is closed.
-      form.open(null, view.project);
-    });
-  }
+  listenToMenu(find('#more'));
+  find('#new').addEventListener('click', () => form.open(null, view.project));
   find('#clean').addEventListener('click', clean);
+  find('#empty button').addEventListener('click', () => {
+    const button = mainButton();
+    button.focus(); // The other is gone when there is a link.
+    if (button.matches('[data-application]')) button.click();
+    else form.open(null, view.project);
+  });
   for (const button of find('#scope').children) {
     button.addEventListener('click', () => {
       view.everybody = button.dataset.scope === 'all';
@@ -299,12 +310,12 @@ function listen() {
       narrow();
     });
   }
-  find('#shared-with-me').addEventListener('change', (event) => {
-    view.sharedWithMe = event.target.checked;
+  find('#state-filter').addEventListener('change', (event) => {
+    view.status = event.target.value;
     narrow();
   });
   for (const event of ['input', 'change']) {
-    find('#title-search').addEventListener(event, ({target}) => {
+    find('#search').addEventListener(event, ({target}) => {
       clearTimeout(searching);
       searching = setTimeout(() => {
         if (view.search === target.value.trim()) return;
@@ -354,8 +365,14 @@ async function start() {
   // A page that comes back out of the browser's memory is of another time.
   addEventListener('pageshow', (event) => event.persisted && loadAll());
   document.addEventListener('resume', () => loadAll());
+  find('#empty button').textContent = t('new_link');
   loadAll();
-  loadApplications(find('#new'), (project, fields) => form.open(null, project, fields));
+  const applications = await loadApplications(find('#more'), makeLink);
+  for (const {project, button} of applications) {
+    projects.add(project);
+    if (button) find('#empty button').textContent = button;
+  }
+  drawSummaries(drawn);
 }
 
 start();

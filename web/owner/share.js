@@ -12,8 +12,10 @@ export class ShareDialog {
   #image;
   #modules = null;
   #name = '';
+  #entry;
 
-  constructor(dialog) {
+  /** `edit(entry)` opens the link's settings, `change(entry)` the choice of what it shares. */
+  constructor(dialog, {edit, change}) {
     this.#dialog = dialog;
     this.#image = this.#find('.qr-large');
     this.#image.addEventListener('load', () => {
@@ -23,6 +25,15 @@ export class ShareDialog {
     this.#find('#qr-copy').hidden = !canCopyImages;
     const listen = (selector, listener) => this.#find(selector).addEventListener('click', listener);
     listen('[data-close]', () => dialog.close());
+    listen('#share-edit', () => {
+      dialog.close();
+      edit(this.#entry);
+    });
+    listen('#share-change', () => {
+      dialog.close();
+      change(this.#entry);
+    });
+    listen('#share-send', () => navigator.share(this.#message()).catch(() => {})); // given up, for instance
     listen('#share-copy', () => this.#copyAddress());
     listen('#qr-copy', () => this.#copyImage());
     listen('#qr-png', async () => save(await toPng(this.#image, this.#modules), `${this.#name}.png`));
@@ -32,6 +43,7 @@ export class ShareDialog {
 
   /** `visits` are those of each day, today's last; null: they are not known. */
   open(entry, title, hint, visits = null) {
+    this.#entry = entry;
     this.#name = `QR ${title}`.replace(/[^\p{L}\p{N}]+/gu, '-').slice(0, 60);
     this.#find('#share-title').textContent = title;
     this.#find('.hint').textContent = hint;
@@ -45,9 +57,20 @@ export class ShareDialog {
     if (image) this.#image.src = image;
     else this.#image.removeAttribute('src');
     this.#find('.open').href = entry.url;
+    const {title: subject, text, url} = this.#message();
+    const mail = [['subject', subject], ['body', `${text}\n\n${url}`]];
+    this.#find('#share-mail').href = `mailto:?${mail.map(([key, value]) => `${key}=${encodeURIComponent(value)}`).join('&')}`;
+    this.#find('#share-send').hidden = !navigator.canShare?.(this.#message());
     this.#drawVisits(visits);
     this.#dialog.showModal();
     this.#find('#share-copy').focus();
+  }
+
+  // For those who are to open the link.
+  #message() {
+    const {protect_title: title, url, protect_type: type} = this.#entry;
+    const text = t(title ? 'invites_to' : 'invites', {title});
+    return {title: title || t('untitled'), text: type === 'password' ? `${text} ${t('invites_password')}` : text, url};
   }
 
   #find(selector) {

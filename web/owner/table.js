@@ -1,13 +1,12 @@
 // The table of links. At phone width its rows become cards, whose cells carry their column's title.
 
 import {make} from '/shared/dom.js';
-import {hasText, t} from '/shared/texts.js';
-import {qrImage, titleOf} from './dialogs.js';
+import {hasText, showMoment, t} from '/shared/texts.js';
+import {titleOf} from './dialogs.js';
 
 /** The columns; `title` is a text's key, `sort` the name by which the API sorts them. */
 export const COLUMNS = [
   {title: 'select', cell: selectCell, className: 'select', quiet: true},
-  {title: 'qr_code', cell: qrCell, className: 'qr'},
   {title: 'title', sort: 'protect_title', cell: linkCell, className: 'link'},
   {title: 'state', cell: stateCell},
   {title: 'project', sort: 'project_name', cell: (entry) => [short(entry.project_name)]},
@@ -59,11 +58,11 @@ function headCell(column, view, on) {
 }
 
 // A button of a row. Its name includes the link's title, because a screen reader may read it alone.
-function rowButton(entry, action, className, listener) {
+function rowButton(entry, action, className, listener, text = t(action)) {
   return make('button', {
     type: 'button', class: className, 'data-key': `${action} ${entry.sharing_id}`,
     'aria-label': t(`${action}_of`, {title: titleOf(entry)}), on: {click: listener},
-  }, t(action));
+  }, text);
 }
 
 function selectCell(entry, on) {
@@ -74,23 +73,15 @@ function selectCell(entry, on) {
   })];
 }
 
-/** What the cell of the entry's QR code holds; `on` as for drawTable. */
-export function qrCell(entry, on) {
-  const image = qrImage(entry);
-  if (!image) return [make('span', {class: 'quiet'}, t('none'))];
-  return [make('button', {
-    type: 'button', class: 'qr-small', 'data-key': `show ${entry.sharing_id}`,
-    'aria-label': t('show_of', {title: titleOf(entry)}), on: {click: () => on.show(entry)},
-  }, make('img', {src: image, alt: '', width: 52, height: 52}))];
-}
-
 function linkCell(entry, on) {
   return [
     make('span', {class: entry.protect_title ? 'title' : 'title quiet', dir: 'auto'}, titleOf(entry)),
+    make('span', {class: 'summary', dir: 'auto', hidden: true}), // of what it shares: drawSummaries
     make('span', {class: 'address'},
       make('a', {href: entry.url, target: '_blank', rel: 'noopener noreferrer', title: entry.url, dir: 'ltr'},
         entry.url.replace(/^https?:\/\//, '')),
-      rowButton(entry, 'copy', 'small', (event) => on.copy(entry, event.currentTarget))),
+      rowButton(entry, 'copy', 'small', (event) => on.copy(entry, event.currentTarget)),
+      rowButton(entry, 'show', 'small', () => on.show(entry), t('share'))),
   ];
 }
 
@@ -121,9 +112,9 @@ function protectionCell(entry) {
 
 function time(text, none) {
   if (text === '') return [make('span', {class: 'quiet'}, none)];
-  const [day, clock] = text.split(' ');
-  return [make('time', {datetime: text.replace(' ', 'T'), dir: 'ltr'},
-    make('span', {class: 'short'}, day), ' ', make('span', {class: 'second'}, clock.replace(/:00$/, '')))];
+  return [make('time', {datetime: text.replace(' ', 'T'), dir: 'auto'},
+    make('span', {class: 'short'}, showMoment(text, {dateStyle: 'medium'})), ' ',
+    make('span', {class: 'second'}, showMoment(text, {timeStyle: 'short'})))];
 }
 
 function visitsCell(entry) {

@@ -28,11 +28,12 @@ constexpr const char* kPostgresqlDefaults =
 
 // The number of the advisory lock has no meaning.
 constexpr Dialect kSqliteDialect{
-    "begin immediate", "", "", "", "+", "contains(protect_title, :search)", "", ""};
+    "begin immediate", "", "", "", "+", "contains(protect_title || '\"' || app, :search)", "", ""};
 constexpr Dialect kPostgresqlDialect{
     "begin", " for update", "substr(", ", 1, 255)", "",
     // Whatever the database's own locale is.
-    "strpos(lower(protect_title collate \"und-x-icu\"), lower(:search collate \"und-x-icu\")) > 0",
+    "strpos(lower((protect_title || '\"' || app) collate \"und-x-icu\"), lower(:search collate "
+    "\"und-x-icu\")) > 0",
     "(select pg_try_advisory_xact_lock(1986358388)) and ",
     "(select pg_advisory_xact_lock_shared(1986358388)) is not null and "};
 

@@ -18,8 +18,8 @@ struct Dialect {
   // Before a column, keeps the index of a filter from being used. Empty where the planner knows from
   // statistics how many rows a filter leaves.
   const char* unindexed;
-  // Whether the title contains :search, letters of either case alike.
-  const char* title_contains_search;
+  // Whether the title or the application's data contain :search, letters of either case alike.
+  const char* contains_search;
   // PostgreSQL locks each row that is removed, also those that go with a link or a session. Removals
   // of many rows that others may remove in another order would wait for each other in a circle. So
   // only one at a time goes through the sessions, and meanwhile no link is removed.

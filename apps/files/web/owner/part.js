@@ -32,6 +32,12 @@ function unfinishedRow(id, {upload, name, size, offset}) {
   return row;
 }
 
+// In the list of links, which has the link's data alone.
+function summary({app}) {
+  const names = app.items.map((path) => showName(path.split('/').at(-1)));
+  return names[0] === '' ? '' : names.join(', ');
+}
+
 async function contents({sharing_id: id}) {
   const {title, items, upload, unfinished = []} = await call('describe', {sharing_id: id});
   return [
@@ -46,8 +52,15 @@ async function contents({sharing_id: id}) {
 export async function takePart({newLink}) {
   await loadTexts('/pkg/files/owner');
   const {roots} = await call('roots').catch(() => ({roots: []})); // The application is not set up.
-  if (roots.length === 0) return {project: PROJECT, contents};
+  if (roots.length === 0) return {project: PROJECT, contents, summary};
   document.head.append(make('link', {rel: 'stylesheet', href: '/pkg/files/owner/picker.css'}));
-  const picker = new FilePicker(call, roots, (app, title) => newLink(PROJECT, {app, protect_title: title}));
-  return {project: PROJECT, contents, button: t('files_share'), open: () => picker.open()};
+  const picker = new FilePicker(call, roots);
+  return {
+    project: PROJECT, contents, summary, button: t('files_share'),
+    open: () => picker.open((app, title) => newLink(PROJECT, {app, protect_title: title})),
+    change: async ({sharing_id: id, app}, save) => {
+      const {items} = await call('describe', {sharing_id: id});
+      picker.open((changed) => save({app: changed}), {...app, items: items.filter(({missing}) => !missing)});
+    },
+  };
 }

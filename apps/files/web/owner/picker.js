@@ -46,14 +46,13 @@ export class FilePicker {
   #root = null;
   #path = '';
   #offset = 0;
-  #chosen = new Map(); // path -> entry
+  #chosen = new Map(); // path -> entry, in any folders of the root
   #turn = 0;
 
-  /** `call` calls the API. `done(app, title)` gets a link's data when files are chosen, and a title for it. */
-  constructor(call, roots, done) {
+  /** `call` calls the API, whose `roots` these are. */
+  constructor(call, roots) {
     this.#call = call;
     this.#roots = roots;
-    this.#done = done;
     this.#dialog = makeDialog(roots);
     document.body.append(this.#dialog);
     const listen = (selector, event, listener) => this.#find(selector).addEventListener(event, listener);
@@ -64,10 +63,26 @@ export class FilePicker {
     listen('#pick-takes', 'change', () => this.#drawChoice());
   }
 
-  open() {
-    this.#find('#pick-root').value = this.#roots[0].name;
-    this.#find('#pick-takes').checked = false;
-    this.#enter(this.#roots[0].name, '');
+  /**
+   * `done(app, title)` gets a link's data when files are chosen, and a title for it, and may throw what is to be shown.
+   * `before` is the data that a link has already, with its items as `describe` answers them.
+   */
+  open(done, before = null) {
+    this.#done = done;
+    const root = this.#roots.find(({name}) => name === before?.root)?.name ?? this.#roots[0].name;
+    const items = root === before?.root ? before.items : [];
+    const upload = before?.upload;
+    this.#find('#pick-root').value = root;
+    this.#find('#pick-takes').checked = Boolean(upload);
+    this.#find('#pick-only').checked = Boolean(upload?.only);
+    this.#find('#pick-size').value = (upload?.max_size ?? 1000 * MEGABYTE) / MEGABYTE;
+    this.#find('#pick-count').value = upload?.max_files ?? 100;
+    this.#find('#pick-next').textContent = t(before ? 'files_change' : 'files_make_link');
+    const path = items[0]?.path ?? '';
+    this.#chosen.clear();
+    this.#root = this.#roots.find(({name}) => name === root);
+    if (path !== '') for (const item of items) this.#chosen.set(item.path, item);
+    this.#enter(root, path.split('/').slice(0, -1).join('/'));
     this.#dialog.showModal();
   }
 
@@ -76,9 +91,9 @@ export class FilePicker {
   }
 
   #enter(root, path) {
+    if (root !== this.#root?.name) this.#chosen.clear(); // a link has one root
     this.#root = this.#roots.find(({name}) => name === root);
     this.#path = path;
-    this.#chosen.clear();
     this.#load(true);
   }
 
@@ -91,8 +106,7 @@ export class FilePicker {
       answer = await this.#call('list', {root: this.#root.name, path: this.#path, offset: this.#offset, limit: PAGE});
     } catch (error) {
       if (turn !== this.#turn) return;
-      problem.textContent = explain(error).text;
-      problem.hidden = false;
+      this.#tell(error);
       answer = {entries: [], total: 0};
     }
     if (turn !== this.#turn) return;
@@ -106,10 +120,16 @@ export class FilePicker {
     this.#drawChoice();
   }
 
+  #tell(error) {
+    const problem = this.#find('.notice.error');
+    problem.textContent = explain(error).text;
+    problem.hidden = false;
+  }
+
   #row(entry) {
     const name = showName(entry.name);
     const box = make('input', {
-      type: 'checkbox', 'aria-label': t('files_choose', {name}),
+      type: 'checkbox', 'aria-label': t('files_choose', {name}), checked: this.#chosen.has(entry.path),
       on: {
         change: () => {
           if (box.checked) this.#chosen.set(entry.path, entry);
@@ -152,7 +172,7 @@ export class FilePicker {
       t('files_nothing_chosen');
   }
 
-  #finish() {
+  async #finish() {
     const items = this.#items();
     const app = {root: this.#root.name, items: items.map(({path}) => path)};
     if (!this.#find('#pick-upload').hidden && this.#find('#pick-takes').checked) {
@@ -165,7 +185,11 @@ export class FilePicker {
     }
     const title = items.length === 1 ? showName(items[0].name) || this.#root.title :
       t('files_n', {count: items.length});
-    this.#dialog.close();
-    this.#done(app, title);
+    try {
+      await this.#done(app, title);
+      this.#dialog.close();
+    } catch (error) {
+      this.#tell(error);
+    }
   }
 }
