@@ -143,7 +143,9 @@ def describe(declared, version):
         "info": {"title": "Share links", "version": version, "description": declared.description,
                  "license": {"name": "Apache-2.0", "identifier": "Apache-2.0"}},
         "servers": [{"url": "/"}],
-        "tags": [{"name": api} for api in dict.fromkeys(method["api"] for method in declared.methods)],
+        # Links first, since they are what most programs are for.
+        "tags": [{"name": api} for api in sorted(dict.fromkeys(method["api"] for method in declared.methods),
+                                                 key=lambda api: api != "VELT.Core.Sharing")],
         "paths": {f"{address}#{method['api']}.{method['method']}": {"post": operation_of(method, address, declared)}
                   for method in declared.methods for address in addresses_of(method)},
         "components": {"schemas": closed(declared.schemas), "securitySchemes": {

@@ -13,8 +13,9 @@ async function show() {
     return void location.replace(`/signin/?back=${encodeURIComponent(location.pathname + location.hash)}`);
   }
   if (!window.SwaggerUIBundle) return;
+  const description = await (await fetch('../openapi.json')).json();
   window.SwaggerUIBundle({
-    url: '../openapi.json',
+    spec: {...description, servers: [{url: location.origin}]}, // so that examples can be copied as they stand
     dom_id: '#api',
     deepLinking: true,
     docExpansion: 'list',
