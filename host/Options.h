@@ -17,6 +17,8 @@ struct Ids {
   std::string user;  // the account's name; empty when the host keeps the uid it was started with
 };
 
+enum class EventAddress { kShort, kWhole, kNone };  // what is kept of visitors' addresses
+
 struct Options {
   std::string socket_path;
   PoolSizes pools;
@@ -29,6 +31,9 @@ struct Options {
   bool owner_basic = false;              // passwords are taken by HTTP Basic too
   std::string server_name;               // what owners read where they sign in
   std::string external_url;  // without a slash at the end; empty: the request's Host is used
+  // For how long what visitors did is kept for links' owners; 0: not at all.
+  int event_days = 90;
+  EventAddress event_address = EventAddress::kShort;
   // All in seconds: for a whole request, and for a program or PAM that it waits for.
   unsigned int request_timeout = 120;
   unsigned int program_timeout = 5;

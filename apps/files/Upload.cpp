@@ -20,7 +20,9 @@
 namespace VELT::files {
 namespace {
 
+// With the name that the file got, once it is complete.
 void Answer(APIResponse& response, std::int64_t offset, const std::optional<std::string>& name) {
+  if (name) response.NoteEvent("upload", ToText(*name));
   Json::Value data;
   data["offset"] = static_cast<Json::Int64>(offset);
   if (name) data["name"] = ToText(*name);

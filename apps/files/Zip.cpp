@@ -248,6 +248,8 @@ void GetZip(const APIRequest& request, APIResponse& response) {
   });
   if (!is_any) throw Refusal(kNotFound);
   MakeVisit(request, response, guest);
+  if (!request.IsHead())
+    response.NoteEvent("archive", ToText(NameOfArchive(guest.entry, share, paths)));
   const std::string header = "Content-Type: application/zip\r\nReferrer-Policy: no-referrer\r\n" +
                              ContentDisposition(true, NameOfArchive(guest.entry, share, paths)) +
                              "\r\n";

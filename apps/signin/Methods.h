@@ -28,7 +28,4 @@ void TokenCreate(APIRequest* request, APIResponse* response);
 void TokenList(APIRequest* request, APIResponse* response);
 void TokenDelete(APIRequest* request, APIResponse* response);
 
-// The browser and the system that a User-Agent names, such as "Firefox, Linux"; "" for none that is known.
-std::string BrowserName(const std::string& user_agent);
-
 }  // namespace VELT::signin

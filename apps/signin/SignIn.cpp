@@ -4,6 +4,7 @@
 #include "apps/signin/Methods.h"
 #include "declared/VELT.Core.SignIn.h"
 #include "veltsharing/Owners.h"
+#include "veltwebapi/BrowserName.h"
 
 namespace VELT::signin {
 namespace {

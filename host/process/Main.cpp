@@ -212,6 +212,20 @@ void Describe(CLI::App& app, CommandLine& line) {
                "Take owners' passwords by HTTP Basic too, for calls of the API");
   app.add_option("--server-name", options.server_name,
                  "What owners read where they sign in; without it, the host's name");
+  app.add_option(
+         "--event-days", options.event_days,
+         "Days for which visits, downloads and the like are kept for links' owners; 0: none")
+      ->check(CLI::Range(0, 3650))
+      ->capture_default_str();
+  app.add_option(
+         "--event-address", options.event_address,
+         "What is kept of visitors' addresses with that: their network (\"short\": IPv4 /24, "
+         "IPv6 /48), \"whole\" or \"none\"")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, EventAddress>{{"short", EventAddress::kShort},
+                                              {"whole", EventAddress::kWhole},
+                                              {"none", EventAddress::kNone}}))
+      ->default_str("short");
   app.add_option("--request-timeout", options.request_timeout, "Seconds that a request may take")
       ->check(CLI::Range(1, 3600))
       ->capture_default_str();

@@ -27,6 +27,7 @@
 #include "host/Limits.h"
 #include "host/process/Afterwards.h"
 #include "host/process/Deadline.h"
+#include "host/process/EventWriter.h"
 #include "host/process/Privileges.h"
 #include "host/process/Turns.h"
 #include "host/request/Answer.h"
@@ -147,7 +148,8 @@ class Worker {
         place_(place),
         dispatcher_(dispatcher),
         deadline_(options.request_timeout, *place.slot),
-        log_(options.request_log) {}
+        log_(options.request_log),
+        events_(options) {}
 
   // Serves requests until the worker is to stop.
   void Serve(int listener, int signals) {
@@ -182,6 +184,7 @@ class Worker {
       deadline_.Start();
       if (std::optional<Incoming> incoming = next()) Answer(*incoming);
       afterwards_.DoDue();
+      events_.DoDue();
       TellThatTimePasses();
       deadline_.Stop();
       if (!IsLoweredTo(options_.ids)) {
@@ -197,7 +200,7 @@ class Worker {
   // The milliseconds until something is due without a new request; -1: nothing is.
   int Patience() const {
     int least = place_.pool == kTellers ? kTellEvery : -1;
-    for (const int due : {afterwards_.Milliseconds(), pause_}) {
+    for (const int due : {afterwards_.Milliseconds(), events_.Milliseconds(), pause_}) {
       if (due >= 0 && (least < 0 || due < least)) least = due;
     }
     return least;
@@ -208,6 +211,7 @@ class Worker {
     if (place_.pool != kTellers || now < tell_) return;
     tell_ = now + std::chrono::milliseconds(kTellEvery);
     dispatcher_.TellOfLinks(nullptr);
+    events_.RemoveOld();
   }
 
   void Answer(Incoming& incoming) {
@@ -233,6 +237,10 @@ class Worker {
       outcome.code = kUnexpectedFailure;
     }
     Reply(incoming, stream, outcome);
+    for (sharing::LinkEvent& event : outcome.events) {
+      if (stream.left || outcome.broken_off) event.result = "incomplete";
+      events_.Add(std::move(event));
+    }
     if (outcome.at_once) outcome.at_once();
     if (outcome.afterwards) afterwards_.Add(std::move(outcome.afterwards));
     // Parsed JSON can take a hundred times the memory of its text. It is given back to the system.
@@ -333,6 +341,7 @@ class Worker {
   Deadline deadline_;
   const RequestLog log_;
   Afterwards afterwards_;
+  EventWriter events_;
   int pause_ = -1;                                // the longest time to wait for the next request
   std::chrono::steady_clock::time_point tell_{};  // when modules are told again
 };

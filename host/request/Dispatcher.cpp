@@ -25,6 +25,7 @@
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
+#include "veltwebapi/BrowserName.h"
 #include "veltwebapi/LinksChanged.h"
 #include "veltwebapi/ResponseState.h"
 
@@ -188,6 +189,24 @@ Pool PoolOf(const Method& method, APIRequest& request) {
   const Json::Value value = request.GetParam(method.pool_when, false);
   const bool is_set = value.isConvertibleTo(Json::booleanValue) && value.asBool();
   return is_set ? method.pool : Pool::kFront;
+}
+
+// What the link's owner may want to know of the call. Of what is refused, a login alone is.
+std::vector<sharing::LinkEvent> EventsOf(const APIRequest& request, const ResponseState& state,
+                                         sharing::View::LoginOutcome login) {
+  std::vector<sharing::LinkEvent> events;
+  const auto add = [&](const std::string& kind, const std::string& file, const char* result) {
+    const APIClient& client = request.GetClient();
+    events.push_back({request.GetSharingID(), 0, kind, file, result, client.address,
+                      BrowserName(client.program)});
+  };
+  using Login = sharing::View::LoginOutcome;
+  if (login == Login::kVisit) add("visit", "", "ok");
+  if (login == Login::kRefused) add("login", "", "refused");
+  if (!state.event_kind.empty() && state.outcome != ResponseState::Outcome::kError) {
+    add(state.event_kind, state.event_file, "ok");
+  }
+  return events;
 }
 
 }  // namespace
@@ -383,6 +402,7 @@ Dispatcher::Outcome Dispatcher::CallMethod(const Call& call,
   outcome.broken_off = streamed && (!returned || state.broken_off);
   if (state.outcome == ResponseState::Outcome::kError) outcome.code = state.error_code;
   outcome.afterwards = std::move(state.afterwards);
+  if (api_request.IsSharing()) outcome.events = EventsOf(api_request, state, view.login);
   const bool changed = may_change && state.outcome == ResponseState::Outcome::kSuccess;
   const bool visited = !sid.empty() && outcome.code == 0;
   if (changed || owner.use_due || visited) {

@@ -17,6 +17,7 @@
 #include "host/request/Registry.h"
 #include "host/request/WebRequest.h"
 #include "host/watch/RequestNote.h"
+#include "veltsharing/LinkEvents.h"
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT::host {
@@ -45,12 +46,13 @@ class Dispatcher {
     std::string answer;
     int code = 0;  // the API's error code
     std::optional<Pool> other_pool;
-    Party party = 0;                   // with `other_pool`, as the two that follow
-    bool judged = false;               // see WebRequest
-    bool broken_off = false;           // what was sent is not the whole answer
-    std::function<void()> afterwards;  // see APIResponse::Afterwards; may be empty
-    std::function<void()> at_once;     // to be called after the answer; may be empty
-    std::string judged_owner;          // with `other_pool`: what its worker finds in kJudgedOwner
+    Party party = 0;                         // with `other_pool`, as the two that follow
+    bool judged = false;                     // see WebRequest
+    bool broken_off = false;                 // what was sent is not the whole answer
+    std::function<void()> afterwards;        // see APIResponse::Afterwards; may be empty
+    std::function<void()> at_once;           // to be called after the answer; may be empty
+    std::vector<sharing::LinkEvent> events;  // of the visitor, with the whole address
+    std::string judged_owner;  // with `other_pool`: what its worker finds in kJudgedOwner
   };
 
   // `pool` is that of this worker. The referenced objects must outlive this one.

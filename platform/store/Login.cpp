@@ -10,7 +10,32 @@
 #include "platform/store/sql/StoreSession.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
+#include "veltsharing/View.h"
 #include "veltsharing/Visit.h"
+
+namespace {
+
+using LoginOutcome = VELT::sharing::View::LoginOutcome;
+
+LoginOutcome OutcomeOf(VELT::sharing::LoginResult result, bool is_new) {
+  using VELT::sharing::LoginResult;
+  switch (result) {
+    case LoginResult::kLoggedIn:
+      return is_new ? LoginOutcome::kVisit : LoginOutcome::kNone;
+    case LoginResult::kInternal:
+    case LoginResult::kNotServed:
+      return LoginOutcome::kNone;
+    case LoginResult::kWrongAccount:
+    case LoginResult::kDenied:
+    case LoginResult::kWrongPassword:
+    case LoginResult::kNotListed:
+    case LoginResult::kUsedUp:
+      return LoginOutcome::kRefused;
+  }
+  return LoginOutcome::kNone;
+}
+
+}  // namespace
 
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag) {
   using VELT::sharing::LoginResult;
@@ -23,6 +48,7 @@ int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, 
       VELT::sharing::db::VisitorLogin login(*params);
       result = login.Run();
       VELT::sharing::CurrentView().login_wait = login.lockout();
+      VELT::sharing::CurrentView().login = OutcomeOf(result, login.is_new_visit());
       if (result == LoginResult::kLoggedIn) sid = login.new_sid();
     }
   } catch (const std::exception&) {  // a damaged link, or no memory

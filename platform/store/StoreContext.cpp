@@ -45,9 +45,11 @@ View& CurrentView() {
 }
 
 bool SeesProject(const std::string& project) {
-  const auto& [of, address, projects, wait] = CurrentView();
-  return of != View::Of::kNobody && (projects.empty() || std::find(projects.begin(), projects.end(),
-                                                                   project) != projects.end());
+  const View& view = CurrentView();
+  const auto& projects = view.projects;
+  return view.of != View::Of::kNobody &&
+         (projects.empty() ||
+          std::find(projects.begin(), projects.end(), project) != projects.end());
 }
 
 }  // namespace VELT::sharing

@@ -26,6 +26,8 @@ class VisitorLogin {
 
   // The new session's id after kLoggedIn.
   const std::string& new_sid() const { return new_sid_; }
+  // Whether the login made a visit and did not only go on with one; after kLoggedIn.
+  bool is_new_visit() const { return !holds_token_; }
   // After kDenied for too many failures: seconds until the next try; otherwise 0.
   std::int64_t lockout() const { return lockout_; }
 

@@ -34,6 +34,11 @@ void APIResponse::SetError(int code, const Json::Value& detail) {
   state_->body = detail;
 }
 
+void APIResponse::NoteEvent(const std::string& kind, const std::string& file) {
+  state_->event_kind = kind;
+  state_->event_file = file;
+}
+
 void APIResponse::SetRetryAfter(std::int64_t seconds) { state_->retry_after = seconds; }
 
 void APIResponse::SetEnableOutput(bool enable) { state_->output_enabled = enable; }

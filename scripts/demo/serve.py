@@ -186,12 +186,13 @@ class Demonstration:
     def _print_addresses(self, url, ids):
         alice, bob, admin = (f"{name}, password {self.accounts.passwords[name]}" for name in ("alice", "bob", "admin"))
         shown = [f"  {links.title_of(kind):<25} {url}/sharing/{link}" for kind, link in ids.items()]
+        call = (f"curl -su alice:{self.accounts.passwords['alice']} {url}/webapi/entry.cgi "
+                "-d api=VELT.Core.Sharing -d version=1")
         print(f"\nBegin here, as an owner: {url}/\n"
               f"  sign in as {alice}\n  or as      {bob}\n  or as      {admin} (sees everybody's links)\n\n"
               f"What visitors see; the password is \"{links.PASSWORD}\":\n" + "\n".join(shown) +
-              f"\n\nThe API: {url}/webapi/docs/\n"
-              f"  curl -su alice:{self.accounts.passwords['alice']} {url}/webapi/entry.cgi -d api=VELT.Core.Sharing"
-              " -d version=1 -d method=set -d project_name=demo\n\n"
+              f"\n\nThe API: {url}/webapi/docs/\n  {call} -d method=set -d project_name=demo\n"
+              f"  {call} -d method=list -d sort_by=created_at -d sort_direction=DESC\n\n"
               f"Settings, plugins and logs are in {self._path('root')}\nPress Ctrl-C to stop.", flush=True)
 
     def watch(self, watched):

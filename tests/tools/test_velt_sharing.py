@@ -90,6 +90,7 @@ class ToolTest(unittest.TestCase):
                 sql.execute("insert into failed_login (link_id, account, address, failed_at) "
                             "values (1, 'bob', '192.0.2.2', 1)")
                 sql.execute("insert into visit_day (link_id, day, visits) values (1, 20000, 3)")
+                sql.execute("insert into link_event values (3, 1, 1, 'visit', '', 'ok', '192.0.2.0', '', 1)")
                 sql.execute("insert into login_turn (link_id, address, due_at) values (1, '192.0.2.1', 1)")
                 sql.execute("insert into owner_account values (5, 'alice', 7001, ?, 1, 0)", (SECRETS[1],))
                 sql.execute("insert into owner_session values (6, 5, ?, '', '192.0.2.*', '', 0, 0, 1, 1)",
@@ -111,7 +112,8 @@ class ToolTest(unittest.TestCase):
         with contextlib.closing(sqlite3.connect(path or self.path)) as sql:
             return {table: sorted(sql.execute(f"select * from {table}"))
                     for table in ("link", "visitor_session", "visitor_token", "failed_login", "owner_account",
-                                  "owner_session", "owner_token", "sign_in_key", "login_turn", "sqlite_sequence")}
+                                  "owner_session", "owner_token", "sign_in_key", "login_turn", "link_event",
+                                  "sqlite_sequence")}
 
     def tool(self, *command, status=0, database=None):
         """The JSON that a command prints. An error must be the same as in the text on standard error."""
@@ -274,14 +276,14 @@ class Copies(ToolTest):
                 "alter table link drop column protection; alter table visitor_token drop column protection;"
                 "drop table link_count; drop table visit_day; drop table failed_login;"
                 "drop table owner_session; drop table owner_token; drop table owner_account; drop table sign_in_key;"
-                "drop table login_turn;"
+                "drop table login_turn; drop table link_event;"
                 "create table login_failure (link_id bigint not null references link (id) "
                 "on delete cascade, address text not null, failed_at bigint not null);"
                 "insert into login_failure values (1, '192.0.2.2', 1); update schema_version set version = 2")
         with contextlib.closing(sqlite3.connect(self.path, isolation_level=None)) as user:  # as a worker has it
             user.execute("delete from link")
             self.tool("restore", self.at("older"), "--force")
-            self.assertEqual([(8,)], user.execute("select version from schema_version").fetchall())
+            self.assertEqual([(9,)], user.execute("select version from schema_version").fetchall())
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 
@@ -324,7 +326,7 @@ class Copies(ToolTest):
         counts = self.tool("migrate", self.database, self.postgresql)["tables"]
         self.assertEqual({"link": 1200} | {table: 1 for table in (
             "visitor_session", "visitor_token", "failed_login", "visit_day", "owner_account", "owner_session",
-            "owner_token", "sign_in_key", "login_turn")}, counts)
+            "owner_token", "sign_in_key", "login_turn", "link_event")}, counts)
         # The id of the deleted link is not used again.
         self.assertEqual("1201|t", psql("select last_value, is_called from tool.link_id_seq"))
         for database in (self.database, self.postgresql):

@@ -3,6 +3,7 @@
 import {t} from '/shared/texts.js';
 import {DAYS, drawChart, sumOf} from './chart.js';
 import {copyText, qrImage} from './dialogs.js';
+import {drawEvents} from './events.js';
 import {readModules, save, toPng, toSvg} from './qr.js';
 
 const canCopyImages = Boolean(window.ClipboardItem && navigator.clipboard?.write);
@@ -62,6 +63,7 @@ export class ShareDialog {
     this.#find('#share-mail').href = `mailto:?${mail.map(([key, value]) => `${key}=${encodeURIComponent(value)}`).join('&')}`;
     this.#find('#share-send').hidden = !navigator.canShare?.(this.#message());
     this.#drawVisits(visits);
+    drawEvents(this.#find('#share-events'), entry.sharing_id);
     this.#dialog.showModal();
     this.#find('#share-copy').focus();
   }

@@ -167,6 +167,16 @@ const std::vector<std::string> kVersion8 = {
     "create index login_turn_due on login_turn (link_id, due_at)",
 };
 
+// What visitors did. `time` is that of the writing worker's clock, so ids order only nearly by it.
+const std::vector<std::string> kVersion9 = {
+    R"(create table link_event (
+         id {id}, link_id bigint not null references link (id) on delete cascade,
+         time bigint not null, kind {text} not null, file {text} not null, result {text} not null,
+         address {text} not null, browser {text} not null, times bigint not null))",
+    "create index link_event_link on link_event (link_id, id)",
+    "create index link_event_time on link_event (time, id)",
+};
+
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -185,6 +195,7 @@ constexpr auto kMigrations = std::to_array<Migration>({
     {kLinkCountTable, kSqliteLinkCounts, kPostgresqlLinkCounts},
     {kVersion7},
     {kVersion8},
+    {kVersion9},
 });
 
 std::string Translate(std::string statement, const Words& words) {

@@ -19,6 +19,9 @@ struct View {
   std::string address = {};  // the visitor's, in text form; empty if not known
   std::vector<std::string> projects =
       {};  // whose links alone an owner sees and changes; empty: all
+  // What became of the request's login, if it made one.
+  enum class LoginOutcome { kNone, kVisit, kRefused };  // a visit is one that was counted
+  LoginOutcome login = LoginOutcome::kNone;
   // Set when a login was refused because too many had failed: the seconds until the next try.
   std::int64_t login_wait = 0;
 };

@@ -35,6 +35,8 @@ struct ResponseState {
   std::function<bool(std::string_view)> sink;
   bool broken_off = false;
   std::function<void()> afterwards;
+  std::string event_kind;  // empty: there is none
+  std::string event_file;
 };
 
 }  // namespace VELT

@@ -47,6 +47,10 @@ class APIResponse {
   // must not throw or use the request. A second call replaces the action.
   void Afterwards(std::function<void()> action);
 
+  // Has the link's owner read of the visitor's call, unless it fails: `kind` is one of LinkEvents.h,
+  // `file` what it was about, which may be empty. A second call replaces both.
+  void NoteEvent(const std::string& kind, const std::string& file);
+
   // Adds a Set-Cookie header (RFC 6265). `lifetime` is in seconds, 0 for the browser's session; an
   // empty `domain` is this host only. HttpOnly and SameSite=Lax are always set; Secure is set on
   // HTTPS or if `secure` is true. Returns false, adding nothing, when a text contains a control

@@ -1,9 +1,9 @@
+#include "veltwebapi/BrowserName.h"
+
 #include <array>
 #include <string_view>
 
-#include "apps/signin/Methods.h"
-
-namespace VELT::signin {
+namespace VELT {
 namespace {
 
 struct Mark {
@@ -43,4 +43,4 @@ std::string BrowserName(const std::string& user_agent) {
   return browser.empty() || system.empty() ? browser + system : browser + ", " + system;
 }
 
-}  // namespace VELT::signin
+}  // namespace VELT

@@ -1,0 +1,15 @@
+// Writes what visitors did with links, for the host.
+#pragma once
+
+#include <vector>
+
+#include "veltsharing/LinkEvents.h"
+
+namespace VELT::sharing {
+
+// Writes the events in one transaction, those of links that are gone not, and removes those that are
+// older than `days` days or too many of one link or in all, a part at a time. False when the database
+// can't be used; the events are lost then. Their texts must be clean (IsCleanText).
+bool RecordLinkEvents(const std::vector<LinkEvent>& events, int days);
+
+}  // namespace VELT::sharing
