@@ -159,6 +159,43 @@ class Pages(unittest.TestCase):
         self.assertIn("lost (2).txt", row.text)
         self.assertEqual(["lost (2).txt", "lost.txt"], sorted(os.listdir(ALICE.path("lost"))))
 
+    def test_an_upload_is_held_and_goes_on_after_the_page_was_closed(self):
+        path = os.path.join(DEMO.state, "long.bin")
+        content = os.urandom(9 << 20)
+        with open(path, "wb") as file:
+            file.write(content)
+        ALICE.put("long/x")
+        link = ALICE.share("long", upload={"only": True})
+        browser = self.browser
+        browser.open(f"{DEMO.url}/sharing/{link}")
+        hold = """const fetch = window.fetch;
+            window.pieces = 0;
+            window.fetch = async (url, options) => {
+              if (String(url).includes('upload_piece') && ++window.pieces === 1) {
+                document.querySelector('.uploads li button').click();
+              }
+              return fetch(url, options);
+            };"""
+        browser.wait_for("#upload-files")
+        browser.script(hold)
+        browser.find("#upload-files").type(path)
+        browser.wait(lambda: browser.script("return document.querySelector('.uploads progress').value") == 4 << 20)
+        browser.wait_text("Paused", ".uploads")
+        self.assertEqual(1, browser.script("return window.pieces"))
+        browser.script("window.addEventListener('beforeunload', (event) => event.stopImmediatePropagation(), true)")
+        browser.open("about:blank")
+        browser.open(f"{DEMO.url}/sharing/{link}")
+        browser.wait_text("Not sent to the end: long.bin", "#upload")
+        browser.script(hold.replace("=== 1", "=== 0"))
+        browser.find("#upload-files").type(path)
+        browser.wait_for('.uploads li[data-state="done"]', seconds=60)
+        self.assertEqual(2, browser.script("return window.pieces"))  # of three
+        with open(ALICE.path("long/long.bin"), "rb") as file:
+            self.assertEqual(content, file.read())
+        browser.reload()
+        browser.wait_for(".drop")
+        self.assertNotIn("Not sent", browser.find("#upload").text)
+
     def test_each_upload_ends_by_itself_and_holds_up_no_other(self):
         folder = os.path.join(DEMO.state, "mixed")
         os.makedirs(folder, exist_ok=True)
@@ -194,14 +231,14 @@ class Pages(unittest.TestCase):
         self.assertEqual("failed", row(1).attribute("data-state"))
         self.assertIn("can’t be read", row(1).text)
         self.assertIn("Waiting for the connection", row(2).text)
-        browser.find(".uploads li:nth-child(2) button").click()
+        browser.find(".uploads li:nth-child(2) button:last-child").click()
         browser.wait(lambda: row(2).attribute("data-state") == "failed")
         self.assertIn("Cancelled", row(2).text)
         browser.script("window.lost = false;")
         with open(paths[0], "w", encoding="ascii") as file:
             file.write("changed")
         for number in (1, 2):
-            browser.find(f".uploads li:nth-child({number}) button").click()
+            browser.find(f".uploads li:nth-child({number}) button:last-child").click()
         browser.wait(lambda: row(2).attribute("data-state") == "done")
         browser.wait(lambda: row(1).attribute("data-state") == "failed")
         self.assertEqual(["last.txt", "unlucky.txt", "x"], sorted(os.listdir(ALICE.path("mixed"))))

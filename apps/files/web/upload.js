@@ -3,6 +3,7 @@
 import {ApiError, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {t} from '/shared/texts.js';
+import {forgetUpload, keepUpload, keptUpload, waitingFiles} from '/pkg/files/interrupted.js';
 import {addressOf, call, wordsFor} from '/pkg/files/link.js';
 import {encodeName, showName, showSize} from '/pkg/files/names.js';
 
@@ -90,6 +91,7 @@ async function begin(row) {
   }
   const begun = await persist(row, () => call('upload_begin', {name: encodeName(row.file.name), size: row.size}));
   row.upload = begun.upload;
+  if (begun.upload) keepUpload(row.file, begun.upload);
   return begun;
 }
 
@@ -99,25 +101,33 @@ async function sendFile(row) {
   let {offset, name} = await begin(row);
   while (name === undefined) {
     row.show(offset);
+    await row.whileHeld();
     ({offset, name} = await sendAt(row, offset));
   }
   return name;
 }
 
-/** One file of the list. It ends by itself, and can be cancelled before and tried again afterwards. */
+/** One file of the list. It ends by itself, and can be held and cancelled before and tried again afterwards. */
 class Row {
   failures = 0;
+  sent = 0;
+  #held = null; // ends the wait that `#wait` is
+  #wait;
 
-  constructor(file, list, start) {
+  /** `start(row)` has it sent, `changed()` follows what it shows. */
+  constructor(file, list, start, changed) {
     this.file = file;
     this.size = file.size;
+    this.upload = keptUpload(file);
+    this.changed = changed;
+    this.hold = make('button', {type: 'button', on: {click: () => this.#turn()}});
     this.bar = make('progress', {max: Math.max(1, this.size), value: 0, 'aria-label': file.name});
     this.text = make('span', {class: 'hint', role: 'status'});
     this.button = make('button', {type: 'button', on: {click: () => {
       if (this.item.dataset.state) start(this.wait());
       else this.abort.abort();
     }}});
-    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text, this.button);
+    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text, this.hold, this.button);
     list.append(this.item);
     this.wait();
   }
@@ -127,29 +137,56 @@ class Row {
     this.abort = new AbortController();
     this.signal = this.abort.signal;
     delete this.item.dataset.state;
-    this.bar.hidden = false;
-    this.name('cancel');
+    this.bar.hidden = this.hold.hidden = false;
+    this.name(this.hold, 'hold');
+    this.name(this.button, 'cancel');
     this.say(t('waiting'));
     return this;
   }
 
-  name(action) {
-    this.button.textContent = t(action);
-    this.button.setAttribute('aria-label', `${t(action)}: ${this.file.name}`);
+  name(button, action) {
+    button.textContent = t(action);
+    button.setAttribute('aria-label', `${t(action)}: ${this.file.name}`);
+  }
+
+  // Holds the upload after the piece that is being sent, or lets it go on.
+  #turn() {
+    if (this.#held) {
+      this.#held();
+      return;
+    }
+    this.#wait = new Promise((resolve) => { this.#held = resolve; });
+    this.name(this.hold, 'go_on');
+    this.say(t('held'));
+  }
+
+  async whileHeld() {
+    if (!this.#held) return;
+    this.say(t('held'));
+    this.onPause(true);
+    this.signal.addEventListener('abort', () => this.#held?.());
+    await this.#wait;
+    this.#held = null;
+    this.name(this.hold, 'hold');
+    this.onPause(false);
+    if (this.signal.aborted) throw new ApiError('cancelled');
   }
 
   say(text) { this.text.textContent = text; }
 
   show(offset) {
-    this.bar.value = offset;
+    this.bar.value = this.sent = offset;
+    this.changed();
     this.say(t('size_of', {sent: showSize(offset), size: showSize(this.size)}));
   }
 
   finish(text, state) {
     this.item.dataset.state = state;
-    this.bar.hidden = true;
+    this.bar.hidden = this.hold.hidden = true;
     this.button.hidden = state === 'done';
-    this.name('try_again');
+    this.sent = state === 'done' ? this.size : 0;
+    this.name(this.button, 'try_again');
+    this.changed();
     this.say(text);
   }
 
@@ -159,11 +196,13 @@ class Row {
       if (this.size > rule.max_size) throw new ApiError(2005);
       this.show(0);
       const name = showName(await sendFile(this));
+      forgetUpload(this.file);
       this.finish(name === this.file.name ? t('done') : t('done_as', {name}), 'done');
     } catch (error) {
       this.finish(wordsFor(this.signal.aborted ? {code: 'cancelled'} : error), 'failed');
       if (this.signal.aborted && this.upload) {
         call('upload_cancel', {upload: this.upload}).catch(() => {}); // it is given up later then
+        forgetUpload(this.file);
         this.upload = undefined;
       }
     }
@@ -174,6 +213,9 @@ class Row {
 export function makeUpload(rule, done) {
   const list = make('ul', {class: 'uploads'});
   const input = make('input', {type: 'file', id: 'upload-files', multiple: true, class: 'visually-hidden'});
+  const together = make('p', {class: 'hint together', hidden: true});
+  const interrupted = make('p', {class: 'hint', role: 'status'}, waitingFiles());
+  const rows = [];
   const waiting = [];
   let begun = 0;
   let paused = 0;
@@ -192,8 +234,23 @@ export function makeUpload(rule, done) {
     }
   };
   const start = (row) => { waiting.push(row); next(); };
+  const sum = (value) => rows.reduce((total, row) => total + value(row), 0);
+  const changed = () => {
+    together.hidden = rows.length < 2;
+    together.textContent = t('together', {
+      done: sum((row) => row.item.dataset.state === 'done' ? 1 : 0), count: rows.length,
+      sent: showSize(sum((row) => row.sent)), size: showSize(sum((row) => row.size)),
+    });
+  };
   const add = (files) => {
-    for (const file of files) start(new Row(file, list, start));
+    interrupted.textContent = '';
+    const added = files.map((file) => new Row(file, list, start, changed));
+    for (const row of added) {
+      // The same file once more while it is being sent is another upload.
+      if (rows.some(({item, upload}) => upload && upload === row.upload && !item.dataset.state)) row.upload = undefined;
+    }
+    rows.push(...added);
+    added.forEach(start);
   };
   input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
   const limit = rule.max_size === undefined ? '' : ` ${t('up_to', {size: showSize(rule.max_size)})}`;
@@ -209,5 +266,5 @@ export function makeUpload(rule, done) {
   addEventListener('beforeunload', (event) => {
     if (list.querySelector('li:not([data-state])')) event.preventDefault();
   });
-  return make('div', {id: 'upload'}, zone, list);
+  return make('div', {id: 'upload'}, zone, interrupted, together, list);
 }
