@@ -210,8 +210,9 @@ void Describe(CLI::App& app, CommandLine& line) {
       ->capture_default_str();
   app.add_flag("--owner-basic", options.owner_basic,
                "Take owners' passwords by HTTP Basic too, for calls of the API");
-  app.add_option("--server-name", options.server_name,
-                 "What owners read where they sign in; without it, the host's name");
+  app.add_option(
+      "--server-name", options.server_name,
+      "What owners and visitors with accounts read where they log in; without it, the host's name");
   app.add_option(
          "--event-days", options.event_days,
          "Days for which visits, downloads and the like are kept for links' owners; 0: none")
