@@ -47,10 +47,20 @@ void RemoveSurplus(soci::session& sql, const std::vector<LinkEvent>& events) {
   }
 }
 
+std::int64_t OldestKept(int days) { return Now() - days * kDay; }
+
+bool HasOld(soci::session& sql, int days) {
+  const long long oldest = OldestKept(days);
+  int found = 0;
+  sql << "select 1 from link_event where time < :oldest limit 1", soci::use(oldest),
+      soci::into(found);
+  return sql.got_data();
+}
+
 // Limited, because all others wait for the transaction.
 void RemoveOld(soci::session& sql, int days) {
   const char* const if_alone = db::DialectOf(sql).if_alone;
-  const long long oldest = Now() - days * kDay;
+  const long long oldest = OldestKept(days);
   sql << std::string("delete from link_event where ") << if_alone
       << "id in (select id from link_event where time < :oldest order by time, id limit 1000)",
       soci::use(oldest);
@@ -66,6 +76,8 @@ db::Connection& Store() { return db::Connection::Of(*db::SharingDB::Instance());
 
 bool RecordLinkEvents(const std::vector<LinkEvent>& events, int days) {
   return Store().Run("write down what visitors did", [&](db::StoreSession& store) {
+    // Mostly there is nothing to do then, for which nobody else need wait.
+    if (events.empty() && !HasOld(store.sql(), days)) return true;
     db::Transaction transaction(store);
     Insert(store.sql(), events);
     RemoveSurplus(store.sql(), events);
