@@ -7,6 +7,7 @@
 
 #include "platform/store/FailedLogins.h"
 #include "platform/store/Secrets.h"
+#include "platform/store/sql/Dialect.h"
 
 namespace VELT::sharing::owners {
 namespace {
@@ -60,7 +61,7 @@ std::string BrowserKey(db::StoreSession& store) {
       soci::use(fresh);
   std::string key;
   store.sql() << std::string("select secret from sign_in_key where name = 'browser'") +
-                     store.dialect().row_lock,
+                     db::DialectOf(store.sql()).row_lock,
       soci::into(key);
   return key;
 }

@@ -53,14 +53,14 @@ ChildProcess::Output ChildProcess::Read(int pipe, std::size_t most, std::string&
     if (got == 0) return Output::kWhole;
     if (got < 0) {
       if (errno == EINTR) continue;
-      return Output::kTooMuch;
+      return Output::kTooLarge;
     }
     const auto count = static_cast<std::size_t>(got);
-    if (count > most - output.size()) return Output::kTooMuch;
+    if (count > most - output.size()) return Output::kTooLarge;
     try {
       output.append(chunk.data(), count);
     } catch (const std::exception&) {
-      return Output::kTooMuch;
+      return Output::kTooLarge;
     }
   }
 }

@@ -87,7 +87,7 @@ ForkedCall CallInFork(const std::function<std::string()>& work, std::chrono::mil
       break;
     case ChildProcess::Output::kTooLate:
       return ForkedCall::kTooLate;
-    case ChildProcess::Output::kTooMuch:
+    case ChildProcess::Output::kTooLarge:
       return ForkedCall::kDied;
   }
   if (!child.EndsInTime()) return ForkedCall::kTooLate;

@@ -98,7 +98,7 @@ void Program::Gather() {
     case ChildProcess::Output::kTooLate:
       EndLate();
       break;
-    case ChildProcess::Output::kTooMuch:
+    case ChildProcess::Output::kTooLarge:
       EndEarly("printed too much");
       break;
   }

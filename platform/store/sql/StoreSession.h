@@ -4,7 +4,6 @@
 #include <memory>
 #include <utility>
 
-#include "platform/store/sql/Dialect.h"
 #include "platform/store/sql/PreparedStatements.h"
 #include "platform/store/sql/Soci.h"
 
@@ -15,15 +14,13 @@ namespace VELT::sharing::db {
 class StoreSession {
  public:
   explicit StoreSession(std::unique_ptr<soci::session> sql)
-      : sql_(std::move(sql)), dialect_(DialectOf(*sql_)), statements_(*sql_) {}
+      : sql_(std::move(sql)), statements_(*sql_) {}
 
   soci::session& sql() { return *sql_; }
-  const Dialect& dialect() const { return dialect_; }
   PreparedStatements& statements() { return statements_; }
 
  private:
   const std::unique_ptr<soci::session> sql_;
-  const Dialect& dialect_;
   PreparedStatements statements_;  // use sql_, so they are destroyed before it
 };
 

@@ -16,7 +16,7 @@ namespace VELT {
 class ChildProcess {
  public:
   using Clock = std::chrono::steady_clock;
-  enum class Output { kWhole, kTooLate, kTooMuch };
+  enum class Output { kWhole, kTooLate, kTooLarge };
 
   // Nobody else may wait for `pid`.
   ChildProcess(pid_t pid, Clock::time_point deadline);
@@ -29,7 +29,7 @@ class ChildProcess {
   bool IsWatched() const { return watch_.get() >= 0; }
 
   // Reads from `pipe` into `output` until all writers have closed it. kTooLate: not all had at the
-  // deadline, or at the call if that is later and the child has ended. kTooMuch: there were more
+  // deadline, or at the call if that is later and the child has ended. kTooLarge: there were more
   // than `most` bytes, or memory was lacking, or reading failed. `output` is meaningful with kWhole
   // only.
   Output Read(int pipe, std::size_t most, std::string& output) const;

@@ -15,11 +15,11 @@ enum class Event {
   kPamTimeout,      // PAM's process was ended because it took too long
   kLoginLockedOut,  // a visitor's login was refused because too many had failed
   kStoreFailure,    // a database operation failed
+  kEnd              // stays the last
 };
-inline constexpr std::size_t kEventCount = 6;
 
 // Indexed by Event.
-using Counters = std::array<std::atomic<std::uint64_t>, kEventCount>;
+using Counters = std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Event::kEnd)>;
 
 // Makes the process count in `counters`, which may be shared with other processes and must live until
 // the process ends. Before the first call, it counts in memory of its own.
