@@ -88,6 +88,8 @@ def account_of(cookies=None, headers=None):
 def code(answer):
     if "javascript" in answer.headers["content-type"]:
         return 0
+    if answer.headers["content-type"].startswith("text/csv"):
+        return 0  # what is refused is JSON
     return 0 if answer.json["success"] else answer.json["error"]["code"]
 
 
