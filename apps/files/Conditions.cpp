@@ -96,8 +96,9 @@ Verdict JudgeRange(const APIRequest& request, const std::string& tag, const stru
     return false;
   });
   if (!part) return {416, {}};
-  if (count > 1 || !part->is_huge) return {200, {}};
-  return {206, std::to_string(part->first) + "-" + std::to_string(part->last)};
+  const bool begins = part->first == 0;
+  if (count > 1 || !part->is_huge) return {200, {}, begins};
+  return {206, std::to_string(part->first) + "-" + std::to_string(part->last), begins};
 }
 
 }  // namespace

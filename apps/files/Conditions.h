@@ -12,8 +12,9 @@
 namespace VELT::files {
 
 struct Verdict {
-  int status;        // 200: the web server goes on, also with ranges; or 206, 304, 412, 416
-  std::string part;  // with 206 "FIRST-LAST", for a range that web servers can't read
+  int status;          // 200: the web server goes on, also with ranges; or 206, 304, 412, 416
+  std::string part;    // with 206 "FIRST-LAST", for a range that web servers can't read
+  bool begins = true;  // with 200 or 206: the part that is asked for begins where the file does
 };
 
 // `tag` is the file's ETag, `status` what fstat(2) says of it.

@@ -122,9 +122,8 @@ void GetFile(const APIRequest& request, APIResponse& response) {
   const MediaType media = MediaTypeOf(name);
   const bool shown = Read(request, params::FilesLinkGet::kShow) && media.kind[0] != '\0';
   // Of a file that is fetched in parts, as films are, the first alone counts.
-  const bool begins =
-      verdict.status == 200 || (verdict.status == 206 && verdict.part.starts_with("0-"));
-  if (begins && !request.IsHead()) response.NoteEvent(shown ? "preview" : "download", ToText(name));
+  if (verdict.status < 300 && verdict.begins && !request.IsHead())
+    response.NoteEvent(shown ? "preview" : "download", ToText(name));
   header += "ETag: " + tag + "\r\nLast-Modified: " + HttpDate(status.st_mtim.tv_sec) + "\r\n" +
             SafetyHeaders(media) + ContentDisposition(!shown, name) + "\r\n";
   response.SetEnableOutput(false);
