@@ -256,7 +256,7 @@ class Pages(unittest.TestCase):
         browser.find("#pick-next").click()
         browser.wait_text("chosen › two.txt", "#share-contents")
         link = browser.find("#share-url").property("value").rsplit("/", 1)[-1]
-        browser.find("#share [data-close]").click()
+        browser.find("#edit [data-close]").click()
         os.unlink(ALICE.path("chosen/two.txt"))
         browser.wait_for(f"[data-key='show {link}']").click()  # once the list has the new link
         browser.wait_text("two.txt (not there any more)", "#share-contents")

@@ -180,7 +180,7 @@ class Links(OwnerPage):
         self.browser.wait_text("hills\nharbour", "#share-contents")
         self.browser.press(Keys.ESCAPE)
         self.click("[data-application='a%20b']")
-        self.browser.wait_text("<b>La</b>", "#share[open] h2")
+        self.browser.wait_text("<b>La</b>", "#edit[open] h2")
         self.assertFalse(self.browser.find("#share-contents").shown())
         self.assertEqual({"la": 1}, self.demo.data(SHARING, "list", {"project_name": "songs"})["sharings"][0]["app"])
 
@@ -201,9 +201,9 @@ class Links(OwnerPage):
                 self.browser.wait(lambda name=name: os.path.exists(f"{folder}/QR-Trip-1-2.{name}"), name)
             self.browser.devtools("Emulation.setEmulatedMedia", media="print")
             self.assertEqual(url, self.scan())
-            parts = ("#share-title", "#share-url", "#page", ".qr-actions", "#share-copy", "#share-visits")
+            parts = ("#edit-title", "#share-url", "#page", ".qr-actions", "#share-copy", "#share-visits")
             shown = [css for css in parts if self.browser.find(css).shown()]
-            self.assertEqual(["#share-title", "#share-url"], shown)
+            self.assertEqual(["#edit-title", "#share-url"], shown)
             self.browser.devtools("Emulation.setEmulatedMedia", media="")
             with Browser(800, 800) as viewer:
                 for name in ("svg", "png"):

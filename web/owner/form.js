@@ -1,4 +1,4 @@
-// The dialog that creates a link or changes one.
+// The dialog that creates a link, or shows one and changes it.
 
 import {parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
@@ -102,24 +102,28 @@ export class LinkForm {
       event.preventDefault();
       this.#submit();
     });
-    this.#form.addEventListener('change', () => this.#showWhatApplies());
-    dialog.querySelector('[data-close]').addEventListener('click', () => this.#tryClose());
+    for (const event of ['input', 'change']) this.#form.addEventListener(event, () => this.#showWhatApplies());
+    dialog.querySelector('[data-close]').addEventListener('click', () => this.close());
     dialog.addEventListener('cancel', (event) => {
       event.preventDefault();
-      this.#tryClose();
+      this.close();
     });
     const end = dialog.querySelector('#f-end');
     end.addEventListener('change', () => this.#setEnd(end.value));
     dialog.querySelector('#make-password').addEventListener('click', () => {
       this.#field('protect_password').value = newPassword();
       this.#showPassword(true);
+      this.#showWhatApplies();
     });
     const show = dialog.querySelector('#show-password');
     show.addEventListener('click', () => this.#showPassword(show.getAttribute('aria-pressed') !== 'true'));
   }
 
-  /** Opens the form for `entry`, a link as `get` returns it, or for a new link of `project` when it is null. */
-  open(entry, project = '') {
+  /**
+   * Opens the dialog for `entry`, a link as `get` returns it, under which `hint` stands, or for a new link of `project`
+   * when it is null.
+   */
+  open(entry, {hint = '', project = ''} = {}) {
     this.#entry = entry;
     this.#form.reset();
     this.#form.querySelector('details').open = false;
@@ -134,14 +138,24 @@ export class LinkForm {
     this.#dialog.querySelector('#f-end').value = end;
     this.#dialog.querySelector('#end-date').hidden = end === '';
     this.#dialog.querySelector('#which-application').hidden = entry !== null;
-    this.#text('#edit-title', entry ? t('edit_of', {title: titleOf(entry)}) : t('new_link'));
+    for (const part of ['#share', '#came']) this.#dialog.querySelector(part).hidden = entry === null;
+    this.#text('#edit-title', entry ? titleOf(entry) : t('new_link'));
+    this.#text('.hint', hint);
+    this.#text('[data-close]', t(entry ? 'close' : 'cancel'));
     this.#text('[type="submit"]', t(entry ? 'save_changes' : 'create_link'));
     this.#text('#h-project_name', t('hint_project'));
     this.#text('#h-private_data', t(entry ? 'hint_private_stays' : 'hint_private'));
     this.#showWhatApplies();
     this.#dialog.showModal();
     this.#dialog.querySelector('.dialog-body').scrollTop = 0;
-    this.#field(entry ? 'protect_title' : 'project_name').focus();
+    if (!entry) this.#field('project_name').focus();
+  }
+
+  /** Goes to the settings. */
+  focus() {
+    const title = this.#field('protect_title');
+    title.focus();
+    title.closest('fieldset').scrollIntoView();
   }
 
   #field(name) {
@@ -177,6 +191,7 @@ export class LinkForm {
     }
     const keeps = this.#entry?.protect_type === 'password' && this.#entry.has_password;
     this.#text('#h-protect_password', t(keeps ? 'hint_password_stays' : 'hint_password'));
+    this.#form.querySelector('[type="submit"]').hidden = this.#entry !== null && this.#touched().length === 0;
   }
 
   #touched() {
@@ -266,8 +281,10 @@ export class LinkForm {
     (this.#form.querySelector('[aria-invalid]') ?? this.#problem).focus();
   }
 
-  async #tryClose() {
-    if (this.#busy) return;
-    if (this.#touched().length === 0 || await this.#confirmDiscard()) this.#dialog.close();
+  /** Whether it was closed: what was changed is not lost without a question. */
+  async close() {
+    if (this.#busy || (this.#touched().length > 0 && !await this.#confirmDiscard())) return false;
+    this.#dialog.close();
+    return true;
   }
 }

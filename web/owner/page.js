@@ -10,7 +10,7 @@ import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {LinkForm} from './form.js';
 import {drawSummaries, drawVisits, visitsById} from './rows.js';
 import {Selection} from './selection.js';
-import {ShareDialog} from './share.js';
+import {ShareView} from './share.js';
 import {COLUMNS, drawTable} from './table.js';
 import {DelayedDeletion} from './undo.js';
 
@@ -29,7 +29,7 @@ let latestLoad = 0;
 let drawn = []; // the links that the page shows
 let searching; // the timer that begins a search
 
-const share = new ShareDialog(find('#share'), {edit, change});
+const share = new ShareView(find('#edit'));
 const confirm = new ConfirmDialog(find('#confirm'));
 const form = new LinkForm(find('#edit'), {
   save,
@@ -186,11 +186,16 @@ async function show(entry, hint = t('share_hint')) {
   try {
     if (link.qrcode === undefined) link = await call('get', {sharing_id: entry.sharing_id});
   } catch (error) {
-    return showProblem(error);
+    showProblem(error);
+    return false;
   }
-  share.open(link, titleOf(link), hint, visitsById.get(link.sharing_id));
+  form.open(link, {hint});
+  share.draw(link, visitsById.get(link.sharing_id));
   find('#share-change').hidden = !changeOf(link);
+  find('#share-change').onclick = async () => await form.close() && change(link);
   drawContents(find('#share-contents'), link);
+  find('#share-copy').focus();
+  return true;
 }
 
 // Has the owner choose anew what the link shares.
@@ -212,12 +217,8 @@ async function copy(entry, button) {
   setTimeout(() => { button.textContent = t('copy'); }, 2000);
 }
 
-async function edit({sharing_id: id}) {
-  try {
-    form.open(await call('get', {sharing_id: id}));
-  } catch (error) {
-    showProblem(error);
-  }
+async function edit(entry) {
+  if (await show(entry)) form.focus();
 }
 
 async function save(params, close) {
@@ -287,13 +288,13 @@ async function clean() {
 
 function listen() {
   listenToMenu(find('#more'));
-  find('#new').addEventListener('click', () => form.open(null, view.project));
+  find('#new').addEventListener('click', () => form.open(null, {project: view.project}));
   find('#clean').addEventListener('click', clean);
   find('#empty button').addEventListener('click', () => {
     const button = mainButton();
     button.focus(); // The other is gone when there is a link.
     if (button.matches('[data-application]')) button.click();
-    else form.open(null, view.project);
+    else form.open(null, {project: view.project});
   });
   for (const button of find('#scope').children) {
     button.addEventListener('click', () => {

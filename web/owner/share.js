@@ -1,22 +1,21 @@
-// The dialog with a link's address and QR code, to pass on.
+// The part of a link's dialog with its address and QR code, to pass on, and with who came.
 
 import {t} from '/shared/texts.js';
 import {DAYS, drawChart, sumOf} from './chart.js';
-import {copyText, qrImage} from './dialogs.js';
+import {copyText, qrImage, titleOf} from './dialogs.js';
 import {drawEvents} from './events.js';
 import {readModules, save, toPng, toSvg} from './qr.js';
 
 const canCopyImages = Boolean(window.ClipboardItem && navigator.clipboard?.write);
 
-export class ShareDialog {
+export class ShareView {
   #dialog;
   #image;
   #modules = null;
   #name = '';
   #entry;
 
-  /** `edit(entry)` opens the link's settings, `change(entry)` the choice of what it shares. */
-  constructor(dialog, {edit, change}) {
+  constructor(dialog) {
     this.#dialog = dialog;
     this.#image = this.#find('.qr-large');
     this.#image.addEventListener('load', () => {
@@ -25,15 +24,6 @@ export class ShareDialog {
     });
     this.#find('#qr-copy').hidden = !canCopyImages;
     const listen = (selector, listener) => this.#find(selector).addEventListener('click', listener);
-    listen('[data-close]', () => dialog.close());
-    listen('#share-edit', () => {
-      dialog.close();
-      edit(this.#entry);
-    });
-    listen('#share-change', () => {
-      dialog.close();
-      change(this.#entry);
-    });
     listen('#share-send', () => navigator.share(this.#message()).catch(() => {})); // given up, for instance
     listen('#share-copy', () => this.#copyAddress());
     listen('#qr-copy', () => this.#copyImage());
@@ -43,11 +33,9 @@ export class ShareDialog {
   }
 
   /** `visits` are those of each day, today's last; null: they are not known. */
-  open(entry, title, hint, visits = null) {
+  draw(entry, visits = null) {
     this.#entry = entry;
-    this.#name = `QR ${title}`.replace(/[^\p{L}\p{N}]+/gu, '-').slice(0, 60);
-    this.#find('#share-title').textContent = title;
-    this.#find('.hint').textContent = hint;
+    this.#name = `QR ${titleOf(entry)}`.replace(/[^\p{L}\p{N}]+/gu, '-').slice(0, 60);
     this.#say('');
     this.#find('#share-url').value = entry.url;
     const image = qrImage(entry);
@@ -57,15 +45,13 @@ export class ShareDialog {
     this.#find('#qr-svg').hidden = true;
     if (image) this.#image.src = image;
     else this.#image.removeAttribute('src');
-    this.#find('.open').href = entry.url;
+    this.#find('#share-open').href = entry.url;
     const {title: subject, text, url} = this.#message();
     const mail = [['subject', subject], ['body', `${text}\n\n${url}`]];
     this.#find('#share-mail').href = `mailto:?${mail.map(([key, value]) => `${key}=${encodeURIComponent(value)}`).join('&')}`;
     this.#find('#share-send').hidden = !navigator.canShare?.(this.#message());
     this.#drawVisits(visits);
     drawEvents(this.#find('#share-events'), entry.sharing_id);
-    this.#dialog.showModal();
-    this.#find('#share-copy').focus();
   }
 
   // For those who are to open the link.
