@@ -56,6 +56,7 @@ void HandleFile(APIRequest* request, APIResponse* response) {
 constexpr APITableEntry kTable[] = {
     Entry<params::FilesRoots>(Handle<GetRoots>),
     Entry<params::FilesList>(Handle<ListRoot>),
+    Entry<params::FilesFind>(Handle<FindFiles>),
     Entry<params::FilesDescribe>(Handle<DescribeLink>),
     Entry<params::FilesUploadRemove>(Handle<RemoveUploads>),
     Entry<params::FilesLinkList>(Handle<ListShare>),

@@ -17,6 +17,7 @@ namespace VELT::files {
 // For owners.
 void GetRoots(const APIRequest& request, APIResponse& response);
 void ListRoot(const APIRequest& request, APIResponse& response);
+void FindFiles(const APIRequest& request, APIResponse& response);
 void DescribeLink(const APIRequest& request, APIResponse& response);
 void RemoveUploads(const APIRequest& request, APIResponse& response);
 

@@ -9,6 +9,7 @@
 #include "apps/files/Methods.h"
 #include "apps/files/Names.h"
 #include "apps/files/Refusal.h"
+#include "apps/files/Search.h"
 #include "apps/files/Share.h"
 #include "apps/files/Spool.h"
 #include "apps/files/Tree.h"
@@ -125,6 +126,26 @@ void ListRoot(const APIRequest& request, APIResponse& response) {
   data["entries"] = Json::Value(Json::arrayValue);
   for (const Item& item : listing.shown) {
     data["entries"].append(ToJson(item.name, item.status, ToText(Join(*path, item.name))));
+  }
+  response.SetSuccess(data);
+}
+
+void FindFiles(const APIRequest& request, APIResponse& response) {
+  using Row = params::FilesFind;
+  const std::string text = Read(request, Row::kText);
+  const auto limit = static_cast<std::size_t>(Read(request, Row::kLimit));
+  const Account caller = CallerOf(request);
+  const Root root = Configuration().RootOf(caller, Read(request, Row::kRoot));
+  Matches matches;
+  {
+    const IdsGuard owner(caller);
+    matches = Search(FindRoot(root), text, limit);
+  }
+  Json::Value data;
+  data["complete"] = matches.complete;
+  data["entries"] = Json::Value(Json::arrayValue);
+  for (const Item& item : matches.found) {
+    data["entries"].append(ToJson(LastOf(item.name), item.status, ToText(item.name)));
   }
   response.SetSuccess(data);
 }

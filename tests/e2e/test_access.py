@@ -28,6 +28,7 @@ ANSWERS = {
     (SIGN_IN, "login"): dict.fromkeys(CALLERS, 3000),
     **{(SIGN_IN, method): dict.fromkeys(CALLERS, 3004) for method in ("session_end", "token_delete")},
     **{(VISITS, method): {"other": 1005} for method in ("event_list", "event_csv")},
+    (FILES, "find"): dict.fromkeys(CALLERS, 2000),
     (FILES, "list"): dict.fromkeys(CALLERS, 2000),
     (FILES, "describe"): dict.fromkeys(CALLERS, 1005),
     (FILES, "upload_remove"): dict.fromkeys(CALLERS, 1005),

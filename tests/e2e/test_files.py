@@ -262,6 +262,25 @@ class Paths(unittest.TestCase):
             with self.subTest(params):
                 self.assertEqual(wanted.split(), listed(visitor, "0", **params))
 
+    def test_an_owner_finds_by_name_what_the_account_may_read(self):
+        for name in ("find/plan.txt", "find/deep/er/Ground PLAN.md", "find/deep/planks/a", "find/locked/plan.txt",
+                     "find/100%plan"):
+            ALICE.put(name)
+        os.chmod(ALICE.path("find/locked"), 0)
+        os.symlink("/etc", ALICE.path("find/planet"))
+
+        def found(text, **params):
+            data = DEMO.data(FILES, "find", {"root": "home", "text": text, **params})
+            return [e["path"].removeprefix("find/") for e in data["entries"]], data["complete"]
+
+        everything = ["100%25plan", "plan.txt", "deep/planks", "deep/er/Ground PLAN.md"]
+        self.assertEqual((everything, True), found("pLaN"))
+        self.assertEqual((everything[:2], False), found("plan", limit=2))
+        self.assertEqual((everything[:1], True), found("%25plan"))
+        for text in ("..", "etc/", "find/plan"):
+            self.assertEqual(([], True), found(text))
+        self.assertEqual(2000, code(DEMO.call(FILES, "find", {"root": "none", "text": "plan"})))
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -6,6 +6,7 @@ import {t} from '/shared/texts.js';
 import {showName, showSize} from '../names.js';
 
 const PAGE = 200;
+const SEARCH_PAUSE = 250; // milliseconds in which somebody types on
 const MEGABYTE = 1000000;
 
 const check = (id, text) => make('label', {class: 'check'}, make('input', {type: 'checkbox', id}), ' ', t(text));
@@ -22,6 +23,10 @@ function makeDialog(roots) {
     make('div', {class: 'pick-head'},
       make('label', {hidden: roots.length === 1}, t('files_from'), ' ',
         make('select', {id: 'pick-root'}, ...roots.map(({name, title}) => make('option', {value: name}, title)))),
+      make('input', {
+        type: 'search', id: 'pick-search', 'aria-label': t('files_search'), placeholder: t('files_search'),
+        autocomplete: 'off', spellcheck: false,
+      }),
       make('nav', {'aria-label': t('files_folder')})),
     make('ul', {id: 'pick-list', 'aria-label': t('files_list')}),
     make('button', {type: 'button', id: 'pick-more', hidden: true}, t('files_more')),
@@ -48,6 +53,7 @@ export class FilePicker {
   #offset = 0;
   #chosen = new Map(); // path -> entry, in any folders of the root
   #turn = 0;
+  #searching; // the timer that begins a search
 
   /** `call` calls the API, whose `roots` these are. */
   constructor(call, roots) {
@@ -61,6 +67,12 @@ export class FilePicker {
     listen('#pick-more', 'click', () => this.#load(false));
     listen('#pick-root', 'change', (event) => this.#enter(event.target.value, ''));
     listen('#pick-takes', 'change', () => this.#drawChoice());
+    for (const event of ['input', 'change']) {
+      listen('#pick-search', event, () => {
+        clearTimeout(this.#searching);
+        this.#searching = setTimeout(() => this.#load(true), SEARCH_PAUSE);
+      });
+    }
   }
 
   /**
@@ -94,27 +106,39 @@ export class FilePicker {
     if (root !== this.#root?.name) this.#chosen.clear(); // a link has one root
     this.#root = this.#roots.find(({name}) => name === root);
     this.#path = path;
+    this.#find('#pick-search').value = '';
     this.#load(true);
+  }
+
+  // The open folder's entries, or what is found beneath the root.
+  async #entries(text) {
+    if (text === '') {
+      return this.#call('list', {root: this.#root.name, path: this.#path, offset: this.#offset, limit: PAGE});
+    }
+    const {entries, complete} = await this.#call('find', {root: this.#root.name, text, limit: PAGE});
+    return {entries, total: entries.length, incomplete: !complete};
   }
 
   async #load(anew) {
     const turn = ++this.#turn;
     if (anew) this.#offset = 0;
-    const problem = this.#find('.notice.error');
+    this.#find('.notice.error').hidden = true;
+    const text = this.#find('#pick-search').value.trim();
     let answer;
     try {
-      answer = await this.#call('list', {root: this.#root.name, path: this.#path, offset: this.#offset, limit: PAGE});
+      answer = await this.#entries(text);
     } catch (error) {
       if (turn !== this.#turn) return;
       this.#tell(error);
       answer = {entries: [], total: 0};
     }
     if (turn !== this.#turn) return;
-    if (answer.total > 0 || answer.entries.length > 0) problem.hidden = true;
     this.#offset += PAGE;
     const list = this.#find('#pick-list');
     if (anew) list.replaceChildren();
-    list.append(...answer.entries.map((entry) => this.#row(entry)));
+    list.append(...answer.entries.map((entry) => this.#row(entry, text !== '')));
+    if (text !== '' && answer.entries.length === 0) list.append(make('li', {}, t('files_none_found')));
+    if (answer.incomplete) list.append(make('li', {}, t('files_not_all_found')));
     this.#find('#pick-more').hidden = this.#offset >= answer.total;
     this.#drawTrail();
     this.#drawChoice();
@@ -126,8 +150,9 @@ export class FilePicker {
     problem.hidden = false;
   }
 
-  #row(entry) {
+  #row(entry, found) {
     const name = showName(entry.name);
+    const folder = found && entry.path.split('/').slice(0, -1).map(showName).join(' › ');
     const box = make('input', {
       type: 'checkbox', 'aria-label': t('files_choose', {name}), checked: this.#chosen.has(entry.path),
       on: {
@@ -141,10 +166,11 @@ export class FilePicker {
     const isFolder = entry.type === 'folder';
     return make('li', {'data-path': entry.path}, box,
       make('img', {alt: '', width: 22, height: 22, src: `/pkg/files/${entry.type}.svg`}),
-      isFolder ?
+      make('div', {}, isFolder ?
         make('button', {type: 'button', on: {click: () => this.#enter(this.#root.name, entry.path)}},
           make('bdi', {}, name)) :
         make('bdi', {}, name),
+      folder && make('bdi', {class: 'about'}, folder)),
       make('span', {class: 'about'}, isFolder ? '' : showSize(entry.size)));
   }
 
@@ -157,9 +183,10 @@ export class FilePicker {
       make('button', {type: 'button', on: {click: () => this.#enter(this.#root.name, path)}}, make('bdi', {}, text))));
   }
 
-  // Without a choice the open folder is shared.
+  // Without a choice the open folder is shared, but nobody who searches means that one.
   #items() {
-    return this.#chosen.size > 0 ? [...this.#chosen.values()] :
+    if (this.#chosen.size > 0) return [...this.#chosen.values()];
+    return this.#find('#pick-search').value.trim() !== '' ? [] :
       [{path: this.#path, name: this.#path.split('/').at(-1), type: 'folder'}];
   }
 
@@ -169,7 +196,8 @@ export class FilePicker {
     this.#find('#pick-upload').hidden = !takes;
     this.#find('#pick-limits').hidden = !this.#find('#pick-takes').checked;
     this.#find('#pick-said').textContent = this.#chosen.size > 0 ? t('files_chosen', {count: this.#chosen.size}) :
-      t('files_nothing_chosen');
+      items.length > 0 ? t('files_nothing_chosen') : '';
+    this.#find('#pick-next').disabled = items.length === 0;
   }
 
   async #finish() {
