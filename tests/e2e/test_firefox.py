@@ -1,12 +1,14 @@
-"""The ways through the pages in Firefox: an owner signs in and makes a link, a visitor opens it, looks and uploads."""
+"""The ways through the pages in Firefox: an owner signs in and shares pictures, visitors look at them and upload."""
 
 import os
 import unittest
 
 import firefox
-from demo import SHARING, Demo
+from demo import Demo
 from shared_files import Shared
 from webdriver import Keys
+
+LEFT, RIGHT = "\ue012", "\ue014"
 
 
 @unittest.skipUnless(firefox.is_installed(), "without firefox-esr")
@@ -21,7 +23,7 @@ class InFirefox(unittest.TestCase):
     def click(self, css):
         self.browser.wait(lambda: self.browser.find(css).shown() and (self.browser.find(css).click() or True), css)
 
-    def test_an_owner_signs_in_and_makes_a_link_that_a_visitor_opens(self):
+    def test_an_owner_shares_pictures_in_three_clicks_and_sets_a_password(self):
         browser = self.browser
         browser.open(self.demo.url + "/")
         browser.wait_for("#signin-account").type("alice")
@@ -31,22 +33,32 @@ class InFirefox(unittest.TestCase):
         browser.find("#signin-password").type(self.demo.accounts["alice"])
         browser.press(Keys.ENTER)
         browser.wait_text("Signed in as alice", "#account")
-        self.click("#more summary")
-        self.click("#new")
-        browser.find("#f-project_name").type("album")
-        browser.find("#f-protect_title").type("From Firefox")
-        self.click("#edit [type=submit]")
+        self.click("[data-application=files]")
+        self.click('#pick-list [data-path="Coast"] input')
+        self.click("#pick-next")
         browser.wait_for("#share .qr-large")
         link = browser.find("#share-url").property("value")
-        self.demo.data(SHARING, "set", {"sharing_id": link.rsplit("/", 1)[1], "project_name": "album",
-                                        "protect_type": "password", "protect_password": "sesame"}, account="alice")
+        browser.find("#f-protect_type").type("A password")
+        self.click("#make-password")
+        password = browser.find("#f-protect_password").property("value")
+        self.click("#edit [type=submit]")
+        browser.wait(lambda: not browser.find("#edit").shown())
         browser.open(link)
-        browser.wait_for("#login input[name=password]").type("sesame")
+        browser.wait_for("#login input[name=password]").type(password)
         browser.press(Keys.ENTER)
-        browser.wait(lambda: browser.script("return document.body.dataset.state === 'open' || !document.forms.login "
-                                            "|| document.forms.login.hidden"))
+        browser.wait_for(".tile button")
+        browser.script("document.querySelector('.tile button').focus()")
+        browser.press(Keys.ENTER)
+        browser.wait_for("#preview img")
+        first = browser.find("#preview h2").text
+        browser.press(RIGHT)
+        browser.wait(lambda: browser.find("#preview h2").text != first)
+        browser.press(LEFT)
+        browser.wait_text(first, "#preview h2")
+        browser.press(Keys.ESCAPE)
+        browser.wait(lambda: not browser.find_all("#preview"))
         browser.open(self.demo.url + "/")
-        browser.wait_text("From Firefox", "#links")
+        browser.wait_text("Coast", "#links")
         self.click("#account summary")
         self.click("#account [data-do=out]")
         browser.wait_for("#signin-account")
