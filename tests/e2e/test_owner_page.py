@@ -114,6 +114,10 @@ class Links(OwnerPage):
         for width in (390, 1000, 1280):
             self.browser.set_size(width, 900)
             self.assertLessEqual(self.browser.script("return document.documentElement.scrollWidth"), width)
+            for menu in ("#account", "#more"):
+                self.click(f"{menu} summary")
+                self.assertGreaterEqual(self.browser.script(
+                    f"return document.querySelector('{menu} > div').getBoundingClientRect().left"), 0)
         self.click("tbody tr:nth-child(3) [data-key^=delete]")
         self.assertIn(HOSTILE[0], self.browser.wait_for("#undo-text").text)
         self.click("#undo-now")
