@@ -67,6 +67,7 @@ constexpr APITableEntry kTable[] = {
     Entry<params::FilesLinkUploadPiece>(Handle<AddPiece>),
     Entry<params::FilesLinkUploadState>(Handle<GetUploadState>),
     Entry<params::FilesLinkUploadCancel>(Handle<CancelUpload>),
+    Entry<params::FilesLinkPut>(PutFile),
     {},
 };
 

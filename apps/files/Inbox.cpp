@@ -23,6 +23,8 @@ namespace {
 
 constexpr const char* kAbout = ".json";
 constexpr std::size_t kRandomDigits = 32;
+constexpr char kInPieces = '-';
+constexpr char kAsWhole = '+';
 constexpr std::time_t kLongestPause = std::time_t{24} * 60 * 60;  // seconds
 constexpr std::time_t kLongestSilence = std::time_t{60} * 60;     // before the first piece
 
@@ -40,7 +42,8 @@ std::vector<std::string> NamesBelow(int spool, const std::string& path) {
 // The size that an id announces; nothing when the text is no id.
 std::optional<std::int64_t> SizeIn(std::string_view id) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  if (id.size() < kRandomDigits + 2 || id[kRandomDigits] != '-' ||
+  if (id.size() < kRandomDigits + 2 ||
+      (id[kRandomDigits] != kInPieces && id[kRandomDigits] != kAsWhole) ||
       id.substr(0, kRandomDigits).find_first_not_of(kDigits) != std::string_view::npos) {
     return std::nullopt;
   }
@@ -52,17 +55,24 @@ std::optional<std::int64_t> SizeIn(std::string_view id) {
 }
 
 bool IsGivenUp(const Unfinished& upload, std::time_t now) {
+  if (ArrivalOf(upload.id) == Arrival::kWhole) return true;  // unless it is locked
   return upload.changed < now - (upload.received > 0 ? kLongestPause : kLongestSilence);
 }
 
-// `wait`: LOCK_NB lets an upload be that is just being written.
-void Remove(int spool, const Unfinished& upload, int wait) {
+enum class When { kIdle, kLocked, kNow };
+
+// Removes an upload that nobody has locked, or after waiting for the lock, or at once. Whether it is gone.
+bool Remove(int spool, const Unfinished& upload, When when) {
   const std::string path = FileOf(upload.link, upload.id);
   const Descriptor file(openat(spool, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  if (file.get() >= 0 && flock(file.get(), LOCK_EX | wait) == 0 &&
-      unlinkat(spool, path.c_str(), 0) == 0) {
+  if (file.get() < 0) return true;
+  if (when != When::kNow && flock(file.get(), LOCK_EX | (when == When::kIdle ? LOCK_NB : 0)) != 0) {
+    return false;
+  }
+  if (unlinkat(spool, path.c_str(), 0) == 0) {
     unlinkat(spool, AboutOf(upload.link, upload.id).c_str(), 0);
   }
+  return true;
 }
 
 }  // namespace
@@ -79,10 +89,15 @@ std::string AboutOf(const std::string& link, const std::string& id) {
 
 std::string DoneOf(const std::string& link) { return FolderOf(link) + "/done"; }
 
-std::string NewUploadId(std::int64_t size) {
+std::string NewUploadId(std::int64_t size, Arrival arrival) {
   std::array<char, 16> digits{};
   char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), size, 16).ptr;
-  return RandomName() + "-" + std::string(digits.data(), end);
+  return RandomName() + (arrival == Arrival::kWhole ? kAsWhole : kInPieces) +
+         std::string(digits.data(), end);
+}
+
+Arrival ArrivalOf(const std::string& id) {
+  return id.find(kAsWhole) == std::string::npos ? Arrival::kPieces : Arrival::kWhole;
 }
 
 bool IsUploadId(const std::string& text) { return SizeIn(text).has_value(); }
@@ -102,9 +117,9 @@ std::vector<Unfinished> ReadUnfinished(int spool) {
     }
     uploads.push_back(
         {name.substr(0, dot), id, status.st_uid, *size, status.st_size, status.st_mtim.tv_sec});
-    if (!IsGivenUp(uploads.back(), now)) continue;
-    Remove(spool, uploads.back(), LOCK_NB);
-    uploads.pop_back();
+    if (IsGivenUp(uploads.back(), now) && Remove(spool, uploads.back(), When::kIdle)) {
+      uploads.pop_back();
+    }
   }
   return uploads;
 }
@@ -113,7 +128,9 @@ Json::Value ReadAbout(const Spool& spool, const std::string& link, const std::st
   return ReadJsonFile(spool.PathOf(FolderOf(link)), id + kAbout);
 }
 
-void RemoveUnfinished(int spool, const Unfinished& upload) { Remove(spool, upload, 0); }
+void RemoveUnfinished(int spool, const Unfinished& upload) {
+  Remove(spool, upload, ArrivalOf(upload.id) == Arrival::kWhole ? When::kNow : When::kLocked);
+}
 
 bool RemoveUnfinishedOf(int spool, const std::string& link, const std::string& id) {
   bool found = false;

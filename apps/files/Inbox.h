@@ -1,8 +1,9 @@
 // The part of the spool that holds unfinished uploads, of all links:
 //
 //   open/LINK.ID     what has arrived of an upload, a file of the link's owner, locked (flock(2))
-//                    while it changes. Its ID says how large the whole is. The folder is locked
-//                    while an upload begins, so that sums stay true.
+//                    while it changes; of one that comes whole, from its beginning to its end. Its
+//                    ID says how large the whole is. The folder is locked while an upload begins, so
+//                    that sums stay true.
 //   in/LINK/ID.json  what is known of an upload, for some time also of a complete one
 //   in/LINK/done     its size counts the link's complete uploads; locked while it changes
 //
@@ -31,8 +32,12 @@ std::string FileOf(const std::string& link, const std::string& id);
 std::string AboutOf(const std::string& link, const std::string& id);
 std::string DoneOf(const std::string& link);
 
+// How an upload comes: in pieces, each by a call of its own, or whole by one call.
+enum class Arrival { kPieces, kWhole };
+
 // A new id, which nobody can guess, for a file of `size` bytes.
-std::string NewUploadId(std::int64_t size);
+std::string NewUploadId(std::int64_t size, Arrival arrival);
+Arrival ArrivalOf(const std::string& id);
 // Whether the text, which comes from a client, has the form of an id.
 bool IsUploadId(const std::string& text);
 
@@ -46,7 +51,7 @@ struct Unfinished {
 };
 
 // Leaves out, and removes, those that were given up: after a day without a piece, or an hour without a
-// first one.
+// first one; one that comes whole as soon as its worker is gone.
 std::vector<Unfinished> ReadUnfinished(int spool);
 
 // What is known of an upload: an object with its "name" (see ToText), "size", and whether it is "done";
@@ -54,7 +59,8 @@ std::vector<Unfinished> ReadUnfinished(int spool);
 Json::Value ReadAbout(const Spool& spool, const std::string& link, const std::string& id);
 
 // Removes an upload, after the piece that is just being written. One that gets complete by that piece
-// is no longer unfinished and stays.
+// is no longer unfinished and stays. One that comes whole is removed at once: its worker finds that its
+// file has no name any more, and can't give it one in the folder.
 void RemoveUnfinished(int spool, const Unfinished& upload);
 
 // The same for the upload `id` of a link, or with an empty one for all of the link's. Whether there were any.

@@ -30,6 +30,8 @@ void BeginUpload(const APIRequest& request, APIResponse& response);
 void AddPiece(const APIRequest& request, APIResponse& response);
 void CancelUpload(const APIRequest& request, APIResponse& response);
 void GetUploadState(const APIRequest& request, APIResponse& response);
+// Answers in plain text, and so throws no Refusal.
+void PutFile(APIRequest* request, APIResponse* response);
 
 Order OrderOf(const std::string& by, const std::string& direction);
 

@@ -13,6 +13,7 @@
 #include <ctime>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "apps/files/Ids.h"
 #include "apps/files/Inbox.h"
@@ -27,6 +28,9 @@ namespace {
 constexpr std::time_t kReceiptLife = 60;     // seconds, at least, when there are more than ...
 constexpr std::size_t kMostReceipts = 1000;  // ... so many of one link
 constexpr int kMostNames = 1000;
+// Of a file that comes whole.
+constexpr std::size_t kBuffer = std::size_t{256} * 1024;
+constexpr std::int64_t kUnsynced = std::int64_t{32} * 1024 * 1024;
 // Unfinished uploads.
 constexpr std::uint64_t kMostOfLink = 200;
 constexpr std::uint64_t kMostOfOwner = 1000;
@@ -68,17 +72,21 @@ void WriteAbout(int spool, const std::string& path, const std::string& name, std
   ThrowFor(error);
 }
 
-// Writes the whole piece or none of it.
-void Append(int file, std::int64_t offset, std::string_view piece) {
-  std::int64_t at = offset;
+// False, with errno, when only a part of the piece was written.
+bool Write(int file, std::int64_t offset, std::string_view piece) {
   while (!piece.empty()) {
-    const ssize_t written = pwrite(file, piece.data(), piece.size(), at);
+    const ssize_t written = pwrite(file, piece.data(), piece.size(), offset);
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) TakeBack(file, offset);
-    at += written;
+    if (written < 0) return false;
+    offset += written;
     piece.remove_prefix(static_cast<std::size_t>(written));
   }
-  if (fdatasync(file) != 0) TakeBack(file, offset);
+  return true;
+}
+
+// Writes the whole piece or none of it.
+void Append(int file, std::int64_t offset, std::string_view piece) {
+  if (!Write(file, offset, piece) || fdatasync(file) != 0) TakeBack(file, offset);
 }
 
 }  // namespace
@@ -106,8 +114,14 @@ void UploadStore::MustHaveRoom(int folder, std::int64_t bytes) const {
 }
 
 std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
-  if (static_cast<std::uint64_t>(size) > share_.upload().max_size) throw Refusal(kUploadLimit);
   Descriptor file;
+  return Begin(name, size, Arrival::kPieces, file);
+}
+
+// Sets `file` to the upload's, which is locked when it comes whole.
+std::string UploadStore::Begin(const std::string& name, std::int64_t size, Arrival arrival,
+                               Descriptor& file) {
+  if (static_cast<std::uint64_t>(size) > share_.upload().max_size) throw Refusal(kUploadLimit);
   std::int64_t room = 0;
   {
     const IdsGuard owner(share_.owner());
@@ -128,7 +142,8 @@ std::string UploadStore::Begin(const std::string& name, std::int64_t size) {
     ThrowFor(errno);
   }
   MustFit(size, std::min(room, RoomOn(spool, share_.configuration())), done.get());
-  std::string id = NewUploadId(size);
+  std::string id = NewUploadId(size, arrival);
+  if (arrival == Arrival::kWhole && flock(file.get(), LOCK_EX) != 0) ThrowFor(errno);
   WriteAbout(spool, AboutOf(link_, id), name, size, false);
   if (linkat(AT_FDCWD, ProcPath(file).c_str(), spool, FileOf(link_, id).c_str(),
              AT_SYMLINK_FOLLOW) != 0) {
@@ -213,26 +228,77 @@ std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t 
     MustHaveRoom(upload.file.get(), static_cast<std::int64_t>(piece.size()));
     if (!piece.empty()) Append(upload.file.get(), offset, piece);
     if (offset + static_cast<std::int64_t>(piece.size()) < upload.state.size) return std::nullopt;
-    name = Publish(upload);
+    name = Publish(upload.file, upload.name);
   }
   Finish(id, {upload.state.size, upload.state.size, name});
   return name;
 }
 
 // A hard link never replaces a file, so nothing is overwritten.
-std::string UploadStore::Publish(const Upload& upload) {
+std::string UploadStore::Publish(const Descriptor& file, const std::string& wanted) {
   const Found target = share_.Find(share_.items().front());
   const Descriptor folder = files::Open(target, O_RDONLY | O_DIRECTORY);
   for (int number = 1; number <= kMostNames; ++number) {
-    std::string name = NumberedName(upload.name, number);
-    if (linkat(AT_FDCWD, ProcPath(upload.file).c_str(), folder.get(), name.c_str(),
-               AT_SYMLINK_FOLLOW) == 0) {
+    std::string name = NumberedName(wanted, number);
+    if (linkat(AT_FDCWD, ProcPath(file).c_str(), folder.get(), name.c_str(), AT_SYMLINK_FOLLOW) ==
+        0) {
       fsync(folder.get());
       return name;
     }
+    if (errno == ENOENT) throw Refusal(kNoUpload);  // what comes whole may be removed at any time
     if (errno != EEXIST) ThrowFor(errno);
   }
   throw Refusal(kNoUploads);
+}
+
+std::optional<std::string> UploadStore::Store(const std::string& name, std::int64_t size,
+                                              const Source& source) {
+  Descriptor file;
+  const std::string id = Begin(name, size, Arrival::kWhole, file);
+  std::string given;
+  try {
+    if (Fill(file.get(), size, source)) {
+      const IdsGuard owner(share_.owner());
+      given = Publish(file, name);
+    }
+  } catch (const Refusal&) {
+    Drop(id);
+    throw;
+  }
+  if (given.empty()) {
+    Drop(id);
+    return std::nullopt;
+  }
+  Finish(id, {size, size, given});
+  return given;
+}
+
+// False when the source ends before.
+bool UploadStore::Fill(int file, std::int64_t size, const Source& source) const {
+  std::vector<char> buffer(kBuffer);
+  std::int64_t unsynced = 0;
+  for (std::int64_t offset = 0; offset < size;) {
+    const auto wanted = std::min(static_cast<std::int64_t>(buffer.size()), size - offset);
+    const std::size_t got = source(buffer.data(), static_cast<std::size_t>(wanted));
+    if (got == 0) return false;
+    const IdsGuard owner(share_.owner());
+    struct stat status {};
+    if (fstat(file, &status) != 0 || status.st_nlink == 0) throw Refusal(kNoUpload);
+    MustHaveRoom(file, static_cast<std::int64_t>(got));
+    if (!Write(file, offset, {buffer.data(), got})) ThrowFor(errno);
+    offset += static_cast<std::int64_t>(got);
+    unsynced += static_cast<std::int64_t>(got);
+    // Often enough for the rest to be on the disk soon after the last byte.
+    if (unsynced < kUnsynced && offset < size) continue;
+    if (fdatasync(file) != 0) ThrowFor(errno);
+    unsynced = 0;
+  }
+  return true;
+}
+
+void UploadStore::Drop(const std::string& id) const {
+  const IdsGuard root = IdsGuard::Root();
+  RemoveUnfinished(spool_.folder(), {link_, id, {}, {}, {}, {}});
 }
 
 void UploadStore::Finish(const std::string& id, const State& state) {
@@ -240,8 +306,9 @@ void UploadStore::Finish(const std::string& id, const State& state) {
   const int spool = spool_.folder();
   unlinkat(spool, AboutOf(link_, id).c_str(), 0);
   try {
-    // The client does not know the id of an empty upload, which is complete when it begins.
-    if (state.size > 0) WriteAbout(spool, AboutOf(link_, id), state.name, state.size, true);
+    // The client does not know the id of what was complete with one call.
+    if (state.size > 0 && ArrivalOf(id) == Arrival::kPieces)
+      WriteAbout(spool, AboutOf(link_, id), state.name, state.size, true);
   } catch (const Refusal&) {
     // The file is complete all the same. Only a client that lost the answer does not learn it.
   }

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "apps/files/Ids.h"
 #include "apps/files/Refusal.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/LinkStatus.h"
@@ -24,8 +25,9 @@ Code CodeOf(LoginResult result) {
       return kAddressDenied;
     case LoginResult::kUsedUp:
       return kUsedUp;
-    case LoginResult::kLoggedIn:
     case LoginResult::kInternal:
+      return kUnavailable;
+    case LoginResult::kLoggedIn:
     case LoginResult::kWrongAccount:
     case LoginResult::kWrongPassword:
     case LoginResult::kNotListed:
@@ -61,6 +63,25 @@ Guest AdmitDownload(const APIRequest& request) {
   if (guest.entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
   if (guest.entry.get_status() == LinkStatus::kUsedUp) throw Refusal(kUsedUp);
   return guest;
+}
+
+Entry AdmitWithCredentials(const APIRequest& request) {
+  Guest guest = Find(request);
+  if (!guest.needs_visit) return std::move(guest.entry);
+  const APICredentials& presented = request.GetCredentials().value_or(APICredentials());
+  if (guest.entry.get_protect_type() != Entry::ProtectType::kNone && !request.GetCredentials()) {
+    throw Refusal(kNoVisit);
+  }
+  const std::string link = guest.entry.get_hash();
+  const _tag_sharing_login_params params{link.c_str(), presented.password.c_str(),
+                                         presented.account.c_str(), presented.password.c_str(),
+                                         nullptr};
+  const IdsGuard root = IdsGuard::Root();  // for passwords of the appliance's accounts
+  std::string sid;
+  const auto result = static_cast<LoginResult>(VeltSharingLogin(sid, &params, false));
+  if (result != LoginResult::kLoggedIn) throw Refusal(CodeOf(result));
+  VeltSharingLogout(link, sid);
+  return std::move(guest.entry);
 }
 
 void MakeVisit(const APIRequest& request, APIResponse& response, const Guest& guest) {

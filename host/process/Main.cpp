@@ -54,8 +54,8 @@ Ids FindIds(const std::string& user, const std::string& group) {
 
 // The limit is that of unix(7).
 std::string CheckSocketPath(const std::string& path) {
-  if (!path.empty() && path.size() < sizeof(sockaddr_un::sun_path)) return {};
-  return "must be a path of 1 to 107 bytes";
+  if (!path.empty() && UploadSocket(path).size() < sizeof(sockaddr_un::sun_path)) return {};
+  return "must be a path of 1 to 100 bytes";
 }
 
 std::string CheckRequestLog(const std::string& where) {
@@ -135,12 +135,14 @@ int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const
 
 int Serve(const Options& options) {
   const Listener listener(options.socket_path, options.ids);
+  const Listener uploads(UploadSocket(options.socket_path), options.ids);
   const Queues queues;
   PrepareStore(options);
   const Scoreboard scoreboard(options.pools);
   Statistics statistics;
   const auto work = [&](const WorkerPlace& place) {
-    return RunWorker(options, listener.fd(), queues, statistics, place);
+    const Listener& own = place.pool == Pool::kUpload ? uploads : listener;
+    return RunWorker(options, own.fd(), queues, statistics, place);
   };
   const auto lost = [&](const RequestNote& request, Pool pool, pid_t worker) {
     const auto took = TimeSince(request.taken);
@@ -178,7 +180,9 @@ struct CommandLine {
 
 void Describe(CLI::App& app, CommandLine& line) {
   Options& options = line.options;
-  app.add_option("--socket", options.socket_path, "Unix socket to which the web server connects")
+  app.add_option("--socket", options.socket_path,
+                 "Unix socket to which the web server connects; for files that are sent by PUT, "
+                 "that of this name with .upload at its end")
       ->required()
       ->check(CLI::Validator(CheckSocketPath, "PATH"));
   app.add_option("--registry", options.registry, "Folder of the API modules' *.json files")
@@ -192,9 +196,10 @@ void Describe(CLI::App& app, CommandLine& line) {
                  "Worker processes for pages and short calls; by default four for each processor, "
                  "8 to 32")
       ->check(CLI::Range(1, 1024));
-  app.add_option("--pool-workers", line.pool_workers,
-                 "Worker processes for each kind of slow calls (logins, calls that start programs, "
-                 "lists, streams, uploads); by default two for each processor, 4 to 16")
+  app.add_option(
+         "--pool-workers", line.pool_workers,
+         "Worker processes for each kind of slow calls (logins, calls that start programs, "
+         "lists, streams, uploads, files sent by PUT); by default two for each processor, 4 to 16")
       ->check(CLI::Range(1, 1024));
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");

@@ -118,11 +118,15 @@ void Supervisor::Adjust(WorkerPool& pool) {
   if (pool.pool == Pool::kFront) EndStuckWorker(pool);
 }
 
-// An outdated worker leaves only when its successor is ready.
+// An outdated worker leaves only when its successor is ready. Those that are busy, perhaps for hours, come
+// last: until they have ended they keep their slots, which others need.
 void Supervisor::Replace(WorkerPool& pool) {
   const auto is_new = [](const Worker& worker) { return !worker.leaving && !worker.ready; };
   const auto is_outdated = [](const Worker& worker) { return !worker.leaving && worker.outdated; };
-  const auto oldest = std::ranges::find_if(pool.workers, is_outdated);
+  auto oldest = std::ranges::find_if(pool.workers, [&](const Worker& worker) {
+    return is_outdated(worker) && worker.slot->state != Slot::State::kBusy;
+  });
+  if (oldest == pool.workers.end()) oldest = std::ranges::find_if(pool.workers, is_outdated);
   if (oldest == pool.workers.end()) return;
   const std::size_t current =
       Count(pool.workers, [](const Worker& worker) { return !worker.leaving && !worker.outdated; });

@@ -1,14 +1,17 @@
 #include "host/process/Worker.h"
 
 #include <malloc.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -29,6 +32,7 @@
 #include "host/process/Deadline.h"
 #include "host/process/EventWriter.h"
 #include "host/process/Privileges.h"
+#include "host/process/Progress.h"
 #include "host/process/Turns.h"
 #include "host/request/Answer.h"
 #include "host/request/Caller.h"
@@ -36,6 +40,7 @@
 #include "host/request/FastCgi.h"
 #include "host/request/OutputCapture.h"
 #include "host/request/Registry.h"
+#include "host/request/Scgi.h"
 #include "host/request/WebRequest.h"
 #include "host/watch/RequestLog.h"
 #include "host/watch/RequestNote.h"
@@ -51,6 +56,7 @@ namespace {
 constexpr int kNiceness = 10;
 constexpr int kLookAgain = 50;             // milliseconds
 constexpr std::int64_t kStreamRetry = 30;  // seconds
+constexpr int kLinger = 1000;              // milliseconds
 
 // Whose workers tell the modules that time passes, and how often, in milliseconds.
 constexpr Pool kTellers = Pool::kBulk;
@@ -163,6 +169,15 @@ class Worker {
         return front.Take();
       });
     }
+    if (place_.pool == Pool::kUpload) {
+      waiter.Watch(listener, 0);
+      return ServeFrom(waiter, [&]() -> std::optional<Incoming> {
+        Descriptor connection = AcceptScgi(listener);
+        if (connection.get() < 0) return std::nullopt;
+        BecomeBusy(place_);
+        return TakeScgi(std::move(connection));
+      });
+    }
     const Lines& lines = queues_[IndexOf(place_.pool)];
     for (const Handover& line : lines) waiter.Watch(line.fd(), EPOLLET);
     Turns turns(lines, *place_.slot, Slots(place_.pool));
@@ -224,9 +239,19 @@ class Worker {
       incoming.reply.SetPatience(kStreamSilence);
       incoming.reply.SendLittleAtOnce();
     }
-    Stream stream{incoming};
+    WebRequest& request = incoming.request;
+    Stream stream{incoming, Progress(deadline_), request.AnnouncedLength()};
+    if (request.read_body) {
+      if (!TakesUpload(VisitorParty(request.Variable("REMOTE_ADDR"))))
+        return RefuseUpload(incoming);
+      request.read_body = [&, read = std::move(request.read_body)](std::span<char> buffer) {
+        const std::size_t length = read(buffer);
+        stream.unread -= static_cast<std::int64_t>(length);
+        return stream.progress.Note(length) ? length : 0;
+      };
+    }
     Dispatcher::Outcome outcome = dispatcher_.Answer(
-        incoming.request, [&](std::string_view piece) { return Send(stream, piece); }, note);
+        request, [&](std::string_view piece) { return Send(stream, piece); }, note);
     // From here on the answer may be partly sent, so the deadline must not send another one.
     deadline_.SetClient(nullptr);
     if (outcome.other_pool) {
@@ -283,13 +308,37 @@ class Worker {
                ShareOf(slots);
   }
 
-  // An answer that is sent in pieces.
+  // The same for a file whose body this worker is to read, as none waits for another's end.
+  bool TakesUpload(Party party) {
+    const auto slots = Slots(Pool::kUpload);
+    const std::size_t workers = slots.size() - 1;
+    // Before the look, so that of two workers that look at once at least one sees the other.
+    place_.slot->party = party;
+    const auto own =
+        std::ranges::count_if(slots, [&](const Slot& slot) { return slot.party == party; });
+    const auto busy = std::ranges::count_if(
+        slots, [](const Slot& slot) { return slot.state == Slot::State::kBusy; });
+    return static_cast<std::size_t>(own) <= ShareOf(slots) &&
+           (workers == 1 || static_cast<std::size_t>(busy) < workers);
+  }
+
+  void RefuseUpload(const Incoming& incoming) {
+    ++statistics_.pool(Pool::kUpload).refused;
+    Dispatcher::Outcome outcome(
+        PlainAnswer("503 Service Unavailable", "Too many files are being sent; try again later.",
+                    "Retry-After: " + std::to_string(kStreamRetry) + "\r\n"));
+    outcome.code = kUnexpectedFailure;
+    deadline_.SetClient(nullptr);
+    Reply(incoming, Stream{incoming, Progress(deadline_), 1}, outcome);
+  }
+
+  // What goes piece by piece: the answer, or the request's body.
   struct Stream {
     const Incoming& incoming;
+    Progress progress;
+    std::int64_t unread;  // bytes of a body that is read here
     bool begun = false;
     bool left = false;  // whether the client has left
-    std::size_t moved = 0;
-    std::chrono::steady_clock::time_point since = std::chrono::steady_clock::now();
   };
 
   // False when the client has left or is too slow.
@@ -300,24 +349,43 @@ class Worker {
         reply.ClientHasLeft() ||
         (!std::exchange(stream.begun, true) && !reply.SendPiece(IdLine(stream.incoming.id))) ||
         !reply.SendPiece(piece);
-    stream.moved += piece.size();
-    const auto now = std::chrono::steady_clock::now();
-    if (stream.moved >= kStreamProgress) {
-      stream.moved = 0;
-      stream.since = now;
-      deadline_.Extend();
-    } else if (now - stream.since > kStreamPatience) {
-      stream.left = true;
-    }
+    stream.left = !stream.progress.Note(piece.size()) || stream.left;
     return !stream.left;
   }
 
   void Reply(const Incoming& incoming, const Stream& stream, const Dispatcher::Outcome& outcome) {
     if (stream.left) return Finish(kClientLeft, 0);
     if (outcome.broken_off) return Finish(kWorkerFailed, kUnexpectedFailure);
-    const std::string head = stream.begun ? std::string() : IdLine(incoming.id);
-    if (!incoming.reply.Send(head + outcome.answer)) return Finish(kClientLeft, 0);
-    Finish(stream.begun ? place_.slot->request.status : StatusOf(outcome.answer), outcome.code);
+    const std::string rest = (stream.begun ? std::string() : IdLine(incoming.id)) + outcome.answer;
+    const int status = stream.begun ? place_.slot->request.status : StatusOf(rest);
+    if (incoming.request.read_body && stream.unread > 0) {
+      if (!EndEarly(incoming, rest)) return Finish(kClientLeft, 0);
+      return Finish(status, outcome.code);
+    }
+    if (!incoming.reply.Send(rest)) return Finish(kClientLeft, 0);
+    Finish(status, outcome.code);
+  }
+
+  // Answers a client that still sends. False when it has left.
+  static bool EndEarly(const Incoming& incoming, const std::string& answer) {
+    if (!incoming.reply.SendPiece(answer)) return false;
+    // Over HTTP/2, curl 7.88 loses an answer that ends before it has stopped sending.
+    if (incoming.request.Variable("SERVER_PROTOCOL").starts_with("HTTP/2"))
+      Drop(incoming, kLookAgain);
+    // The web server takes an end with bytes that nobody has read for an error, and leaves after this one.
+    shutdown(incoming.reply.connection(), SHUT_WR);
+    Drop(incoming, kLinger);
+    return true;
+  }
+
+  // Reads what still comes, until nothing does for so many milliseconds, or for kLinger.
+  static void Drop(const Incoming& incoming, int pause) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLinger);
+    std::array<char, 16384> unwanted{};
+    pollfd watched{incoming.reply.connection(), POLLIN, 0};
+    while (std::chrono::steady_clock::now() < end && poll(&watched, 1, pause) > 0 &&
+           incoming.request.read_body(unwanted) > 0) {
+    }
   }
 
   // Counts and logs a request whose client has been answered or has left.

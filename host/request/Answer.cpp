@@ -49,6 +49,7 @@ std::string CookieHeader(const Cookie& cookie, bool secure) {
 std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed) {
   std::string lines;
   for (const Cookie& cookie : state.cookies) lines += CookieHeader(cookie, secure);
+  if (state.retry_after > 0) lines += "Retry-After: " + std::to_string(state.retry_after) + "\r\n";
   const std::string head = "\n" + std::string(printed.substr(0, printed.find("\r\n\r\n")));
   for (const auto& [field, value] : kSafeFields) {
     if (strcasestr(head.c_str(), field) != nullptr) continue;
@@ -61,7 +62,6 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
   std::string text = std::string("Status: ") + state.status +
                      "\r\n"
                      "Content-Type: application/json; charset=\"UTF-8\"\r\n";
-  if (state.retry_after > 0) text += "Retry-After: " + std::to_string(state.retry_after) + "\r\n";
   text += HeaderLines(state, secure) + "\r\n";
   // The data may be a long list, so it is not copied into a JSON value that encloses it.
   if (state.outcome == ResponseState::Outcome::kSuccess) {
@@ -82,9 +82,10 @@ std::string ErrorAnswer(FrameworkError code, const std::string& detail, const ch
   return JsonAnswer(state, false);
 }
 
-std::string PlainAnswer(const std::string& status, const std::string& text) {
-  return "Status: " + status +
-         "\r\nContent-Type: text/plain; charset=\"UTF-8\"\r\nCache-Control: no-store\r\n"
+std::string PlainAnswer(const std::string& status, const std::string& text,
+                        const std::string& fields) {
+  return "Status: " + status + "\r\n" + fields +
+         "Content-Type: text/plain; charset=\"UTF-8\"\r\nCache-Control: no-store\r\n"
          "X-Content-Type-Options: nosniff\r\n\r\n" +
          text + "\n";
 }

@@ -24,14 +24,16 @@ enum FrameworkError {
 // The answer that a handler has set in `state`, which must hold a success or an error. `secure`
 // marks every cookie as Secure.
 std::string JsonAnswer(const ResponseState& state, bool secure);
-// The Set-Cookie lines of an answer, and those that keep it from caches and other sites unless the handler's
+// The lines of an answer that have its cookies and Retry-After, and those that keep it from caches and other sites unless the handler's
 // own lines, at the beginning of `printed`, already say that.
 std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed = {});
 // `status` is HTTP's, with its reason phrase; `retry_after` as in ResponseState.
 std::string ErrorAnswer(FrameworkError code, const std::string& detail,
                         const char* status = "200 OK", std::int64_t retry_after = 0);
 
-// An answer in plain text. `status` has its reason phrase ("404 Not Found"); `text` is one line.
-std::string PlainAnswer(const std::string& status, const std::string& text);
+// An answer in plain text. `status` has its reason phrase ("404 Not Found"); `text` is one line,
+// `fields` are further lines of the header.
+std::string PlainAnswer(const std::string& status, const std::string& text,
+                        const std::string& fields = "");
 
 }  // namespace VELT::host

@@ -46,8 +46,7 @@ std::optional<std::string> CredentialsOf(const WebRequest& request, const char* 
   return begin == std::string::npos ? std::string() : header.substr(begin);
 }
 
-// The account's name and password of HTTP Basic (RFC 7617).
-std::optional<std::pair<std::string, std::string>> ReadPair(const std::string& credentials) {
+std::optional<APICredentials> ReadPair(const std::string& credentials) {
   std::string pair(credentials.size(), '\0');
   std::size_t size = 0;
   if (sodium_base642bin(reinterpret_cast<unsigned char*>(pair.data()), pair.size(),
@@ -58,7 +57,7 @@ std::optional<std::pair<std::string, std::string>> ReadPair(const std::string& c
   pair.resize(size);
   const std::size_t colon = pair.find(':');
   if (colon == std::string::npos) return std::nullopt;
-  return std::pair(pair.substr(0, colon), pair.substr(colon + 1));
+  return APICredentials{pair.substr(0, colon), pair.substr(colon + 1)};
 }
 
 Owner NamedOwner(How how, std::string account) {
@@ -79,8 +78,8 @@ Caller JudgePassword(const WebRequest& request, Pool pool, const std::string& cr
   const auto pair = ReadPair(credentials);
   if (!pair) return {};
   sharing::owners::Attempt attempt;
-  attempt.account = pair->first;
-  attempt.answers = {pair->second};
+  attempt.account = pair->account;
+  attempt.answers = {pair->password};
   attempt.address = request.Variable("REMOTE_ADDR");
   attempt.makes_session = false;
   const auto outcome = SignIn(attempt);
@@ -111,6 +110,11 @@ Caller Judge(const WebRequest& request, const Options& options, Pool pool,
 }
 
 }  // namespace
+
+std::optional<APICredentials> BasicCredentials(const WebRequest& request) {
+  const auto credentials = CredentialsOf(request, "Basic");
+  return credentials ? ReadPair(*credentials) : std::nullopt;
+}
 
 Caller IdentifyCaller(const WebRequest& request, const Options& options, Pool pool,
                       RequestContext& context) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "host/Options.h"
 #include "host/Pool.h"
@@ -13,6 +14,9 @@ namespace VELT::host {
 // The variable in which a worker of the pool "login" tells the next pool's whom it has let in by HTTP
 // Basic. What a web server sends under this name is dropped.
 inline constexpr const char* kJudgedOwner = "VELT_OWNER";
+
+// The account's name and password of HTTP Basic (RFC 7617), if the request presents them.
+std::optional<APICredentials> BasicCredentials(const WebRequest& request);
 
 struct Caller {
   enum class Kind {

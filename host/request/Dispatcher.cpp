@@ -13,6 +13,7 @@
 #include "host/Limits.h"
 #include "host/page/Language.h"
 #include "host/request/Access.h"
+#include "host/request/Address.h"
 #include "host/request/Answer.h"
 #include "host/request/Caller.h"
 #include "host/request/PageRoute.h"
@@ -42,34 +43,7 @@ constexpr std::pair<const char*, const char*> kPassedHeaders[] = {
     {"Range", "HTTP_RANGE"},
 };
 
-// What a link's address may go on with.
-constexpr std::pair<std::string_view, Address::Kind> kDoors[] = {
-    {"/webapi", Address::Kind::kVisitor},
-    {"/stream", Address::Kind::kStream},
-    {"/", Address::Kind::kPage},  // some programs add a slash when they make an address clickable
-};
-
-Address AddressOf(const WebRequest& request) {
-  // How the web server divides the path between the two depends on its configuration.
-  std::string path = request.Variable("SCRIPT_NAME") + request.Variable("PATH_INFO");
-  if (path == "/webapi/entry.cgi") return {Address::Kind::kOwner, {}};
-  constexpr std::string_view kLinks = "/sharing/";
-  if (!path.starts_with(kLinks) || !IsCleanText(path)) return {};
-  path.erase(0, kLinks.size());
-  Address address{Address::Kind::kPage, {}};
-  for (const auto& [end, kind] : kDoors) {
-    if (!path.ends_with(end)) continue;
-    path.resize(path.size() - end.size());
-    address.kind = kind;
-    break;
-  }
-  if (path.empty() || path.find('/') != std::string::npos) {
-    if (address.kind != Address::Kind::kPage) return {};
-    path = "-";  // no link's id: the page says so to whoever has a mangled address
-  }
-  address.link = std::move(path);
-  return address;
-}
+constexpr const char* kBadHost = "malformed Host header";
 
 std::string TextOf(const Parameters& parameters, const char* name) {
   const auto found = parameters.find(name);
@@ -161,6 +135,7 @@ std::optional<Dispatcher::Outcome> JudgeAddress(const WebRequest& request, Addre
     return Refusal(kNotAllowed,
                    "what is sent in pieces is called at the link's /stream, and nothing else");
   }
+  if (method.pool == Pool::kUpload) return Refusal(kNotAllowed, "this method is called by PUT");
   return std::nullopt;
 }
 
@@ -248,6 +223,8 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
     case Address::Kind::kVisitor:
     case Address::Kind::kStream:
       return AnswerApi(request, address, sink, note);
+    case Address::Kind::kFile:
+      return AnswerPut(request, address, sink, note);
     case Address::Kind::kPage: {
       note.method = Statistics::kPage;
       const std::string verb = request.Variable("REQUEST_METHOD");
@@ -269,16 +246,60 @@ Dispatcher::Outcome Dispatcher::Answer(const WebRequest& request, const Sink& si
 
 Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Address& address,
                                           const Sink& sink, RequestNote& note) {
-  auto context = std::make_unique<RequestContext>();
-  context->is_sharing = address.kind != Address::Kind::kOwner;
-  if (context->is_sharing && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
+  const bool is_sharing = address.kind != Address::Kind::kOwner;
+  if (is_sharing && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
     return Refusal(kMalformed, "request body is larger than 64 KiB");
   }
-  const std::string error = ReadParameters(
-      request, context->parameters, context->is_sharing ? RequestContext::kVisitorLevels : 64);
+  Parameters parameters;
+  const std::string error =
+      ReadParameters(request, parameters, is_sharing ? RequestContext::kVisitorLevels : 64);
   if (!error.empty()) return Refusal(kMalformed, error);
+  auto context = ContextOf(request, address);
+  if (!context) return Refusal(kMalformed, kBadHost);
+  context->parameters = std::move(parameters);
+  return AnswerMethod(request, address, std::move(context), sink, note);
+}
+
+// What programs send whole by PUT, which want an answer in plain text.
+Dispatcher::Outcome Dispatcher::AnswerPut(const WebRequest& request, const Address& address,
+                                          const Sink& sink, RequestNote& note) {
+  if (request.Variable("REQUEST_METHOD") != "PUT") {
+    return PlainAnswer("405 Method Not Allowed", "Files are sent here by PUT.", "Allow: PUT\r\n");
+  }
+  if (address.rest.empty() || address.rest.find('/') != std::string::npos ||
+      !IsCleanText(address.rest)) {
+    return PlainAnswer("400 Bad Request",
+                       "The address must end with the file's name, in UTF-8 and without slashes.");
+  }
+  auto context = ContextOf(request, address);
+  if (!context) return PlainAnswer("400 Bad Request", kBadHost);
+  if (IsFromOtherSite(request, context->base_url)) {
+    return PlainAnswer("403 Forbidden", "Another site's page may not send files here.");
+  }
+  const Method* method = registry_.FindPut(context->visit.link.get_project_name());
+  if (method == nullptr) {
+    return PlainAnswer("404 Not Found", "There is no link here that takes files.");
+  }
+  note.method = method->row;
+  context->parameters["name"] = {false, {}, address.rest};
+  context->body_length = request.AnnouncedLength();
+  context->read_body = request.read_body;
+  context->credentials = BasicCredentials(request);
+  const Call call{*method, "PUT", context->client.secure, false, false, sink, note};
+  Outcome outcome = CallMethod(call, std::move(context));
+  if (outcome.code != 0) {
+    outcome.answer = PlainAnswer("500 Internal Server Error", "The file could not be taken.");
+  }
+  return outcome;
+}
+
+// Null when the Host header is malformed.
+std::unique_ptr<RequestContext> Dispatcher::ContextOf(const WebRequest& request,
+                                                      const Address& address) const {
+  auto context = std::make_unique<RequestContext>();
+  context->is_sharing = address.kind != Address::Kind::kOwner;
   context->base_url = BaseURL(request, options_.external_url);
-  if (context->base_url.empty()) return Refusal(kMalformed, "malformed Host header");
+  if (context->base_url.empty()) return nullptr;
   context->client = {request.Variable("REMOTE_ADDR"), request.Variable("HTTP_USER_AGENT"),
                      IsSecure(request, context->base_url)};
   context->server_name = options_.server_name;
@@ -300,7 +321,7 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Addre
     const sharing::Viewing viewing(context->view);
     context->visit = sharing::FindVisit(context->sharing_id, context->sharing_sid);
   }
-  return AnswerMethod(request, address, std::move(context), sink, note);
+  return context;
 }
 
 Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Address& address,

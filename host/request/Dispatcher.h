@@ -13,6 +13,7 @@
 #include "host/Party.h"
 #include "host/Pool.h"
 #include "host/page/LinkPage.h"
+#include "host/request/Address.h"
 #include "host/request/OutputCapture.h"
 #include "host/request/Registry.h"
 #include "host/request/WebRequest.h"
@@ -21,14 +22,6 @@
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT::host {
-
-// What the path of a request names.
-struct Address {
-  enum class Kind { kNone, kOwner, kVisitor, kStream, kPage };
-
-  Kind kind = Kind::kNone;
-  std::string link;
-};
 
 // Serves one request at a time, since a handler uses the process's standard output and effective
 // ids.
@@ -69,6 +62,10 @@ class Dispatcher {
  private:
   Outcome AnswerApi(const WebRequest& request, const Address& address, const Sink& sink,
                     RequestNote& note);
+  Outcome AnswerPut(const WebRequest& request, const Address& address, const Sink& sink,
+                    RequestNote& note);
+  std::unique_ptr<RequestContext> ContextOf(const WebRequest& request,
+                                            const Address& address) const;
   Outcome AnswerMethod(const WebRequest& request, const Address& address,
                        std::unique_ptr<RequestContext> context, const Sink& sink,
                        RequestNote& note);

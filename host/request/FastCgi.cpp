@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <iterator>
 #include <map>
@@ -34,13 +33,6 @@ void AppendHeader(std::string& frame, char type, int request_id, std::size_t len
   frame += {1, type, high(id), low(id), high(length), low(length), 0, 0};
 }
 
-std::size_t AnnouncedLength(const WebRequest& request) {
-  const std::string text = request.Variable("CONTENT_LENGTH");
-  std::size_t length = 0;
-  std::from_chars(text.data(), text.data() + text.size(), length);
-  return length;
-}
-
 // A body that is too large is still read to its end. The web server is sending it, and treats an
 // answer that comes earlier as an error.
 void ReadBody(FCGX_Stream* input, std::size_t largest, WebRequest& request) {
@@ -54,7 +46,8 @@ void ReadBody(FCGX_Stream* input, std::size_t largest, WebRequest& request) {
       request.body.append(chunk, static_cast<std::size_t>(got));
     }
   }
-  request.body_complete = length == AnnouncedLength(request);
+  const std::int64_t announced = std::max<std::int64_t>(request.AnnouncedLength(), 0);
+  request.body_complete = static_cast<std::int64_t>(length) == announced;
 }
 
 WebRequest ReadRequest(const FCGX_Request& fcgi, std::size_t largest_body) {
@@ -102,6 +95,7 @@ bool SendRecord(int connection, std::string& header, std::string_view content) {
 }  // namespace
 
 std::string FrameAnswer(std::string_view answer, int request_id) {
+  if (request_id == kNoFrames) return std::string(answer);
   std::string frame;
   frame.reserve(answer.size() + answer.size() / kLargestRecord * 8 + 64);
   while (!answer.empty()) {
@@ -120,6 +114,7 @@ bool ReplyChannel::Send(std::string_view answer) const {
 }
 
 bool ReplyChannel::SendPiece(std::string_view piece) const {
+  if (id_ == kNoFrames) return SendAll(connection(), piece);
   while (!piece.empty()) {
     const std::string_view part = piece.substr(0, kPieceRecord);
     std::string header;

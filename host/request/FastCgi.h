@@ -14,6 +14,9 @@
 
 namespace VELT::host {
 
+// The id of a request that did not come over FastCGI, whose answer ends with its connection (Scgi.h).
+constexpr int kNoFrames = -1;
+
 // The connection on which one request is answered. The destructor closes it.
 class ReplyChannel {
  public:

@@ -64,7 +64,9 @@ Pool ReadPool(const Json::Value& row) {
   const Json::Value& value = row["pool"];
   if (value.isNull()) return Pool::kFront;
   const auto pool = value.isString() ? FindPool(value.asString()) : std::nullopt;
-  if (!pool) Fail({R"("pool" must be "login", "program", "long", "stream" or "bulk")"});
+  if (!pool) Fail({R"("pool" must be "login", "program", "long", "stream", "bulk" or "upload")"});
+  if ((pool == Pool::kUpload) == row["put"].isNull())
+    Fail({R"("put" goes with the pool "upload")"});
   return *pool;
 }
 
@@ -160,6 +162,7 @@ void Registry::AddModule(const std::string& folder, const std::string& file) {
                         ReadPool(row),
                         ReadRawBody(row),
                         ReadFlag(row, "through_links"),
+                        row.get("put", "").asString(),
                         row.get("pool_when", "").asString()};
     if (!methods_.emplace(key, method).second) {
       Fail({api, " ", name, " is registered twice"});
@@ -189,6 +192,13 @@ int Registry::Find(const std::string& api, int version, const std::string& name,
   }
   if (!has_api) return kNoSuchApi;
   return has_version ? kNoSuchMethod : kNoSuchVersion;
+}
+
+const Method* Registry::FindPut(const std::string& project) const {
+  const auto found = std::ranges::find_if(methods_, [&project](const auto& row) {
+    return !row.second.put.empty() && row.second.put == project;
+  });
+  return found != methods_.end() ? &found->second : nullptr;
 }
 
 std::size_t Registry::LargestBody() const {

@@ -31,6 +31,7 @@ struct Method {
   // A token that is limited to projects opens it: the store, which shows it links of these projects
   // alone, is all that it tells of or changes.
   bool through_links = false;
+  std::string put;        // the application whose links take files by it; empty: none
   std::string pool_when;  // the front runs it unless this parameter is true; empty: `pool` always
   std::size_t row = 0;    // see Number
 };
@@ -46,10 +47,13 @@ class Registry {
   //                 "access": [any of "anyone", "user", "visitor", "token"],
   //                 "post_only": BOOL, false if absent,
   //                 "through_links": BOOL, false if absent,
-  //                 "pool": "login", "program", "long", "stream" or "bulk"; absent: the front,
+  //                 "pool": "login", "program", "long", "stream", "bulk" or "upload"; absent: the front,
   //                 "pool_when": NAME of a boolean parameter; absent: in "pool" always,
   //                 "raw_body": BYTES, only with "post_only": the method accepts a raw body of
-  //                   the type application/octet-stream, with its parameters in the query}]}
+  //                   the type application/octet-stream, with its parameters in the query,
+  //                 "put": PROJECT, with the pool "upload" and never without: the method is called by a
+  //                   PUT below the address of a link of this project, and its only parameter is
+  //                   "name", what follows the link's address there}]}
   //
   // Throws std::runtime_error with the file and what is wrong with it. A method of a module that
   // its file does not list can't be called.
@@ -63,6 +67,8 @@ class Registry {
   // Sets `*method` and returns 0, or returns a FrameworkError (Answer.h).
   int Find(const std::string& api, int version, const std::string& name,
            const Method** method) const;
+  // The method by which links of `project` take files that are sent whole; null: by none.
+  const Method* FindPut(const std::string& project) const;
   // The size of the largest body that any method accepts, at least kLargestBody.
   std::size_t LargestBody() const;
   // The addresses of `symbol` in the modules that export it.

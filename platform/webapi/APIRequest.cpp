@@ -126,6 +126,13 @@ std::string APIRequest::GetSharingURL(const std::string& path) const {
 }
 
 const std::string& APIRequest::GetRawBody() const { return context_->raw_body; }
+std::int64_t APIRequest::GetBodyLength() const { return context_->body_length; }
+std::size_t APIRequest::ReadBody(char* buffer, std::size_t size) const {
+  return context_->read_body ? context_->read_body({buffer, size}) : 0;
+}
+const std::optional<APICredentials>& APIRequest::GetCredentials() const {
+  return context_->credentials;
+}
 
 const APIClient& APIRequest::GetClient() const { return context_->client; }
 const sharing::owners::Owner& APIRequest::GetOwner() const { return context_->owner; }

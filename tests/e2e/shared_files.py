@@ -1,5 +1,6 @@
 """Files and links of files in a running demonstration, for tests."""
 
+import glob
 import os
 import urllib.parse
 
@@ -39,6 +40,11 @@ class Shared:
         visitor = self.demo.visitor(self.share(*items, **fields))
         assert visitor.login()["success"]
         return visitor
+
+
+def files_of(demo, what, inside="/usr/velt/var/spool/files"):
+    """The files that the spool has of an upload or a link."""
+    return [path for part in ("open", "in/*") for path in glob.glob(demo.path(f"{inside}/{part}/*")) if what in path]
 
 
 def code(answer):

@@ -11,7 +11,7 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import SHARING, Demo, wait_until
-from shared_files import FILES, Shared, ask, code, get, listed, query
+from shared_files import FILES, Shared, ask, code, files_of, get, listed, query
 
 
 def setUpModule():
@@ -24,11 +24,6 @@ def setUpModule():
 def send(visitor, upload, offset, piece):
     return visitor.request("POST", query("upload_piece", upload=upload, offset=offset), piece,
                            {"Content-Type": "application/octet-stream"}).json
-
-
-def files_of(what, inside="/usr/velt/var/spool/files"):
-    """The files that the spool has of an upload or a link."""
-    return [path for part in ("open", "in/*") for path in glob.glob(DEMO.path(f"{inside}/{part}/*")) if what in path]
 
 
 def file_of(upload):
@@ -168,11 +163,11 @@ class Uploads(unittest.TestCase):
         self.assertEqual(2008, code(DEMO.call(FILES, "upload_remove", {**link, "upload": "0" * 32 + "-9"})))
         DEMO.data(FILES, "upload_remove", {**link, "upload": ids[1]})
         self.assertEqual([0, 2008, 0], [code(ask(visitor, "upload_state", upload=each)) for each in ids])
-        self.assertEqual([], files_of(ids[1]))
+        self.assertEqual([], files_of(DEMO, ids[1]))
         other = self.inbox()[1]
         self.assertEqual([2008] * 3, [code(ask(other, "upload_cancel", upload=each)) for each in (ids[0], "", "done")])
         self.assertEqual([0, 2008], [code(ask(visitor, "upload_cancel", upload=ids[2])) for _ in range(2)])
-        self.assertEqual([], files_of(ids[2]))
+        self.assertEqual([], files_of(DEMO, ids[2]))
         DEMO.data(FILES, "upload_remove", link, "admin")
         self.assertEqual([], DEMO.data(FILES, "describe", link)["unfinished"])
         self.assertEqual(2008, code(send(visitor, ids[0], 0, b"123456789")))
@@ -189,11 +184,11 @@ class Uploads(unittest.TestCase):
                 self.begin(visitor, "complete", 0)
                 uploads = [self.begin(visitor, "new", 5)["data"]["upload"] for _ in range(2)]
                 send(visitor, uploads[0], 0, b"123")
-                self.assertEqual(5, len(files_of(visitor.link_id)))
+                self.assertEqual(5, len(files_of(DEMO, visitor.link_id)))
                 DEMO.data(SHARING, "set" if change else "delete",
                           {"sharing_id": visitor.link_id, "project_name": "files", **(change or {})})
                 # Of a link that may be used again, the number of complete files is kept.
-                wait_until(lambda link=visitor.link_id, left=left: len(files_of(link)) == left)
+                wait_until(lambda link=visitor.link_id, left=left: len(files_of(DEMO, link)) == left)
         self.assertEqual(0, code(send(other, kept, 0, b"12345")))
 
     def test_an_abandoned_upload_makes_room_after_a_day(self):
@@ -202,7 +197,7 @@ class Uploads(unittest.TestCase):
         self.assertEqual(2005, code(self.begin(visitor, "new", 5)))
         os.utime(file_of(old), (0, 0))
         self.assertEqual(0, code(self.begin(visitor, "new", 5)))
-        self.assertEqual([], files_of(old))
+        self.assertEqual([], files_of(DEMO, old))
 
     def test_a_link_for_uploads_only_shows_nothing(self):
         _, visitor = self.inbox(only=True)

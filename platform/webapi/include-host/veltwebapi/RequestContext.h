@@ -4,7 +4,11 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
+#include <span>
 #include <string>
 
 #include "veltsharing/Owners.h"
@@ -41,6 +45,10 @@ struct RequestContext {
   sharing::owners::Owner owner;
   std::string server_name;
   std::string raw_body;
+  // For methods of the pool "upload", see APIRequest.
+  std::int64_t body_length = -1;
+  std::function<std::size_t(std::span<char>)> read_body;
+  std::optional<APICredentials> credentials;
   std::string sharing_id;
   std::string sharing_sid;
   // Whose request it is for the store, and what was found of a visitor's before the method began.

@@ -3,7 +3,10 @@
 
 #include <json/value.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "veltsharing/Entry.h"
@@ -18,6 +21,12 @@ struct APIClient {
   std::string address;
   std::string program;  // what it calls itself (User-Agent); any text
   bool secure = false;  // whether it uses HTTPS
+};
+
+// What a client presents by HTTP Basic.
+struct APICredentials {
+  std::string account;
+  std::string password;
 };
 
 // Read-only. Lives for one handler call and is owned by the framework. One thread at a time.
@@ -73,6 +82,14 @@ class APIRequest {
 
   // The body, if the registry lets the method take a raw one; else empty. It may contain any bytes.
   const std::string& GetRawBody() const;
+
+  // The body of a method for files that are sent whole ("put" in the registry): its length as the
+  // client announces it, -1 if it does not; and the next bytes of it, for which this waits. ReadBody
+  // returns 0 at the end, and earlier when the client has left or is too slow.
+  std::int64_t GetBodyLength() const;
+  std::size_t ReadBody(char* buffer, std::size_t size) const;
+  // The password, and the account, that the client presents to such a method.
+  const std::optional<APICredentials>& GetCredentials() const;
 
   // The client, and who it is at the owners' address. The owner of a visitor's request is nobody.
   const APIClient& GetClient() const;
