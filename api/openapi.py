@@ -7,9 +7,10 @@ import sys
 import declaration
 
 OWNER, VISITOR, STREAM = "/webapi/entry.cgi", "/sharing/{link}/webapi", "/sharing/{link}/stream"
+FILE = "/sharing/{link}/{name}"
 # A path stands for one operation of each verb, but all calls go to a few addresses. The part after the # only
 # distinguishes the operations: no client sends it.
-ADDRESSES = {OWNER: "user", VISITOR: "visitor", STREAM: "visitor"}
+ADDRESSES = {OWNER: "user", VISITOR: "visitor", STREAM: "visitor", FILE: "visitor"}
 TEXT = {"type": "string"}
 KEYWORDS = ("type", "default", "enum", "pattern", "minLength", "maxLength", "minItems", "maxItems", "format", "minimum",
             "maximum", "description")
@@ -112,7 +113,24 @@ def security_of(method, address):
     return [{"visit": []}] if "visitor" not in method["access"] else [{"visit": []}, {}]
 
 
+def put_of(method):
+    """The operation of a file that is sent whole, whose answers are lines of text."""
+    parts = {"link": "the link's id"} | {row["name"]: row["description"] for row in method["parameters"]}
+    return {
+        "tags": [method["api"]], "operationId": f"{ADDRESSES[FILE]}.{method['api']}.{method['method']}",
+        "summary": f"{method['api']} {method['method']}", "description": method["summary"],
+        "security": [{"visit": []}, {"account": []}, {}],
+        "parameters": [{"name": name, "in": "path", "required": True, "schema": TEXT, "description": description}
+                       for name, description in parts.items()],
+        "requestBody": {"required": True, "content": {"*/*": {"schema": {"type": "string", "format": "binary"}}}},
+        "responses": {str(status): {"description": http.HTTPStatus(status).phrase,
+                                    "content": {method["result"]: {"schema": TEXT}}}
+                      for status in method["statuses"]}}
+
+
 def operation_of(method, address, declared):
+    if address == FILE:
+        return put_of(method)
     schema, example = request_of(method)
     notes = [method["summary"],
              "Needs POST." if method.get("post_only") else "GET with the parameters in the query does as well."]
@@ -133,7 +151,9 @@ def operation_of(method, address, declared):
 def addresses_of(method):
     if {"anyone", "user"} & set(method["access"]):
         yield OWNER
-    if {"visitor", "token"} & set(method["access"]):
+    if "put" in method:
+        yield FILE
+    elif {"visitor", "token"} & set(method["access"]):
         yield STREAM if method.get("pool") == "stream" else VISITOR
 
 
@@ -146,7 +166,8 @@ def describe(declared, version):
         # Links first, since they are what most programs are for.
         "tags": [{"name": api} for api in sorted(dict.fromkeys(method["api"] for method in declared.methods),
                                                  key=lambda api: api != "VELT.Core.Sharing")],
-        "paths": {f"{address}#{method['api']}.{method['method']}": {"post": operation_of(method, address, declared)}
+        "paths": {f"{address}#{method['api']}.{method['method']}": {
+                      "put" if address == FILE else "post": operation_of(method, address, declared)}
                   for method in declared.methods for address in addresses_of(method)},
         "components": {"schemas": closed(declared.schemas), "securitySchemes": {
             "session": {"type": "apiKey", "in": "cookie", "name": "velt_owner_sid", "description": "set by login"},

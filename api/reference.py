@@ -65,6 +65,8 @@ def answer_of(result):
 def text_of_method(method):
     who = "For " + " and ".join(CALLERS[level] for level in method["access"])
     who += ", at `/sharing/<id>/stream`" * (method.get("pool") == "stream")
+    if "put" in method:
+        who += ", by PUT at `/sharing/<id>/<name>`"
     about = f"{who}{', by POST only' * method.get('post_only', False)}. {answer_of(method['result'])}"
     if "raw_body" in method:
         about += (f" The body is at most {method['raw_body']} bytes (`application/octet-stream`), "

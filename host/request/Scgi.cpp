@@ -60,8 +60,10 @@ std::optional<WebRequest> ParseScgiHead(std::string_view text) {
         name_end == std::string_view::npos ? std::string_view::npos : text.find('\0', name_end + 1);
     if (value_end == std::string_view::npos) return std::nullopt;
     const std::string_view name = text.substr(0, name_end);
+    // The last one counts: nginx 1.22 sends a CONTENT_LENGTH of its own first, which is of the part of the
+    // body that it has read, and then that of its configuration.
     if (name != kJudgedOwner) {
-      request.variables.emplace(name, text.substr(name_end + 1, value_end - name_end - 1));
+      request.variables[std::string(name)] = text.substr(name_end + 1, value_end - name_end - 1);
     }
     text.remove_prefix(value_end + 1);
   }

@@ -36,7 +36,7 @@ ANSWERS = {
        for method in ("get", "zip", "list", "thumbnail", "upload_begin", "upload_piece", "upload_state",
                       "upload_cancel")},
 }
-METHODS = declared_methods()
+METHODS = [row for row in declared_methods() if "put" not in row]  # test_put has the others
 
 
 def setUpModule():

@@ -46,8 +46,7 @@ class Put(unittest.TestCase):
         return path
 
     def curl(self, *options, data=None):
-        done = subprocess.run(["curl", "-sSi", "--max-time", "60", *options], input=data, capture_output=True, check=True)
-        return Answer(done.stdout.decode())
+        return Answer(subprocess.check_output(["curl", "-sSi", "--max-time", "60", *options], input=data).decode())
 
     def put(self, link, content=b"content", *options, name="new.txt", end=""):
         return self.curl("-T", self.file(name, content), *options, f"{DEMO.url}/sharing/{link}/{end}")
@@ -124,10 +123,12 @@ class Put(unittest.TestCase):
         DEMO.data(SHARING, "set", {"sharing_id": off, "project_name": "files", "enabled": False})
         before = self.left()
         for wanted, answer in (
-                (400, self.put(link, end="a%2Fb")), (400, self.put(link, end="..%2Fx")), (400, self.put(link, end="a/b")),
+                (400, self.put(link, end="a%2Fb")), (400, self.put(link, end="..%2Fx")),
+                (400, self.put(link, end="a/b")),
                 (400, self.curl("-X", "PUT", "-d", "x", f"{DEMO.url}/sharing/{link}/")),
                 (400, self.curl("-X", "PUT", "-d", "x", f"{DEMO.url}/sharing/{link}")),
-                (403, self.put(ALICE.share(self.inbox))), (403, self.put(link, b"x", "-H", "Origin: http://else.where")),
+                (403, self.put(ALICE.share(self.inbox))),
+                (403, self.put(link, b"x", "-H", "Origin: http://else.where")),
                 (404, self.put("unknown")), (404, self.put(off)), (404, self.put(DEMO.create())),
                 (409, self.put(full)), (410, self.put(used)),
                 (411, self.curl("-T", "-", f"{DEMO.url}/sharing/{link}/x", data=b"content")),

@@ -16,7 +16,7 @@ SERVERS = {
         nginx""",
     "apache2": """
         a2dissite -q 000-default >/dev/null
-        a2enmod -q buffer deflate headers http2 proxy_fcgi rewrite ssl xsendfile >/dev/null
+        a2enmod -q buffer deflate headers http2 proxy_fcgi proxy_scgi rewrite ssl xsendfile >/dev/null
         ln -s /etc/velt-sharing/apache2.conf /etc/apache2/sites-enabled/velt-sharing.conf
         apachectl start""",
     "lighttpd": """
@@ -55,6 +55,7 @@ class WebServers(unittest.TestCase):
                 self.check_visitor(client)
                 self.check_sizes(client)
                 self.check_files(client)
+                self.check_put(client)
                 self.check_conditions(server, client)
                 self.check_logs(server, client)
 
@@ -191,6 +192,28 @@ END
         self.assertEqual(done.json["data"]["name"], "left.bin")
         self.assertEqual(client.root.shell(f"stat -c %U:%G:%a {HOMES}/{OWNER}/inbox/left.bin"),
                          f"{OWNER}:www-data:640\n")
+
+    def check_put(self, client):
+        link = client.create(project_name="files", protect_type="password", protect_password="sesame",
+                             app={"root": "home", "items": ["inbox"], "upload": {}})
+        at, whole = f"/sharing/{link}/", os.urandom(20 << 20)
+        for version in ("--http1.1", "--http2"):
+            for name, given in (("whole%20%C3%BC.bin", "whole ü"), ("100%25+.bin", "100%25+")):
+                sent = client.get(at + name, version, "-X", "PUT", "-u", ":sesame", data=whole)
+                self.assertEqual((sent.status, sent.body.decode().startswith(given)), (201, True), sent.body)
+        self.assertEqual(client.root.shell(f"stat -c %s:%U:%G:%a '{HOMES}/{OWNER}/inbox/whole ü (2).bin'"),
+                         f"{len(whole)}:{OWNER}:www-data:640\n")
+        for wanted, name, options, headers in (
+                (401, "x", (), ()), (401, "x", ("-u", ":no"), ()), (400, "a%2Fb", ("-u", ":sesame"), ()),
+                (400, "", ("-u", ":sesame"), ()), (411, "x", ("-u", ":sesame"), ["Transfer-Encoding: chunked"])):
+            # lighttpd knows the length of what comes at once.
+            content = whole if wanted == 411 else b"x"
+            refused = client.get(at + name, "--http1.1", "-X", "PUT", *options, headers=headers, data=content)
+            if name == "a%2Fb" and refused.status == 404:
+                continue  # Apache takes no such address
+            self.assertEqual(refused.status, wanted, (name, options))
+            self.assertNotIn(b"<", refused.body)
+        self.assertIn(client.get("/velt-put" + at, "--http1.1", "-X", "PUT", data=b"x").status, (404, 405))
 
     def check_conditions(self, server, client):
         link = client.create(project_name="files", app={"root": "home", "items": ["numbers.txt", "picture.png"]})

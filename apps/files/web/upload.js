@@ -6,6 +6,7 @@ import {t} from '/shared/texts.js';
 import {forgetUpload, keepUpload, keptUpload, waitingFiles} from '/pkg/files/interrupted.js';
 import {addressOf, call, wordsFor} from '/pkg/files/link.js';
 import {encodeName, showName, showSize} from '/pkg/files/names.js';
+import {makeTerminal} from '/pkg/files/terminal.js';
 
 const PIECE = 4 * 1024 * 1024;
 const LONGEST_PAUSE = 16000;
@@ -266,5 +267,5 @@ export function makeUpload(rule, done) {
   addEventListener('beforeunload', (event) => {
     if (list.querySelector('li:not([data-state])')) event.preventDefault();
   });
-  return make('div', {id: 'upload'}, zone, interrupted, together, list);
+  return make('div', {id: 'upload'}, zone, interrupted, together, list, makeTerminal());
 }
