@@ -99,7 +99,7 @@ class Reads(unittest.TestCase):
                                {"Content-Type": "application/octet-stream"})
 
     def test_what_is_declared_is_read_and_nothing_else(self):
-        for method in declared_methods():
+        for method in (row for row in declared_methods() if "put" not in row):
             os.truncate(self.reads, 0)
             values = {row["name"]: value_of(row) for row in method["parameters"]}
             self.send(method, values | DEEPER.get((method["api"], method["method"]), {}))

@@ -163,7 +163,7 @@ class ServiceManager(unittest.TestCase):
     def test_start_reload_and_end_are_reported(self):
         with self.started(workers=2) as (host, notice):
             self.assertEqual(notice(), "READY=1")
-            self.assertEqual(len(host.workers()), 7)  # two of the front's and one of each other pool
+            self.assertEqual(len(host.workers()), 8)  # two of the front's and one of each other pool
             old = {host.worker() for _ in range(50)}
             host.signal(signal.SIGHUP)
             self.assertRegex(notice(), r"^RELOADING=1\nMONOTONIC_USEC=[0-9]+$")
