@@ -316,8 +316,8 @@ class Worker {
     place_.slot->party = party;
     const auto own =
         std::ranges::count_if(slots, [&](const Slot& slot) { return slot.party == party; });
-    const auto busy = std::ranges::count_if(
-        slots, [](const Slot& slot) { return slot.state == Slot::State::kBusy; });
+    const auto busy =
+        std::ranges::count_if(slots, [](const Slot& slot) { return slot.party != 0; });
     return static_cast<std::size_t>(own) <= ShareOf(slots) &&
            (workers == 1 || static_cast<std::size_t>(busy) < workers);
   }
@@ -354,6 +354,8 @@ class Worker {
   }
 
   void Reply(const Incoming& incoming, const Stream& stream, const Dispatcher::Outcome& outcome) {
+    // Before the client knows it and sends the next file.
+    if (place_.pool == Pool::kUpload) place_.slot->party = 0;
     if (stream.left) return Finish(kClientLeft, 0);
     if (outcome.broken_off) return Finish(kWorkerFailed, kUnexpectedFailure);
     const std::string rest = (stream.begun ? std::string() : IdLine(incoming.id)) + outcome.answer;
