@@ -148,6 +148,13 @@ std::string HarmlessName(std::string_view name) {
   return harmless;
 }
 
+std::string HarmlessPath(std::string_view path) {
+  const std::size_t slash = path.find('/');
+  const std::string first = HarmlessName(path.substr(0, slash));
+  return slash == std::string_view::npos ? first
+                                         : first + "/" + HarmlessPath(path.substr(slash + 1));
+}
+
 std::string NumberedName(const std::string& name, int number) {
   if (number == 1) return name;
   const std::size_t dot = name.rfind('.');

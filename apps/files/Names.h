@@ -23,6 +23,9 @@ std::optional<std::string> ToPath(std::string_view text);
 // programs start with, begin with "_".
 std::string HarmlessName(std::string_view name);
 
+// The same for each name of a path.
+std::string HarmlessPath(std::string_view path);
+
 // "a.txt", "a (2).txt", "a (3).txt"; no longer than a name may be, whole characters only.
 std::string NumberedName(const std::string& name, int number);
 

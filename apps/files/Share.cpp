@@ -25,6 +25,7 @@ UploadRule UploadOf(const Json::Value& data) {
   if (!data.isObject()) return rule;
   rule.allowed = true;
   rule.only = data["only"] == true;
+  if (data["note"].isString()) rule.note = data["note"].asString();
   rule.max_size = LimitOf(data["max_size"]);
   rule.max_files = LimitOf(data["max_files"]);
   return rule;
@@ -53,6 +54,7 @@ Json::Value DataOf(const sharing::record::Entry& entry) {
 Json::Value ToJson(const UploadRule& rule) {
   Json::Value json;
   json["only"] = rule.only;
+  if (!rule.note.empty()) json["note"] = rule.note;
   AddLimit(json, "max_size", rule.max_size);
   AddLimit(json, "max_files", rule.max_files);
   return json;

@@ -16,10 +16,12 @@
 namespace VELT::files {
 
 // What visitors may leave. The link's data hold it as "upload": {"max_size": BYTES of one file,
-// "max_files": NUMBER, "only": true when visitors see none of the folder's files}.
+// "max_files": NUMBER, "only": true when visitors see none of the folder's files, "note": what the owner
+// tells them}.
 struct UploadRule {
   bool allowed = false;
   bool only = false;
+  std::string note;
   std::uint64_t max_size = 0;
   std::uint64_t max_files = 0;
 };

@@ -1,4 +1,5 @@
 // A visitor's uploads.
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,6 +21,8 @@
 namespace VELT::files {
 namespace {
 
+constexpr int kMostFolders = 16;  // that a file is in, one in another
+
 // With the name that the file got, once it is complete.
 void Answer(APIResponse& response, std::int64_t offset, const std::optional<std::string>& name) {
   if (name) response.NoteEvent("upload", ToText(*name));
@@ -35,10 +38,12 @@ void BeginUpload(const APIRequest& request, APIResponse& response) {
   const sharing::record::Entry entry = Admit(request);
   const Share share(entry);
   const auto name = ToPath(Read(request, params::FilesLinkUploadBegin::kName));
-  if (!name || name->empty() || name->find('/') != std::string::npos) throw Refusal(kNotFound);
+  if (!name || name->empty() || std::ranges::count(*name, '/') > kMostFolders) {
+    throw Refusal(kNotFound);
+  }
   const std::int64_t size = Read(request, params::FilesLinkUploadBegin::kSize);
   UploadStore store(share, entry.get_hash());
-  const std::string id = store.Begin(HarmlessName(*name), size);
+  const std::string id = store.Begin(HarmlessPath(*name), size);
   if (size == 0) return Answer(response, 0, store.Add(id, 0, ""));
   Json::Value data;
   data["upload"] = id;

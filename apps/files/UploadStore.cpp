@@ -20,6 +20,7 @@
 #include "apps/files/Names.h"
 #include "apps/files/Refusal.h"
 #include "apps/files/Tree.h"
+#include "apps/files/UploadFile.h"
 #include "veltsys/Descriptor.h"
 
 namespace VELT::files {
@@ -27,25 +28,12 @@ namespace {
 
 constexpr std::time_t kReceiptLife = 60;     // seconds, at least, when there are more than ...
 constexpr std::size_t kMostReceipts = 1000;  // ... so many of one link
-constexpr int kMostNames = 1000;
 // Of a file that comes whole.
 constexpr std::size_t kBuffer = std::size_t{256} * 1024;
 constexpr std::int64_t kUnsynced = std::int64_t{32} * 1024 * 1024;
 // Unfinished uploads.
 constexpr std::uint64_t kMostOfLink = 200;
 constexpr std::uint64_t kMostOfOwner = 1000;
-
-[[noreturn]] void ThrowFor(int error) {
-  if (error == ENOSPC || error == EDQUOT || error == EFBIG) throw Refusal(kNoSpace);
-  if (error == EACCES || error == EROFS || error == EPERM) throw Refusal(kNoUploads);
-  errno = error;
-  syslog(LOG_ERR, "files: an upload failed: %s", strerror(errno));
-  throw Refusal(kUnavailable);
-}
-
-std::string ProcPath(const Descriptor& file) {
-  return "/proc/self/fd/" + std::to_string(file.get());
-}
 
 // What is known of an upload, or with `done` of a complete one.
 void WriteAbout(int spool, const std::string& path, const std::string& name, std::int64_t size,
@@ -62,31 +50,6 @@ void WriteAbout(int spool, const std::string& path, const std::string& name, std
     unlinkat(spool, path.c_str(), 0);
     ThrowFor(error);
   }
-}
-
-[[noreturn]] void TakeBack(int file, std::int64_t offset) {
-  const int error = errno;
-  if (ftruncate(file, offset) != 0) {
-    syslog(LOG_ERR, "files: cannot take a piece back: %s", strerror(errno));
-  }
-  ThrowFor(error);
-}
-
-// False, with errno, when only a part of the piece was written.
-bool Write(int file, std::int64_t offset, std::string_view piece) {
-  while (!piece.empty()) {
-    const ssize_t written = pwrite(file, piece.data(), piece.size(), offset);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    offset += written;
-    piece.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// Writes the whole piece or none of it.
-void Append(int file, std::int64_t offset, std::string_view piece) {
-  if (!Write(file, offset, piece) || fdatasync(file) != 0) TakeBack(file, offset);
 }
 
 }  // namespace
@@ -228,27 +191,10 @@ std::optional<std::string> UploadStore::Add(const std::string& id, std::int64_t 
     MustHaveRoom(upload.file.get(), static_cast<std::int64_t>(piece.size()));
     if (!piece.empty()) Append(upload.file.get(), offset, piece);
     if (offset + static_cast<std::int64_t>(piece.size()) < upload.state.size) return std::nullopt;
-    name = Publish(upload.file, upload.name);
+    name = Publish(upload.file, share_.Find(share_.items().front()), upload.name);
   }
   Finish(id, {upload.state.size, upload.state.size, name});
   return name;
-}
-
-// A hard link never replaces a file, so nothing is overwritten.
-std::string UploadStore::Publish(const Descriptor& file, const std::string& wanted) {
-  const Found target = share_.Find(share_.items().front());
-  const Descriptor folder = files::Open(target, O_RDONLY | O_DIRECTORY);
-  for (int number = 1; number <= kMostNames; ++number) {
-    std::string name = NumberedName(wanted, number);
-    if (linkat(AT_FDCWD, ProcPath(file).c_str(), folder.get(), name.c_str(), AT_SYMLINK_FOLLOW) ==
-        0) {
-      fsync(folder.get());
-      return name;
-    }
-    if (errno == ENOENT) throw Refusal(kNoUpload);  // what comes whole may be removed at any time
-    if (errno != EEXIST) ThrowFor(errno);
-  }
-  throw Refusal(kNoUploads);
 }
 
 std::optional<std::string> UploadStore::Store(const std::string& name, std::int64_t size,
@@ -259,7 +205,7 @@ std::optional<std::string> UploadStore::Store(const std::string& name, std::int6
   try {
     if (Fill(file.get(), size, source)) {
       const IdsGuard owner(share_.owner());
-      given = Publish(file, name);
+      given = Publish(file, share_.Find(share_.items().front()), name);
     }
   } catch (const Refusal&) {
     Drop(id);

@@ -28,7 +28,8 @@ class UploadStore {
     std::string name = {};  // that the complete file got; empty before
   };
 
-  // Begins the upload in pieces of a file called `name` and returns the upload's id. Throws Refusal:
+  // Begins the upload in pieces of a file called `name`, which may have folders before it that are made
+  // when they are missing, and returns the upload's id. Throws Refusal:
   // kNoUploads, kUploadLimit, kNoSpace. All unfinished uploads together announce no more than there
   // is room for, those of a link at most half of it, those of an owner three quarters.
   std::string Begin(const std::string& name, std::int64_t size);
@@ -59,7 +60,6 @@ class UploadStore {
   void MustFit(std::int64_t size, std::int64_t room, int done) const;
   void MustHaveRoom(int folder, std::int64_t bytes) const;
   Upload Open(const std::string& id);
-  std::string Publish(const Descriptor& file, const std::string& name);
   void Finish(const std::string& id, const State& state);
   void Drop(const std::string& id) const;
 

@@ -15,7 +15,7 @@ PLURALS = {"enu": {"one", "other"}, "ger": {"one", "other"},
            "ara": {"zero", "one", "two", "few", "many", "other"}}
 FOLDERS = ("shared", "owner", "signin", "link", "apps/files/web", "apps/files/web/owner")
 # Keys that the code puts together.
-MADE_UP = (r"(error|visitor)_\w+|files_(\d+|unreadable|cancelled)|event_\w+|(state|protection)_\w+|"
+MADE_UP = (r"(error|visitor)_\w+|files_(\d+|unreadable|cancelled|too_large)|event_\w+|(state|protection)_\w+|"
            r"(edit|delete|copy|select|show)_of|clean_\w+_of_project|sort_\w+|"
            r"(unavailable|unknown|pending|expired|used_up)_title")
 # Literals that nobody reads.

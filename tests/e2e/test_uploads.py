@@ -118,7 +118,8 @@ class Uploads(unittest.TestCase):
     def test_limits_and_names(self):
         folder, visitor = self.inbox(max_files=2, max_size=10)
         for name, size, wanted in (("large", 11, 2005), ("", 1, 2001), (".", 1, 2001), ("..", 1, 2001),
-                                   ("a/b", 1, 2001), ("a%00b", 1, 2001), ("a\0b", 1, 106),
+                                   ("a/../b", 1, 2001), ("a/" * 17 + "b", 1, 2001),
+                                   ("/a", 1, 2001), ("a%00b", 1, 2001), ("a\0b", 1, 106),
                                    ("a%2Fb", 1, 2001),
                                    ("n" * 256, 1, 2001), ("one", 10, 0), ("one", 0, 0), ("three", 1, 2005),
                                    ("x", -1, 120)):

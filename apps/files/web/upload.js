@@ -3,15 +3,18 @@
 import {ApiError, parseJson} from '/shared/api.js';
 import {make} from '/shared/dom.js';
 import {t} from '/shared/texts.js';
+import {chosenIn, droppedIn} from '/pkg/files/folders.js';
 import {forgetUpload, keepUpload, keptUpload, waitingFiles} from '/pkg/files/interrupted.js';
 import {addressOf, call, wordsFor} from '/pkg/files/link.js';
 import {encodeName, showName, showSize} from '/pkg/files/names.js';
+import {Sent} from '/pkg/files/sent.js';
 import {makeTerminal} from '/pkg/files/terminal.js';
 
 const PIECE = 4 * 1024 * 1024;
 const LONGEST_PAUSE = 16000;
 const MOST_FAILURES = 20; // in a row
-const MOST_AT_ONCE = 3;   // one is sent, and others wait for the connection
+const AT_ONCE = 3;
+const MOST_AT_ONCE = 9;   // with those that wait for the connection
 
 // Waits, but no longer than until `signal` is aborted.
 const pause = (milliseconds, signal) => new Promise((done) => {
@@ -90,9 +93,9 @@ async function begin(row) {
       if (error.code !== 2008) throw error;
     }
   }
-  const begun = await persist(row, () => call('upload_begin', {name: encodeName(row.file.name), size: row.size}));
+  const begun = await persist(row, () => call('upload_begin', {name: encodeName(row.path), size: row.size}));
   row.upload = begun.upload;
-  if (begun.upload) keepUpload(row.file, begun.upload);
+  if (begun.upload) keepUpload(row.key, begun.upload);
   return begun;
 }
 
@@ -116,19 +119,21 @@ class Row {
   #wait;
 
   /** `start(row)` has it sent, `changed()` follows what it shows. */
-  constructor(file, list, start, changed) {
+  constructor({file, path}, list, start, changed) {
     this.file = file;
+    this.path = path;
     this.size = file.size;
-    this.upload = keptUpload(file);
+    this.key = {name: path, size: file.size, lastModified: file.lastModified};
+    this.upload = keptUpload(this.key);
     this.changed = changed;
     this.hold = make('button', {type: 'button', on: {click: () => this.#turn()}});
-    this.bar = make('progress', {max: Math.max(1, this.size), value: 0, 'aria-label': file.name});
+    this.bar = make('progress', {max: Math.max(1, this.size), value: 0, 'aria-label': path});
     this.text = make('span', {class: 'hint', role: 'status'});
     this.button = make('button', {type: 'button', on: {click: () => {
       if (this.item.dataset.state) start(this.wait());
       else this.abort.abort();
     }}});
-    this.item = make('li', {}, make('bdi', {}, showName(encodeName(file.name))), this.bar, this.text, this.hold, this.button);
+    this.item = make('li', {}, make('bdi', {}, showName(encodeName(path))), this.bar, this.text, this.hold, this.button);
     list.append(this.item);
     this.wait();
   }
@@ -147,7 +152,7 @@ class Row {
 
   name(button, action) {
     button.textContent = t(action);
-    button.setAttribute('aria-label', `${t(action)}: ${this.file.name}`);
+    button.setAttribute('aria-label', `${t(action)}: ${this.path}`);
   }
 
   // Holds the upload after the piece that is being sent, or lets it go on.
@@ -194,16 +199,17 @@ class Row {
   async send(rule) {
     try {
       if (this.signal.aborted) throw new ApiError('cancelled');
-      if (this.size > rule.max_size) throw new ApiError(2005);
+      if (this.size > rule.max_size) throw new ApiError('too_large');
       this.show(0);
       const name = showName(await sendFile(this));
-      forgetUpload(this.file);
-      this.finish(name === this.file.name ? t('done') : t('done_as', {name}), 'done');
+      forgetUpload(this.key);
+      this.finish(name === showName(encodeName(this.path)) ? t('done') : t('done_as', {name}), 'done');
+      this.arrived(name);
     } catch (error) {
       this.finish(wordsFor(this.signal.aborted ? {code: 'cancelled'} : error), 'failed');
       if (this.signal.aborted && this.upload) {
         call('upload_cancel', {upload: this.upload}).catch(() => {}); // it is given up later then
-        forgetUpload(this.file);
+        forgetUpload(this.key);
         this.upload = undefined;
       }
     }
@@ -213,7 +219,7 @@ class Row {
 /** The part of the page where files are left. `done` is called when some have arrived. */
 export function makeUpload(rule, done) {
   const list = make('ul', {class: 'uploads'});
-  const input = make('input', {type: 'file', id: 'upload-files', multiple: true, class: 'visually-hidden'});
+  const sent = new Sent();
   const together = make('p', {class: 'hint together', hidden: true});
   const interrupted = make('p', {class: 'hint', role: 'status'}, waitingFiles());
   const rows = [];
@@ -221,11 +227,12 @@ export function makeUpload(rule, done) {
   let begun = 0;
   let paused = 0;
 
-  // Sends one after the other, and goes on with the next while one waits for the connection.
+  // Sends some at a time, and goes on with the next while one waits for the connection.
   const next = () => {
-    while (waiting.length > 0 && begun - paused < 1 && begun < MOST_AT_ONCE) {
+    while (waiting.length > 0 && begun - paused < AT_ONCE && begun < MOST_AT_ONCE) {
       ++begun;
       const row = waiting.shift();
+      row.arrived = (name) => sent.add(name, row.size);
       row.onPause = (is) => { paused += is ? 1 : -1; next(); };
       row.send(rule).then(() => {
         --begun;
@@ -253,19 +260,25 @@ export function makeUpload(rule, done) {
     rows.push(...added);
     added.forEach(start);
   };
-  input.addEventListener('change', () => { add([...input.files]); input.value = ''; });
+  const chooser = (id, text, more) => {
+    const input = make('input', {type: 'file', id, multiple: true, class: 'visually-hidden', ...more});
+    input.addEventListener('change', () => { add(chosenIn(input)); input.value = ''; });
+    return [make('label', {for: id, class: 'button'}, t(text)), input];
+  };
   const limit = rule.max_size === undefined ? '' : ` ${t('up_to', {size: showSize(rule.max_size)})}`;
   const zone = make('div', {
     class: 'drop',
     on: {
       dragover: (event) => { event.preventDefault(); zone.classList.add('over'); },
       dragleave: () => zone.classList.remove('over'),
-      drop: (event) => { event.preventDefault(); zone.classList.remove('over'); add([...event.dataTransfer.files]); },
+      drop: (event) => { event.preventDefault(); zone.classList.remove('over'); droppedIn(event).then(add); },
     },
-  }, make('label', {for: 'upload-files', class: 'button'}, t('choose_files')), input,
+  }, ...chooser('upload-files', 'choose_files'),
+  ...'webkitdirectory' in HTMLInputElement.prototype ? chooser('upload-folder', 'choose_folder', {webkitdirectory: true}) : [],
   make('p', {class: 'hint'}, `${t('or_drop')}${limit}`));
   addEventListener('beforeunload', (event) => {
     if (list.querySelector('li:not([data-state])')) event.preventDefault();
   });
-  return make('div', {id: 'upload'}, zone, interrupted, together, list, makeTerminal());
+  return make('div', {id: 'upload'}, rule.note && make('p', {class: 'note', dir: 'auto'}, rule.note),
+    zone, interrupted, together, list, sent.element, makeTerminal());
 }

@@ -36,7 +36,8 @@ function makeDialog(roots) {
       make('div', {id: 'pick-limits', hidden: true},
         check('pick-only', 'files_hide'),
         make('div', {class: 'pair'},
-          count('pick-size', 'files_megabytes', 1000), count('pick-count', 'files_count', 100)))),
+          count('pick-size', 'files_megabytes', 1000), count('pick-count', 'files_count', 100)),
+        make('label', {}, t('files_note'), ' ', make('textarea', {id: 'pick-note', rows: 2, maxlength: 2000})))),
     make('div', {class: 'dialog-actions'},
       make('span', {id: 'pick-said', role: 'status'}),
       make('button', {type: 'button', 'data-close': true}, t('files_cancel')),
@@ -89,6 +90,7 @@ export class FilePicker {
     this.#find('#pick-only').checked = Boolean(upload?.only);
     this.#find('#pick-size').value = (upload?.max_size ?? 1000 * MEGABYTE) / MEGABYTE;
     this.#find('#pick-count').value = upload?.max_files ?? 100;
+    this.#find('#pick-note').value = upload?.note ?? '';
     this.#find('#pick-next').textContent = t(before ? 'files_change' : 'files_make_link');
     const path = items[0]?.path ?? '';
     this.#chosen.clear();
@@ -209,6 +211,7 @@ export class FilePicker {
       app.upload = {
         max_size: Math.round(fields[0].value * MEGABYTE), max_files: Number(fields[1].value),
         ...this.#find('#pick-only').checked && {only: true},
+        ...this.#find('#pick-note').value.trim() !== '' && {note: this.#find('#pick-note').value.trim()},
       };
     }
     const title = items.length === 1 ? showName(items[0].name) || this.#root.title :
