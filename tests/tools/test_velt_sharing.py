@@ -242,7 +242,7 @@ class Copies(ToolTest):
         self.assertEqual(before["sqlite_sequence"], after["sqlite_sequence"])
         kept = {"sharing.db-wal", "sharing.db-shm", "sharing.db-reserve"}
         found = set(os.listdir(self.folder))
-        self.assertEqual({"sharing.db", "copy", "socket"} | kept, found | kept, "nothing is left")
+        self.assertEqual({"sharing.db", "copy", "socket", "socket.upload"} | kept, found | kept, "nothing is left")
 
     def test_restore_into_nothing_and_over_damage(self):
         self.make(2)
