@@ -26,12 +26,22 @@ constexpr int kMostNames = 1000;
   ThrowFor(error);
 }
 
+// What was made in the folder is still there after a crash of the system.
+void Sync(const Found& folder) {
+  const Descriptor file = files::Open(folder, O_RDONLY | O_DIRECTORY);
+  if (fsync(file.get()) != 0) ThrowFor(errno);
+}
+
 // Makes `folder` the one of this name in it, which is made if there is none, or when something else has
 // the name, of the next that is free. Returns its name.
 std::string EnterFolder(Found& folder, const std::string& wanted) {
   for (int number = 1; number <= kMostNames; ++number) {
     std::string name = NumberedName(wanted, number);
-    if (mkdirat(folder.handle.get(), name.c_str(), 0770) != 0 && errno != EEXIST) ThrowFor(errno);
+    if (mkdirat(folder.handle.get(), name.c_str(), 0770) == 0) {
+      Sync(folder);
+    } else if (errno != EEXIST) {
+      ThrowFor(errno);
+    }
     try {
       Found inner = Find(folder, name);
       if (!inner.IsFolder()) continue;
