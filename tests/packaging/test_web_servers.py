@@ -198,7 +198,8 @@ END
                              app={"root": "home", "items": ["inbox"], "upload": {}})
         at, whole = f"/sharing/{link}/", os.urandom(20 << 20)
         for version in ("--http1.1", "--http2"):
-            for name, given in (("whole%20%C3%BC.bin", "whole ü"), ("100%25+.bin", "100%25+")):
+            for name, given in (("whole%20%C3%BC.bin", "whole ü"), ("100%25+.bin", "100%25+"),
+                                ("why%3F%23%253F&x=1.bin", "why?#%253F&x=1")):
                 sent = client.get(at + name, version, "-X", "PUT", "-u", ":sesame", data=whole)
                 self.assertEqual((sent.status, sent.body.decode().startswith(given)), (201, True), sent.body)
         self.assertEqual(client.root.shell(f"stat -c %s:%U:%G:%a '{HOMES}/{OWNER}/inbox/whole ü (2).bin'"),
