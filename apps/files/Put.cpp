@@ -12,7 +12,6 @@
 #include "apps/files/UploadStore.h"
 #include "apps/files/Visit.h"
 #include "declared/VELT.Files.h"
-#include "veltsharing/Entry.h"
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
@@ -65,13 +64,14 @@ Answer Put(const APIRequest& request, APIResponse& response) {
   const std::int64_t size = request.GetBodyLength();
   if (size < 0)
     return {"411 Length Required", "The file's length must be known before it is sent."};
-  const sharing::record::Entry entry = AdmitWithCredentials(request);
-  const Share share(entry);
-  UploadStore store(share, entry.get_hash());
+  const Guest guest = AdmitWithCredentials(request);
+  const Share share(guest.entry);
+  UploadStore store(share, guest.entry.get_hash());
   if (static_cast<std::uint64_t>(size) > share.upload().max_size) {
     return {"413 Content Too Large", "This link takes files of at most " +
                                          std::to_string(share.upload().max_size) + " bytes."};
   }
+  CountVisit(guest);
   const auto name = store.Store(
       HarmlessName(Read(request, params::FilesLinkPut::kName)), size,
       [&request](char* buffer, std::size_t wanted) { return request.ReadBody(buffer, wanted); });
@@ -79,7 +79,7 @@ Answer Put(const APIRequest& request, APIResponse& response) {
     return {"408 Request Timeout", "The file did not arrive whole, and nothing of it was kept."};
   response.NoteEvent("upload", ToText(*name));
   return {"201 Created", ToText(*name),
-          share.upload().only ? "" : LocationOf(request, entry.get_hash(), *name)};
+          share.upload().only ? "" : LocationOf(request, guest.entry.get_hash(), *name)};
 }
 
 }  // namespace

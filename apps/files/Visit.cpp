@@ -49,6 +49,33 @@ Guest Find(const APIRequest& request) {
   return {std::move(entry), needs_visit};
 }
 
+bool IsProtected(const Entry& entry) {
+  return entry.get_protect_type() != Entry::ProtectType::kNone;
+}
+
+// Find, for a link that lets in who has no visit yet. Protected links tell nothing before a login.
+Guest FindOpen(const APIRequest& request) {
+  Guest guest = Find(request);
+  if (guest.needs_visit && !IsProtected(guest.entry) &&
+      guest.entry.get_status() == LinkStatus::kUsedUp) {
+    throw Refusal(kUsedUp);
+  }
+  return guest;
+}
+
+// Throws Refusal.
+void LogInOnce(const Entry& entry, const APICredentials& presented) {
+  const std::string link = entry.get_hash();
+  const _tag_sharing_login_params params{link.c_str(), presented.password.c_str(),
+                                         presented.account.c_str(), presented.password.c_str(),
+                                         nullptr};
+  const IdsGuard root = IdsGuard::Root();  // for passwords of the appliance's accounts
+  std::string sid;
+  const auto result = static_cast<LoginResult>(VeltSharingLogin(sid, &params, false));
+  if (result != LoginResult::kLoggedIn) throw Refusal(CodeOf(result));
+  VeltSharingLogout(link, sid);
+}
+
 }  // namespace
 
 Entry Admit(const APIRequest& request) {
@@ -58,30 +85,22 @@ Entry Admit(const APIRequest& request) {
 }
 
 Guest AdmitDownload(const APIRequest& request) {
-  Guest guest = Find(request);
-  if (!guest.needs_visit) return guest;
-  if (guest.entry.get_protect_type() != Entry::ProtectType::kNone) throw Refusal(kNoVisit);
-  if (guest.entry.get_status() == LinkStatus::kUsedUp) throw Refusal(kUsedUp);
+  Guest guest = FindOpen(request);
+  if (guest.needs_visit && IsProtected(guest.entry)) throw Refusal(kNoVisit);
   return guest;
 }
 
-Entry AdmitWithCredentials(const APIRequest& request) {
-  Guest guest = Find(request);
-  if (!guest.needs_visit) return std::move(guest.entry);
-  const APICredentials& presented = request.GetCredentials().value_or(APICredentials());
-  if (guest.entry.get_protect_type() != Entry::ProtectType::kNone && !request.GetCredentials()) {
-    throw Refusal(kNoVisit);
-  }
-  const std::string link = guest.entry.get_hash();
-  const _tag_sharing_login_params params{link.c_str(), presented.password.c_str(),
-                                         presented.account.c_str(), presented.password.c_str(),
-                                         nullptr};
-  const IdsGuard root = IdsGuard::Root();  // for passwords of the appliance's accounts
-  std::string sid;
-  const auto result = static_cast<LoginResult>(VeltSharingLogin(sid, &params, false));
-  if (result != LoginResult::kLoggedIn) throw Refusal(CodeOf(result));
-  VeltSharingLogout(link, sid);
-  return std::move(guest.entry);
+Guest AdmitWithCredentials(const APIRequest& request) {
+  Guest guest = FindOpen(request);
+  if (!guest.needs_visit || !IsProtected(guest.entry)) return guest;
+  if (!request.GetCredentials()) throw Refusal(kNoVisit);
+  LogInOnce(guest.entry, *request.GetCredentials());
+  guest.needs_visit = false;
+  return guest;
+}
+
+void CountVisit(const Guest& guest) {
+  if (guest.needs_visit) LogInOnce(guest.entry, {});
 }
 
 void MakeVisit(const APIRequest& request, APIResponse& response, const Guest& guest) {

@@ -138,6 +138,8 @@ class Put(unittest.TestCase):
                 self.assertIn("text/plain", answer.headers["content-type"])
                 self.assertRegex(answer.body, r"\A[^<\n]+\n\Z")
         self.assertEqual({**before, "fits": 9}, self.left())
+        # What is refused for what it is uses no visit up.
+        self.assertEqual(1, DEMO.data(SHARING, "get", {"sharing_id": link})["visits"])
         for method in ("GET", "DELETE", "OPTIONS"):
             answer = self.curl("-X", method, f"{DEMO.url}/sharing/{link}/new.txt")
             self.assertIn(answer.status, (200, 404, 405), method)
