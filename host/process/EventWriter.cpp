@@ -47,7 +47,6 @@ std::string Shortened(const std::string& address, EventAddress how) {
 }
 
 void EventWriter::Add(sharing::LinkEvent event) {
-  if (options_.event_days == 0) return;
   event.time = std::time(nullptr);
   event.address = Shortened(event.address, options_.event_address);
   if (!IsCleanText(event.file)) event.file.clear();

@@ -21,7 +21,7 @@ class EventWriter {
   EventWriter(const EventWriter&) = delete;
   EventWriter& operator=(const EventWriter&) = delete;
 
-  // Keeps an event, whose address is still whole, unless none are to be kept. Equal ones become one.
+  // Keeps an event, whose address is still whole. Equal ones become one.
   void Add(sharing::LinkEvent event);
   // Writes those that have waited long enough.
   void DoDue();

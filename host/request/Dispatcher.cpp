@@ -178,6 +178,7 @@ std::vector<sharing::LinkEvent> EventsOf(const APIRequest& request, const Respon
   using Login = sharing::View::LoginOutcome;
   if (login == Login::kVisit) add("visit", "", "ok");
   if (login == Login::kRefused) add("login", "", "refused");
+  if (login == Login::kBraked) add("login", "", "braked");
   if (!state.event_kind.empty() && state.outcome != ResponseState::Outcome::kError) {
     add(state.event_kind, state.event_file, "ok");
   }

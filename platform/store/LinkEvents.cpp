@@ -3,6 +3,7 @@
 #include <set>
 
 #include "platform/store/LocalTime.h"
+#include "platform/store/NoticeQueue.h"
 #include "platform/store/StoreContext.h"
 #include "platform/store/sql/Connection.h"
 #include "platform/store/sql/Dialect.h"
@@ -79,7 +80,8 @@ bool RecordLinkEvents(const std::vector<LinkEvent>& events, int days) {
     // Mostly there is nothing to do then, for which nobody else need wait.
     if (events.empty() && !HasOld(store.sql(), days)) return true;
     db::Transaction transaction(store);
-    Insert(store.sql(), events);
+    notify::Queue(store.sql(), events);
+    if (days > 0) Insert(store.sql(), events);
     RemoveSurplus(store.sql(), events);
     RemoveOld(store.sql(), days);
     transaction.Commit();

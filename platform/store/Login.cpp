@@ -25,8 +25,9 @@ LoginOutcome OutcomeOf(VELT::sharing::LoginResult result, bool is_new) {
     case LoginResult::kInternal:
     case LoginResult::kNotServed:
       return LoginOutcome::kNone;
-    case LoginResult::kWrongAccount:
     case LoginResult::kDenied:
+      return LoginOutcome::kBraked;
+    case LoginResult::kWrongAccount:
     case LoginResult::kWrongPassword:
     case LoginResult::kNotListed:
     case LoginResult::kUsedUp:

@@ -91,6 +91,11 @@ class ToolTest(unittest.TestCase):
                             "values (1, 'bob', '192.0.2.2', 1)")
                 sql.execute("insert into visit_day (link_id, day, visits) values (1, 20000, 3)")
                 sql.execute("insert into link_event values (3, 1, 1, 'visit', '', 'ok', '192.0.2.0', '', 1)")
+                sql.execute("insert into notify_channel values (4, 7001, 'mail', 'alice', 'enu', 1, 'a@b.example', "
+                            "'', ?, '', 0, 0, 0, 0, 0, '')", (SECRETS[1],))
+                sql.execute("insert into notify_notice values (9, 4, 1, 'upload', 'abcdef', 'title', 'file', 1)")
+                sql.execute("insert into notify_link values (1, 2)")
+                sql.execute("insert into notify_told values (1, 'opened')")
                 sql.execute("insert into login_turn (link_id, address, due_at) values (1, '192.0.2.1', 1)")
                 sql.execute("insert into owner_account values (5, 'alice', 7001, ?, 1, 0)", (SECRETS[1],))
                 sql.execute("insert into owner_session values (6, 5, ?, '', '192.0.2.*', '', 0, 0, 1, 1)",
@@ -113,7 +118,7 @@ class ToolTest(unittest.TestCase):
             return {table: sorted(sql.execute(f"select * from {table}"))
                     for table in ("link", "visitor_session", "visitor_token", "failed_login", "owner_account",
                                   "owner_session", "owner_token", "sign_in_key", "login_turn", "link_event",
-                                  "sqlite_sequence")}
+                                  "notify_channel", "notify_notice", "notify_link", "notify_told", "sqlite_sequence")}
 
     def tool(self, *command, status=0, database=None):
         """The JSON that a command prints. An error must be the same as in the text on standard error."""
@@ -276,14 +281,15 @@ class Copies(ToolTest):
                 "alter table link drop column protection; alter table visitor_token drop column protection;"
                 "drop table link_count; drop table visit_day; drop table failed_login;"
                 "drop table owner_session; drop table owner_token; drop table owner_account; drop table sign_in_key;"
-                "drop table login_turn; drop table link_event;"
+                "drop table login_turn; drop table link_event; drop table notify_notice;"
+                "drop table notify_channel; drop table notify_link; drop table notify_told;"
                 "create table login_failure (link_id bigint not null references link (id) "
                 "on delete cascade, address text not null, failed_at bigint not null);"
                 "insert into login_failure values (1, '192.0.2.2', 1); update schema_version set version = 2")
         with contextlib.closing(sqlite3.connect(self.path, isolation_level=None)) as user:  # as a worker has it
             user.execute("delete from link")
             self.tool("restore", self.at("older"), "--force")
-            self.assertEqual([(9,)], user.execute("select version from schema_version").fetchall())
+            self.assertEqual([(10,)], user.execute("select version from schema_version").fetchall())
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 
@@ -326,7 +332,8 @@ class Copies(ToolTest):
         counts = self.tool("migrate", self.database, self.postgresql)["tables"]
         self.assertEqual({"link": 1200} | {table: 1 for table in (
             "visitor_session", "visitor_token", "failed_login", "visit_day", "owner_account", "owner_session",
-            "owner_token", "sign_in_key", "login_turn", "link_event")}, counts)
+            "owner_token", "sign_in_key", "login_turn", "link_event", "notify_channel", "notify_notice", "notify_link",
+            "notify_told")}, counts)
         # The id of the deleted link is not used again.
         self.assertEqual("1201|t", psql("select last_value, is_called from tool.link_id_seq"))
         for database in (self.database, self.postgresql):

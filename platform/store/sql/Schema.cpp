@@ -177,6 +177,31 @@ const std::vector<std::string> kVersion9 = {
     "create index link_event_time on link_event (time, id)",
 };
 
+// What owners want to be told, where to, and what waits for being told. `message` is the id of what is being
+// sent, with the notices up to `up_to`; `taken_until` is when another process may send it, `code` what an
+// address of mail is confirmed with.
+const std::vector<std::string> kVersion10 = {
+    R"(create table notify_channel (
+         id {id}, owner_uid bigint not null, way {text} not null, account {text} not null,
+         language {text} not null, kinds bigint not null, address {text} not null,
+         code {text} not null, secret {text} not null, message {text} not null,
+         up_to bigint not null, tries bigint not null, due_at bigint not null,
+         taken_until bigint not null, failing_since bigint not null, error {text} not null,
+         unique (owner_uid, way)))",
+    R"(create table notify_link (
+         link_id bigint not null primary key references link (id) on delete cascade,
+         kinds bigint not null))",
+    R"(create table notify_notice (
+         id {id}, channel_id bigint not null references notify_channel (id) on delete cascade,
+         time bigint not null, kind {text} not null, link {text} not null, title {text} not null,
+         file {text} not null, times bigint not null))",
+    "create index notify_notice_channel on notify_notice (channel_id, id)",
+    // What happens to a link once.
+    R"(create table notify_told (
+         link_id bigint not null references link (id) on delete cascade, what {text} not null,
+         primary key (link_id, what)))",
+};
+
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -196,6 +221,7 @@ constexpr auto kMigrations = std::to_array<Migration>({
     {kVersion7},
     {kVersion8},
     {kVersion9},
+    {kVersion10},
 });
 
 std::string Translate(std::string statement, const Words& words) {

@@ -20,7 +20,8 @@ struct View {
   std::vector<std::string> projects =
       {};  // whose links alone an owner sees and changes; empty: all
   // What became of the request's login, if it made one.
-  enum class LoginOutcome { kNone, kVisit, kRefused };  // a visit is one that was counted
+  // A visit is one that was counted; braked: refused without being judged, since too many had failed.
+  enum class LoginOutcome { kNone, kVisit, kRefused, kBraked };
   LoginOutcome login = LoginOutcome::kNone;
   // Set when a login was refused because too many had failed: the seconds until the next try.
   std::int64_t login_wait = 0;

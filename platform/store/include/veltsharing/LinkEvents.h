@@ -14,7 +14,7 @@ struct LinkEvent {
   std::int64_t time = 0;   // seconds since 1970
   std::string kind;        // "visit", "login", "download", "preview", "archive" or "upload"
   std::string file;        // what it was about, as visitors read it; may be empty
-  std::string result;      // "ok", "refused" or "incomplete"
+  std::string result;      // "ok", "refused", "incomplete", or "braked": too many logins had failed
   std::string address;     // the visitor's, shortened; may be empty
   std::string browser;     // roughly
   std::int64_t times = 1;  // that it happened at about this time
