@@ -88,6 +88,16 @@ Json::Value CreateToken(const HostOptions& options, const NewToken& token);
 Json::Value ListTokens(const HostOptions& options, const std::string& owner);
 Json::Value DeleteToken(const HostOptions& options, const std::string& owner, long long id);
 
+struct NotifyOptions {
+  std::string sendmail = "/usr/sbin/sendmail";
+  std::string mail_from;          // the header's field; empty: the mail program's choice
+  bool private_networks = false;  // whether webhooks may be in them
+  std::int64_t wait = 120;        // seconds in which what happens makes one message
+  std::string test;               // the account that gets a message to try with, and nobody another
+};
+// Without `test` until SIGTERM or SIGINT.
+Json::Value Notify(const HostOptions& options, const NotifyOptions& how);
+
 // `show_progress` draws a bar on standard error.
 Json::Value Migrate(const std::string& from, const std::string& to, bool show_progress);
 

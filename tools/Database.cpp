@@ -7,7 +7,7 @@
 
 #include "platform/store/sql/Dialect.h"
 #include "platform/store/sql/Schema.h"
-#include "tools/Command.h"
+#include "veltsharing/StoreOptions.h"
 
 namespace VELT::tools {
 namespace {
@@ -56,6 +56,13 @@ std::unique_ptr<soci::session> OpenDatabase(const std::string& connection) {
     throw Failure(name + ": use the programs of the newer release");
   }
   throw Failure(name + ": start this release's velt-webapid on it once, which upgrades it");
+}
+
+void UseStore(const HostOptions& options) {
+  OpenDatabase(options.database);
+  sharing::StoreOptions store;
+  store.connection = options.database;
+  sharing::ConfigureStore(store);
 }
 
 std::string FirstLine(const soci::soci_error& error) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/store/sql/Soci.h"
+#include "tools/Command.h"
 
 namespace VELT::tools {
 
@@ -14,6 +15,10 @@ std::unique_ptr<soci::session> OpenDatabase(const std::string& connection);
 
 // Like OpenDatabase, but takes every version and stores it in `version`.
 std::unique_ptr<soci::session> OpenAnyVersion(const std::string& connection, int& version);
+
+// Has the store's functions, which open the database themselves, use that of the options. Throws Failure as
+// OpenDatabase does.
+void UseStore(const HostOptions& options);
 
 // `connection` without what may be secret in it: an SQLite file's path, or "PostgreSQL".
 std::string NameOf(const std::string& connection);

@@ -1,4 +1,4 @@
-// velt-sharing: manages the database of share links, owners and their tokens.
+// velt-sharing: manages the database of share links, owners and their tokens, and tells owners what happened.
 #include <json/writer.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -43,6 +43,7 @@ struct CommandLine {
   std::string from;
   std::string to;
   NewToken token;
+  NotifyOptions notify;
   long long token_id = 0;
 
   // The chosen command, and the function that prints its result for people.
@@ -294,6 +295,23 @@ void DescribeTokens(CLI::App& app, CommandLine& line) {
       ->required();
 }
 
+void DescribeNotify(CLI::App& app, CommandLine& line) {
+  auto* notify = Add(
+      app, line, "notify", "Tells owners what happened to their links, until it is ended",
+      [&line] { return Notify(line.options, line.notify); }, PrintNotify);
+  notify->add_option("--test", line.notify.test,
+                     "Send this account a message to try with now, and end");
+  notify->add_option("--sendmail", line.notify.sendmail, "The program that takes mail")
+      ->capture_default_str();
+  notify->add_option("--mail-from", line.notify.mail_from,
+                     "What mail is from; without it, what the program puts there");
+  notify->add_flag("--private-webhooks", line.notify.private_networks,
+                   "Let webhooks be on this machine and in private networks");
+  notify->add_option("--wait", line.notify.wait, "Seconds in which what happens makes one message")
+      ->check(CLI::Range(0, 3600))
+      ->capture_default_str();
+}
+
 void PrintJson(const Json::Value& result) {
   Json::StreamWriterBuilder builder;
   builder["emitUTF8"] = true;
@@ -338,6 +356,7 @@ int Main(int argc, char** argv) {
   DescribeCopies(app, line);
   DescribeOwners(app, line);
   DescribeTokens(app, line);
+  DescribeNotify(app, line);
   app.require_subcommand(1);
   app.set_version_flag("--version", "velt-sharing " VELT_VERSION);
   try {

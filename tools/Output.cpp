@@ -159,4 +159,12 @@ void PrintTokens(const Json::Value& result) {
   PrintTable({"ID", "NAME", "SCOPE", "PROJECTS", "LAST USED", "EXPIRES"}, rows);
 }
 
+void PrintNotify(const Json::Value& result) {
+  for (const Json::Value& message : result["messages"]) {
+    const std::string error = message["error"].asString();
+    std::printf("%s: %s\n", message["way"].asCString(),
+                error.empty() ? "sent" : Shown(error).c_str());
+  }
+}
+
 }  // namespace VELT::tools

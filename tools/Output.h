@@ -25,5 +25,6 @@ void PrintStats(const Json::Value& result);
 void PrintMigrate(const Json::Value& result);
 void PrintOwners(const Json::Value& result);
 void PrintTokens(const Json::Value& result);
+void PrintNotify(const Json::Value& result);
 
 }  // namespace VELT::tools

@@ -5,7 +5,6 @@
 #include "tools/Command.h"
 #include "tools/Database.h"
 #include "veltsharing/Owners.h"
-#include "veltsharing/StoreOptions.h"
 #include "veltsys/Accounts.h"
 #include "veltsys/User.h"
 
@@ -13,14 +12,6 @@ namespace VELT::tools {
 namespace {
 
 namespace owners = sharing::owners;
-
-// The functions of Owners.h open the database themselves; the first line checks it and says what is wrong.
-void UseStore(const HostOptions& options) {
-  OpenDatabase(options.database);
-  sharing::StoreOptions store;
-  store.connection = options.database;
-  sharing::ConfigureStore(store);
-}
 
 std::vector<owners::TokenRow> TokensOf(const std::string& owner) {
   std::vector<owners::TokenRow> rows;

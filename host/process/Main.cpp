@@ -30,27 +30,9 @@
 #include "host/watch/Scoreboard.h"
 #include "host/watch/Statistics.h"
 #include "veltsharing/StoreOptions.h"
-#include "veltsys/Accounts.h"
-#include "veltsys/User.h"
 
 namespace VELT::host {
 namespace {
-
-Ids FindIds(const std::string& user, const std::string& group) {
-  Ids ids{geteuid(), getegid(), user};
-  if (!user.empty()) {
-    const auto found = accounts::FindUser(user);
-    if (!found.has_value()) throw std::runtime_error("--user: no account is called " + user);
-    ids.uid = found->uid;
-    ids.gid = found->gid;
-  }
-  if (!group.empty()) {
-    const auto found = accounts::FindGroup(group);
-    if (!found.has_value()) throw std::runtime_error("--group: no group is called " + group);
-    ids.gid = *found;
-  }
-  return ids;
-}
 
 // The limit is that of unix(7).
 std::string CheckSocketPath(const std::string& path) {

@@ -5,14 +5,32 @@
 
 #include <cerrno>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "host/Options.h"
 #include "veltsys/Accounts.h"
+#include "veltsys/User.h"
 
 namespace VELT::host {
+
+Ids FindIds(const std::string& user, const std::string& group) {
+  Ids ids{geteuid(), getegid(), user};
+  if (!user.empty()) {
+    const auto found = accounts::FindUser(user);
+    if (!found.has_value()) throw std::runtime_error("--user: no account is called " + user);
+    ids.uid = found->uid;
+    ids.gid = found->gid;
+  }
+  if (!group.empty()) {
+    const auto found = accounts::FindGroup(group);
+    if (!found.has_value()) throw std::runtime_error("--group: no group is called " + group);
+    ids.gid = *found;
+  }
+  return ids;
+}
 
 bool IsLoweredTo(const Ids& ids) { return geteuid() == ids.uid && getegid() == ids.gid; }
 

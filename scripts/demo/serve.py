@@ -11,6 +11,7 @@ import json
 import os
 import pwd
 import re
+import shlex
 import shutil
 import signal
 import socket
@@ -32,6 +33,7 @@ DATA = "/usr/velt/var/sharing"
 LOGS = "/usr/velt/var/log"
 SOCKETS = "/usr/velt/var/run"
 SETTINGS = "/usr/velt/etc/webapid.conf"  # further options of velt-webapid, from the user
+NOTIFY = "/usr/velt/etc/notify.conf"  # OPTIONS="..." of velt-sharing notify, in place of ours
 
 
 class Failure(Exception):
@@ -113,6 +115,7 @@ class Demonstration:
         self._run("lighttpd", "lighttpd", "-D", "-f", webserver.CONFIGURATION)
         self.owner = links.Client(self.port, ("alice", self.accounts.passwords["alice"]))
         self._wait_ready()
+        self._run_notify()
 
     def _run_service(self):
         options = ["--user", self.account[0], "--group", self.account[1]] if self.account else []
@@ -126,6 +129,14 @@ class Demonstration:
             options += ["--database", self.database or f"sqlite3 {DATA}/sharing.db"]
         self._run("velt-webapid", "/usr/velt/bin/velt-webapid", "--socket", webserver.SOCKET, "--registry",
                   "/usr/velt/lib/webapi.d", "--log-stderr", "--owner-basic", *options)
+        self.tool = ["/usr/velt/bin/velt-sharing", *options]
+
+    def _run_notify(self):
+        further = ["--private-webhooks", "--wait=10", "--external-url", f"http://127.0.0.1:{self.port}"]
+        if os.path.exists(NOTIFY):
+            with open(NOTIFY, encoding="utf-8") as file:
+                further = shlex.split(shlex.split(file.read())[0].partition("=")[2])
+        self._run("velt-notify", *self.tool, "notify", *further)
 
     def _lay_out(self):
         """Fills the appliance's folders, and keeps what the user has put there."""
@@ -169,7 +180,8 @@ class Demonstration:
 
     def _check_programs(self):
         for name, program in self.programs.items():
-            if program.poll() is not None:
+            # Links work without messages about them.
+            if program.poll() is not None and name != "velt-notify":
                 raise Failure(f"{name} has ended; see {self._path('root')}{LOGS}/{name}.log")
 
     def announce(self):
@@ -222,8 +234,10 @@ class Demonstration:
         # own program and libraries need a new process.
         libraries = [path for path in files if path.endswith(".so") or path.startswith("/usr/velt/bin/")]
         if any(os.path.dirname(path) != "/usr/velt/lib/sharing" for path in libraries):
-            self._stop_program("velt-webapid")
+            for name in ("velt-notify", "velt-webapid"):
+                self._stop_program(name)
             self._run_service()
+            self._run_notify()
         elif libraries:
             self.programs["velt-webapid"].send_signal(signal.SIGHUP)
         names = ", ".join(os.path.relpath(path, "/usr/velt") for path in files if not os.path.isdir(path))
@@ -233,7 +247,7 @@ class Demonstration:
     def stop(self):
         self._forget()
         # The web server first: it accepts nothing more and lets the workers finish.
-        for name in ("lighttpd", "velt-webapid"):
+        for name in ("velt-notify", "lighttpd", "velt-webapid"):
             self._stop_program(name)
 
     def _stop_program(self, name):

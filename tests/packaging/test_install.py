@@ -2,6 +2,8 @@
 upgraded, removed and purged."""
 
 import contextlib
+import email
+import functools
 import io
 import json
 import os
@@ -76,6 +78,7 @@ class Install(unittest.TestCase):
         self.assertEqual(self.version(), "ii 0.9.0-1")
         self.set_up()
         self.check_files()
+        self.check_notify()
         self.check_faults()
         links = self.check_logins()
         self.check_reload()
@@ -141,6 +144,24 @@ class Install(unittest.TestCase):
         self.assertEqual(done.json["data"]["name"], "left.txt")
         self.assertEqual(self.root.shell(f"stat -c '%U:%G %a %s' {HOME}/shared/inbox/left.txt"),
                          f"{OWNER}:www-data 640 {len(content)}\n")
+
+    def check_notify(self):
+        """The unit mails through a mail program with a set-group-ID bit, as docs/notifications.md says."""
+        root, own = self.root, functools.partial(self.client.own, api="VELT.Notify")
+        root.shell("echo 'postfix postfix/main_mailer_type select Local only' | debconf-set-selections || true")
+        self.install("postfix")
+        root.shell("postconf -e inet_interfaces=loopback-only mydestination=localhost && systemctl restart postfix")
+        root.write("/etc/velt-sharing/notify.conf", 'OPTIONS="--wait=0 --mail-from=\'Links <links@localhost>\'"\n')
+        root.run("systemctl", "restart", "velt-sharing-notify")
+        self.assertEqual(own("set", kinds=["opened"], mail=f"{OWNER}@localhost", webhook="").code, 0)
+        mail = f"timeout 60 sh -c 'until grep -q ^{{}} /var/mail/{OWNER}; do sleep 0.1; done' && cat /var/mail/{OWNER}"
+        told = email.message_from_string(root.shell(mail.format("From")))
+        code = re.search(r"code is (\w+)", told.get_payload(decode=True).decode())[1]
+        self.assertEqual(told["From"], "Links <links@localhost>")
+        self.assertEqual(own("confirm", code=code).code, 0)
+        self.assertIn("sent", root.run("velt-sharing", "notify", "--test", OWNER))
+        process = "/proc/$(systemctl show -p MainPID --value velt-sharing-notify)"
+        self.assertEqual(root.shell(f"stat -c %U {process}"), "velt-sharing\n")
 
     def check_faults(self):
         """What keeps files from being shared is found, by the unit's own check too, and the log says it."""

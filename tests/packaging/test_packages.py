@@ -37,7 +37,7 @@ class Packages(unittest.TestCase):
         self.assertEqual((done.stdout, done.returncode), ("", 0))
 
     def test_units_are_hardened(self):
-        self.assertEqual(len(UNITS), 2)
+        self.assertEqual(len(UNITS), 3)
         for unit in UNITS:
             with self.subTest(os.path.basename(unit)):
                 done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=30", unit],
@@ -48,7 +48,8 @@ class Packages(unittest.TestCase):
     def test_a_debian_takes_them(self):
         with contextlib.closing(Root(COPY)) as root:
             root.run("dpkg", "-i", *(root.take(package) for package in self.packages))
-            for unit in ("velt-webapid.service", "velt-sharing-check.service", "velt-sharing-check.timer"):
+            for unit in ("velt-webapid.service", "velt-sharing-check.service", "velt-sharing-check.timer",
+                         "velt-sharing-notify.service"):
                 with self.subTest(unit):
                     told = root.run("systemd-analyze", "verify", "--man=no", f"/lib/systemd/system/{unit}")
                     self.assertEqual(told, "")
