@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "apps/visits/Notify.h"
 #include "declared/VELT.Visits.h"
 #include "veltsharing/LinkEvents.h"
 #include "veltsharing/SharingDB.h"
@@ -139,6 +140,12 @@ extern "C" __attribute__((visibility("default"))) const APITableEntry* GetAPITab
   static constexpr APITableEntry kTable[] = {params::Entry<Method>(List),
                                              params::Entry<params::VisitsEventList>(EventList),
                                              params::Entry<params::VisitsEventCsv>(EventCsv),
+                                             params::Entry<params::NotifyGet>(NotifyGet),
+                                             params::Entry<params::NotifySet>(NotifySet),
+                                             params::Entry<params::NotifyLinkSet>(NotifyLinkSet),
+                                             params::Entry<params::NotifyConfirm>(NotifyConfirm),
+                                             params::Entry<params::NotifySecret>(NotifySecret),
+                                             params::Entry<params::NotifyTest>(NotifyTest),
                                              {}};
   return kTable;
 }

@@ -76,9 +76,19 @@ class Pages(unittest.TestCase):
             browser.wait_for("#access[open] .hint")
             yield what
             browser.press(Keys.ESCAPE)
+        self.click("#account summary")
+        self.click("#account [data-do=notify]")
+        browser.wait_for("#notify .kinds input")
+        yield "notifications"
+        browser.find("#n-webhook").fill("no address" + Keys.ENTER)
+        browser.wait_for("#notify .notice")
+        yield "notifications, refused"
+        browser.press(Keys.ESCAPE)
         self.click("[data-key^=show]")
         browser.wait_for("#share .qr-large")
         yield "share"
+        self.click("#tell summary")
+        yield "what to tell of it"
         self.click("#share-copy")
         yield "share, copied"
         browser.press(Keys.ESCAPE)

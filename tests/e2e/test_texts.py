@@ -15,7 +15,7 @@ PLURALS = {"enu": {"one", "other"}, "ger": {"one", "other"},
            "ara": {"zero", "one", "two", "few", "many", "other"}}
 FOLDERS = ("shared", "owner", "signin", "link", "apps/files/web", "apps/files/web/owner")
 # Keys that the code puts together.
-MADE_UP = (r"(error|visitor)_\w+|files_(\d+|unreadable|cancelled|too_large)|event_\w+|(state|protection)_\w+|"
+MADE_UP = (r"(error|visitor)_\w+|files_(\d+|unreadable|cancelled|too_large)|event_\w+|tell_\w+|(state|protection)_\w+|"
            r"(edit|delete|copy|select|show)_of|clean_\w+_of_project|sort_\w+|"
            r"(unavailable|unknown|pending|expired|used_up)_title")
 # Literals that nobody reads.
@@ -28,7 +28,7 @@ def read(path):
 
 
 def place(folder):
-    return f"{REPOSITORY}/{folder}" if folder.startswith("apps/") else f"{WEB}/{folder}"
+    return f"{REPOSITORY}/{folder}" if folder.startswith(("apps/", "tools/")) else f"{WEB}/{folder}"
 
 
 def table(folder, code):
@@ -48,7 +48,7 @@ class Tables(unittest.TestCase):
 
     def test_every_language_has_every_text(self):
         self.assertEqual(set(PLURALS), {language["code"] for language in self.languages})
-        for folder in FOLDERS:
+        for folder in (*FOLDERS, "tools/notify"):
             english = table(folder, "enu")
             for code, forms in PLURALS.items():
                 texts = table(folder, code)

@@ -146,7 +146,7 @@ function listen(menu, access) {
   };
   listenToMenu(menu);
   for (const button of menu.querySelectorAll('button')) {
-    button.addEventListener('click', () => actions[button.dataset.do]());
+    button.addEventListener('click', () => actions[button.dataset.do]?.());
   }
 }
 
@@ -167,7 +167,7 @@ export async function startAccount() {
   }
   menu.querySelector('summary').textContent = t('signed_in_as', {name: who.account});
   const byUs = who.how === 'session';
-  for (const button of menu.querySelectorAll('button')) button.hidden = !byUs && button.dataset.do !== 'tokens';
+  for (const button of menu.querySelectorAll('button')) button.hidden = !byUs && !['tokens', 'notify'].includes(button.dataset.do);
   find('#attempts').hidden = !byUs || who.failed_attempts === 0;
   find('#attempts').textContent = t('failed_attempts', {count: who.failed_attempts});
   listen(menu, new AccessDialog());

@@ -18,7 +18,8 @@ function row({time, kind, file, result, address, browser, times}, isNew) {
   return make('li', {class: isNew ? 'new' : null},
     make('time', {datetime: when.toISOString()}, when.toLocaleString(locale(), {dateStyle: 'medium', timeStyle: 'short'})),
     ' ', make('strong', {}, t(`event_${kind}`)), file && ' ', file && make('bdi', {}, file),
-    result === 'incomplete' && ` ${t('event_incomplete')}`, isNew && make('span', {class: 'mark-new'}, ` ${t('event_new')}`),
+    result === 'incomplete' && ` ${t('event_incomplete')}`, result === 'braked' && ` ${t('event_braked')}`,
+    isNew && make('span', {class: 'mark-new'}, ` ${t('event_new')}`),
     about && make('span', {class: 'second'}, about));
 }
 

@@ -138,6 +138,7 @@ export class LinkForm {
     this.#dialog.querySelector('#f-end').value = end;
     this.#dialog.querySelector('#end-date').hidden = end === '';
     this.#dialog.querySelector('#which-application').hidden = entry !== null;
+    this.#dialog.querySelector('#tell').hidden = true; // drawn when it is known
     for (const part of ['#share', '#came']) this.#dialog.querySelector(part).hidden = entry === null;
     this.#text('#edit-title', entry ? titleOf(entry) : t('new_link'));
     this.#text('.hint', hint);

@@ -10,6 +10,7 @@ import {ConfirmDialog, copyText, titleOf} from './dialogs.js';
 import {LinkForm} from './form.js';
 import {drawSummaries, drawVisits, visitsById} from './rows.js';
 import {Selection} from './selection.js';
+import {drawTell, listenToNotify} from './notify.js';
 import {ShareView} from './share.js';
 import {COLUMNS, drawTable} from './table.js';
 import {DelayedDeletion} from './undo.js';
@@ -194,6 +195,7 @@ async function show(entry, hint = t('share_hint')) {
   find('#share-change').hidden = !changeOf(link);
   find('#share-change').onclick = async () => await form.close() && change(link);
   drawContents(find('#share-contents'), link);
+  drawTell(find('#tell'), link.sharing_id);
   find('#share-copy').focus();
   return true;
 }
@@ -288,6 +290,7 @@ async function clean() {
 
 function listen() {
   listenToMenu(find('#more'));
+  listenToNotify(find('#account [data-do="notify"]'));
   find('#new').addEventListener('click', () => form.open(null, {project: view.project}));
   find('#clean').addEventListener('click', clean);
   find('#empty button').addEventListener('click', () => {
