@@ -144,6 +144,9 @@ class Install(unittest.TestCase):
         self.assertEqual(done.json["data"]["name"], "left.txt")
         self.assertEqual(self.root.shell(f"stat -c '%U:%G %a %s' {HOME}/shared/inbox/left.txt"),
                          f"{OWNER}:www-data 640 {len(content)}\n")
+        sent = client.get(f"/sharing/{link}/whole.txt", "-T", f"{HOME}/shared/numbers.txt")
+        self.assertEqual((sent.status, sent.body), (201, b"whole.txt\n"))
+        self.root.shell(f"cmp {HOME}/shared/numbers.txt {HOME}/shared/inbox/whole.txt")
 
     def check_notify(self):
         """The unit mails through a mail program with a set-group-ID bit, as docs/notifications.md says."""
