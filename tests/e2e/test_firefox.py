@@ -75,6 +75,41 @@ class InFirefox(unittest.TestCase):
         self.browser.wait(lambda: os.path.exists(os.path.join(files.home, "seen/sent.txt")), "the file")
         self.browser.wait_text("sent.txt", ".files")
 
+    def test_an_upload_goes_on_after_the_page_was_closed(self):
+        browser, files = self.browser, Shared(self.demo)
+        path = os.path.join(self.demo.state, "long.bin")
+        content = os.urandom(9 << 20)
+        with open(path, "wb") as file:
+            file.write(content)
+        files.put("long/x")
+        link = f"{self.demo.url}/sharing/{files.share('long', upload={})}"
+        browser.open(link)
+        browser.wait_for("#upload-files")
+        # The first piece arrives, the second one waits for ever.
+        browser.script("""
+            const fetch = window.fetch;
+            let pieces = 0;
+            window.fetch = (url, options) => String(url).includes('upload_piece') && ++pieces === 2 ?
+              new Promise(() => {}) : fetch(url, options);
+            window.addEventListener('beforeunload', (event) => event.stopImmediatePropagation(), true);""")
+        browser.find("#upload-files").type(path)
+        browser.wait(lambda: browser.script("return document.querySelector('.uploads progress')?.value") == 4 << 20)
+        browser.open("about:blank")
+        browser.open(link)
+        browser.wait_text("Not sent to the end: long.bin", "#upload")
+        browser.script("""
+            const fetch = window.fetch;
+            window.pieces = 0;
+            window.fetch = (url, options) => {
+              window.pieces += String(url).includes('upload_piece');
+              return fetch(url, options);
+            };""")
+        browser.find("#upload-files").type(path)
+        browser.wait_for('.uploads li[data-state="done"]')
+        self.assertEqual(2, browser.script("return window.pieces"))  # of three
+        with open(os.path.join(files.home, "long/long.bin"), "rb") as file:
+            self.assertEqual(content, file.read())
+
 
 if __name__ == "__main__":
     unittest.main()
