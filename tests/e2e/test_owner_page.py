@@ -218,6 +218,11 @@ class Links(OwnerPage):
         self.browser.wait_text("Image copied.", "#share")
         types = self.browser.script("return navigator.clipboard.read().then((items) => items[0].types)")
         self.assertEqual(["image/png"], types)
+        self.browser.press(Keys.ESCAPE)
+        self.new_link()
+        self.browser.devtools("Emulation.setEmulatedMedia", media="print")
+        self.assertTrue(self.browser.find("#page").shown())
+        self.browser.devtools("Emulation.setEmulatedMedia", media="")
 
     def test_every_control_has_a_name(self):
         self.demo.create()
