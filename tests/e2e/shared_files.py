@@ -1,7 +1,10 @@
 """Files and links of files in a running demonstration, for tests."""
 
+import contextlib
 import glob
+import json
 import os
+import subprocess
 import urllib.parse
 
 FILES, LINK = "VELT.Files", "VELT.Files.Link"
@@ -40,6 +43,41 @@ class Shared:
         visitor = self.demo.visitor(self.share(*items, **fields))
         assert visitor.login()["success"]
         return visitor
+
+
+class SmallDisk(contextlib.AbstractContextManager):
+    """A disk of 64 MiB, for as long as this lasts with the spool and the folder `home` that `files`' account shares."""
+
+    def __init__(self, files):
+        self.path = "/usr/velt/var/small"
+        self.seen = f"/proc/{files.demo.pid}/root{self.path}"  # from the tests
+        self._inside = ["nsenter", "-t", str(files.demo.pid), "-m", "-r", "--wdns=/"]
+        self._configuration = files.demo.path("/usr/velt/etc/files.json")
+        with open(self._configuration, encoding="utf-8") as file:
+            self._before = file.read()
+        owner = os.stat(files.home)
+        self.run(f"mkdir -p {self.path} && mount -t tmpfs -o size=64m none {self.path} && cd {self.path} && "
+                 f"mkdir -m 711 home spool && chown {owner.st_uid}:{owner.st_gid} home")
+        self.configure()
+
+    def run(self, script):
+        return subprocess.check_output([*self._inside, "sh", "-c", script], cwd="/", text=True)
+
+    def configure(self, **members):
+        with open(self._configuration, "w", encoding="utf-8") as file:
+            json.dump({"roots": [{"name": "home", "path": self.path + "/home"}], "spool": self.path + "/spool",
+                       **members}, file)
+
+    def fill(self, mebibytes):
+        self.run(f"head -c {mebibytes}M /dev/zero >{self.path}/other")
+
+    def free(self):
+        return int(self.run(f"stat -f -c %a {self.path}")) * 4096
+
+    def __exit__(self, *_):
+        with open(self._configuration, "w", encoding="utf-8") as file:
+            file.write(self._before)
+        subprocess.run([*self._inside, "umount", "-l", self.path], check=False)
 
 
 def files_of(demo, what, inside="/usr/velt/var/spool/files"):

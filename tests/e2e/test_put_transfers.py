@@ -1,17 +1,15 @@
 """Files that are sent whole go on to the disk as they come, and whatever breaks a transfer leaves nothing of it."""
 
 import contextlib
-import json
 import os
 import shutil
 import signal
 import socket
-import subprocess
 import unittest
 
 import processes
 from demo import SHARING, Demo, wait_until
-from shared_files import FILES, Shared, ask, files_of
+from shared_files import FILES, Shared, SmallDisk, ask, files_of
 
 MIB = 1 << 20
 WORKERS = 4
@@ -195,35 +193,19 @@ class Transfers(unittest.TestCase):
 
     @unittest.skipUnless(os.geteuid() == 0, "mounts")
     def test_a_disk_that_gets_full_meanwhile(self):
-        small = "/usr/velt/var/small-put"
-        inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r", "--wdns=/"]
-        owner = os.stat(ALICE.home)
-        script = (f"mkdir -p {small} && mount -t tmpfs -o size=64m none {small} && "
-                  f"mkdir -m 711 -p {small}/home {small}/spool && chown {owner.st_uid}:{owner.st_gid} {small}/home")
-        subprocess.run([*inside, "sh", "-c", script], check=True, cwd="/")
-        path = DEMO.path("/usr/velt/etc/files.json")
-        with open(path, encoding="utf-8") as file:
-            before = file.read()
-        try:
-            with open(path, "w", encoding="utf-8") as file:
-                json.dump({"roots": [{"name": "home", "path": small + "/home"}], "spool": small + "/spool"}, file)
+        with SmallDisk(ALICE) as disk:
             link = ALICE.share("", upload={})
-            spool = f"/proc/{DEMO.pid}/root{small}/spool"
+            spool = disk.seen + "/spool/open"
             for size in (1024, 26):  # of 51 MiB a link may have half
                 with Sending(link, size * MIB) as sending:
                     self.assertEqual(507, sending.answer()[0], size)
             with Sending(link, 20 * MIB) as sending:
                 sending.send(4 * MIB)
-                wait_until(lambda: any(os.path.getsize(f"{spool}/open/{name}") == 4 * MIB
-                                       for name in os.listdir(spool + "/open")))
-                subprocess.run([*inside, "sh", "-c", f"head -c 45M /dev/zero >{small}/other"], check=True, cwd="/")
+                wait_until(lambda: any(os.path.getsize(f"{spool}/{name}") == 4 * MIB for name in os.listdir(spool)))
+                disk.fill(45)
                 self.assertEqual(507, sending.finish()[0])
-            self.assertEqual([], os.listdir(spool + "/open"))
-            self.assertEqual([], os.listdir(f"/proc/{DEMO.pid}/root{small}/home"))
-        finally:
-            with open(path, "w", encoding="utf-8") as file:
-                file.write(before)
-            subprocess.run([*inside, "umount", "-l", small], check=False)
+            self.assertEqual([], os.listdir(spool))
+            self.assertEqual([], os.listdir(disk.seen + "/home"))
 
 
 if __name__ == "__main__":

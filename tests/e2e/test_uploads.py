@@ -2,16 +2,14 @@
 
 import fcntl
 import glob
-import json
 import os
 import shutil
-import subprocess
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import SHARING, Demo, wait_until
-from shared_files import FILES, Shared, ask, code, files_of, get, listed, query
+from shared_files import FILES, Shared, SmallDisk, ask, code, files_of, get, listed, query
 
 
 def setUpModule():
@@ -209,32 +207,8 @@ class Uploads(unittest.TestCase):
 
     @unittest.skipUnless(os.geteuid() == 0, "mounts")
     def test_uploads_leave_a_reserve(self):
-        small = "/usr/velt/var/small"
-        inside = ["nsenter", "-t", str(DEMO.pid), "-m", "-r", "--wdns=/"]
-        owner = os.stat(ALICE.home)
-        script = (f"mkdir -p {small} && mount -t tmpfs -o size=64m none {small} && "
-                  f"mkdir -p {small}/home {small}/spool && chown {owner.st_uid}:{owner.st_gid} {small}/home && "
-                  f"chmod 711 {small}/spool")
-        subprocess.run([*inside, "sh", "-c", script], check=True, cwd="/")
-        path = DEMO.path("/usr/velt/etc/files.json")
-        with open(path, encoding="utf-8") as file:
-            before = file.read()
-
-        def configure(**members):
-            with open(path, "w", encoding="utf-8") as file:
-                json.dump({"roots": [{"name": "home", "path": small + "/home"}], "spool": small + "/spool", **members},
-                          file)
-
-        def fill(mebibytes):
-            command = f"head -c {mebibytes}M /dev/zero >{small}/other"
-            subprocess.run([*inside, "sh", "-c", command], check=True, cwd="/")
-
-        def free():
-            return int(subprocess.check_output([*inside, "stat", "-f", "-c", "%a", small], cwd="/")) * 4096
-
-        try:
+        with SmallDisk(ALICE) as disk:
             # On a small disk a fifth is kept: uploads have 51 MiB, a link's 25, an owner's 38.
-            configure()
             first, second, third = (ALICE.visit("", upload={"max_files": 9}) for _ in range(3))
             for visitor, mebibytes, wanted in ((first, 1 << 10, 2006), (first, 26, 2006), (first, 24, 0),
                                                (first, 2, 2006), (second, 12, 0), (third, 8, 2006), (third, 1, 0)):
@@ -245,22 +219,22 @@ class Uploads(unittest.TestCase):
                         upload = begun["data"]["upload"]
             piece = os.urandom(4 << 20)
             self.assertEqual(0, code(send(first, upload, 0, piece)))
-            fill(45)  # then another program takes what was free
+            disk.fill(45)  # then another program takes what was free
             self.assertEqual(2006, code(send(first, upload, 4 << 20, piece)))
             self.assertEqual(4 << 20, ask(first, "upload_state", upload=upload)["data"]["offset"])
-            fill(50)
+            disk.fill(50)
             self.assertEqual(2006, code(self.begin(third, "empty", 0)))
             self.assertEqual([], [name for name in listed(first, "0") if name != "other"])
-            fill(0)
+            disk.fill(0)
             for offset in range(4, 24, 4):
                 self.assertEqual(0, code(send(first, upload, offset << 20, piece)))
             # An administrator's own number counts instead.
             self.assertEqual(2006, code(self.begin(first, "more", 16 << 20)))
-            configure(reserve=0)
+            disk.configure(reserve=0)
             self.assertEqual(0, code(self.begin(first, "more", 16 << 20)))
             DEMO.data(FILES, "upload_remove", {"sharing_id": first.link_id})
             # However many try, the reserve stays.
-            configure()
+            disk.configure()
             taken = 0
             for number in range(40):
                 visitor = ALICE.visit("", upload={})
@@ -268,11 +242,7 @@ class Uploads(unittest.TestCase):
                 if code(begun) == 0:
                     taken += code(send(visitor, begun["data"]["upload"], 0, piece)) == 0
             self.assertLess(0, taken)
-            self.assertGreater(free(), 64 << 18)  # a fifth and some
-        finally:
-            with open(path, "w", encoding="utf-8") as file:
-                file.write(before)
-            subprocess.run([*inside, "umount", "-l", small], check=False)
+            self.assertGreater(disk.free(), 64 << 18)  # a fifth and some
 
 
 if __name__ == "__main__":
