@@ -22,25 +22,28 @@ export class Sent {
   #list = make('ul');
   element = make('details', {class: 'sent', hidden: true}, this.#about, this.#list);
 
-  constructor() { this.#draw(); }
+  constructor() { this.#draw(this.#files); }
 
   /** `name` is the one that people see. */
   add(name, size) {
-    this.#files = [...this.#files, {name, size}].slice(-MOST);
+    const file = {name, size};
+    this.#files = [...this.#files, file].slice(-MOST);
     try {
       sessionStorage.setItem(key, JSON.stringify(this.#files));
     } catch {
       // Then they are forgotten with the page.
     }
-    this.#draw();
+    this.#draw([file]);
   }
 
-  #draw() {
+  // With `added` at its end.
+  #draw(added) {
     this.element.hidden = this.#files.length === 0;
     this.#about.textContent = t('sent', {
       count: this.#files.length, size: showSize(this.#files.reduce((sum, {size}) => sum + size, 0)),
     });
-    this.#list.replaceChildren(...this.#files.map(({name, size}) => make('li', {},
+    this.#list.append(...added.map(({name, size}) => make('li', {},
       make('bdi', {}, name), ' ', make('span', {class: 'hint'}, showSize(size)))));
+    while (this.#list.children.length > MOST) this.#list.firstChild.remove();
   }
 }
