@@ -19,7 +19,8 @@ struct Ids {
 
 enum class EventAddress { kShort, kWhole, kNone };  // what is kept of visitors' addresses
 
-// The socket for files that are sent whole (PUT), whose bodies the web server passes on as they come (Scgi.h).
+// The socket for files that are sent whole (PUT), whose bodies the web server passes on as they
+// come (Scgi.h).
 inline std::string UploadSocket(const std::string& socket) { return socket + ".upload"; }
 
 struct Options {

@@ -24,8 +24,8 @@ enum FrameworkError {
 // The answer that a handler has set in `state`, which must hold a success or an error. `secure`
 // marks every cookie as Secure.
 std::string JsonAnswer(const ResponseState& state, bool secure);
-// The lines of an answer that have its cookies and Retry-After, and those that keep it from caches and other sites unless the handler's
-// own lines, at the beginning of `printed`, already say that.
+// The lines of an answer that have its cookies and Retry-After, and those that keep it from caches
+// and other sites unless the handler's own lines, at the beginning of `printed`, already say that.
 std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed = {});
 // `status` is HTTP's, with its reason phrase; `retry_after` as in ResponseState.
 std::string ErrorAnswer(FrameworkError code, const std::string& detail,

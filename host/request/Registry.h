@@ -47,13 +47,14 @@ class Registry {
   //                 "access": [any of "anyone", "user", "visitor", "token"],
   //                 "post_only": BOOL, false if absent,
   //                 "through_links": BOOL, false if absent,
-  //                 "pool": "login", "program", "long", "stream", "bulk" or "upload"; absent: the front,
+  //                 "pool": "login", "program", "long", "stream", "bulk" or "upload"; absent: the
+  //                   front,
   //                 "pool_when": NAME of a boolean parameter; absent: in "pool" always,
   //                 "raw_body": BYTES, only with "post_only": the method accepts a raw body of
   //                   the type application/octet-stream, with its parameters in the query,
-  //                 "put": PROJECT, with the pool "upload" and never without: the method is called by a
-  //                   PUT below the address of a link of this project, and its only parameter is
-  //                   "name", what follows the link's address there}]}
+  //                 "put": PROJECT, with the pool "upload" and never without: the method is called
+  //                   by a PUT below the address of a link of this project, and its only parameter
+  //                   is "name", what follows the link's address there}]}
   //
   // Throws std::runtime_error with the file and what is wrong with it. A method of a module that
   // its file does not list can't be called.
