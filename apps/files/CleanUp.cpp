@@ -33,6 +33,7 @@ enum class Link { kUsable, kEnded, kGone };
 
 // A link counts as usable as long as the store does not say otherwise.
 Link StateOf(const std::string& link) {
+  if (IsOwnKey(link)) return Link::kUsable;
   auto& database = *sharing::db::SharingDB::Instance();
   if (!database.IsGood()) return Link::kUsable;
   sharing::db::EntryDB entries(database);

@@ -22,6 +22,7 @@ namespace VELT::files {
 namespace {
 
 constexpr const char* kAbout = ".json";
+constexpr const char* kOwn = "own-";
 constexpr std::size_t kRandomDigits = 32;
 constexpr char kInPieces = '-';
 constexpr char kAsWhole = '+';
@@ -76,6 +77,11 @@ bool Remove(int spool, const Unfinished& upload, When when) {
 }
 
 }  // namespace
+
+// No link's id has a hyphen.
+std::string OwnKey(uid_t owner) { return kOwn + std::to_string(owner); }
+
+bool IsOwnKey(const std::string& link) { return link.starts_with(kOwn); }
 
 std::string FolderOf(const std::string& link) { return std::string(kIn) + "/" + link; }
 

@@ -26,7 +26,11 @@ namespace VELT::files {
 inline constexpr const char* kIn = "in";
 inline constexpr const char* kOpen = "open";
 
-// Paths below the spool. `link` is the id in the link's address.
+// What stands in place of a link's id for the uploads of an owner into folders of theirs.
+std::string OwnKey(uid_t owner);
+bool IsOwnKey(const std::string& link);
+
+// Paths below the spool. `link` is the id in the link's address, or an OwnKey.
 std::string FolderOf(const std::string& link);
 std::string FileOf(const std::string& link, const std::string& id);
 std::string AboutOf(const std::string& link, const std::string& id);

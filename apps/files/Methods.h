@@ -20,6 +20,10 @@ void ListRoot(const APIRequest& request, APIResponse& response);
 void FindFiles(const APIRequest& request, APIResponse& response);
 void DescribeLink(const APIRequest& request, APIResponse& response);
 void RemoveUploads(const APIRequest& request, APIResponse& response);
+void BeginOwnUpload(const APIRequest& request, APIResponse& response);
+void AddOwnPiece(const APIRequest& request, APIResponse& response);
+void CancelOwnUpload(const APIRequest& request, APIResponse& response);
+void GetOwnUploadState(const APIRequest& request, APIResponse& response);
 
 // For visitors.
 void ListShare(const APIRequest& request, APIResponse& response);
@@ -32,6 +36,9 @@ void CancelUpload(const APIRequest& request, APIResponse& response);
 void GetUploadState(const APIRequest& request, APIResponse& response);
 // Answers in plain text, and so throws no Refusal.
 void PutFile(APIRequest* request, APIResponse* response);
+
+// The account of a signed-in caller. Throws Refusal(kNoRoot).
+Account CallerOf(const APIRequest& request);
 
 Order OrderOf(const std::string& by, const std::string& direction);
 

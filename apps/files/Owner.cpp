@@ -23,12 +23,6 @@
 namespace VELT::files {
 namespace {
 
-Account CallerOf(const APIRequest& request) {
-  auto account = FindAccount(request.GetLoginUID());
-  if (!account) throw Refusal(kNoRoot);
-  return *account;
-}
-
 bool IsThere(const Root& root, const std::string& path) {
   try {
     Find(FindRoot(root), path);
@@ -95,6 +89,12 @@ Json::Value Describe(const Share& share) {
 }
 
 }  // namespace
+
+Account CallerOf(const APIRequest& request) {
+  auto account = FindAccount(request.GetLoginUID());
+  if (!account) throw Refusal(kNoRoot);
+  return *account;
+}
 
 void GetRoots(const APIRequest& request, APIResponse& response) {
   const Account caller = CallerOf(request);

@@ -75,6 +75,11 @@ Share::Share(const sharing::record::Entry& entry) : owner_(OwnerOf(entry)) {
   upload_ = UploadOf(data["upload"]);
 }
 
+Share::Share(const Account& owner, const std::string& root, const std::string& folder)
+    : owner_(owner), root_(configuration_.RootOf(owner, root)), items_{folder} {
+  upload_ = UploadOf(Json::Value(Json::objectValue));
+}
+
 std::string Share::PathOf(const std::string& visitors) const {
   const std::size_t slash = visitors.find('/');
   const char* end = visitors.data() + std::min(slash, visitors.size());

@@ -37,6 +37,8 @@ class Share {
   // Throws Refusal: kNothingShared when the data has another shape, kNoRoot, or kNoLink when the
   // owner's account is gone.
   explicit Share(const sharing::record::Entry& entry);
+  // What an owner uploads to: a folder beneath one of the account's roots. Throws Refusal(kNoRoot).
+  Share(const Account& owner, const std::string& root, const std::string& folder);
 
   const Account& owner() const { return owner_; }
   const Configuration& configuration() const { return configuration_; }

@@ -35,6 +35,8 @@ ANSWERS = {
     (FILES, "list"): dict.fromkeys(CALLERS, 2000),
     (FILES, "describe"): dict.fromkeys(CALLERS, 1005),
     (FILES, "upload_remove"): dict.fromkeys(CALLERS, 1005),
+    **{(FILES, f"upload_{method}"): dict.fromkeys(CALLERS, 2000) for method in ("begin", "piece", "state")},
+    (FILES, "upload_cancel"): dict.fromkeys(CALLERS, 2008),
     **{(FILES + ".Link", method): dict.fromkeys(CALLERS, 1000)
        for method in ("get", "zip", "list", "thumbnail", "upload_begin", "upload_piece", "upload_state",
                       "upload_cancel")},

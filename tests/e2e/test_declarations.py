@@ -15,7 +15,9 @@ import urllib.parse
 from demo import BUILD, REPOSITORY, Demo, declared_methods, door
 
 # Values with which a handler gets as far as its last parameter.
-DEEPER = {("VELT.Files", "list"): {"root": "home"}, ("VELT.Files.Link", "list"): {"path": "0"},
+DEEPER = {**{("VELT.Files", method): {"root": "home"}
+             for method in ("list", "upload_begin", "upload_piece", "upload_state")},
+          ("VELT.Files.Link", "list"): {"path": "0"},
           ("VELT.Files.Link", "get"): {"path": "0/Read me first.txt"},
           ("VELT.Files.Link", "thumbnail"): {"path": "0/Dawn.png"}}
 

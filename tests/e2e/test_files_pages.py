@@ -292,6 +292,52 @@ class Pages(unittest.TestCase):
         browser.wait(lambda: len(browser.find_all("#share-contents li button")) == 1)
         self.assertEqual(1, len(DEMO.data(FILES, "describe", {"sharing_id": visitor.link_id})["unfinished"]))
 
+    def test_files_of_the_owners_computer_are_put_into_a_folder_and_shared(self):
+        shutil.rmtree(ALICE.path("mine"), ignore_errors=True)
+        ALICE.put("mine/x.txt", b"was here")
+        path = os.path.join(DEMO.state, "x.txt")
+        content = os.urandom(2500000)
+        with open(path, "wb") as file:
+            file.write(content)
+        browser = self.browser
+        browser.open(DEMO.url + "/", DEMO.login("alice"))
+        browser.wait_for("[data-application=files]").click()
+        browser.wait_for('#pick-list [data-path="mine"] button').click()
+        browser.wait_for('#pick-list [data-path="mine/x.txt"]')
+        browser.find("#pick-files").type(path)
+        browser.wait_for('#pick-list [data-path="mine/x (2).txt"] input:checked')
+        with open(ALICE.path("mine/x (2).txt"), "rb") as file:
+            self.assertEqual(content, file.read())
+        browser.script("""const transfer = new DataTransfer();
+            transfer.items.add(new File(['dropped'], 'dropped.txt'));
+            transfer.items.add(new File(['not this'], 'cancelled.txt'));
+            const fetch = window.fetch;
+            window.fetch = (url, options) => String(options?.body).includes('cancelled.txt') ?
+              new Promise((resolve, reject) => { window.fail = reject; }) : fetch(url, options);
+            document.querySelector('#pick-list').dispatchEvent(new DragEvent('drop', {dataTransfer: transfer}));""")
+        browser.wait_for('#pick-list [data-path="mine/dropped.txt"] input:checked')
+        self.assertTrue(browser.find("#pick-next").property("disabled"))  # not before all have ended
+        browser.find("#pick .uploads li:last-child button:last-child").click()
+        browser.script("window.fail(new TypeError('lost'))")
+        browser.wait_text("Cancelled", "#pick .uploads")
+        browser.wait(lambda: not browser.find("#pick-next").property("disabled"))
+        browser.find("#pick-next").click()
+        browser.wait_for("#share .qr-large")
+        link = browser.find("#share-url").property("value").rsplit("/", 1)[1]
+        self.assertEqual({"mine/x (2).txt", "mine/dropped.txt"},
+                         {item["path"] for item in DEMO.data(FILES, "describe", {"sharing_id": link})["items"]})
+        browser.find("#edit [data-close]").click()
+        # What is refused says why.
+        if os.geteuid() == 0:
+            os.chmod(ALICE.path("mine"), 0o550)
+            browser.find("[data-application=files]").click()
+            browser.wait_for('#pick-list [data-path="mine"] button').click()
+            browser.wait_for('#pick-list [data-path="mine/x.txt"]')
+            self.assertEqual([], browser.find_all("#pick .uploads li"))
+            browser.find("#pick-files").type(path)
+            browser.wait_text("You may not put files here", "#pick .uploads")
+            os.chmod(ALICE.path("mine"), 0o750)
+
 
 if __name__ == "__main__":
     unittest.main()

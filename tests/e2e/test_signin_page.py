@@ -105,7 +105,7 @@ class SignInPage(unittest.TestCase):
         browser.wait_for("#again[open] #signin-password")
         browser.find("#signin-password").type(self.demo.accounts["alice"])
         browser.press(Keys.ENTER)
-        browser.wait_for("#edit[open]")
+        browser.wait_for("#share .qr-large")
         titles = [link["protect_title"] for link in self.demo.data(SHARING, "list", account="alice")["sharings"]]
         self.assertEqual(1, titles.count("Typed before"))
         browser.console()  # tells of the 401

@@ -19,7 +19,7 @@ MADE_UP = (r"(error|visitor)_\w+|files_(\d+|unreadable|cancelled|too_large)|even
            r"(edit|delete|copy|select|show)_of|clean_\w+_of_project|sort_\w+|"
            r"(unavailable|unknown|pending|expired|used_up)_title")
 # Literals that nobody reads.
-NO_TEXT = {"Content-Type", "Retry-After", "Enter", "Escape", "Login", "Range"}
+NO_TEXT = {"Content-Type", "Retry-After", "Enter", "Escape", "Login", "Range", "Files"}
 
 
 def read(path):

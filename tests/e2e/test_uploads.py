@@ -6,6 +6,7 @@ import os
 import shutil
 import time
 import unittest
+import urllib.parse
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import SHARING, Demo, wait_until
@@ -243,6 +244,60 @@ class Uploads(unittest.TestCase):
                     taken += code(send(visitor, begun["data"]["upload"], 0, piece)) == 0
             self.assertLess(0, taken)
             self.assertGreater(disk.free(), 64 << 18)  # a fifth and some
+
+
+@unittest.skipUnless(os.geteuid() == 0, "needs accounts with rights of their own")
+class Own(unittest.TestCase):
+    """Owners upload into their own folders, before they share them."""
+
+    def own(self, method, account="alice", root="home", **params):
+        return DEMO.call(FILES, f"upload_{method}", {"root": root, **params}, account)
+
+    def send(self, upload, offset, piece, account="alice", path="own"):
+        call = {"api": FILES, "version": 1, "method": "upload_piece", "root": "home", "path": path, "upload": upload,
+                "offset": offset}
+        return DEMO.request("POST", "/webapi/entry.cgi?" + urllib.parse.urlencode(call), piece,
+                            {"Content-Type": "application/octet-stream"}, account).json
+
+    def setUp(self):
+        shutil.rmtree(ALICE.path("own"), ignore_errors=True)
+        ALICE.put("own/a.txt", b"was here")
+
+    def test_a_file_gets_a_free_name_and_the_owners_rights(self):
+        content = os.urandom(1500000)
+        upload = self.own("begin", path="own", name="a.txt", size=len(content))["data"]["upload"]
+        self.assertEqual(1 << 20, self.send(upload, 0, content[:1 << 20])["data"]["offset"])
+        # Other owners can't see it, nor end it; a change of links leaves it alone.
+        self.assertEqual([2008] * 2, [code(self.own(method, "bob", upload=upload)) for method in ("state", "cancel")])
+        self.assertEqual(2008, code(self.send(upload, 1 << 20, content[1 << 20:], "bob", "")))
+        DEMO.data(SHARING, "delete", {"sharing_id": ALICE.share("own")})
+        self.assertEqual(1 << 20, self.own("state", path="own", upload=upload)["data"]["offset"])
+        self.assertEqual(2007, code(self.send(upload, 5, b"x")))
+        self.assertEqual("a (2).txt", self.send(upload, 1 << 20, content[1 << 20:])["data"]["name"])
+        with open(ALICE.path("own/a (2).txt"), "rb") as file:
+            self.assertEqual(content, file.read())
+        status, home = os.stat(ALICE.path("own/a (2).txt")), os.stat(ALICE.home)
+        self.assertEqual((home.st_uid, home.st_gid, 0o640), (status.st_uid, status.st_gid, status.st_mode & 0o777))
+        self.assertEqual("in/b/c.txt", self.own("begin", path="own", name="in/b/c.txt", size=0)["data"]["name"])
+        kept = self.own("begin", path="own", name="x", size=9)["data"]["upload"]
+        self.assertEqual([0, 2008], [code(self.own("cancel", upload=kept)) for _ in range(2)])
+        self.assertEqual(["a (2).txt", "a.txt", "in"], sorted(os.listdir(ALICE.path("own"))))
+
+    def test_nothing_gets_out_of_the_owners_folders(self):
+        os.symlink("/tmp", ALICE.path("own/out"))
+        ALICE.put("own/closed/x")
+        os.chmod(ALICE.path("own/closed"), 0o550)
+        for wanted, params in ((2000, {"root": "other"}), (2001, {"path": ".."}), (2001, {"path": "own/../.."}),
+                               (2001, {"path": "own/out"}), (2001, {"path": "none"}), (2001, {"name": "../x"}),
+                               (2001, {"name": ""}), (2004, {"path": "own/a.txt"}), (2004, {"path": "own/closed"}),
+                               (2006, {"size": 1 << 60})):
+            with self.subTest(**params):
+                answer = self.own("begin", **{"path": "own", "name": "x", "size": 1, **params})
+                self.assertEqual(wanted, code(answer), answer)
+        call = {"api": FILES, "version": 1, "method": "upload_begin", "root": "home", "name": "x", "size": 0}
+        answer = DEMO.request("POST", "/webapi/entry.cgi", call, {"Origin": "http://else.where"}, "alice")
+        self.assertEqual(105, answer.json["error"]["code"])
+        self.assertFalse(os.path.exists(ALICE.path("x")))
 
 
 if __name__ == "__main__":

@@ -1,7 +1,10 @@
-// The files of folders that are chosen or dropped, each with its path from there on.
+// Choosing and dropping files and folders. Each file comes with its path from there on.
 
-/** Those in an input, as [{file, path}]. */
-export function chosenIn(input) {
+import {make} from '/shared/dom.js';
+import {t} from '/shared/texts.js';
+
+// As [{file, path}].
+function chosenIn(input) {
   return [...input.files].map((file) => ({file, path: file.webkitRelativePath || file.name}));
 }
 
@@ -23,8 +26,7 @@ async function filesOf(entry, file) {
   }
 }
 
-/** Those that were dropped. */
-export async function droppedIn(event) {
+async function droppedIn(event) {
   // The event forgets them when this first waits.
   const items = [...event.dataTransfer.items].filter(({kind}) => kind === 'file')
     .map((item) => ({file: item.getAsFile(), entry: item.webkitGetAsEntry?.()}));
@@ -34,4 +36,31 @@ export async function droppedIn(event) {
     else if (file) found.push({file, path: file.name});
   }
   return found;
+}
+
+/** Buttons that choose files, and where the browser can, a folder. `add(files)` gets them. */
+export function makeChoosers(id, add) {
+  const chooser = (kind, text, more) => {
+    const input = make('input', {type: 'file', id: `${id}-${kind}`, multiple: true, class: 'visually-hidden', ...more});
+    input.addEventListener('change', () => { add(chosenIn(input)); input.value = ''; });
+    return [make('label', {for: input.id, class: 'button'}, t(text)), input];
+  };
+  return [...chooser('files', 'choose_files'),
+    ...'webkitdirectory' in HTMLInputElement.prototype ? chooser('folder', 'choose_folder', {webkitdirectory: true}) : []];
+}
+
+/** Has files that are dropped on `zone` passed to `add`. */
+export function takeDropped(zone, add) {
+  const over = (is) => zone.classList.toggle('over', is);
+  zone.addEventListener('dragover', (event) => {
+    if (![...event.dataTransfer.types].includes('Files')) return;
+    event.preventDefault();
+    over(true);
+  });
+  zone.addEventListener('dragleave', () => over(false));
+  zone.addEventListener('drop', (event) => {
+    event.preventDefault();
+    over(false);
+    droppedIn(event).then(add);
+  });
 }

@@ -1,13 +1,12 @@
 // Uploads that this browser has begun and not ended, so that they go on after the page was closed. A file is known again by
-// its name, size and time.
+// its name, size and time, and by the place that it goes to where a page has several.
 
 import {t} from '/shared/texts.js';
 
-const link = location.pathname.split('/')[2];
-const PREFIX = `velt-upload:${link}:`;
+const PREFIX = `velt-upload:${location.pathname.split('/')[2] ?? ''}:`;
 const LIFE = 24 * 60 * 60 * 1000; // milliseconds; the server gives up what has rested for as long
 
-const keyOf = ({name, size, lastModified}) => `${PREFIX}${size}:${lastModified}:${name}`;
+const keyOf = ({place = '', name, size, lastModified}) => `${PREFIX}${size}:${lastModified}:${place}${name}`;
 
 function read(key) {
   try {

@@ -50,7 +50,7 @@ async function contents({sharing_id: id}) {
 }
 
 export async function takePart({newLink}) {
-  await loadTexts('/pkg/files/owner');
+  await loadTexts('/pkg/files', '/pkg/files/owner');
   const {roots} = await call('roots').catch(() => ({roots: []})); // The application is not set up.
   if (roots.length === 0) return {project: PROJECT, contents, summary};
   document.head.append(make('link', {rel: 'stylesheet', href: '/pkg/files/owner/picker.css'}));

@@ -3,11 +3,14 @@
 import {make} from '/shared/dom.js';
 import {explain} from '/shared/errors.js';
 import {t} from '/shared/texts.js';
+import {makeChoosers, takeDropped} from '../folders.js';
 import {showName, showSize} from '../names.js';
+import {Transfers} from '../transfer.js';
 
 const PAGE = 200;
 const SEARCH_PAUSE = 250; // milliseconds in which somebody types on
 const MEGABYTE = 1000000;
+const PIECE = 1024 * 1024; // of a file that is sent
 
 const check = (id, text) => make('label', {class: 'check'}, make('input', {type: 'checkbox', id}), ' ', t(text));
 
@@ -30,6 +33,7 @@ function makeDialog(roots) {
       make('nav', {'aria-label': t('files_folder')})),
     make('ul', {id: 'pick-list', 'aria-label': t('files_list')}),
     make('button', {type: 'button', id: 'pick-more', hidden: true}, t('files_more')),
+    make('div', {id: 'pick-send'}, make('span', {}, t('files_put_here'))),
     make('fieldset', {id: 'pick-upload', hidden: true},
       make('legend', {}, t('files_may_leave')),
       check('pick-takes', 'files_let_leave'),
@@ -55,6 +59,7 @@ export class FilePicker {
   #chosen = new Map(); // path -> entry, in any folders of the root
   #turn = 0;
   #searching; // the timer that begins a search
+  #transfers = new Transfers({arrived: (name, row) => this.#take(name, row), idle: () => this.#drawChoice()});
 
   /** `call` calls the API, whose `roots` these are. */
   constructor(call, roots) {
@@ -62,6 +67,13 @@ export class FilePicker {
     this.#roots = roots;
     this.#dialog = makeDialog(roots);
     document.body.append(this.#dialog);
+    const send = (files) => {
+      this.#transfers.add(files, this.#server());
+      this.#drawChoice();
+    };
+    this.#find('#pick-send').append(...makeChoosers('pick', send), make('span', {class: 'hint'}, t('files_or_drop')));
+    this.#find('#pick-send').after(this.#transfers.element);
+    takeDropped(this.#find('#pick-list'), send);
     const listen = (selector, event, listener) => this.#find(selector).addEventListener(event, listener);
     listen('[data-close]', 'click', () => this.#dialog.close());
     listen('#pick-next', 'click', () => this.#finish());
@@ -82,6 +94,7 @@ export class FilePicker {
    */
   open(done, before = null) {
     this.#done = done;
+    if (!this.#transfers.isBusy) this.#transfers.clear();
     const root = this.#roots.find(({name}) => name === before?.root)?.name ?? this.#roots[0].name;
     const items = root === before?.root ? before.items : [];
     const upload = before?.upload;
@@ -110,6 +123,29 @@ export class FilePicker {
     this.#path = path;
     this.#find('#pick-search').value = '';
     this.#load(true);
+  }
+
+  // The open folder as a place that files are sent to.
+  #server() {
+    const folder = {root: this.#root.name, path: this.#path};
+    return {
+      folder, place: `${folder.root}/${folder.path}/`, piece: PIECE,
+      call: (method, params) => this.#call(method, method === 'upload_cancel' ? params : {...folder, ...params}),
+      addressOf: (method, params) =>
+        `/webapi/entry.cgi?${new URLSearchParams({api: 'VELT.Files', version: 1, method, ...folder, ...params})}`,
+      wordsFor: (error) => ['unreadable', 'cancelled'].includes(error.code) ? t(`files_${error.code}`) : explain(error).text,
+    };
+  }
+
+  // Chooses what has arrived: the file, or the folder that it came in.
+  #take(name, {size, server: {folder: {root, path}}}) {
+    if (root !== this.#root.name) return;
+    const [top, ...inner] = name.split('/');
+    const entry = {name: top, path: path === '' ? top : `${path}/${top}`, type: inner.length > 0 ? 'folder' : 'file', size};
+    this.#chosen.set(entry.path, entry);
+    if (path !== this.#path) return;
+    clearTimeout(this.#searching);
+    this.#searching = setTimeout(() => this.#load(true), SEARCH_PAUSE);
   }
 
   // The open folder's entries, or what is found beneath the root.
@@ -199,7 +235,7 @@ export class FilePicker {
     this.#find('#pick-limits').hidden = !this.#find('#pick-takes').checked;
     this.#find('#pick-said').textContent = this.#chosen.size > 0 ? t('files_chosen', {count: this.#chosen.size}) :
       items.length > 0 ? t('files_nothing_chosen') : '';
-    this.#find('#pick-next').disabled = items.length === 0;
+    this.#find('#pick-next').disabled = items.length === 0 || this.#transfers.isBusy;
   }
 
   async #finish() {
