@@ -6,16 +6,20 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <clocale>
 #include <cwchar>
 #include <cwctype>
 #include <string_view>
+#include <thread>
 
 #include "veltsys/Text.h"
 
 namespace VELT::sharing::db {
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr std::string_view kSqlite = "sqlite3 ";
 constexpr std::string_view kPostgresql = "postgresql ";
@@ -36,6 +40,22 @@ constexpr Dialect kPostgresqlDialect{
     "\"und-x-icu\")) > 0",
     "(select pg_try_advisory_xact_lock(1986358388)) and ",
     "(select pg_advisory_xact_lock_shared(1986358388)) is not null and "};
+
+// How long a statement waits for a lock before it fails: several times what a disk that stalls for
+// seconds needs to let sixteen writers through.
+constexpr auto kLockTimeout = 10s;
+
+// https://sqlite.org/c3ref/busy_handler.html. SQLite's own handler asks the less often the longer it
+// has waited, so that on a slow disk those who came last get the lock and the first one fails.
+int WaitForLock(void* /*unused*/, int asked) {
+  thread_local std::chrono::steady_clock::time_point begun;
+  const auto now = std::chrono::steady_clock::now();
+  if (asked == 0) begun = now;
+  const auto waited = now - begun;
+  if (waited > kLockTimeout) return 0;
+  std::this_thread::sleep_for(waited > 20ms && waited < 1s ? 5ms : 1ms);
+  return 1;
+}
 
 // SOCI always asks SQLite to create a missing file; only the mode of a URI (sqlite.org/uri.html)
 // prevents it. The escapes also keep SOCI from reading parts of the path as its own parameters.
@@ -84,9 +104,9 @@ std::unique_ptr<soci::session> OpenPostgresql(const std::string& parameters) {
         text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
     throw soci::soci_error(text);
   }
-  // The lock timeout is that of SQLite below. The other one releases the locks of a client machine
-  // that has crashed, whose connection may seem alive for hours.
-  *session << "set lock_timeout = '5s'";
+  // The lock timeout is kLockTimeout. The other one releases the locks of a client machine that has
+  // crashed, whose connection may seem alive for hours.
+  *session << "set lock_timeout = '10s'";
   *session << "set idle_in_transaction_session_timeout = '60s'";
   return session;
 }
@@ -100,15 +120,15 @@ const Dialect& DialectOf(soci::session& session) {
 std::unique_ptr<soci::session> OpenSession(const std::string& connection) {
   const std::string path = SqlitePath(connection);
   if (!path.empty()) {
-    // The timeout is in seconds, for another process's lock.
-    auto session = std::make_unique<soci::session>(*soci::factory_sqlite3(),
-                                                   "db=" + SqliteUri(path) + " timeout=5");
+    auto session =
+        std::make_unique<soci::session>(*soci::factory_sqlite3(), "db=" + SqliteUri(path));
     *session << "pragma foreign_keys = on";
     auto* backend = static_cast<soci::sqlite3_session_backend*>(  // NOLINT(*-static-cast-downcast)
         session->get_backend());
     sqlite_api::sqlite3_create_function(backend->conn_, "contains", 2,
                                         SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, Contains,
                                         nullptr, nullptr);
+    sqlite_api::sqlite3_busy_handler(backend->conn_, WaitForLock, nullptr);
     *session << "pragma synchronous = full";
     return session;
   }
