@@ -22,6 +22,7 @@
 #include <utility>
 
 #include "host/request/WebRequest.h"
+#include "veltsys/WriteAll.h"
 
 namespace VELT::host {
 namespace {
@@ -92,16 +93,6 @@ Incoming Unpack(std::string_view packed, ReplyChannel reply) {
     request.variables.emplace(name, TakeText(packed));
   }
   return {std::move(request), std::move(reply), numbers.id, numbers.taken};
-}
-
-bool WriteAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(file, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 // The content of a file that is no longer written; empty when it can't be read.

@@ -7,13 +7,12 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <string_view>
 
 #include "platform/system/ChildSetup.h"
 #include "veltsys/ChildProcess.h"
 #include "veltsys/Descriptor.h"
+#include "veltsys/WriteAll.h"
 
 namespace VELT {
 namespace {
@@ -34,15 +33,6 @@ int KeepOnly(int output) {
   const auto number = static_cast<unsigned int>(kept);
   if (number > STDERR_FILENO + 1 && close_range(STDERR_FILENO + 1, number - 1, 0) != 0) return -1;
   return close_range(number + 1, ~0U, 0) == 0 ? kept : -1;
-}
-
-bool WriteAll(int output, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(output, text.data(), text.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 bool RunChild(const std::function<std::string()>& work, int output, pid_t parent) {

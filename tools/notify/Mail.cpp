@@ -17,14 +17,15 @@
 #include "veltsys/Base64.h"
 #include "veltsys/ChildProcess.h"
 #include "veltsys/Descriptor.h"
+#include "veltsys/WriteAll.h"
 
 namespace VELT::tools {
 namespace {
 
 constexpr std::chrono::minutes kTimeLimit{1};
-constexpr std::size_t kLine =
-    57;  // bytes, of which base64 makes the 76 characters that a line may have
-constexpr std::size_t kWord = 42;  // the same for an encoded word
+// Bytes, of which base64 makes the 76 characters that a line may have.
+constexpr std::size_t kLine = 57;
+constexpr std::size_t kWord = 42;  // in an encoded word
 
 std::string Base64(const std::string& bytes) {
   std::vector<char> text(bytes.size() / 3 * 4 + 5);
@@ -53,17 +54,6 @@ std::string DateText() {
   return {text.data(), std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S +0000", &at)};
 }
 
-bool WriteAll(int file, const std::string& text) {
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const ssize_t written = write(file, text.data() + at, text.size() - at);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    at += static_cast<std::size_t>(written);
-  }
-  return lseek(file, 0, SEEK_SET) == 0;
-}
-
 // The program in a process group of its own, with a signal mask that lets it be ended.
 pid_t Start(const std::string& program, const std::string& to, int input) {
   posix_spawnattr_t attributes{};
@@ -75,7 +65,8 @@ pid_t Start(const std::string& program, const std::string& to, int input) {
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
-  // The address is no option, whatever it begins with; -i: a line with a dot alone does not end the text.
+  // The address is no option, whatever it begins with; -i: a line with a dot alone does not end the
+  // text.
   std::vector<std::string> words = {program, "-i", "--", to};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -106,7 +97,10 @@ std::string MessageOf(const Mail& mail) {
 
 std::string SendMail(const std::string& program, const Mail& mail) {
   const Descriptor file(memfd_create("mail", MFD_CLOEXEC));
-  if (file.get() < 0 || !WriteAll(file.get(), MessageOf(mail))) return std::strerror(errno);
+  if (file.get() < 0 || !WriteAll(file.get(), MessageOf(mail)) ||
+      lseek(file.get(), 0, SEEK_SET) != 0) {
+    return std::strerror(errno);
+  }
   const pid_t pid = Start(program, mail.to, file.get());
   if (pid < 0) return program + ": " + std::strerror(errno);
   ChildProcess child(pid, ChildProcess::Clock::now() + kTimeLimit);
