@@ -20,8 +20,7 @@ constexpr std::size_t kLongestError = 200;
 // The columns of a channel that a message needs.
 constexpr const char* kChannel =
     "select c.id, c.way, c.owner_uid, c.account, c.language, c.address, c.secret, c.message, "
-    "c.up_to "
-    "from notify_channel c where ";
+    "c.up_to from notify_channel c where ";
 
 struct Row {
   Message message;
@@ -81,9 +80,8 @@ bool TakeMessage(std::int64_t wait, std::optional<Message>& message) {
     const long long ripe = now - wait;
     const std::string due =
         "c.due_at <= :now and c.taken_until <= :now2 and exists (select 1 from notify_notice n "
-        "where "
-        "n.channel_id = c.id and (c.message <> '' or n.time <= :ripe)) order by c.tries, c.due_at "
-        "limit 1";
+        "where n.channel_id = c.id and (c.message <> '' or n.time <= :ripe)) "
+        "order by c.tries, c.due_at limit 1";
     const auto find = [&](const char* lock) {
       Row row;
       auto statement = (sql.prepare << std::string(kChannel) + due + lock, soci::use(now),
@@ -123,24 +121,28 @@ bool ReportMessage(const Message& message, const std::string& error) {
     const long long now = Now();
     long long up_to = 0;
     long long tries = 0;
-    sql << "select up_to, tries from notify_channel where id = :id and message = :message",
-        soci::use(message.channel), soci::use(message.id), soci::into(up_to), soci::into(tries);
+    long long failing_since = 0;
+    sql << "select up_to, tries, failing_since from notify_channel where id = :id and "
+           "message = :message",
+        soci::use(message.channel), soci::use(message.id), soci::into(up_to), soci::into(tries),
+        soci::into(failing_since);
     if (!sql.got_data()) return true;  // the owner has changed the address
-    const bool is_over = !message.notices.empty() && message.notices.front().time < now - kPatience;
+    // A code and a message to try with have no time: theirs begins with the first failure.
+    const std::int64_t oldest = message.notices.empty() ? 0 : message.notices.front().time;
+    const std::int64_t begun = oldest != 0 ? oldest : failing_since != 0 ? failing_since : now;
+    const bool is_over = begun < now - kPatience;
     if (error.empty() || is_over) {
       sql << "delete from notify_notice where channel_id = :id and id <= :up_to",
           soci::use(message.channel), soci::use(up_to);
       sql << "update notify_channel set message = '' where id = :id", soci::use(message.channel);
     }
-    const long long since = error.empty() ? 0 : now;
+    const long long since = error.empty() ? 0 : failing_since != 0 ? failing_since : now;
     const long long left = error.empty() ? 0 : tries;
     const long long due = now + PauseAfter(left);
     const std::string text = error.substr(0, kLongestError);
-    sql << "update notify_channel set tries = :tries, due_at = :due, taken_until = 0, error = "
-           ":error, "
-           "failing_since = case when :since = 0 or failing_since = 0 then :since2 else "
-           "failing_since end where id = :id",
-        soci::use(left), soci::use(due), soci::use(text), soci::use(since), soci::use(since),
+    sql << "update notify_channel set tries = :tries, due_at = :due, taken_until = 0, "
+           "error = :error, failing_since = :since where id = :id",
+        soci::use(left), soci::use(due), soci::use(text), soci::use(since),
         soci::use(message.channel);
     transaction.Commit();
     return true;
