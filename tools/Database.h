@@ -16,8 +16,8 @@ std::unique_ptr<soci::session> OpenDatabase(const std::string& connection);
 // Like OpenDatabase, but takes every version and stores it in `version`.
 std::unique_ptr<soci::session> OpenAnyVersion(const std::string& connection, int& version);
 
-// Has the store's functions, which open the database themselves, use that of the options. Throws Failure as
-// OpenDatabase does.
+// Has the store's functions, which open the database themselves, use that of the options. Throws
+// Failure as OpenDatabase does.
 void UseStore(const HostOptions& options);
 
 // `connection` without what may be secret in it: an SQLite file's path, or "PostgreSQL".

@@ -1,4 +1,5 @@
-// velt-sharing: manages the database of share links, owners and their tokens, and tells owners what happened.
+// velt-sharing: manages the database of share links, owners and their tokens, and tells owners what
+// happened.
 #include <json/writer.h>
 #include <syslog.h>
 #include <unistd.h>

@@ -21,9 +21,10 @@ struct Guest {
 };
 Guest AdmitDownload(const APIRequest& request);
 
-// The same for a file that is sent whole. Who has no visit is logged in with what the request presents,
-// which counts as a visit but leaves no session: at once where the link is protected (Refusal(kNoVisit) when
-// that is missing or wrong), else with CountVisit, so that no refusal before it uses a visit up.
+// The same for a file that is sent whole. Who has no visit is logged in with what the request
+// presents, which counts as a visit but leaves no session: at once where the link is protected
+// (Refusal(kNoVisit) when that is missing or wrong), else with CountVisit, so that no refusal
+// before it uses a visit up.
 Guest AdmitWithCredentials(const APIRequest& request);
 void CountVisit(const Guest& guest);
 

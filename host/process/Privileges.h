@@ -7,8 +7,8 @@
 
 namespace VELT::host {
 
-// Those of the account and the group that the options of these names give; empty ones leave the process's. Throws
-// std::runtime_error when there is no such account or group.
+// Those of the account and the group that the options of these names give; empty ones leave the
+// process's. Throws std::runtime_error when there is no such account or group.
 Ids FindIds(const std::string& user, const std::string& group);
 
 // Makes `ids` the effective ids of the process, with the user's supplementary groups. The real and

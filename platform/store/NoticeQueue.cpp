@@ -10,7 +10,8 @@
 namespace VELT::sharing::notify {
 namespace {
 
-// Of one address. More than these wait only for an address that fails, and would make no better message.
+// Of one address. More than these wait only for an address that fails, and would make no better
+// message.
 constexpr int kMostWaiting = 1000;
 constexpr std::int64_t kDay = std::int64_t{24} * 60 * 60;
 
@@ -48,14 +49,11 @@ void Insert(soci::session& sql, const Notice& notice, Kinds kind, const std::str
   const long long time = notice.time;
   const long long times = notice.times;
   sql << "insert into notify_notice (channel_id, time, kind, link, title, file, times) select "
-         "c.id, "
-         "cast(:time as bigint), cast(:name as varchar(16)), substr(l.hash, 1, 6), "
-         "l.protect_title, "
-         "cast(:file as varchar(255)), cast(:times as bigint)" +
+         "c.id, cast(:time as bigint), cast(:name as varchar(16)), substr(l.hash, 1, 6), "
+         "l.protect_title, cast(:file as varchar(255)), cast(:times as bigint)" +
              std::string(kWanted) +
              "l.hash = :link and (select count(*) from notify_notice w where w.channel_id = c.id) "
-             "< "
-             ":most",
+             "< :most",
       soci::use(time), soci::use(notice.kind), soci::use(notice.file), soci::use(times),
       soci::use(kind), soci::use(link), soci::use(kMostWaiting);
 }

@@ -27,14 +27,12 @@ std::string NewSecret() {
   return "whsec_" + text + "=";
 }
 
-// The channel's row, which is made if it is missing. It is never removed, so that nobody gets more messages
-// by removing and adding an address.
+// The channel's row, which is made if it is missing. It is never removed, so that nobody gets more
+// messages by removing and adding an address.
 long long EnsureChannel(soci::session& sql, long long uid, const std::string& way) {
   sql << "insert into notify_channel (owner_uid, way, account, language, kinds, address, code, "
-         "secret, "
-         "message, up_to, tries, due_at, taken_until, failing_since, error) values (:uid, :way, "
-         "'', "
-         "'', 0, '', '', '', '', 0, 0, 0, 0, 0, '') on conflict do nothing",
+         "secret, message, up_to, tries, due_at, taken_until, failing_since, error) values "
+         "(:uid, :way, '', '', 0, '', '', '', '', 0, 0, 0, 0, 0, '') on conflict do nothing",
       soci::use(uid), soci::use(way);
   long long id = 0;
   sql << "select id from notify_channel where owner_uid = :uid and way = :way", soci::use(uid),

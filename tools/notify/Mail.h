@@ -14,10 +14,12 @@ struct Mail {
   std::string text;
 };
 
-// The whole message: RFC 5322, with text and subject in UTF-8 (RFC 2045, RFC 2047), with the system's line ends.
+// The whole message: RFC 5322, with text and subject in UTF-8 (RFC 2045, RFC 2047), with the
+// system's line ends.
 std::string MessageOf(const Mail& mail);
 
-// Hands the message to the program, which takes it over when it ends with 0. Returns why it has not, or "".
+// Hands the message to the program, which takes it over when it ends with 0. Returns why it has
+// not, or "".
 std::string SendMail(const std::string& program, const Mail& mail);
 
 }  // namespace VELT::tools

@@ -15,8 +15,8 @@ struct NoticeText {
   Json::Value data;  // the notices, for programs
 };
 
-// In the owner's language, if there is a table of texts for it. Equal notices become one. `site` is what links'
-// addresses begin with. Throws Failure when there are no texts.
+// In the owner's language, if there is a table of texts for it. Equal notices become one. `site` is
+// what links' addresses begin with. Throws Failure when there are no texts.
 NoticeText Compose(const sharing::notify::Message& message, const std::string& site);
 
 }  // namespace VELT::tools

@@ -25,10 +25,11 @@ namespace {
 
 namespace notify = sharing::notify;
 
-constexpr int kPause = 5;  // seconds between two looks at the queue
-constexpr int kFailedPause =
-    60;  // when the database can't be used, which each look writes to the log
-constexpr int kLookForEnds = 60;
+// Seconds between two looks at the queue, and when the database can't be used, which each look
+// writes to the log.
+constexpr int kPause = 5;
+constexpr int kFailedPause = 60;
+constexpr int kLookForEnds = 60;  // seconds
 
 std::string BodyOf(const notify::Message& message, const NoticeText& text) {
   Json::Value body;
@@ -119,7 +120,8 @@ Json::Value TestOf(const HostOptions& options, const NotifyOptions& how) {
 }  // namespace
 
 Json::Value Notify(const HostOptions& options, const NotifyOptions& how) {
-  // Nothing that comes from the web is read with root's rights, and mail is from the service's account.
+  // Nothing that comes from the web is read with root's rights, and mail is from the service's
+  // account.
   if (geteuid() == 0) host::LowerForGood(host::FindIds(options.user, options.group));
   UseStore(options);
   if (!how.test.empty()) return TestOf(options, how);

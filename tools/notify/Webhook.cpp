@@ -31,8 +31,8 @@ struct Network {
   int bits;  // of the address as text has it
 };
 
-// Those of https://www.iana.org/assignments/iana-ipv4-special-registry and -ipv6- that are not globally
-// reachable, and those whose addresses have an IPv4 address in them.
+// Those of https://www.iana.org/assignments/iana-ipv4-special-registry and -ipv6- that are not
+// globally reachable, and those whose addresses have an IPv4 address in them.
 constexpr auto kNotPublic = std::to_array<Network>({
     {"0.0.0.0", 8},      {"10.0.0.0", 8},     {"100.64.0.0", 10}, {"127.0.0.0", 8},
     {"169.254.0.0", 16}, {"172.16.0.0", 12},  {"192.0.0.0", 24},  {"192.0.2.0", 24},
@@ -97,8 +97,8 @@ struct Opening {
   bool refused = false;
 };
 
-// Called with each address that the name has, just before it is connected to: what a name server says later
-// changes nothing.
+// Called with each address that the name has, just before it is connected to: what a name server
+// says later changes nothing.
 curl_socket_t OpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
   auto& opening = *static_cast<Opening*>(data);
   if (!opening.private_networks && !IsPublic(address->addr)) {

@@ -15,8 +15,8 @@ struct Webhook {
   bool private_networks = false;  // whether it may be in networks that the internet does not reach
 };
 
-// "v1," and the base64 HMAC-SHA256 with the secret of "ID.TIME.BODY", `time` in seconds since 1970, as
-// https://www.standardwebhooks.com has it. `secret` is "whsec_" and the key in base64.
+// "v1," and the base64 HMAC-SHA256 with the secret of "ID.TIME.BODY", `time` in seconds since 1970,
+// as https://www.standardwebhooks.com has it. `secret` is "whsec_" and the key in base64.
 std::string SignatureOf(const Webhook& webhook, const std::string& time);
 
 // Whether the address is one that the internet reaches, and not this machine's.

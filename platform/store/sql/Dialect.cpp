@@ -45,8 +45,8 @@ constexpr Dialect kPostgresqlDialect{
 // seconds needs to let sixteen writers through.
 constexpr auto kLockTimeout = 10s;
 
-// https://sqlite.org/c3ref/busy_handler.html. SQLite's own handler asks the less often the longer it
-// has waited, so that on a slow disk those who came last get the lock and the first one fails.
+// https://sqlite.org/c3ref/busy_handler.html. SQLite's own handler asks the less often the longer
+// it has waited, so that on a slow disk those who came last get the lock and the first one fails.
 int WaitForLock(void* /*unused*/, int asked) {
   thread_local std::chrono::steady_clock::time_point begun;
   const auto now = std::chrono::steady_clock::now();
@@ -106,7 +106,7 @@ std::unique_ptr<soci::session> OpenPostgresql(const std::string& parameters) {
   }
   // The lock timeout is kLockTimeout. The other one releases the locks of a client machine that has
   // crashed, whose connection may seem alive for hours.
-  *session << "set lock_timeout = '10s'";
+  *session << "set lock_timeout = '" + std::to_string(kLockTimeout.count()) + "s'";
   *session << "set idle_in_transaction_session_timeout = '60s'";
   return session;
 }

@@ -177,9 +177,9 @@ const std::vector<std::string> kVersion9 = {
     "create index link_event_time on link_event (time, id)",
 };
 
-// What owners want to be told, where to, and what waits for being told. `message` is the id of what is being
-// sent, with the notices up to `up_to`; `taken_until` is when another process may send it, `code` what an
-// address of mail is confirmed with.
+// What owners want to be told, where to, and what waits for being told. `message` is the id of what
+// is being sent, with the notices up to `up_to`; `taken_until` is when another process may send it,
+// `code` what an address of mail is confirmed with.
 const std::vector<std::string> kVersion10 = {
     R"(create table notify_channel (
          id {id}, owner_uid bigint not null, way {text} not null, account {text} not null,

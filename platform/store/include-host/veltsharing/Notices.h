@@ -1,8 +1,8 @@
 // The queue of what owners are to be told, for the process that tells them.
 //
-// Several processes, on several hosts, may take messages at once. Each message is taken by one of them; when
-// that one ends before it has told what became of it, another takes it after some minutes. So a message
-// can be sent twice, and then has the same id.
+// Several processes, on several hosts, may take messages at once. Each message is taken by one of
+// them; when that one ends before it has told what became of it, another takes it after some
+// minutes. So a message can be sent twice, and then has the same id.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,8 @@ struct Notice {
   std::string kind;       // one of kKindNames, "test" or "confirm"
   std::string link;       // the beginning of the id in the link's address
   std::string title;      // the link's
-  // What it was about, as visitors read it; with "ending" the end, with "confirm" the code; may be empty.
+  // What it was about, as visitors read it; with "ending" the end, with "confirm" the code; may be
+  // empty.
   std::string file;
   std::int64_t times = 1;
 };
@@ -39,12 +40,13 @@ struct Message {
   std::vector<Notice> notices;  // the oldest first
 };
 
-// Takes the message that is due first: one whose oldest notice has waited for `wait` seconds, so that what
-// happens within that time is told at once, or one that failed some time ago. What is newly sent comes before what
-// failed. False when the database can't be used; `message` is empty when none is due.
+// Takes the message that is due first: one whose oldest notice has waited for `wait` seconds, so
+// that what happens within that time is told at once, or one that failed some time ago. What is
+// newly sent comes before what failed. False when the database can't be used; `message` is empty
+// when none is due.
 bool TakeMessage(std::int64_t wait, std::optional<Message>& message);
-// What became of it: sent when `error` is empty. Else it is due again after a pause that grows from a minute
-// to an hour, until its notices are older than kPatience.
+// What became of it: sent when `error` is empty. Else it is due again after a pause that grows from
+// a minute to an hour, until its notices are older than kPatience.
 bool ReportMessage(const Message& message, const std::string& error);
 
 // The messages of a try for the owner's addresses, without queueing them.

@@ -19,8 +19,8 @@ struct View {
   std::string address = {};  // the visitor's, in text form; empty if not known
   std::vector<std::string> projects =
       {};  // whose links alone an owner sees and changes; empty: all
-  // What became of the request's login, if it made one.
-  // A visit is one that was counted; braked: refused without being judged, since too many had failed.
+  // What became of the request's login, if it made one. A visit is one that was counted; braked:
+  // refused without being judged, since too many had failed.
   enum class LoginOutcome { kNone, kVisit, kRefused, kBraked };
   LoginOutcome login = LoginOutcome::kNone;
   // Set when a login was refused because too many had failed: the seconds until the next try.

@@ -1,7 +1,8 @@
-// What owners want to be told of their links, and where to. For API modules other than the sharing module.
+// What owners want to be told of their links, and where to. For API modules other than the sharing
+// module.
 //
-// All functions can be called in any process, by one thread at a time. They return false when the database
-// can't be used, which is in the log.
+// All functions can be called in any process, by one thread at a time. They return false when the
+// database can't be used, which is in the log.
 #pragma once
 
 #include <array>
@@ -33,9 +34,8 @@ inline constexpr std::array<std::pair<const char*, Kinds>, 5> kKindNames = {
 struct Channel {
   std::string address;    // empty: not this way
   bool confirmed = true;  // false: an address of mail whose code its reader has not entered yet
-  std::string
-      secret;  // a webhook's, by which its receiver knows the sender (see docs/notifications.md)
-  std::string error;               // why the last attempt failed, empty after a success
+  std::string secret;  // a webhook's: its receiver knows the sender by it (docs/notifications.md)
+  std::string error;   // why the last attempt failed, empty after a success
   std::int64_t failing_since = 0;  // seconds since 1970, with `error`
 };
 
@@ -52,7 +52,8 @@ struct Owner {
 };
 
 bool Load(unsigned int uid, Settings& settings);
-// Stores kinds and addresses. Another address of mail gets a code, and nothing else before it is confirmed.
+// Stores kinds and addresses. Another address of mail gets a code, and nothing else before it is
+// confirmed.
 bool Save(const Owner& owner, Kinds kinds, const std::string& mail, const std::string& webhook);
 // `confirmed` is whether the code is that of the owner's address.
 bool Confirm(unsigned int uid, const std::string& code, bool& confirmed);
