@@ -157,20 +157,31 @@ void BindProjects(soci::statement& statement) {
 
 namespace {
 
-// The same as StatusAt.
+// Makes PostgreSQL use the index of a long text's start.
+std::string StartEquals(const Dialect& dialect, const std::string& column,
+                        const std::string& value) {
+  if (*dialect.before_text_key == '\0') return "";
+  const auto start = [&dialect](const std::string& text) {
+    return dialect.before_text_key + text + dialect.after_text_key;
+  };
+  return start(column) + " = " + start(value) + " and ";
+}
+
+// The same as StatusAt. "<>" keeps the index of `enabled`, which is so of most links, from being
+// preferred to that of the order.
 const char* IsInState(LinkStatus status) {
   switch (status) {
     case LinkStatus::kDisabled:
       return "enabled = 0";
     case LinkStatus::kExpired:
-      return "enabled = 1 and expire_at <> 0 and expire_at < :now";
+      return "enabled <> 0 and expire_at <> 0 and expire_at < :now";
     case LinkStatus::kPending:
-      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at > :now";
+      return "enabled <> 0 and (expire_at = 0 or expire_at >= :now) and start_at > :now";
     case LinkStatus::kUsedUp:
-      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
+      return "enabled <> 0 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
              "expire_times <> 0 and visits >= expire_times";
     case LinkStatus::kActive:
-      return "enabled = 1 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
+      return "enabled <> 0 and (expire_at = 0 or expire_at >= :now) and start_at <= :now and "
              "(expire_times = 0 or visits < expire_times)";
   }
   return "";
@@ -178,22 +189,33 @@ const char* IsInState(LinkStatus status) {
 
 }  // namespace
 
-std::string EntryQuery::Where(const Dialect& dialect, bool unindexed) const {
+std::string EntryQuery::Where(const Dialect& dialect, bool ordered) const {
   if (none_) return " where 1 = 0";
   std::string text;
   for (std::size_t index = 0; index < filters_.size(); ++index) {
+    const std::string value = ":value" + std::to_string(index);
+    const Column& column = *filters_[index].column;
     text += text.empty() ? " where " : " and ";
-    if (unindexed) text += dialect.unindexed;
-    text += filters_[index].column->name;
-    text += " = :value" + std::to_string(index);
+    if (column == SZK_PROJECT_NAME) {
+      text += ordered && HasOwner() ? dialect.unindexed : StartEquals(dialect, column.name, value);
+    }
+    text += column.name + (" = " + value);
   }
   const std::string projects = AmongProjects();
-  if (!projects.empty()) text += (text.empty() ? " where " : " and ") + projects;
+  if (!projects.empty()) {
+    text +=
+        (text.empty() ? " where " : " and ") + (ordered ? dialect.unindexed + projects : projects);
+  }
   if (status_) text += (text.empty() ? " where " : " and ") + std::string(IsInState(*status_));
   if (search_.empty()) return text;
   text += text.empty() ? " where (" : " and (";
   if (search_.size() >= kLeastOfId) text += "substr(hash, 1, length(:search)) = :search or ";
   return text + dialect.contains_search + ")";
+}
+
+bool EntryQuery::HasOwner() const {
+  return std::ranges::any_of(filters_,
+                             [](const Filter& filter) { return *filter.column == SZK_OWNER_UID; });
 }
 
 bool EntryQuery::IsFixed(const Column* column) const {
@@ -202,14 +224,16 @@ bool EntryQuery::IsFixed(const Column* column) const {
 }
 
 // Equal values follow each other by id, in the direction of the first column: so an index gives
-// either direction. What a filter fixes orders nothing.
+// either direction. What a filter fixes orders nothing, and behind a link's id nothing does.
 std::string EntryQuery::OrderBy(const Dialect& dialect) const {
   std::string text = " order by ";
   for (const auto& [column, ascending] : order_) {
     if (IsFixed(column)) continue;
     const bool is_key = column->kind == Kind::kText;
     text += std::string(is_key ? dialect.before_text_key : "") + column->name +
-            (is_key ? dialect.after_text_key : "") + (ascending ? ", " : " desc, ");
+            (is_key ? dialect.after_text_key : "") + (ascending ? "" : " desc");
+    if (column->kind == Kind::kId) return text;
+    text += ", ";
   }
   return text + (order_.empty() || order_.front().second ? "id" : "id desc");
 }
@@ -259,41 +283,18 @@ void EntryQuery::Count(soci::session& sql, int& n) const {
   n = static_cast<int>(std::min<long long>(*count, std::numeric_limits<int>::max()));
 }
 
-// Whether to go through the links in their order and leave out those that the filters don't want,
-// instead of sorting those that they want. SQLite doesn't know how many that are. Its owner's index
-// has all that sorting needs, but of a project's links each must be read from the table.
-bool EntryQuery::FollowsOrder(soci::session& sql) const {
-  constexpr long long kOwnersShare = 8;
-  constexpr long long kProjectsShare = 40;
-  if (filters_.empty()) return true;
-  // The filters' own indexes have their links in the order of the ids.
-  if (std::all_of(order_.begin(), order_.end(),
-                  [this](const auto& order) { return IsFixed(order.first); })) {
-    return false;
-  }
-  const auto wanted = KnownCount(sql);
-  if (!wanted) return false;
-  const bool has_owner = std::any_of(filters_.begin(), filters_.end(), [](const Filter& each) {
-    return *each.column == SZK_OWNER_UID;
-  });
-  const long long share = has_owner ? kOwnersShare : kProjectsShare;
-  return *wanted >= CountLinks(sql, {}, {}).value_or(0) / share;
+// An index alone gives the page's ids; only the page's own rows are read from the table.
+std::string EntryQuery::SelectPage(const Dialect& dialect) const {
+  const bool ordered =
+      std::ranges::any_of(order_, [this](const auto& order) { return !IsFixed(order.first); });
+  return "select id from link" + Where(dialect, ordered) + OrderBy(dialect) +
+         " limit :limit offset :offset";
 }
 
 void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) const {
   const Dialect& dialect = DialectOf(sql);
-  const std::string order = OrderBy(dialect);
-  std::string text = EntryRow::Select();
   const long long limit = limit_ < 0 ? std::numeric_limits<long long>::max() : limit_;
   const bool paged = offset_ > 0 || limit_ >= 0;
-  if (paged) {
-    // An index alone gives the page's ids; only the page's own rows are read from the table.
-    const bool unindexed = *dialect.unindexed != '\0' && FollowsOrder(sql);
-    text += " where id in (select id from link" + Where(dialect, unindexed) + order +
-            " limit :limit offset :offset)";
-  } else {
-    text += Where(dialect, false);
-  }
   EntryRow row;
   soci::statement statement(sql);
   row.ReadFrom(statement);
@@ -302,7 +303,10 @@ void EntryQuery::Run(soci::session& sql, std::vector<record::Entry>& entries) co
     statement.exchange(soci::use(limit, "limit"));
     statement.exchange(soci::use(offset_, "offset"));
   }
-  Prepare(statement, text + order);
+  Prepare(statement,
+          EntryRow::Select() +
+              (paged ? " where id in (" + SelectPage(dialect) + ")" : Where(dialect, false)) +
+              OrderBy(dialect));
   statement.execute();
   while (statement.fetch()) entries.push_back(row.ToEntry());
 }

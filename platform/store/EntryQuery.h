@@ -27,6 +27,8 @@ class EntryQuery {
   // Both throw soci::soci_error, and Run std::runtime_error for a damaged link.
   void Count(soci::session& sql, int& n) const;
   void Run(soci::session& sql, std::vector<record::Entry>& entries) const;
+  // The statement for the ids of a page, with the values as :value0 and so on, :limit and :offset.
+  std::string SelectPage(const Dialect& dialect) const;
 
  private:
   struct Column;
@@ -40,13 +42,14 @@ class EntryQuery {
   void AddFilter(const std::string& field, const std::string& text);
   void AddOrder(const std::string& field, bool ascending);
 
-  std::string Where(const Dialect& dialect, bool unindexed) const;
+  // `ordered`: for the index of the order among an owner's or a project's links.
+  std::string Where(const Dialect& dialect, bool ordered) const;
+  bool HasOwner() const;
   std::string OrderBy(const Dialect& dialect) const;
   bool IsFixed(const Column* column) const;
   void Bind(soci::statement& statement) const;
   // How many links the filters leave. Empty when they would have to be counted.
   std::optional<long long> KnownCount(soci::session& sql) const;
-  bool FollowsOrder(soci::session& sql) const;
 
   std::vector<Filter> filters_;
   std::string search_;  // empty: none

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/store/EntryQuery.h"
 #include "platform/store/sql/Dialect.h"
 #include "tests/store/Fixture.h"
 #include "tests/support/SyslogCapture.h"
@@ -37,6 +38,11 @@ class Random {
   const unsigned int seed_ = NewSeed();
   std::mt19937 engine_{seed_};
 };
+
+const std::vector<std::string> kFields = {
+    "sharing_id", "project_name", "owner_uid",    "enabled",       "auto_gc",
+    "start_at",   "expire_at",    "expire_times", "visits",        "enable_match_ip",
+    "created_at", "protect_type", "redirect_uri", "protect_title", "redirect_type"};
 
 class ListTest : public StoreTest {
  protected:
@@ -80,10 +86,7 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
   ASSERT_EQ(LogIn(visitor, high, kPassword), 1);
   ASSERT_TRUE(Change(low, Set(&Entry::set_enabled, false)));
   const Json::Value shown = Shown(high);
-  for (const char* field :
-       {"project_name", "owner_uid", "enabled", "auto_gc", "enable_match_ip", "start_at",
-        "expire_at", "expire_times", "visits", "protect_type", "protect_title", "redirect_type",
-        "redirect_uri", "created_at", "sharing_id"}) {
+  for (const std::string& field : kFields) {
     EXPECT_EQ(Find([&](auto& c) { c.Where(field, shown[field].asString()); }, 1),
               std::vector{high.get_id()})
         << field;
@@ -91,7 +94,7 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
     auto descending = Find([&](auto& c) { c.OrderBy(field, false); });
     std::reverse(descending.begin(), descending.end());
     EXPECT_EQ(ascending, descending) << field;
-    EXPECT_TRUE(ascending.front() == low.get_id() || field == std::string("sharing_id")) << field;
+    EXPECT_TRUE(ascending.front() == low.get_id() || field == "sharing_id") << field;
   }
   EXPECT_TRUE(Find([](auto& c) { c.Where("owner_uid", "7001 or 1=1"); }, 0).empty());
   EXPECT_TRUE(Find([](auto& c) { c.Where("protect_title", "\xFF"); }, 0).empty());
@@ -306,10 +309,9 @@ TEST_P(ListTest, CountsAndPagesOfEveryOrderAgreeWithBruteForce) {
   };
   const auto owners = stored("owner_uid");
   const auto projects_of = stored("project_name");
-  for (const std::string field :
-       {"sharing_id", "project_name", "owner_uid", "enabled", "auto_gc", "enable_match_ip",
-        "start_at", "expire_at", "expire_times", "visits", "protect_type", "protect_title",
-        "redirect_type", "redirect_uri", "created_at", ""}) {
+  std::vector<std::string> orders = kFields;
+  orders.emplace_back("");
+  for (const std::string& field : orders) {
     const auto values = stored(field.empty() ? "id" : field == "sharing_id" ? "hash" : field);
     const bool is_text = field == "project_name" || field == "protect_title" ||
                          field == "redirect_uri" || field == "sharing_id";
@@ -349,6 +351,50 @@ TEST_P(ListTest, CountsAndPagesOfEveryOrderAgreeWithBruteForce) {
   EXPECT_TRUE(Find([](auto& c) { c.Where("owner_uid", "4294967295"); }, 0).empty());
   for (const Entry& entry : made) links_.Delete(entry);
   EXPECT_EQ(Select("select count(*) || '' from link_count"), "0");
+}
+
+// What the database would do for a page.
+std::string PlanOf(soci::session& sql, const db::Condition& condition) {
+  const db::Dialect& dialect = db::DialectOf(sql);
+  std::string text = db::EntryQuery(condition).SelectPage(dialect);
+  for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
+           {":value0", "'7001'"}, {":value1", "'album'"}, {":limit", "50"}, {":offset", "9"}}) {
+    for (std::size_t at = 0; (at = text.find(name)) != std::string::npos;) {
+      text.replace(at, name.size(), value);
+    }
+  }
+  const bool sqlite = *dialect.unindexed != '\0';
+  const soci::rowset<soci::row> rows = sql.prepare
+                                       << (sqlite ? "explain query plan " : "explain ") + text;
+  std::string plan = text + "\n";
+  for (const soci::row& row : rows) plan += row.get<std::string>(sqlite ? 3 : 0) + "\n";
+  return plan;
+}
+
+// Everybody's, an owner's, a project's and an owner's of a project.
+TEST_P(ListTest, PageIsReadInItsOrderFromAnIndex) {
+  const auto sql = db::OpenSession(connection_);
+  for (const char* what : {"sort", "incremental_sort", "seqscan", "bitmapscan"}) {
+    if (!IsSqlite()) *sql << std::string("set enable_") + what + " = off";  // for a small table
+  }
+  for (const std::string& field : kFields) {
+    for (const bool ascending : {true, false}) {
+      for (const std::vector<const char*>& filters : std::vector<std::vector<const char*>>{
+               {}, {"owner_uid"}, {"project_name"}, {"owner_uid", "project_name"}}) {
+        db::Condition condition;
+        for (const char* filter : filters) condition.Where(filter, "7001");
+        condition.OrderBy(field, ascending);
+        condition.Limit(9, 50);
+        const std::string plan = PlanOf(*sql, condition);
+        EXPECT_THAT(plan, testing::Not(testing::AnyOf(testing::HasSubstr("TEMP B-TREE"),
+                                                      testing::HasSubstr("Sort"),
+                                                      testing::HasSubstr("Seq Scan"))));
+        if (!IsSqlite()) continue;
+        EXPECT_THAT(plan, testing::HasSubstr("USING COVERING INDEX"));
+        EXPECT_EQ(plan.find("SCAN link") == std::string::npos, !filters.empty()) << plan;
+      }
+    }
+  }
 }
 
 }  // namespace VELT::sharing

@@ -278,6 +278,7 @@ class Copies(ToolTest):
                                 "sql is not null and name like 'link%' order by type desc").fetchall()
             sql.executescript("; ".join(f"drop {kind} {name}" for kind, name in later))
             sql.executescript(
+                "create index link_list on link (owner_uid);"
                 "alter table link drop column protection; alter table visitor_token drop column protection;"
                 "drop table link_count; drop table visit_day; drop table failed_login;"
                 "drop table owner_session; drop table owner_token; drop table owner_account; drop table sign_in_key;"
@@ -289,7 +290,7 @@ class Copies(ToolTest):
         with contextlib.closing(sqlite3.connect(self.path, isolation_level=None)) as user:  # as a worker has it
             user.execute("delete from link")
             self.tool("restore", self.at("older"), "--force")
-            self.assertEqual([(10,)], user.execute("select version from schema_version").fetchall())
+            self.assertEqual([(11,)], user.execute("select version from schema_version").fetchall())
         self.assertEqual([row[:2] for row in whole["link"]], [row[:2] for row in self.rows()["link"]])
         self.assertEqual([(1, "", "192.0.2.2", 1)], self.rows()["failed_login"])
 

@@ -15,8 +15,8 @@ struct Dialect {
   // Stand around a text column where links are ordered by it. PostgreSQL can't index long texts.
   const char* before_text_key;
   const char* after_text_key;
-  // Before a column, keeps the index of a filter from being used. Empty where the planner knows from
-  // statistics how many rows a filter leaves.
+  // Before a column, keeps the index of a filter from being preferred to that of an order. Empty where
+  // the planner knows from statistics how many rows a filter leaves.
   const char* unindexed;
   // Whether the title or the application's data contain :search, letters of either case alike.
   const char* contains_search;

@@ -24,8 +24,9 @@ struct Words {
   const char* list;
   const char* before_text_key;  // as in Dialect
   const char* after_text_key;
-  // The columns that end the index of each order, so that a filter need not read the table.
+  // The columns that end an index of an order, so that a filter need not read the table.
   const char* filters;
+  const char* project;
   const char* by_key;  // ends a table that is found by its primary key alone
 };
 
@@ -37,6 +38,7 @@ constexpr Words kSqlite{
     "",
     "",
     ", owner_uid, project_name",
+    ", project_name",
     " without rowid"};
 
 constexpr Words kPostgresql{"bigint generated always as identity primary key",
@@ -45,6 +47,7 @@ constexpr Words kPostgresql{"bigint generated always as identity primary key",
                             "substr(",
                             ", 1, 255)",
                             ", owner_uid",
+                            "",
                             ""};
 
 // Booleans are 0 or 1, times are seconds since 1970 UTC with 0 for no limit, lists and objects are
@@ -202,6 +205,31 @@ const std::vector<std::string> kVersion10 = {
          primary key (link_id, what)))",
 };
 
+// The orders of an owner's links and of a project's, each with an index of its own: the others' links
+// aren't counted off, and nothing is sorted.
+std::vector<std::string> FilteredOrders() {
+  std::vector<std::string> statements = {
+      "drop index link_owner_created_at",
+      "create index link_owner_project_name on link (owner_uid, {key}project_name{/key}, id)",
+      "create index link_project_owner_uid on link ({key}project_name{/key}, owner_uid, id)",
+  };
+  for (const std::string column :
+       {"hash", "enabled", "auto_gc", "enable_match_ip", "start_at", "expire_at", "expire_times",
+        "visits", "protect_type", "{key}protect_title{/key}", "redirect_type",
+        "{key}redirect_uri{/key}", "created_at"}) {
+    const bool is_text = column.front() == '{';
+    const std::string name = is_text ? column.substr(5, column.size() - 11) : column;
+    statements.push_back("create index link_owner_" + name + " on link (owner_uid, " + column +
+                         ", id{project})");
+    statements.push_back("create index link_project_" + name +
+                         " on link ({key}project_name{/key}, " + column + ", id, owner_uid)");
+  }
+  return statements;
+}
+
+const std::vector<std::string> kVersion11 = FilteredOrders();
+const std::vector<std::string> kSqliteVersion11 = {"drop index link_list"};
+
 const std::vector<std::string> kNone;
 
 // The statements that lead from one version to the next: those for every database, then one's own.
@@ -222,16 +250,18 @@ constexpr auto kMigrations = std::to_array<Migration>({
     {kVersion8},
     {kVersion9},
     {kVersion10},
+    {kVersion11, kSqliteVersion11},
 });
 
 std::string Translate(std::string statement, const Words& words) {
-  const std::array<std::pair<std::string_view, const char*>, 7> translations = {
+  const std::array<std::pair<std::string_view, const char*>, 8> translations = {
       {{"{id}", words.id},
        {"{text}", words.text},
        {"{list}", words.list},
        {"{key}", words.before_text_key},
        {"{/key}", words.after_text_key},
        {"{filters}", words.filters},
+       {"{project}", words.project},
        {"{by_key}", words.by_key}}};
   for (const auto& [word, translation] : translations) {
     for (std::size_t at = 0; (at = statement.find(word)) != std::string::npos;) {
