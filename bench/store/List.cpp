@@ -27,7 +27,7 @@ using VELT::sharing::record::Entry;
 constexpr int kOwned = 1000;
 constexpr int kPage = 50;
 constexpr int kFarBehind = 10'000;
-constexpr double kAim = 1.5;
+constexpr double kAim = 2;
 constexpr int kTurns = 5;
 constexpr int kRuns = 9;
 constexpr const char* kOwner = "1000";
