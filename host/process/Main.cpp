@@ -155,6 +155,8 @@ struct CommandLine {
   // More than processors, since some calls wait: for a plugin, a program, the database, a client.
   std::size_t front_workers = std::clamp(4 * Processors(), 8U, 32U);
   std::size_t pool_workers = std::clamp(2 * Processors(), 4U, 16U);
+  // Each is one client's for as long as that likes, and hardly needs a processor meanwhile.
+  std::size_t transfer_workers = 16;
   std::string owner_login = "own";
   bool log_stderr = false;
   bool check_config = false;
@@ -178,11 +180,15 @@ void Describe(CLI::App& app, CommandLine& line) {
                  "Worker processes for pages and short calls; by default four for each processor, "
                  "8 to 32")
       ->check(CLI::Range(1, 1024));
-  app.add_option(
-         "--pool-workers", line.pool_workers,
-         "Worker processes for each kind of slow calls (logins, calls that start programs, "
-         "lists, streams, uploads, files sent by PUT); by default two for each processor, 4 to 16")
+  app.add_option("--pool-workers", line.pool_workers,
+                 "Worker processes for each kind of slow calls (logins, calls that start programs, "
+                 "lists, pieces of uploads); by default two for each processor, 4 to 16")
       ->check(CLI::Range(1, 1024));
+  app.add_option("--transfer-workers", line.transfer_workers,
+                 "Worker processes for archives that are being sent, and as many for files sent by "
+                 "PUT: no more are under way at once")
+      ->check(CLI::Range(1, 1024))
+      ->capture_default_str();
   app.add_option("--user", line.user, "Account with whose rights requests are served");
   app.add_option("--group", line.group, "Group instead of the account's own; may use the socket");
   app.add_option(
@@ -266,6 +272,8 @@ int Main(int argc, char** argv) {
   openlog("velt-webapid", LOG_PID | (line.log_stderr ? LOG_PERROR : 0), LOG_DAEMON);
   line.options.pools.fill(line.pool_workers);
   line.options.pools[IndexOf(Pool::kFront)] = line.front_workers;
+  line.options.pools[IndexOf(Pool::kStream)] = line.transfer_workers;
+  line.options.pools[IndexOf(Pool::kUpload)] = line.transfer_workers;
   line.options.web_server_names_owners = line.owner_login == "web-server";
   if (line.options.server_name.empty()) line.options.server_name = HostName();
   line.options.ids = FindIds(line.user, line.group);

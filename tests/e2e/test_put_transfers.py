@@ -20,7 +20,7 @@ def setUpModule():
     DEMO = Demo()
     unittest.addModuleCleanup(lambda: DEMO.stop())
     with open(DEMO.path("/usr/velt/etc/webapid.conf"), "w", encoding="utf-8") as file:
-        file.write(f"pool-workers={WORKERS}\n")
+        file.write(f"transfer-workers={WORKERS}\n")
     DEMO.restart()
     ALICE = Shared(DEMO)
 

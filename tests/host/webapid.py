@@ -99,7 +99,8 @@ class Host:
         command += [HOST, "--socket", self.socket, "--registry", self.registry, "--log-stderr",
                     "--owner-login", "web-server"]
         command += ["--database", "sqlite3 " + self.database]
-        command += ["--workers", str(workers), "--pool-workers", str(pool_workers)]
+        command += ["--workers", str(workers), "--pool-workers", str(pool_workers),
+                    "--transfer-workers", str(pool_workers)]
         command += [option.replace("{}", self.folder.name) for option in options]
         self.log = []
         self._news = threading.Condition()
