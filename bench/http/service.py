@@ -126,8 +126,8 @@ def main(build):
             service.print_memory(f"{VISITORS} visitors")
             os.chmod(folder, 0o777)
             times = start_times(demo, service, folder)
-            print(f"start to the first answer: {statistics.median(times):.0f} ms ({min(times):.0f} to {max(times):.0f}; "
-                  "at most 150)")
+            print(f"start to the first answer: {statistics.median(times):.0f} ms "
+                  f"({min(times):.0f} to {max(times):.0f}; at most 150)")
         finally:
             demo.stop()
 
