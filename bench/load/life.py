@@ -39,6 +39,7 @@ PASSWORD = "for the guests"
 PICTURES = 8
 LARGE = 1 << 20
 LEFT = 16 << 10
+START = 20  # seconds within which they begin, about as long as a visit
 
 
 class Figures:
@@ -67,11 +68,12 @@ class Figures:
 
 
 class Client:
-    """One keep-alive connection, with the cookies that it was given."""
+    """One keep-alive connection, with the cookies that it was given, from a network of its own."""
 
-    def __init__(self, port, figures, headers=None):
+    def __init__(self, port, figures, number, headers=None):
         self.figures, self.headers = figures, dict(headers or {})
-        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
+        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60,
+                                                     source_address=(f"127.{1 + number // 250}.{number % 250}.1", 0))
 
     def request(self, kind, method, path, body=None, headers=None, least=1):
         """True when it was answered well, with `least` bytes."""
@@ -134,7 +136,7 @@ class World:
             return
         client.call("list", door, LINK, "list", path="0", limit=100)
         for number in range(4):
-            client.request("thumbnail", "GET", url("thumbnail", path=f"0/{number}.png", size=256), least=100)
+            client.request("thumbnail", "GET", url("thumbnail", path=f"0/{number}.png"), least=100)
         pause()
         client.request("small file", "GET", url("get", path="0/small.txt"), least=4096)
         pause()
@@ -183,18 +185,23 @@ class Faults(threading.Thread):
 
 
 def people(world, figures, visitors, until):
-    """A thread for each, started within some seconds."""
-    def live(step, headers, longest):
+    """A thread for each."""
+    def live(step, number, headers, longest):
         def pause():
-            time.sleep(max(0.0, min(random.uniform(1, longest), until - time.monotonic())))
-        pause()
-        client = Client(world.demo.port, figures, headers)
-        while time.monotonic() < until:
+            end = time.monotonic() + random.uniform(1, longest)
+            if end > until:
+                sys.exit()  # of the thread
+            time.sleep(end - time.monotonic())
+
+        time.sleep(random.uniform(0, START))
+        client = Client(world.demo.port, figures, number, headers)
+        while True:
             step(client, pause)
 
-    owners = [threading.Thread(target=live, args=(functools.partial(world.work, account),
-                                                  world.demo.signed_in(account), 2)) for account in world.owned]
-    return owners + [threading.Thread(target=live, args=(world.visit, None, 3)) for _ in range(visitors)]
+    owners = [(functools.partial(world.work, account), visitors + number, world.demo.signed_in(account), 2)
+              for number, account in enumerate(world.owned)]
+    return [threading.Thread(target=live, args=args)
+            for args in owners + [(world.visit, number, None, 3) for number in range(visitors)]]
 
 
 def usage(host):

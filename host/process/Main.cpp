@@ -18,6 +18,8 @@
 #include "host/Listener.h"
 #include "host/Options.h"
 #include "host/Pool.h"
+#include "host/process/EventQueue.h"
+#include "host/process/EventRecorder.h"
 #include "host/process/Handover.h"
 #include "host/process/Privileges.h"
 #include "host/process/Supervisor.h"
@@ -105,6 +107,7 @@ void LogLostRequest(const Options& options, const RequestNote& request, const Me
 int ServeMetrics(const MetricsServer& server, const MetricsSource& source, const Ids& ids,
                  pid_t supervisor) {
   try {
+    prctl(PR_SET_NAME, "velt-metrics");  // for ps(1)
     LowerForGood(ids);
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // after the change of ids, which would clear it
     if (getppid() != supervisor) return 1;
@@ -119,12 +122,13 @@ int Serve(const Options& options) {
   const Listener listener(options.socket_path, options.ids);
   const Listener uploads(UploadSocket(options.socket_path), options.ids);
   const Queues queues;
+  EventQueue events(options.event_address);
   PrepareStore(options);
   const Scoreboard scoreboard(options.pools);
   Statistics statistics;
   const auto work = [&](const WorkerPlace& place) {
     const Listener& own = place.pool == Pool::kUpload ? uploads : listener;
-    return RunWorker(options, own.fd(), queues, statistics, place);
+    return RunWorker(options, own.fd(), queues, events, statistics, place);
   };
   const auto lost = [&](const RequestNote& request, Pool pool, pid_t worker) {
     const auto took = TimeSince(request.taken);
@@ -132,10 +136,13 @@ int Serve(const Options& options) {
     LogLostRequest(options, request, statistics.method(request), {took, pool, worker}, statistics);
   };
   Supervisor supervisor(options.pools, scoreboard, statistics, work, lost);
+  supervisor.Accompany("writer of what visitors do", [&](pid_t parent) {
+    return RecordEvents(options, events, statistics, parent);
+  });
   std::optional<MetricsServer> metrics;
   if (!options.metrics.empty()) {
     metrics.emplace(options.metrics, options.ids);
-    supervisor.Accompany([&](pid_t parent) {
+    supervisor.Accompany("metrics server", [&](pid_t parent) {
       const MetricsSource source{options.pools,
                                  [&](Pool pool) { return Length(queues[IndexOf(pool)]); },
                                  scoreboard, statistics};

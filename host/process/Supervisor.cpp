@@ -79,9 +79,9 @@ Supervisor::Supervisor(const PoolSizes& sizes, const Scoreboard& scoreboard, Sta
 int Supervisor::Run() {
   const sigset_t signals = Signals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  while (!stopping_ || HasWorkers()) {
+  while (!stopping_ || HasWorkers() || HasCompanions()) {
     for (WorkerPool& pool : pools_) Adjust(pool);
-    StartCompanion();
+    for (Companion& companion : companions_) Adjust(companion);
     WaitForSignal();
     NoteReady();
     Reap();
@@ -92,6 +92,10 @@ int Supervisor::Run() {
 
 bool Supervisor::HasWorkers() const {
   return std::ranges::any_of(pools_, [](const WorkerPool& pool) { return !pool.workers.empty(); });
+}
+
+bool Supervisor::HasCompanions() const {
+  return std::ranges::any_of(companions_, [](const Companion& each) { return each.pid > 0; });
 }
 
 // Whether every pool has its minimum of workers, none of them from before a reload.
@@ -190,7 +194,6 @@ void Supervisor::Stop() {
   for (WorkerPool& pool : pools_) {
     for (Worker& worker : pool.workers) RequestStop(worker);
   }
-  if (companion_pid_ > 0) kill(companion_pid_, SIGTERM);
 }
 
 void Supervisor::RequestStop(Worker& worker) {
@@ -203,7 +206,11 @@ void Supervisor::Reap() {
   for (;;) {
     const pid_t pid = waitpid(-1, &status, WNOHANG);
     if (pid <= 0) return;
-    if (pid == companion_pid_) OnCompanionEnded();
+    const auto companion = std::ranges::find(companions_, pid, &Companion::pid);
+    if (companion != companions_.end()) {
+      companion->pid = -1;
+      if (!stopping_) syslog(LOG_ERR, "the %s ended and is started again", companion->name);
+    }
     for (WorkerPool& pool : pools_) {
       const auto worker = std::ranges::find(pool.workers, pid, &Worker::pid);
       if (worker == pool.workers.end()) continue;
@@ -248,22 +255,23 @@ void Supervisor::OnWorkerEnded(Pool pool, const Worker& worker, int status) {
   next_start_ = now + pause;
 }
 
-void Supervisor::StartCompanion() {
-  if (!companion_ || stopping_ || companion_pid_ > 0 || Clock::now() < companion_start_) return;
-  companion_start_ = Clock::now() + kCompanionPause;
+void Supervisor::Adjust(Companion& companion) {
+  if (stopping_) {
+    if (!HasWorkers() && companion.pid > 0 && !std::exchange(companion.leaving, true)) {
+      kill(companion.pid, SIGTERM);
+    }
+    return;
+  }
+  if (companion.pid > 0 || Clock::now() < companion.start) return;
+  companion.start = Clock::now() + kCompanionPause;
   const pid_t supervisor = getpid();
-  companion_pid_ = fork();
-  if (companion_pid_ != 0) return;
+  companion.pid = fork();
+  if (companion.pid != 0) return;
   std::signal(SIGHUP, SIG_IGN);  // for the supervisor only
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  std::_Exit(companion_(supervisor));
-}
-
-void Supervisor::OnCompanionEnded() {
-  companion_pid_ = -1;
-  if (!stopping_) syslog(LOG_ERR, "the metrics server ended and is started again");
+  std::_Exit(companion.main(supervisor));
 }
 
 bool Supervisor::Start(WorkerPool& pool) {

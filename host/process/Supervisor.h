@@ -40,14 +40,16 @@ class Supervisor {
              WorkerMain worker, OnLostRequest on_lost_request);
 
   // Runs in a child process that is not a worker; returns its exit status.
-  using Companion = std::function<int(pid_t supervisor)>;
+  using CompanionMain = std::function<int(pid_t supervisor)>;
 
-  // Keeps one process running beside the workers: starts it again when it ends, and ends it with
-  // SIGTERM when Run stops. Call it before Run.
-  void Accompany(Companion companion) { companion_ = std::move(companion); }
+  // Keeps a process running beside the workers: starts it again when it ends, and ends it with SIGTERM
+  // after the last worker. `name` is for the log. Call it before Run.
+  void Accompany(const char* name, CompanionMain main) {
+    companions_.push_back({name, std::move(main)});
+  }
 
   // Keeps workers running until SIGTERM or SIGINT, and returns the program's exit status when the
-  // last worker has ended.
+  // last worker and companion has ended.
   // - A worker that dies is replaced at once, or after a pause if it died soon after its start; the
   //   pause grows with every such death.
   // - When all workers of the front are busy, and one of them for ten seconds, the one that has been
@@ -78,6 +80,14 @@ class Supervisor {
     std::vector<Worker> workers;
   };
 
+  struct Companion {
+    const char* name;
+    CompanionMain main;
+    pid_t pid = -1;
+    Clock::time_point start{};  // the earliest time of its next start
+    bool leaving = false;       // was asked to stop
+  };
+
   void WaitForSignal();
   Clock::duration LongestWait() const;
   void Stop();
@@ -92,8 +102,8 @@ class Supervisor {
   static void EndStuckWorker(const WorkerPool& pool);
   void RequestStop(Worker& worker);
   bool HasWorkers() const;
-  void StartCompanion();
-  void OnCompanionEnded();
+  void Adjust(Companion& companion);
+  bool HasCompanions() const;
   bool IsSettled() const;
   void Report();
 
@@ -103,9 +113,7 @@ class Supervisor {
   const OnLostRequest on_lost_request_;
   ServiceManager manager_;
   std::vector<WorkerPool> pools_;
-  Companion companion_;
-  pid_t companion_pid_ = -1;
-  Clock::time_point companion_start_;  // the earliest time of its next start
+  std::vector<Companion> companions_;
   bool stopping_ = false;
   bool ever_ready_ = false;
   int exit_status_ = 0;

@@ -30,7 +30,7 @@
 #include "host/Limits.h"
 #include "host/process/Afterwards.h"
 #include "host/process/Deadline.h"
-#include "host/process/EventWriter.h"
+#include "host/process/EventQueue.h"
 #include "host/process/Privileges.h"
 #include "host/process/Progress.h"
 #include "host/process/Turns.h"
@@ -122,10 +122,7 @@ bool EndWithSupervisor(const WorkerPlace& place) {
   return getppid() == place.supervisor;
 }
 
-void BecomeIdle(const WorkerPlace& place) {
-  place.slot->party = 0;
-  place.slot->state = Slot::State::kIdle;
-}
+void BecomeIdle(const WorkerPlace& place) { place.slot->state = Slot::State::kIdle; }
 
 void BecomeBusy(const WorkerPlace& place) {
   place.slot->since = std::chrono::steady_clock::now();
@@ -145,8 +142,9 @@ class ProgramsOfRequest {
 
 class Worker {
  public:
-  Worker(const Options& options, const Queues& queues, Statistics& statistics,
-         const WorkerPlace& place, const Registry& registry, Dispatcher& dispatcher)
+  Worker(const Options& options, const Queues& queues, const EventQueue& events,
+         Statistics& statistics, const WorkerPlace& place, const Registry& registry,
+         Dispatcher& dispatcher)
       : options_(options),
         registry_(registry),
         queues_(queues),
@@ -155,7 +153,7 @@ class Worker {
         dispatcher_(dispatcher),
         deadline_(options.request_timeout, *place.slot),
         log_(options.request_log),
-        events_(options) {}
+        events_(events) {}
 
   // Serves requests until the worker is to stop.
   void Serve(int listener, int signals) {
@@ -198,8 +196,8 @@ class Worker {
     while (EndWithSupervisor(place_)) {
       deadline_.Start();
       if (std::optional<Incoming> incoming = next()) Answer(*incoming);
+      place_.slot->party = 0;  // what is left to do is nobody's, and short
       afterwards_.DoDue();
-      events_.DoDue();
       TellThatTimePasses();
       deadline_.Stop();
       if (!IsLoweredTo(options_.ids)) {
@@ -215,7 +213,7 @@ class Worker {
   // The milliseconds until something is due without a new request; -1: nothing is.
   int Patience() const {
     int least = place_.pool == kTellers ? kTellEvery : -1;
-    for (const int due : {afterwards_.Milliseconds(), events_.Milliseconds(), pause_}) {
+    for (const int due : {afterwards_.Milliseconds(), pause_}) {
       if (due >= 0 && (least < 0 || due < least)) least = due;
     }
     return least;
@@ -226,7 +224,6 @@ class Worker {
     if (place_.pool != kTellers || now < tell_) return;
     tell_ = now + std::chrono::milliseconds(kTellEvery);
     dispatcher_.TellOfLinks(nullptr);
-    events_.RemoveOld();
   }
 
   void Answer(Incoming& incoming) {
@@ -264,7 +261,7 @@ class Worker {
     Reply(incoming, stream, outcome);
     for (sharing::LinkEvent& event : outcome.events) {
       if (stream.left || outcome.broken_off) event.result = "incomplete";
-      events_.Add(std::move(event));
+      events_.Give(std::move(event));
     }
     if (outcome.at_once) outcome.at_once();
     if (outcome.afterwards) afterwards_.Add(std::move(outcome.afterwards));
@@ -411,15 +408,15 @@ class Worker {
   Deadline deadline_;
   const RequestLog log_;
   Afterwards afterwards_;
-  EventWriter events_;
+  const EventQueue& events_;
   int pause_ = -1;                                // the longest time to wait for the next request
   std::chrono::steady_clock::time_point tell_{};  // when modules are told again
 };
 
 }  // namespace
 
-int RunWorker(const Options& options, int listener, const Queues& queues, Statistics& statistics,
-              const WorkerPlace& place) {
+int RunWorker(const Options& options, int listener, const Queues& queues, const EventQueue& events,
+              Statistics& statistics, const WorkerPlace& place) {
   bool started = false;
   try {
     const Descriptor signals(WatchSignals());
@@ -435,7 +432,7 @@ int RunWorker(const Options& options, int listener, const Queues& queues, Statis
     });
     LowerTo(options.ids);
     Dispatcher dispatcher(options, registry, output, place.pool);
-    Worker worker(options, queues, statistics, place, registry, dispatcher);
+    Worker worker(options, queues, events, statistics, place, registry, dispatcher);
     BecomeIdle(place);
     kill(place.supervisor, SIGUSR1);
     started = true;

@@ -17,6 +17,11 @@ def name_of(pid):
     return _read(pid, "comm").strip()
 
 
+def workers(host):
+    """Those of a velt-webapid, which has other children too."""
+    return [pid for pid in children(host) if name_of(pid) == "velt-webapid"]
+
+
 def _stat(pid):
     """The fields of `stat` from the state on."""
     return _read(pid, "stat").rpartition(")")[2].split()

@@ -3,9 +3,12 @@
 import collections
 import csv
 import io
+import os
+import signal
 import time
 import unittest
 
+import processes
 from demo import Demo
 from shared_files import Shared, ask, get, query
 from webdriver import Browser, Keys
@@ -75,6 +78,19 @@ class Events(unittest.TestCase):
         rows = list(csv.DictReader(io.StringIO(table.text)))
         self.assertEqual(sorted(e["kind"] for e in found), sorted(row["kind"] for row in rows))
         self.assertEqual({"'=formula \"1\".txt"}, {row["file"] for row in rows if "formula" in row["file"]})
+
+    def test_nothing_is_lost_when_the_writer_dies_or_the_service_stops(self):
+        self.files.put("kept/a.txt")
+        visitor = self.files.visit("kept")
+        host = next(pid for pid in processes.children(self.demo.pid) if processes.name_of(pid) == "velt-webapid")
+        writer = next(pid for pid in processes.children(host) if processes.name_of(pid) == "velt-events")
+        os.kill(writer, signal.SIGKILL)
+        self.assertEqual(200, get(visitor, "0/a.txt").status)
+        self.assertIn(("download", "a.txt", "ok"), told(wait_for(self.demo, visitor.link_id, 2)))
+        self.assertEqual(200, get(visitor, "0/a.txt", show="true").status)
+        self.demo.restart()
+        found = told(events(self.demo, visitor.link_id)["events"])
+        self.assertEqual(1, found["preview", "a.txt", "ok"], found)
 
     def test_a_download_that_makes_a_visit_tells_both(self):
         self.files.put("single/a.txt")

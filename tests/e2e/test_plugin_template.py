@@ -70,11 +70,11 @@ class Template(unittest.TestCase):
         self.assertTrue(re.search(r'src="/pkg/holiday/plugin.js\?v=\d+"', visitor.page().text))
 
         # A worker may keep the library as it was (STB_GNU_UNIQUE), so each gives way to a new one.
-        workers = set(processes.children(service))
+        workers = set(processes.workers(service))
         self.edit("Plugin.cpp", "shares", "shows")
         self.make()
         self.wait(script, "alice shows this with you.")
-        self.wait(lambda: [bool(workers & set(processes.children(service)))], False)
+        self.wait(lambda: [bool(workers & set(processes.workers(service)))], False)
         self.edit("configuration.json.in", '{"plugins"', '{"protect_title": "Changed", "plugins"')
         self.make()
         self.wait(script, "Changed")

@@ -79,7 +79,7 @@ def host_and_server():
 def worker_of(link):
     path, = open_files(link)
     wanted = os.stat(path)
-    for worker in processes.children(host_and_server()[0]):
+    for worker in processes.workers(host_and_server()[0]):
         for number in processes.descriptors(worker):
             with contextlib.suppress(FileNotFoundError):
                 if os.path.samestat(os.stat(f"/proc/{worker}/fd/{number}"), wanted):
@@ -163,9 +163,9 @@ class Transfers(unittest.TestCase):
         with Sending(link, 8 * MIB) as sending:
             sending.send(MIB).arrive()
             worker = worker_of(link)
-            before = set(processes.children(host_and_server()[0]))
+            before = set(processes.workers(host_and_server()[0]))
             os.kill(host_and_server()[0], signal.SIGHUP)
-            wait_until(lambda: set(processes.children(host_and_server()[0])) & before == {worker})
+            wait_until(lambda: set(processes.workers(host_and_server()[0])) & before == {worker})
             with Sending(link, 5, "other.bin") as other:
                 self.assertEqual(201, other.finish()[0])
             self.assertEqual(201, sending.finish()[0])

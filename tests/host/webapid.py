@@ -1,5 +1,6 @@
 """Starts velt-webapid on a fresh folder and talks FastCGI to it, as a web server would."""
 
+import contextlib
 import json
 import os
 import socket
@@ -219,8 +220,16 @@ class Host:
 
     def workers(self):
         """The process ids of all workers, of every pool."""
+        return self.children("velt-webapid")
+
+    def children(self, name):
+        """Those of its child processes that are called so."""
+        found = []
         with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children", encoding="ascii") as file:
-            return [int(pid) for pid in file.read().split()]
+            for pid in file.read().split():
+                with contextlib.suppress(OSError), open(f"/proc/{pid}/comm", encoding="utf-8") as comm:
+                    found += [int(pid)] if comm.read().strip() == name else []
+        return found
 
     def worker(self):
         """The process id of a worker that is up."""

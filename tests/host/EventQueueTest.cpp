@@ -4,12 +4,12 @@
 #include <utility>
 #include <vector>
 
-#include "host/process/EventWriter.h"
+#include "host/process/EventQueue.h"
 
 namespace VELT::host {
 namespace {
 
-TEST(EventWriterTest, KeepsAVisitorsNetworkAlone) {
+TEST(EventQueueTest, KeepsAVisitorsNetworkAlone) {
   const std::vector<std::pair<const char*, const char*>> rows = {
       {"203.0.113.77", "203.0.113.0"},
       {"2001:db8:1234:5678::9", "2001:db8:1234::"},
