@@ -49,7 +49,7 @@ int RecordEvents(const Options& options, EventQueue& queue, Statistics& statisti
                  pid_t supervisor) {
   try {
     prctl(PR_SET_NAME, "velt-events");  // for ps(1)
-    LowerForGood(options.ids);
+    LowerTo(options.ids);  // so that a supervisor without CAP_KILL may end it (kill(2))
     const Descriptor termination(WatchTermination());
     // After the change of ids, which would clear it.
     prctl(PR_SET_PDEATHSIG, SIGTERM);

@@ -257,9 +257,9 @@ void Supervisor::OnWorkerEnded(Pool pool, const Worker& worker, int status) {
 
 void Supervisor::Adjust(Companion& companion) {
   if (stopping_) {
-    if (!HasWorkers() && companion.pid > 0 && !std::exchange(companion.leaving, true)) {
-      kill(companion.pid, SIGTERM);
-    }
+    if (HasWorkers() || companion.pid <= 0 || std::exchange(companion.leaving, true)) return;
+    // One that has given root's ids up for good can't be ended by a supervisor without CAP_KILL.
+    if (kill(companion.pid, SIGTERM) != 0) companion.pid = -1;
     return;
   }
   if (companion.pid > 0 || Clock::now() < companion.start) return;

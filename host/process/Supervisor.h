@@ -39,7 +39,8 @@ class Supervisor {
   Supervisor(const PoolSizes& sizes, const Scoreboard& scoreboard, Statistics& statistics,
              WorkerMain worker, OnLostRequest on_lost_request);
 
-  // Runs in a child process that is not a worker; returns its exit status.
+  // Runs in a child process that is not a worker; returns its exit status. It must end with the
+  // supervisor (PR_SET_PDEATHSIG of prctl(2)).
   using CompanionMain = std::function<int(pid_t supervisor)>;
 
   // Keeps a process running beside the workers: starts it again when it ends, and ends it with SIGTERM
