@@ -36,6 +36,8 @@ int SharingAPIBase::RunSteps() {
   return code;
 }
 
+int SharingAPIBase::Fail(ErrorCode code) { return Fail(code, MessageOf(code)); }
+
 int SharingAPIBase::Fail(int code, const char* message) {
   error_message_ = message;
   return code;

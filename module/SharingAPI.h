@@ -44,7 +44,8 @@ class SharingAPIBase {
   // Runs the steps in order. Returns 0, or the code of the step that failed; error_message_ then
   // begins with that step's prefix.
   int RunSteps();
-  // Sets error_message_ and returns `code`.
+  // Sets error_message_, to the code's own message if there is none, and returns `code`.
+  int Fail(ErrorCode code);
   int Fail(int code, const char* message);
 
   // The declared parameter, or its fallback. Throws what JsonCpp's conversions throw.

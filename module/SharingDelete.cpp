@@ -20,9 +20,9 @@ int SharingDelete::Execute() {
   const unsigned int uid = request_->GetLoginUID();
 
   if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
-  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID, "invalid sharing id");
+  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID);
   if (!request_->IsAdmin() && uid != entry.get_owner_uid()) {
-    return Fail(kErrorOwner, "invalid owner");
+    return Fail(kErrorOwner);
   }
   if (!entry_db.Delete(entry)) return Fail(kErrorStore, "db delete entry fail");
   return 0;

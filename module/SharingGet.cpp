@@ -24,10 +24,10 @@ int SharingGet::Execute() {
   const unsigned int uid = request_->GetLoginUID();
 
   if (!database->IsGood()) return Fail(kErrorStore, "db open fail");
-  if (!entry_db.GetByHash(sharing_id_, entry_)) return Fail(kErrorSharingID, "invalid sharing id");
+  if (!entry_db.GetByHash(sharing_id_, entry_)) return Fail(kErrorSharingID);
   if (request_->IsSharing()) return AdmitVisitor();
   if (!request_->IsAdmin() && uid != entry_.get_owner_uid()) {
-    return Fail(kErrorOwner, "invalid owner");
+    return Fail(kErrorOwner);
   }
   return 0;
 }

@@ -10,34 +10,28 @@
 #include "sharing/RunAsGuard.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Login.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT {
 namespace {
 
 using sharing::LoginResult;
 
-struct LoginFailure {
-  int code;
-  const char* message;
-};
-
-LoginFailure FailureOf(LoginResult result) {
-  switch (result) {
+ErrorCode CodeOf(LoginResult failure) {
+  switch (failure) {
     case LoginResult::kWrongAccount:
-      return {kErrorUserLogin, "invalid mosk user login"};
+      return kErrorUserLogin;
     case LoginResult::kNotServed:
-      return {kErrorLogin, "login fail"};
+      return kErrorLogin;
     case LoginResult::kDenied:
-      return {kErrorAddress, "denied IP"};
+      return kErrorAddress;
     case LoginResult::kWrongPassword:
-      return {kErrorProtectPassword, "wrong protect passwd"};
+      return kErrorProtectPassword;
     case LoginResult::kNotListed:
-      return {kErrorProtectUser, "wrong protect user"};
+      return kErrorProtectUser;
     case LoginResult::kUsedUp:
-      return {kErrorExpireTimes, "exceed expire times"};
+      return kErrorExpireTimes;
     default:
-      return {kErrorStore, "login internal error"};
+      return kErrorStore;
   }
 }
 
@@ -69,8 +63,8 @@ int SharingLogin::Login() {
   std::string sid;
   const auto result = static_cast<LoginResult>(VeltSharingLogin(sid, &params, false));
   if (result != LoginResult::kLoggedIn) {
-    const LoginFailure failure = FailureOf(result);
-    return Fail(failure.code, failure.message);
+    const ErrorCode code = CodeOf(result);
+    return code == kErrorStore ? Fail(code, "login internal error") : Fail(code);
   }
 
   if (!response_->AddCookie("/", sharing::SZK_SHARING_SID, sid, 0, "", false, false)) {
@@ -109,7 +103,7 @@ int SharingLogout::Execute() {
   if (sid.empty()) sid = request_->GetSharingSID();
 
   if (!request_->IsSharing()) return Fail(kErrorParam, "only allow sharing request");
-  if (VeltSharingLogout(sharing_id, sid) == 0) return Fail(kErrorLogout, "logout fail");
+  if (VeltSharingLogout(sharing_id, sid) == 0) return Fail(kErrorLogout);
   return 0;
 }
 

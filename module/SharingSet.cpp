@@ -110,9 +110,9 @@ int SharingSet::Execute() {
 
 int SharingSet::LoadForUpdate(Entry& entry) {
   sharing::db::EntryDB entry_db(*sharing::db::SharingDB::Instance());
-  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID, "invalid sharing id");
+  if (!entry_db.GetByHash(sharing_id_, entry)) return Fail(kErrorSharingID);
   if (!request_->IsAdmin() && owner_uid_ != entry.get_owner_uid()) {
-    return Fail(kErrorOwner, "invalid owner");
+    return Fail(kErrorOwner);
   }
   // A link can't be moved to another application, whose plugins would then get its data.
   if (entry.get_project_name() != project_name_) return Fail(kErrorParam, "invalid project name");

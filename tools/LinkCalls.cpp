@@ -57,7 +57,7 @@ Json::Value Call(const HostOptions& options, long long uid, const char* method,
   if (options.registry.empty()) throw Failure("--registry or --config is needed");
   const auto registry = host::Registry::Load(options.registry);
   const host::Method* found = nullptr;
-  if (registry.Find("VELT.Core.Sharing", 1, method, &found) != 0) {
+  if (registry.Find("VELT.Core.Sharing", 1, method, &found)) {
     throw Failure("no module in " + options.registry + " has links");
   }
   sharing::StoreOptions store;

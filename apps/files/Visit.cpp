@@ -8,7 +8,6 @@
 #include "veltsharing/Keys.h"
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/Login.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::files {
 namespace {

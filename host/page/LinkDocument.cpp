@@ -18,6 +18,7 @@ constexpr const char* kTemplate = "/usr/velt/web/link/page.html";
 
 // A state in which the link is not served: the page only says why.
 struct Ending {
+  LinkState state;
   int status;
   ErrorCode error;      // the code under which the session script reports it
   const char* title;    // a text's key
@@ -25,26 +26,17 @@ struct Ending {
 };
 
 // A disabled link gets the page of an unknown one, so that nobody learns which ids exist.
+constexpr Ending kEndings[] = {
+    {LinkState::kUnavailable, 503, kErrorStore, "unavailable_title", "UNAVAILABLE"},
+    {LinkState::kUnknown, 404, kErrorLogin, "unknown_title", "UNKNOWN"},
+    {LinkState::kPending, 403, kErrorLogin, "pending_title", "PENDING"},
+    {LinkState::kExpired, 410, kErrorLogin, "expired_title", "EXPIRED"},
+    {LinkState::kUsedUp, 410, kErrorExpireTimes, "used_up_title", "USED_UP"},
+};
+
 const Ending* EndingOf(LinkState state) {
-  static constexpr Ending kUnavailable{503, kErrorStore, "unavailable_title", "UNAVAILABLE"};
-  static constexpr Ending kUnknown{404, kErrorLogin, "unknown_title", "UNKNOWN"};
-  static constexpr Ending kPending{403, kErrorLogin, "pending_title", "PENDING"};
-  static constexpr Ending kExpired{410, kErrorLogin, "expired_title", "EXPIRED"};
-  static constexpr Ending kUsedUp{410, kErrorExpireTimes, "used_up_title", "USED_UP"};
-  switch (state) {
-    case LinkState::kUnavailable:
-      return &kUnavailable;
-    case LinkState::kUnknown:
-      return &kUnknown;
-    case LinkState::kPending:
-      return &kPending;
-    case LinkState::kExpired:
-      return &kExpired;
-    case LinkState::kUsedUp:
-      return &kUsedUp;
-    case LinkState::kLogin:
-    case LinkState::kOpen:
-      break;
+  for (const Ending& ending : kEndings) {
+    if (ending.state == state) return &ending;
   }
   return nullptr;
 }

@@ -256,7 +256,7 @@ class Worker {
         note = {};  // the worker that takes it reports it
         return;
       }
-      outcome.code = kUnexpectedFailure;
+      outcome.code = kErrorUnexpected;
     }
     Reply(incoming, stream, outcome);
     for (sharing::LinkEvent& event : outcome.events) {
@@ -281,12 +281,12 @@ class Worker {
     if (has_room && lines[LineOf(outcome.party)].Give(incoming, outcome.party)) return true;
     ++statistics_.pool(pool).refused;
     if (!has_room) {
-      outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many archives are being sent",
+      outcome.answer = ErrorAnswer(kErrorUnexpected, "too many archives are being sent",
                                    "503 Service Unavailable", kStreamRetry);
       return false;
     }
     syslog(LOG_WARNING, "too many calls wait for the workers of pool %s", NameOf(pool));
-    outcome.answer = ErrorAnswer(kUnexpectedFailure, "too many calls wait; try again later");
+    outcome.answer = ErrorAnswer(kErrorUnexpected, "too many calls wait; try again later");
     return false;
   }
 
@@ -324,7 +324,7 @@ class Worker {
     Dispatcher::Outcome outcome(
         PlainAnswer("503 Service Unavailable", "Too many files are being sent; try again later.",
                     "Retry-After: " + std::to_string(kStreamRetry) + "\r\n"));
-    outcome.code = kUnexpectedFailure;
+    outcome.code = kErrorUnexpected;
     deadline_.SetClient(nullptr);
     Reply(incoming, Stream{incoming, Progress(deadline_), 1}, outcome);
   }
@@ -354,7 +354,7 @@ class Worker {
     // Before the client knows it and sends the next file.
     if (place_.pool == Pool::kUpload) place_.slot->party = 0;
     if (stream.left) return Finish(kClientLeft, 0);
-    if (outcome.broken_off) return Finish(kWorkerFailed, kUnexpectedFailure);
+    if (outcome.broken_off) return Finish(kWorkerFailed, kErrorUnexpected);
     const std::string rest = (stream.begun ? std::string() : IdLine(incoming.id)) + outcome.answer;
     const int status = stream.begun ? place_.slot->request.status : StatusOf(rest);
     if (incoming.request.read_body && stream.unread > 0) {

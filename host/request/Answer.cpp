@@ -71,7 +71,7 @@ std::string JsonAnswer(const ResponseState& state, bool secure) {
          ToText(state.body) + R"(},"success":false})";
 }
 
-std::string ErrorAnswer(FrameworkError code, const std::string& detail, const char* status,
+std::string ErrorAnswer(ErrorCode code, const std::string& detail, const char* status,
                         std::int64_t retry_after) {
   ResponseState state;
   state.status = status;

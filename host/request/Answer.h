@@ -7,19 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "veltwebapi/ErrorCodes.h"
 #include "veltwebapi/ResponseState.h"
 
 namespace VELT::host {
-
-// The framework's own error codes.
-enum FrameworkError {
-  kUnexpectedFailure = 100,
-  kNoSuchApi = 102,
-  kNoSuchMethod = 103,
-  kNoSuchVersion = 104,
-  kNotAllowed = 105,
-  kMalformed = 106,
-};
 
 // The answer that a handler has set in `state`, which must hold a success or an error. `secure`
 // marks every cookie as Secure.
@@ -28,8 +19,8 @@ std::string JsonAnswer(const ResponseState& state, bool secure);
 // and other sites unless the handler's own lines, at the beginning of `printed`, already say that.
 std::string HeaderLines(const ResponseState& state, bool secure, std::string_view printed = {});
 // `status` is HTTP's, with its reason phrase; `retry_after` as in ResponseState.
-std::string ErrorAnswer(FrameworkError code, const std::string& detail,
-                        const char* status = "200 OK", std::int64_t retry_after = 0);
+std::string ErrorAnswer(ErrorCode code, const std::string& detail, const char* status = "200 OK",
+                        std::int64_t retry_after = 0);
 
 // An answer in plain text. `status` has its reason phrase ("404 Not Found"); `text` is one line,
 // `fields` are further lines of the header.

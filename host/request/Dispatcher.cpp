@@ -27,6 +27,7 @@
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/BrowserName.h"
+#include "veltwebapi/ErrorCodes.h"
 #include "veltwebapi/LinksChanged.h"
 #include "veltwebapi/ResponseState.h"
 
@@ -98,8 +99,8 @@ std::string AnswerOf(ResponseState& state, const std::string& label, bool return
   if (!returned || !state.output_enabled || state.outcome == ResponseState::Outcome::kNone) {
     // Cookies stay: if a login fails after it has made a session, the visitor still needs its id.
     state.outcome = ResponseState::Outcome::kError;
-    state.error_code = kUnexpectedFailure;
-    state.body = "unexpected failure";
+    state.error_code = kErrorUnexpected;
+    state.body = MessageOf(kErrorUnexpected);
   }
   return JsonAnswer(state, secure);
 }
@@ -110,7 +111,7 @@ bool IsSecure(const WebRequest& request, const std::string& base_url) {
   return request.IsHttps() || base_url == "https://" + request.Variable("HTTP_HOST");
 }
 
-Dispatcher::Outcome Refusal(FrameworkError code, const std::string& detail,
+Dispatcher::Outcome Refusal(ErrorCode code, const std::string& detail,
                             const char* status = "200 OK", std::int64_t retry_after = 0) {
   Dispatcher::Outcome outcome(ErrorAnswer(code, detail, status, retry_after));
   outcome.code = code;
@@ -122,20 +123,21 @@ std::optional<Dispatcher::Outcome> JudgeAddress(const WebRequest& request, Addre
                                                 const Method& method,
                                                 const RequestContext& context) {
   if (method.post_only && request.Variable("REQUEST_METHOD") != "POST") {
-    return Refusal(kNotAllowed, "this method needs POST");
+    return Refusal(kErrorNotAllowed, "this method needs POST");
   }
   if (IsFromOtherSite(request, context.base_url)) {
-    return Refusal(kNotAllowed, "another site's page may not call this method");
+    return Refusal(kErrorNotAllowed, "another site's page may not call this method");
   }
   if (AsksForAnotherLink(context)) {
-    return Refusal(kNotAllowed, "only this address's own link can be asked about");
+    return Refusal(kErrorNotAllowed, "only this address's own link can be asked about");
   }
   // The web server passes on what comes from this address as fast as its client reads.
   if (context.is_sharing && (door == Address::Kind::kStream) != (method.pool == Pool::kStream)) {
-    return Refusal(kNotAllowed,
+    return Refusal(kErrorNotAllowed,
                    "what is sent in pieces is called at the link's /stream, and nothing else");
   }
-  if (method.pool == Pool::kUpload) return Refusal(kNotAllowed, "this method is called by PUT");
+  if (method.pool == Pool::kUpload)
+    return Refusal(kErrorNotAllowed, "this method is called by PUT");
   return std::nullopt;
 }
 
@@ -146,14 +148,14 @@ std::optional<Dispatcher::Outcome> JudgeCaller(const WebRequest& request, const 
   if (!MayCall(method, context, signs_owners_in)) {
     // No WWW-Authenticate: it would open the browser's own dialogue.
     const bool signed_out = !context.is_sharing && context.owner.account.empty();
-    return Refusal(kNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");
+    return Refusal(kErrorNotAllowed, "not allowed", signed_out ? "401 Unauthorized" : "200 OK");
   }
   const std::string beyond = BeyondToken(method, context);
-  if (!beyond.empty()) return Refusal(kNotAllowed, beyond);
+  if (!beyond.empty()) return Refusal(kErrorNotAllowed, beyond);
   if (HasRawBody(request) && request.body.size() > method.raw_body) {
-    return Refusal(kMalformed, method.raw_body == 0
-                                   ? "request body is neither a form nor JSON"
-                                   : "request body is larger than the method takes");
+    return Refusal(kErrorMalformed, method.raw_body == 0
+                                        ? "request body is neither a form nor JSON"
+                                        : "request body is larger than the method takes");
   }
   return std::nullopt;
 }
@@ -249,14 +251,14 @@ Dispatcher::Outcome Dispatcher::AnswerApi(const WebRequest& request, const Addre
                                           const Sink& sink, RequestNote& note) {
   const bool is_sharing = address.kind != Address::Kind::kOwner;
   if (is_sharing && request.body.size() > kLargestVisitorBody && !HasRawBody(request)) {
-    return Refusal(kMalformed, "request body is larger than 64 KiB");
+    return Refusal(kErrorMalformed, "request body is larger than 64 KiB");
   }
   Parameters parameters;
   const std::string error =
       ReadParameters(request, parameters, is_sharing ? RequestContext::kVisitorLevels : 64);
-  if (!error.empty()) return Refusal(kMalformed, error);
+  if (!error.empty()) return Refusal(kErrorMalformed, error);
   auto context = ContextOf(request, address);
-  if (!context) return Refusal(kMalformed, kBadHost);
+  if (!context) return Refusal(kErrorMalformed, kBadHost);
   context->parameters = std::move(parameters);
   return AnswerMethod(request, address, std::move(context), sink, note);
 }
@@ -331,16 +333,8 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Ad
   const std::string api = TextOf(context->parameters, "api");
   const std::string name = TextOf(context->parameters, "method");
   const Method* method = nullptr;
-  switch (registry_.Find(api, VersionOf(context->parameters), name, &method)) {
-    case kNoSuchApi:
-      return Refusal(kNoSuchApi, "no such API");
-    case kNoSuchVersion:
-      return Refusal(kNoSuchVersion, "the API has no such version");
-    case kNoSuchMethod:
-      return Refusal(kNoSuchMethod, "the API has no such method");
-    default:
-      break;
-  }
+  const auto unknown = registry_.Find(api, VersionOf(context->parameters), name, &method);
+  if (unknown) return Refusal(*unknown, MessageOf(*unknown));
   note.method = method->row;
   if (!request.judged) {
     if (auto refusal = JudgeAddress(request, address.kind, *method, *context)) return *refusal;
@@ -351,12 +345,11 @@ Dispatcher::Outcome Dispatcher::AnswerMethod(const WebRequest& request, const Ad
       return {Pool::kLogin, VisitorParty(context->client.address)};
     }
     if (caller.kind == Caller::Kind::kBraked) {
-      return Refusal(kNotAllowed, "too many attempts have failed", "429 Too Many Requests",
+      return Refusal(kErrorNotAllowed, "too many attempts have failed", "429 Too Many Requests",
                      caller.wait);
     }
     if (caller.kind == Caller::Kind::kUnknown) {
-      return Refusal(kUnexpectedFailure, "the caller can't be judged now",
-                     "503 Service Unavailable");
+      return Refusal(kErrorUnexpected, "the caller can't be judged now", "503 Service Unavailable");
     }
     if (caller.kind == Caller::Kind::kOwner) {
       context->view = {sharing::View::Of::kOwner, {}, context->owner.projects};

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <initializer_list>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -14,7 +13,6 @@
 
 #include "host/Limits.h"
 #include "host/Pool.h"
-#include "host/request/Answer.h"
 #include "veltsys/JsonFile.h"
 
 namespace VELT::host {
@@ -177,12 +175,12 @@ void Registry::Number(const RowOf& row_of) {
   }
 }
 
-int Registry::Find(const std::string& api, int version, const std::string& name,
-                   const Method** method) const {
+std::optional<ErrorCode> Registry::Find(const std::string& api, int version,
+                                        const std::string& name, const Method** method) const {
   const auto found = methods_.find({api, version, name});
   if (found != methods_.end()) {
     *method = &found->second;
-    return 0;
+    return std::nullopt;
   }
   bool has_api = false;
   bool has_version = false;
@@ -190,8 +188,8 @@ int Registry::Find(const std::string& api, int version, const std::string& name,
     has_api = has_api || std::get<0>(key) == api;
     has_version = has_version || (std::get<0>(key) == api && std::get<1>(key) == version);
   }
-  if (!has_api) return kNoSuchApi;
-  return has_version ? kNoSuchMethod : kNoSuchVersion;
+  if (!has_api) return kErrorNoAPI;
+  return has_version ? kErrorNoMethod : kErrorNoVersion;
 }
 
 const Method* Registry::FindPut(const std::string& project) const {

@@ -4,12 +4,14 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "host/Pool.h"
 #include "veltwebapi/APITable.h"
+#include "veltwebapi/ErrorCodes.h"
 
 namespace VELT::host {
 
@@ -65,9 +67,9 @@ class Registry {
       std::function<std::size_t(const std::string& api, int version, const std::string& method)>;
   void Number(const RowOf& row_of);
 
-  // Sets `*method` and returns 0, or returns a FrameworkError (Answer.h).
-  int Find(const std::string& api, int version, const std::string& name,
-           const Method** method) const;
+  // Sets `*method`, or returns why there is none.
+  std::optional<ErrorCode> Find(const std::string& api, int version, const std::string& name,
+                                const Method** method) const;
   // The method by which links of `project` take files that are sent whole; null: by none.
   const Method* FindPut(const std::string& project) const;
   // The size of the largest body that any method accepts, at least kLargestBody.

@@ -11,7 +11,6 @@
 #include "veltsharing/Entry.h"
 #include "veltsharing/SharingDB.h"
 #include "veltsharing/View.h"
-#include "veltsharing/Visit.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include "platform/store/sql/VisitorRows.h"
 #include "veltsharing/Entry.h"
 #include "veltsharing/Login.h"
-#include "veltsharing/Visit.h"
 
 namespace VELT::sharing::db {
 

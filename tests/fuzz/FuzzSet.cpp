@@ -28,7 +28,7 @@ bool ReadContext(const std::string& text, RequestContext& context) {
 }
 
 void RequireRefusal(const ResponseState& state) {
-  Require(state.outcome == ResponseState::Outcome::kError && state.error_code == 120,
+  Require(state.outcome == ResponseState::Outcome::kError && state.error_code == kErrorCheck,
           "it is a 120");
   Require(state.body.isObject() && state.body.size() == 2 && state.body["name"].isString(),
           "a 120 has name and reason");
@@ -72,7 +72,8 @@ void Try(const std::string& text) {
     while (row->api != std::string(check->api) || row->method != std::string(check->method)) ++row;
     row->handler(const_cast<APIRequest*>(&request), &response);
     Require(state.outcome == ResponseState::Outcome::kError, "a handler answers");
-    Require(state.error_code == 117 || (state.error_code == 101 && !passed), "a code is known");
+    Require(state.error_code == kErrorStore || (state.error_code == kErrorParam && !passed),
+            "a code is known");
     Require(state.body.isString(), "an error has a text");
   }
   Log().clear();

@@ -12,6 +12,7 @@
 #include "veltwebapi/APIRequest.h"
 #include "veltwebapi/APIResponse.h"
 #include "veltwebapi/APITable.h"
+#include "veltwebapi/ErrorCodes.h"
 
 namespace {
 
@@ -148,7 +149,7 @@ bool Pass(APIRequest*, APIResponse*) { return true; }
 
 bool RefuseWithoutValue(APIRequest* request, APIResponse* response) {
   if (request->HasParam("value")) return true;
-  response->SetError(120, "value");
+  response->SetError(VELT::kErrorCheck, "value");
   return false;
 }
 

@@ -121,7 +121,7 @@ Answer ModuleTest::Call(const std::string& api, const std::string& method,
                      std::to_string(cookie.lifetime) + "; " + cookie.domain + "; " +
                      (cookie.secure ? "secure" : "");
   }
-  EXPECT_TRUE(answer.raw || answer.handled || answer.code == 120);
+  EXPECT_TRUE(answer.raw || answer.handled || answer.code == kErrorCheck);
   return answer;
 }
 

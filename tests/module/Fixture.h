@@ -12,6 +12,7 @@
 
 #include "tests/support/Json.h"
 #include "tests/support/SyslogCapture.h"
+#include "veltwebapi/ErrorCodes.h"
 #include "veltwebapi/RequestContext.h"
 
 namespace VELT {

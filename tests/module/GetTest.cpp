@@ -41,9 +41,9 @@ TEST_F(GetTest, OwnerAndAdministratorReadAndDelete) {
   const std::string id = Create();
   As(kBob);
   for (const char* method : {"get", "delete"}) {
-    EXPECT_EQ(On(method, id).code, 1007);
+    EXPECT_EQ(On(method, id).code, kErrorOwner);
     EXPECT_EQ(On(method, id).body, "Execute Error: invalid owner");
-    EXPECT_EQ(On(method, "unknown").code, 1005);
+    EXPECT_EQ(On(method, "unknown").code, kErrorSharingID);
     EXPECT_EQ(On(method, "unknown").body, "Execute Error: invalid sharing id");
   }
   As(kAdmin, true);
@@ -52,7 +52,7 @@ TEST_F(GetTest, OwnerAndAdministratorReadAndDelete) {
   EXPECT_EQ(answer.code, 0);
   EXPECT_EQ(answer.body, Json::Value(""));
   As(kAlice);
-  EXPECT_EQ(On("get", id).code, 1005);
+  EXPECT_EQ(On("get", id).code, kErrorSharingID);
   EXPECT_EQ(Rows("link"), 0);
 }
 
@@ -65,12 +65,12 @@ TEST_F(GetTest, VisitorReadsByItsTokenForThatLink) {
   EXPECT_FALSE(answer.body.isMember("private_data"));
 
   EXPECT_EQ(On("get", other).body, "Execute Error: no token");
-  EXPECT_EQ(On("get", other).code, 1006);
+  EXPECT_EQ(On("get", other).code, kErrorSharingSession);
   AsVisitor(other, sid);
   EXPECT_EQ(Sharing("get", "{}").body, "Execute Error: no token");
   AsVisitor(id, "chosen-by-the-visitor");
   EXPECT_EQ(Sharing("get", "{}").body, "Execute Error: invalid sharing session_id");
-  EXPECT_EQ(On("get", "unknown").code, 1005);
+  EXPECT_EQ(On("get", "unknown").code, kErrorSharingID);
 
   AsVisitor(id, sid);
   sharing::record::Entry visited;
@@ -78,7 +78,7 @@ TEST_F(GetTest, VisitorReadsByItsTokenForThatLink) {
   g_token_of = &visited;
   answer = On("get", other);
   g_token_of = nullptr;
-  EXPECT_EQ(answer.code, 1005);
+  EXPECT_EQ(answer.code, kErrorSharingID);
   EXPECT_EQ(answer.body, "Execute Error: err token");
 }
 
@@ -86,7 +86,7 @@ TEST_F(GetTest, VisitEndsWithItsSessionOrItsLink) {
   const std::string id = Create({{"expire_at", "2023-11-15 12:00:00"}});
   const auto refusal = [this] {
     const Answer answer = Sharing("get", "{}");
-    EXPECT_EQ(answer.code, 1006);
+    EXPECT_EQ(answer.code, kErrorSharingSession);
     return answer.body.asString();
   };
   Login(id);

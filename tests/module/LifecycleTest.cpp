@@ -78,7 +78,7 @@ class Method : public SharingAPIBase {
     g_steps.emplace_back(name);
     if (failing_step == std::string(name) + " throws") throw std::runtime_error("x");
     if (failing_step == std::string(name) + " throws a number") throw 1;
-    return failing_step == name ? Fail(117, "x") : 0;
+    return failing_step == name ? Fail(kErrorStore, "x") : 0;
   }
 };
 
@@ -110,7 +110,7 @@ TEST(HandlerTest, AnswersWithTheResultOrTheFirstFailure) {
   EXPECT_THAT(g_steps, ElementsAre("parse", "end, lines logged: 0"));
   EXPECT_EQ(Handle<Method>("execute").body, "Execute Error: x");
   EXPECT_EQ(Handle<Method>("form").body, "Format Output Error: x");
-  EXPECT_EQ(Handle<Method>("form").error_code, 117);
+  EXPECT_EQ(Handle<Method>("form").error_code, kErrorStore);
   EXPECT_EQ(Handle<SharingAPIBase>("").body, Json::Value());
 }
 

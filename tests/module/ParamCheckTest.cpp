@@ -70,7 +70,7 @@ TEST_F(ParamCheckTest, FirstBadParameterIsReported) {
       {"set", R"({"protect_type": "", "expire_times": -1})", "protect_type", "condition"},
   };
   const auto check = [this](const Answer& answer, const char* parameter, const char* reason) {
-    EXPECT_EQ(answer.code, 120);
+    EXPECT_EQ(answer.code, kErrorCheck);
     EXPECT_EQ(answer.body, Object({{"name", parameter}, {"reason", reason}}));
     EXPECT_FALSE(answer.handled);
   };
@@ -119,11 +119,11 @@ TEST_F(ParamCheckTest, GoodParametersReachTheHandler) {
     const char* json;
     int code;  // the handler's
   } rows[] = {
-      {"get", "{}", 1005},
+      {"get", "{}", kErrorSharingID},
       {"list", R"({"limit": 2147483647, "offset": -2147483648})", 0},
       {"list", R"({"sort_direction": "DESC"})", 0},
-      {"Session get", R"({"sharing_error": {}})", 101},
-      {"logout", R"({"sharing_sid": 5})", 101},
+      {"Session get", R"({"sharing_error": {}})", kErrorParam},
+      {"logout", R"({"sharing_sid": 5})", kErrorParam},
       {"set", R"({"protect_password": ""})", 0},
       {"set", R"({"expire_times": 0})", 0},
       {"set", R"({"protect_type": "user", "protect_groups": ["family"]})", 0},

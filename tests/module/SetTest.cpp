@@ -104,13 +104,14 @@ TEST_F(SetTest, UpdatesOnlyWhatTheRequestCarries) {
 TEST_F(SetTest, OnlyOwnerAndAdministratorUpdate) {
   const std::string id = Create();
   As(kBob);
-  ExpectRefusal(Set({{"enabled", false}}, id), 1007, "Execute Error: invalid owner");
+  ExpectRefusal(Set({{"enabled", false}}, id), kErrorOwner, "Execute Error: invalid owner");
   As(kAdmin, true);
   EXPECT_EQ(Set({{"enabled", false}}, id).code, 0);
   EXPECT_EQ(Read(id)["owner_uid"], kAlice);
 
-  ExpectRefusal(Set({{"project_name", "Album"}}, id), 101, "Execute Error: invalid project name");
-  ExpectRefusal(Set({}, "unknown"), 1005, "Execute Error: invalid sharing id");
+  ExpectRefusal(Set({{"project_name", "Album"}}, id), kErrorParam,
+                "Execute Error: invalid project name");
+  ExpectRefusal(Set({}, "unknown"), kErrorSharingID, "Execute Error: invalid sharing id");
 }
 
 // Of each row a create must leave no record, and an update the record as it was.
@@ -124,21 +125,21 @@ TEST_F(SetTest, RefusedChangesChangeNothing) {
     std::string message;
     bool checked = true;
   } rows[] = {
-      {{{"protect_type", "user"}, {"protect_title", "x"}}, 1009, fields},
-      {{{"redirect_type", "url_param"}, {"protect_title", "x"}}, 1011, fields},
-      {{{"protect_type", "user"}, {"redirect_type", "always"}}, 1009, fields},
-      {{{"expire_at", "31-12-2026"}, {"protect_title", "x"}}, 117, store},
-      {{{"start_at", "  2030-2-8   1:0:0"}}, 117, store},
-      {{{"start_at", "2030-02-28T10:00:00"}}, 117, store},
-      {{{"start_at", "2030-02-30 00:00:00"}, {"enabled", false}}, 117, store},
-      {{{"expire_at", "2030-01-01 00:00:00Z"}}, 117, store},
+      {{{"protect_type", "user"}, {"protect_title", "x"}}, kErrorNoUsers, fields},
+      {{{"redirect_type", "url_param"}, {"protect_title", "x"}}, kErrorNoRedirectURI, fields},
+      {{{"protect_type", "user"}, {"redirect_type", "always"}}, kErrorNoUsers, fields},
+      {{{"expire_at", "31-12-2026"}, {"protect_title", "x"}}, kErrorStore, store},
+      {{{"start_at", "  2030-2-8   1:0:0"}}, kErrorStore, store},
+      {{{"start_at", "2030-02-28T10:00:00"}}, kErrorStore, store},
+      {{{"start_at", "2030-02-30 00:00:00"}, {"enabled", false}}, kErrorStore, store},
+      {{{"expire_at", "2030-01-01 00:00:00Z"}}, kErrorStore, store},
       // What the pre-check would keep from the handler.
-      {{{"protect_type", "login"}}, 101, parse + "bad protect_type", false},
-      {{{"redirect_type", "Always"}}, 101, parse + "bad redirect_type", false},
-      {{{"protect_users", Object({{"bob", 1}})}}, 101, parse + "bad protect_users", false},
-      {{{"protect_groups", "family"}}, 101, parse + "bad protect_groups", false},
-      {{{"expire_times", -1}}, 101, parse + "invalid expire times", false},
-      {{{"project_name", ""}}, 101, "Execute Error: invalid project name", false},
+      {{{"protect_type", "login"}}, kErrorParam, parse + "bad protect_type", false},
+      {{{"redirect_type", "Always"}}, kErrorParam, parse + "bad redirect_type", false},
+      {{{"protect_users", Object({{"bob", 1}})}}, kErrorParam, parse + "bad protect_users", false},
+      {{{"protect_groups", "family"}}, kErrorParam, parse + "bad protect_groups", false},
+      {{{"expire_times", -1}}, kErrorParam, parse + "invalid expire times", false},
+      {{{"project_name", ""}}, kErrorParam, "Execute Error: invalid project name", false},
   };
   const std::string id = Create();
   const Json::Value before = Read(id);
@@ -177,8 +178,8 @@ TEST_F(SetTest, UnusableStoreIsReported) {
   BreakStore();
   for (const char* method : {"get", "set", "delete", "list", "trigger_gc"}) {
     SCOPED_TRACE(method);
-    ExpectRefusal(Sharing(method, Object({{"project_name", "album"}, {"sharing_id", id}})), 117,
-                  "Execute Error: db open fail");
+    ExpectRefusal(Sharing(method, Object({{"project_name", "album"}, {"sharing_id", id}})),
+                  kErrorStore, "Execute Error: db open fail");
   }
 }
 
@@ -186,7 +187,7 @@ TEST_F(SetTest, UpdateMayNotLeaveAPasswordLinkWithoutOne) {
   const std::string id = Create({{"protect_type", "password"}, {"protect_password", "pw"}});
   const Json::Value before = Read(id);
   for (const char* start : {"", "2030-02-30 00:00:00"}) {
-    ExpectRefusal(Set({{"protect_password", ""}, {"start_at", start}}, id), 1010,
+    ExpectRefusal(Set({{"protect_password", ""}, {"start_at", start}}, id), kErrorNoPassword,
                   "Execute Error: set entry fields fail");
   }
   EXPECT_EQ(Read(id), before);
@@ -212,14 +213,14 @@ TEST_F(SetTest, WriteThatTheDatabaseRefusesIsReported) {
     Refuse(row.event);
     const Answer answer = Sharing(row.method, row.parameters);
     RefuseNoMore();
-    ExpectRefusal(answer, 117, std::string("Execute Error: ") + row.message);
+    ExpectRefusal(answer, kErrorStore, std::string("Execute Error: ") + row.message);
     EXPECT_EQ(Rows("link"), 1);
   }
   if (IsSqlite()) {
     // A link that can be neither completed nor removed stays turned off.
     ExecuteSql("create trigger refusal before update on link begin select raise(abort, ''); end");
     ExecuteSql("create trigger keep before delete on link begin select raise(abort, ''); end");
-    EXPECT_EQ(Set({}).code, 117);
+    EXPECT_EQ(Set({}).code, kErrorStore);
     EXPECT_EQ(Rows("link", "enabled = 0"), 1);
     ExecuteSql("drop trigger refusal");
   }
@@ -233,9 +234,9 @@ TEST_F(SetTest, DeleteThatComesSecondIsReported) {
   const Json::Value link = Object({{"sharing_id", Create()}});
   ExecuteSql(
       "create trigger first before delete on link begin delete from link where id = old.id; end");
-  ExpectRefusal(Sharing("delete", link), 117, "Execute Error: db delete entry fail");
+  ExpectRefusal(Sharing("delete", link), kErrorStore, "Execute Error: db delete entry fail");
   EXPECT_EQ(Rows("link"), 0);
-  EXPECT_EQ(Sharing("delete", link).code, 1005);
+  EXPECT_EQ(Sharing("delete", link).code, kErrorSharingID);
 }
 
 TEST_F(SetTest, LinksAreReturnedWithoutAQRCodeThatCanNotBeMade) {

@@ -165,7 +165,7 @@ TEST_F(VisitorTest, PreviewNeedsNoStore) {
 
 TEST_F(VisitorTest, ScriptWithBadParametersIsAnError) {
   const Answer answer = Session(R"({"sharing_error": {}})");
-  EXPECT_EQ(answer.code, 101);
+  EXPECT_EQ(answer.code, kErrorParam);
   EXPECT_THAT(answer.body.asString(), StartsWith("Parse Param Error: "));
   EXPECT_FALSE(answer.raw);
   EXPECT_EQ(answer.printed, "");
@@ -222,7 +222,7 @@ TEST_F(VisitorTest, LoginGivesCookieAndPrivateData) {
   Configure("album", EchoConfig());
   const std::string id = Create({{"protect_type", "password"}, {"protect_password", "pw"}});
   Answer answer = TryLogin(id, {{"password", "PW"}});
-  EXPECT_EQ(answer.code, 1001);
+  EXPECT_EQ(answer.code, kErrorProtectPassword);
   EXPECT_EQ(answer.body, "Execute Error: wrong protect passwd");
   EXPECT_EQ(answer.cookie, "");
   answer = TryLogin(id, {{"password", "pw"}});
@@ -234,6 +234,7 @@ TEST_F(VisitorTest, LoginGivesCookieAndPrivateData) {
   EXPECT_EQ(TryLogin("unknown").body, "Execute Error: login fail");
 }
 
+// Numbers, since clients and log watchers know these.
 TEST_F(VisitorTest, RefusedLoginsHaveTheirCodes) {
   const struct {
     int result;  // of the store
@@ -288,7 +289,7 @@ TEST_F(VisitorTest, LoginWithoutTheRightToBecomeRootIsDenied) {
     Log().clear();
     const Answer answer = TryLogin(id);
     const bool denied =
-        answer.code == 101 && answer.body == "Execute Error: " && answer.cookie.empty();
+        answer.code == kErrorParam && answer.body == "Execute Error: " && answer.cookie.empty();
     const bool logged =
         !Log().empty() && Log().back() == "3 SharingLoginAPI:98 Permssion denied. uid=2001";
     _exit(denied && logged ? 0 : 1);
@@ -316,14 +317,14 @@ TEST_F(VisitorTest, LogoutIsForVisitors) {
   const std::string sid = Login(id);
   As(kAlice);
   Answer answer = Sharing("logout", Object({{"sharing_sid", sid}}));
-  EXPECT_EQ(answer.code, 101);
+  EXPECT_EQ(answer.code, kErrorParam);
   EXPECT_EQ(answer.body, "Execute Error: only allow sharing request");
   AsVisitor(id, "another");
   EXPECT_EQ(Sharing("logout", Object({{"sharing_sid", sid}})).code, 0);
   Login(id);
   EXPECT_EQ(Sharing("logout", R"({"sharing_sid": ""})").body, Json::Value());
   answer = Sharing("logout", "{}");
-  EXPECT_EQ(answer.code, 1004);
+  EXPECT_EQ(answer.code, kErrorLogout);
   EXPECT_EQ(answer.body, "Execute Error: logout fail");
   Sharing("logout", R"({"sharing_sid": []})");
   EXPECT_THAT(Log().back(), StartsWith("3 SharingAPI:157 Fatal Error: "));

@@ -62,7 +62,7 @@ TEST_P(ConnectionTest, EndedConnectionIsReplacedBeforeItIsUsed) {
       {"read", [&] { return Exists(link); }},
       {"create", [&] { return Exists(Make()); }},
       {"update", [&] { return Change(link, WithVisits(3)); }},
-      {"login", [&] { return LogIn(visitor, link, kPassword) == 1; }},
+      {"login", [&] { return LogIn(visitor, link, kPassword) == kLoggedIn; }},
       {"token", [&] { return MayEnter(visitor, link); }},
       {"logout", [&] { return VeltSharingLogout(link.get_hash(), visitor.sid) == 1; }},
       {"purge", [&] { return links_.PurgeExpiredByOwnerProject(kAlice, ""); }},

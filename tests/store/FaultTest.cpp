@@ -41,7 +41,7 @@ class FaultTest : public StoreTest {
     Log().clear();
     EXPECT_FALSE(IsGood());
     EXPECT_FALSE(links_.CreateWithHash(link) || links_.Count(count) || MayEnter(visitor, link));
-    EXPECT_EQ(LogIn(visitor, link), -1);
+    EXPECT_EQ(LogIn(visitor, link), kInternal);
     EXPECT_THAT(Log(), testing::Each(testing::HasSubstr("sharing")));
   }
 };
@@ -96,13 +96,13 @@ TEST_P(FaultTest, DamageBehindTheHeaderFailsTheCallsThatReadIt) {
   Overwrite(bytes);
   EXPECT_FALSE(Exists(link));
   Visitor visitor;
-  EXPECT_EQ(LogIn(visitor, link), -1);
+  EXPECT_EQ(LogIn(visitor, link), kInternal);
 }
 
 TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneUpgraded) {
   const Entry link = Make(ForUsers({"alice"}, {}));
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, link, "alice's own", "alice"), 1);
+  ASSERT_EQ(LogIn(visitor, link, "alice's own", "alice"), kLoggedIn);
   EXPECT_TRUE(IsGood());
   Execute("update schema_version set version = 1000");
   ++now_;
@@ -149,8 +149,10 @@ TEST_P(FaultTest, NewerVersionIsRefusedAndAnOlderOneUpgraded) {
   EXPECT_EQ(Select("select group_concat(owner_uid || project || links) from link_count"),
             "7001album1,4294967295album1");
   EXPECT_EQ(Select("select version || '' from schema_version"), "11");
-  for (int count = 0; count < 9; ++count) EXPECT_EQ(LogIn(visitor, link, "guess", "alice"), -2);
-  EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), -8) << "the old failure counts";
+  for (int count = 0; count < 9; ++count) {
+    EXPECT_EQ(LogIn(visitor, link, "guess", "alice"), kWrongAccount);
+  }
+  EXPECT_EQ(LogIn(visitor, link, "alice's own", "alice"), kDenied) << "the old failure counts";
   EXPECT_TRUE(Change(link, ForUsers({"bob"}, {})));
   EXPECT_FALSE(MayEnter(visitor, link));
 }
@@ -198,7 +200,7 @@ TEST_P(FaultTest, OnAFullDiskOwnersSwitchOffAndDeleteAndVisitorsRead) {
     const Entry off = Make();
     const Entry gone = Make();
     Visitor visitor;
-    if (LogIn(visitor, off) != 1 || fs::file_size(reserve) != 8U << 20U) return 2;
+    if (LogIn(visitor, off) != kLoggedIn || fs::file_size(reserve) != 8U << 20U) return 2;
     for (int count = 0; count < 300; ++count) {
       Make([](Entry& link) {
         link.set_auto_gc(true);
@@ -214,7 +216,7 @@ TEST_P(FaultTest, OnAFullDiskOwnersSwitchOffAndDeleteAndVisitorsRead) {
     Visitor late;
     if (!full([&] { return Exists(off) && MayEnter(visitor, off); })) return 3;
     // Old log entries may have left room for a login.
-    if (!full([&] { return LogIn(late, off) == 1 || late.sid.empty(); })) return 4;
+    if (!full([&] { return LogIn(late, off) == kLoggedIn || late.sid.empty(); })) return 4;
     if (!full([&] { return Change(off, Set(&Entry::set_enabled, false)); })) return 5;
     if (!full([&] { return links_.Delete(gone); })) return 6;
     if (!full([&] { return links_.PurgeExpiredByOwnerProject(0xFFFFFFFF, ""); })) return 7;
@@ -224,7 +226,7 @@ TEST_P(FaultTest, OnAFullDiskOwnersSwitchOffAndDeleteAndVisitorsRead) {
     fs::remove(folder_ + "/filler");
     if (!Change(off, Set(&Entry::set_enabled, true))) return 10;
     Reopen();
-    return LogIn(late, off) == 1 && fs::file_size(reserve) == 8U << 20U ? 0 : 11;
+    return LogIn(late, off) == kLoggedIn && fs::file_size(reserve) == 8U << 20U ? 0 : 11;
   };
   const std::vector<int> results = InProcesses(2, work);
   if (results.front() == 100) GTEST_SKIP() << "no file system may be mounted";
@@ -259,11 +261,11 @@ TEST_P(FaultTest, NoMemoryToCheckAPasswordIsNoGuess) {
   std::ifstream("/proc/self/statm") >> pages;
   const rlimit small = {static_cast<rlim_t>(pages * getpagesize()) + (8U << 20U), limit.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_AS, &small), 0);
-  const int result = LogIn(visitor, link, kPassword);
+  const LoginResult result = LogIn(visitor, link, kPassword);
   ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
-  EXPECT_EQ(result, -1);
+  EXPECT_EQ(result, kInternal);
   EXPECT_EQ(Select("select count(*) || '' from failed_login"), "0");
-  EXPECT_EQ(LogIn(visitor, link, kPassword), 1);
+  EXPECT_EQ(LogIn(visitor, link, kPassword), kLoggedIn);
 }
 
 }  // namespace VELT::sharing

@@ -104,24 +104,24 @@ Json::Value StoreTest::Shown(const Entry& link) {
   return shown;
 }
 
-int StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& password,
-                     const std::string& account) {
+LoginResult StoreTest::LogIn(Visitor& visitor, const Entry& link, const std::string& password,
+                             const std::string& account) {
   View view = VisitorView(visitor.address);
   const Viewing viewing(view);
   const std::string sid = visitor.sid;
   const _tag_sharing_login_params params{link.get_hash().c_str(), password.c_str(), account.c_str(),
                                          password.c_str(), sid.empty() ? nullptr : sid.c_str()};
-  const int result = VeltSharingLogin(visitor.sid, &params, false);
+  const auto result = static_cast<LoginResult>(VeltSharingLogin(visitor.sid, &params, false));
   login_wait_ = view.login_wait;
-  if (result == 1) secrets_.push_back(visitor.sid);
+  if (result == kLoggedIn) secrets_.push_back(visitor.sid);
   return result;
 }
 
-void StoreTest::ExpectLogIn(int want, const Entry& link, const std::string& password,
+void StoreTest::ExpectLogIn(LoginResult want, const Entry& link, const std::string& password,
                             const std::string& account) {
   Visitor visitor;
   EXPECT_EQ(LogIn(visitor, link, password, account), want) << password << " " << account;
-  EXPECT_EQ(visitor.sid.empty(), want != 1);
+  EXPECT_EQ(visitor.sid.empty(), want != kLoggedIn);
 }
 
 bool StoreTest::MayEnter(const Visitor& visitor, const Entry& link) {

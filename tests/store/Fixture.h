@@ -20,6 +20,7 @@
 
 namespace VELT::sharing {
 
+using enum LoginResult;
 using record::Entry;
 using ProtectType = Entry::ProtectType;
 using Edit = std::function<void(Entry&)>;
@@ -59,10 +60,10 @@ class StoreTest : public testing::TestWithParam<std::string> {
   Json::Value Shown(const Entry& link);
 
   // The store's answer; a success gives the visitor the new session.
-  int LogIn(Visitor& visitor, const Entry& link, const std::string& password = "",
-            const std::string& account = "");
-  // A new visitor's login gives this answer, and a session only with success (1).
-  void ExpectLogIn(int want, const Entry& link, const std::string& password = "",
+  LoginResult LogIn(Visitor& visitor, const Entry& link, const std::string& password = "",
+                    const std::string& account = "");
+  // A new visitor's login gives this answer, and a session only with success.
+  void ExpectLogIn(LoginResult want, const Entry& link, const std::string& password = "",
                    const std::string& account = "");
   bool MayEnter(const Visitor& visitor, const Entry& link);
 

@@ -130,7 +130,7 @@ TEST_P(LinkTest, ConcurrentUpdatesOfDifferentFieldsAreBothKept) {
     Entry late = Make(Set(&Entry::set_redirect_uri, "/here"));
     Visitor visitor;
     EXPECT_TRUE(Change(late, Set(&Entry::set_redirect_uri, "/there")));
-    EXPECT_EQ(LogIn(visitor, late), 1);
+    EXPECT_EQ(LogIn(visitor, late), kLoggedIn);
     if (!at_once) late = Read(late);
     edit(late);
     EXPECT_TRUE(links_.Update(late));
@@ -205,7 +205,7 @@ TEST_P(LinkTest, VisitorFindsNoLinkThatIsOffOrWithoutItsOwner) {
 TEST_P(LinkTest, OnlyOwnersChangeAndListLinksAndNobodyFindsOne) {
   Entry link = Make();
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, link), 1);
+  ASSERT_EQ(LogIn(visitor, link), kLoggedIn);
   const auto refused = [&] {
     Entry copy = link;
     copy.set_enabled(false);
@@ -226,7 +226,7 @@ TEST_P(LinkTest, OnlyOwnersChangeAndListLinksAndNobodyFindsOne) {
     EXPECT_FALSE(Exists(link) || FindVisit(link.get_hash(), visitor.sid).is_legal);
     const _tag_sharing_login_params params{link.get_hash().c_str(), "", "", "", nullptr};
     std::string sid;
-    EXPECT_EQ(VeltSharingLogin(sid, &params, false), -3);
+    EXPECT_EQ(VeltSharingLogin(sid, &params, false), static_cast<int>(kNotServed));
     refused();
   }
   EXPECT_TRUE(MayEnter(visitor, link));
@@ -236,7 +236,7 @@ TEST_P(LinkTest, OnlyOwnersChangeAndListLinksAndNobodyFindsOne) {
 TEST_P(LinkTest, DeletedLinkLosesItsTokensAndItsIdIsNeverUsedAgain) {
   Visitor visitor;
   const Entry old = Make();
-  ASSERT_EQ(LogIn(visitor, old), 1);
+  ASSERT_EQ(LogIn(visitor, old), kLoggedIn);
   ASSERT_TRUE(links_.Delete(old));
   EXPECT_FALSE(links_.Delete(old));
   EXPECT_FALSE(links_.Update(old));

@@ -83,7 +83,7 @@ TEST_P(ListTest, FiltersAndSortsByEveryPlainFieldAndRefusesOthers) {
     entry.set_redirect_uri("/u");
   });
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, high, kPassword), 1);
+  ASSERT_EQ(LogIn(visitor, high, kPassword), kLoggedIn);
   ASSERT_TRUE(Change(low, Set(&Entry::set_enabled, false)));
   const Json::Value shown = Shown(high);
   for (const std::string& field : kFields) {

@@ -91,7 +91,7 @@ TEST_P(NotifyTest, TellsOwnersOfTheirOwnLinksWhatTheyWant) {
   const Entry theirs = Make([](Entry& entry) { entry.set_owner_uid(kBob); });
   const Entry visited = Called("visited");
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, visited), 1);
+  ASSERT_EQ(LogIn(visitor, visited), kLoggedIn);
   ASSERT_TRUE(notify::Save({kAlice, "alice", "enu"}, notify::kOpened, "", kHook));
   ASSERT_TRUE(notify::SaveOfLink(loud, notify::kUpload | notify::kDownload));
   ASSERT_TRUE(notify::SaveOfLink(quiet, 0));

@@ -16,13 +16,13 @@ TEST_P(VisitTest, GivesANewSessionThatTakesTheTokensAlong) {
   const Entry second = Make();
   Visitor visitor{.sid = "planted by somebody else"};
   const Visitor planted = visitor;
-  ASSERT_EQ(LogIn(visitor, first), 1);
+  ASSERT_EQ(LogIn(visitor, first), kLoggedIn);
   EXPECT_FALSE(MayEnter(planted, first));
   EXPECT_TRUE(MayEnter(visitor, first));
   EXPECT_FALSE(MayEnter(visitor, second));
 
   const Visitor before = visitor;
-  ASSERT_EQ(LogIn(visitor, second), 1);
+  ASSERT_EQ(LogIn(visitor, second), kLoggedIn);
   EXPECT_TRUE(MayEnter(visitor, first) && MayEnter(visitor, second));
   EXPECT_FALSE(MayEnter(before, first) || MayEnter(before, second));
   EXPECT_FALSE(MayEnter({.sid = Select("select sid_hash from visitor_session")}, first));
@@ -53,7 +53,7 @@ TEST_P(VisitTest, TokenEndsWithItsLinkOrAfterADay) {
   for (const auto& [name, end] : ends) {
     const Entry link = Make();
     Visitor visitor;
-    ASSERT_EQ(LogIn(visitor, link), 1);
+    ASSERT_EQ(LogIn(visitor, link), kLoggedIn);
     EXPECT_TRUE(MayEnter(visitor, link)) << name;
     end(link);
     EXPECT_FALSE(MayEnter(visitor, link)) << name;
@@ -64,7 +64,7 @@ TEST_P(VisitTest, LinkIsClosedWhileItsOwnersAccountIsMissing) {
   const std::string passwd = Environment("NSS_WRAPPER_PASSWD");
   const Entry link = Make(Set(&Entry::set_owner_uid, kBob));
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, link), 1);
+  ASSERT_EQ(LogIn(visitor, link), kLoggedIn);
   std::ifstream file(passwd);
   const std::string before(std::istreambuf_iterator<char>(file), {});
   const auto write = [&passwd](const std::string& text, int later) {
@@ -82,7 +82,7 @@ TEST_P(VisitTest, LinkIsClosedWhileItsOwnersAccountIsMissing) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_FALSE(MayEnter(visitor, link));
-  ExpectLogIn(-3, link);
+  ExpectLogIn(kNotServed, link);
   EXPECT_EQ(Shown(link)["owner_user"], "");
   write(before, 2);
   EXPECT_TRUE(MayEnter(visitor, link));
@@ -91,7 +91,7 @@ TEST_P(VisitTest, LinkIsClosedWhileItsOwnersAccountIsMissing) {
 TEST_P(VisitTest, SessionLastsADayAfterItsLastUseNotedEveryFiveMinutes) {
   const Entry link = Make();
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, link), 1);
+  ASSERT_EQ(LogIn(visitor, link), kLoggedIn);
   const std::int64_t start = now_;
   // As the host does after its answer.
   const auto use = [&] {
@@ -121,7 +121,7 @@ TEST_P(VisitTest, SessionLastsADayAfterItsLastUseNotedEveryFiveMinutes) {
   EXPECT_TRUE(db::SessionDB(db_).GetBySessionId(stale.sid, session));
   EXPECT_TRUE(db::TokenDB(db_).GetBySessionEntry(session, link, token));
   EXPECT_FALSE(session.IsLegal() || token.IsLegal());
-  ASSERT_EQ(LogIn(visitor, Make()), 1);
+  ASSERT_EQ(LogIn(visitor, Make()), kLoggedIn);
   EXPECT_FALSE(MayEnter(visitor, link)) << "tokens of an expired session were taken over";
   EXPECT_FALSE(MayEnter(stale, link));
 }
@@ -131,12 +131,12 @@ TEST_P(VisitTest, NewSessionRemovesExpiredOnes) {
   Visitor expired;
   Visitor valid;
   Visitor last;
-  ASSERT_EQ(LogIn(expired, link), 1);
+  ASSERT_EQ(LogIn(expired, link), kLoggedIn);
   now_ += kDay - 1;
-  ASSERT_EQ(LogIn(valid, link), 1);
+  ASSERT_EQ(LogIn(valid, link), kLoggedIn);
   EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "2");
   now_ += 1;
-  ASSERT_EQ(LogIn(last, link), 1);
+  ASSERT_EQ(LogIn(last, link), kLoggedIn);
   EXPECT_EQ(Select("select count(*) || '' from visitor_session"), "2");
   EXPECT_TRUE(MayEnter(valid, link) && MayEnter(last, link));
 }
@@ -148,7 +148,7 @@ TEST_P(VisitTest, BacklogOfExpiredSessionsIsRemovedInSteps) {
       "with recursive n (i) as (select 1 union all select i + 1 from n where i < 250) "
       "select 'expired ' || i, '', 1 from n");
   for (const char* left : {"151", "52", "3", "4"}) {
-    ExpectLogIn(1, link);
+    ExpectLogIn(kLoggedIn, link);
     EXPECT_EQ(Select("select count(*) || '' from visitor_session"), left);
   }
 }
@@ -160,13 +160,13 @@ TEST_P(VisitTest, AddressKeepsAThousandSessionsOfALinkAtMost) {
   Visitor second;
   Visitor elsewhere{.address = "192.0.2.2"};
   Visitor at_other;
-  ASSERT_EQ(LogIn(at_other, other), 1);
-  ASSERT_EQ(LogIn(first, link), 1);
-  ASSERT_EQ(LogIn(second, link), 1);
-  ASSERT_EQ(LogIn(elsewhere, link), 1);
-  for (int count = 2; count < 1000; ++count) ExpectLogIn(1, link);
+  ASSERT_EQ(LogIn(at_other, other), kLoggedIn);
+  ASSERT_EQ(LogIn(first, link), kLoggedIn);
+  ASSERT_EQ(LogIn(second, link), kLoggedIn);
+  ASSERT_EQ(LogIn(elsewhere, link), kLoggedIn);
+  for (int count = 2; count < 1000; ++count) ExpectLogIn(kLoggedIn, link);
   EXPECT_TRUE(MayEnter(first, link));
-  ExpectLogIn(1, link);
+  ExpectLogIn(kLoggedIn, link);
   EXPECT_FALSE(MayEnter(first, link));
   EXPECT_TRUE(MayEnter(second, link) && MayEnter(elsewhere, link) && MayEnter(at_other, other));
 }
@@ -175,16 +175,16 @@ TEST_P(VisitTest, BoundVisitIsValidForTheAddressOfTheLoginOnly) {
   const Entry bound = Make(Set(&Entry::set_enable_match_ip, true));
   const Entry free = Make();
   Visitor visitor;
-  ASSERT_EQ(LogIn(visitor, bound), 1);
-  ASSERT_EQ(LogIn(visitor, free), 1);
+  ASSERT_EQ(LogIn(visitor, bound), kLoggedIn);
+  ASSERT_EQ(LogIn(visitor, free), kLoggedIn);
   visitor.address = "2001:db8::1";
   EXPECT_FALSE(MayEnter(visitor, bound));
   EXPECT_TRUE(MayEnter(visitor, free));
-  EXPECT_EQ(LogIn(visitor, bound), -8);
+  EXPECT_EQ(LogIn(visitor, bound), kDenied);
   EXPECT_EQ(login_wait_, 0) << "waiting does not help";
-  EXPECT_EQ(LogIn(visitor, free), 1) << "which moves the session to the new address";
+  EXPECT_EQ(LogIn(visitor, free), kLoggedIn) << "which moves the session to the new address";
   EXPECT_FALSE(MayEnter(visitor, bound));
-  EXPECT_EQ(LogIn(visitor, bound), 1);
+  EXPECT_EQ(LogIn(visitor, bound), kLoggedIn);
   EXPECT_TRUE(MayEnter(visitor, bound));
 }
 
@@ -223,11 +223,11 @@ TEST_P(VisitTest, VisitIsValidForTheProtectionThatItWasGivenFor) {
       const bool for_users = Read(link).get_protect_type() == ProtectType::kUser;
       return LogIn(visitor, link, for_users ? "alice's own" : kPassword, "alice");
     };
-    ASSERT_EQ(log_in(), 1) << row.name;
+    ASSERT_EQ(log_in(), kLoggedIn) << row.name;
     EXPECT_TRUE(MayEnter(visitor, link)) << row.name;
     for (const Edit& change : row.changes) EXPECT_TRUE(Change(link, change)) << row.name;
     EXPECT_EQ(MayEnter(visitor, link), row.holds) << row.name;
-    EXPECT_EQ(log_in(), 1) << row.name;
+    EXPECT_EQ(log_in(), kLoggedIn) << row.name;
     EXPECT_TRUE(MayEnter(visitor, link)) << row.name;
     EXPECT_EQ(Shown(link)["visits"], row.holds ? 1 : 2) << row.name;
   }

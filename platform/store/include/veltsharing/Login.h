@@ -3,6 +3,25 @@
 
 #include <string>
 
+namespace VELT::sharing {
+
+enum class LoginResult {
+  kLoggedIn = 1,
+  kInternal = -1,
+  kWrongAccount = -2,  // or its password
+  kNotServed = -3,     // no such link, or it is disabled, pending or expired, or its owner is gone
+  // The link asks for one address and the session's last login was from another; or too many logins
+  // have failed within 15 minutes: ten from this address at the link or the account, or thirty from
+  // all addresses at the account; or after thirty from all addresses at the link's password, it is
+  // not the turn of this address yet.
+  kDenied = -8,
+  kWrongPassword = -9,  // of the link
+  kNotListed = -10,     // the account, which counts as a failed login
+  kUsedUp = -11,        // no visit left
+};
+
+}  // namespace VELT::sharing
+
 // All texts are borrowed for the call. Only the last may be null.
 struct _tag_sharing_login_params {  // NOLINT(bugprone-reserved-identifier): callers know this name
   const char* sharing_id;
@@ -20,18 +39,7 @@ struct _tag_sharing_login_params {  // NOLINT(bugprone-reserved-identifier): cal
 // A login counts as a visit unless the session already holds a legal token for the link. Such a
 // session may log in again, with the right credentials, even when no visit is left.
 //
-// Never throws. Returns
-//     1  logged in
-//    -1  internal failure
-//    -2  wrong account or account password
-//    -3  no such link, or it is disabled, pending or expired, or its owner has no account
-//    -8  the link asks for one address and the session's last login was from another; or too many
-//        failed logins within 15 minutes: ten from this address at the link or the account, or
-//        thirty from all addresses at the account; or after thirty from all addresses at the link's
-//        password, it is not the turn of this address yet
-//    -9  wrong link password
-//   -10  the account is not listed, which counts as a failed login
-//   -11  no visit left
+// Never throws. Returns a LoginResult.
 int VeltSharingLogin(std::string& sid, const _tag_sharing_login_params* params, bool flag);
 
 // Ends the visitor session `sid` with all its tokens if it holds one for the link. Returns non-zero
