@@ -8,6 +8,7 @@
 #include "veltsharing/Keys.h"
 #include "veltsharing/LinkStatus.h"
 #include "veltsharing/Login.h"
+#include "veltsharing/SharingDB.h"
 
 namespace VELT::files {
 namespace {
@@ -37,6 +38,9 @@ Code CodeOf(LoginResult result) {
 
 Guest Find(const APIRequest& request) {
   Entry entry = request.GetSharingEntry();
+  if (entry.get_id() == 0 && !sharing::db::SharingDB::Instance()->IsGood()) {
+    throw Refusal(kUnavailable);  // it may be there
+  }
   if (!request.IsSharing() || entry.get_id() == 0 || entry.get_project_name() != kProject) {
     throw Refusal(kNoLink);
   }

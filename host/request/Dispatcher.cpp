@@ -22,6 +22,7 @@
 #include "host/watch/Statistics.h"
 #include "veltsharing/Keys.h"
 #include "veltsharing/Owners.h"
+#include "veltsharing/SharingDB.h"
 #include "veltsharing/View.h"
 #include "veltsys/Text.h"
 #include "veltwebapi/APIRequest.h"
@@ -281,6 +282,9 @@ Dispatcher::Outcome Dispatcher::AnswerPut(const WebRequest& request, const Addre
   }
   const Method* method = registry_.FindPut(context->visit.link.get_project_name());
   if (method == nullptr) {
+    if (context->visit.link.get_id() == 0 && !sharing::db::SharingDB::Instance()->IsGood()) {
+      return PlainAnswer("503 Service Unavailable", "Files can't be taken now; try again later.");
+    }
     return PlainAnswer("404 Not Found", "There is no link here that takes files.");
   }
   note.method = method->row;

@@ -13,6 +13,7 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 from demo import SHARING, Demo, free_port, wait_until
+from shared_files import query
 
 PROGRAMS = sorted(glob.glob("/usr/lib/postgresql/*/bin"))[-1]
 AS_USER = ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
@@ -176,6 +177,9 @@ class Postgresql(unittest.TestCase):
                 page = demo.visitor(link).page()
                 self.assertEqual(503, page.status)
                 self.assertIn("Try again", page.text)
+                # Programs try these again only if they aren't told that there is nothing.
+                self.assertEqual(503, demo.visitor(link).request("GET", query("get", path="0/a.txt")).status)
+                self.assertEqual(503, demo.visitor(link).request("PUT", "/a.txt", b"content").status)
         finally:
             self.server.start()
         for demo in self.demos:
